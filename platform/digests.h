@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "platform/handle.h"
+
+namespace platform {
+
+/// NTSTATUS: negative is failure.
+using NtStatus = std::int32_t;
+
+inline constexpr std::uint32_t kBcryptAlgHandleHmacFlag = 8;  ///< BCRYPT_ALG_HANDLE_HMAC_FLAG
+
+void closeAlgorithmProvider(NativeHandle provider);
+void closeHash(NativeHandle hash);
+
+/// Owner of a BCRYPT_ALG_HANDLE, closed with BCryptCloseAlgorithmProvider.
+using AlgorithmProvider = UniqueHandle<NullHandleTraits<NativeHandle, closeAlgorithmProvider>>;
+/// Owner of a BCRYPT_HASH_HANDLE, destroyed with BCryptDestroyHash.
+using HashHandle = UniqueHandle<NullHandleTraits<NativeHandle, closeHash>>;
+
+/// Digests of the platform's cryptographic provider. Every operation is one platform call of that name and returns its
+/// status; outputs are untouched on failure. Any thread, one object by one thread at a time.
+class Digests {
+ public:
+  virtual ~Digests() = default;
+
+  /// The default implementation of "SHA256" or "MD5".
+  virtual NtStatus BCryptOpenAlgorithmProvider(AlgorithmProvider& provider, const std::wstring& algorithm,
+                                               std::uint32_t flags) = 0;
+  virtual void BCryptCloseAlgorithmProvider(NativeHandle provider) = 0;
+  /// A property of four bytes ("ObjectLength", "HashDigestLength"), in bytes.
+  virtual NtStatus BCryptGetProperty(NativeHandle provider, const std::wstring& property, std::uint32_t& value) = 0;
+  /// The hash lives in `object`, which the caller frees after the hash. An empty key passes null.
+  virtual NtStatus BCryptCreateHash(NativeHandle provider, HashHandle& hash, std::span<std::byte> object,
+                                    std::span<const std::byte> key) = 0;
+  virtual NtStatus BCryptHashData(NativeHandle hash, std::span<const std::byte> data) = 0;
+  virtual NtStatus BCryptFinishHash(NativeHandle hash, std::span<std::byte> digest) = 0;
+  virtual void BCryptDestroyHash(NativeHandle hash) = 0;
+};
+
+}  // namespace platform

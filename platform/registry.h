@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "platform/handle.h"
+#include "platform/result.h"
+
+namespace platform {
+
+inline constexpr std::uint32_t kKeyQueryValue = 0x0001;   ///< KEY_QUERY_VALUE
+inline constexpr std::uint32_t kKeyWow64_64Key = 0x0100;  ///< KEY_WOW64_64KEY: the 64-bit view
+inline constexpr std::uint32_t kRegSz = 1;                ///< REG_SZ
+inline constexpr std::uint32_t kRegExpandSz = 2;          ///< REG_EXPAND_SZ
+inline constexpr std::uint32_t kRegBinary = 3;            ///< REG_BINARY
+inline constexpr std::uint32_t kRegDword = 4;             ///< REG_DWORD
+inline constexpr std::uint32_t kRegMultiSz = 7;           ///< REG_MULTI_SZ
+inline constexpr std::uint32_t kRegQword = 11;            ///< REG_QWORD
+
+/// The predefined keys that the program uses.
+enum class RegistryRoot : std::uint8_t {
+  kCurrentUser,   ///< HKEY_CURRENT_USER
+  kLocalMachine,  ///< HKEY_LOCAL_MACHINE
+};
+
+void closeRegistryKey(NativeHandle key);
+
+/// Owner of an open registry key, closed with RegCloseKey.
+using RegistryKey = UniqueHandle<NullHandleTraits<NativeHandle, closeRegistryKey>>;
+
+/// What RegQueryValueExW told of a value: its type, and the size of its data in bytes (the needed size on MORE_DATA).
+struct RegistryValueInfo {
+  std::uint32_t type = 0;
+  std::uint32_t size = 0;
+};
+
+/// The registry. Every operation is one platform call of that name; `error` is the call's own status. Any thread.
+class Registry {
+ public:
+  virtual ~Registry() = default;
+
+  virtual Result<RegistryKey> RegOpenKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) = 0;
+  /// As RegOpenKeyExW, below a key that is open already (the hive of RegOpenCurrentUser).
+  virtual Result<RegistryKey> RegOpenKeyExW(NativeHandle key, const std::wstring& path, std::uint32_t access) = 0;
+  /// The hive of the user whom the calling thread impersonates.
+  virtual Result<RegistryKey> RegOpenCurrentUser(std::uint32_t access) = 0;
+  /// An empty buffer only asks for type and size and succeeds; a short buffer fails with ERROR_MORE_DATA (234) and
+  /// gives the size needed. String data is UTF-16LE as stored, with or without its terminator.
+  virtual Result<RegistryValueInfo> RegQueryValueExW(NativeHandle key, const std::wstring& name,
+                                                     std::span<std::byte> buffer) = 0;
+  virtual void RegCloseKey(NativeHandle key) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+namespace platform {
+
+/// A Win32 error number as GetLastError reports it; 0 is success.
+using ErrorCode = std::uint32_t;
+
+inline constexpr ErrorCode kErrorSuccess = 0;
+inline constexpr ErrorCode kErrorFileNotFound = 2;
+inline constexpr ErrorCode kErrorPathNotFound = 3;
+inline constexpr ErrorCode kErrorAccessDenied = 5;
+inline constexpr ErrorCode kErrorInvalidHandle = 6;
+inline constexpr ErrorCode kErrorNotEnoughMemory = 8;
+inline constexpr ErrorCode kErrorInvalidData = 13;
+inline constexpr ErrorCode kErrorHandleEof = 38;
+inline constexpr ErrorCode kErrorInvalidParameter = 87;
+inline constexpr ErrorCode kErrorBrokenPipe = 109;
+inline constexpr ErrorCode kErrorInsufficientBuffer = 122;
+inline constexpr ErrorCode kErrorAlreadyExists = 183;
+inline constexpr ErrorCode kErrorMoreData = 234;
+
+/// What one platform call gave back.
+///
+/// `ok` is the call's own success as its documentation defines it, `value` its output (default when it failed) and
+/// `error` the thread's last error, taken on the line after the call. Some calls succeed and still leave an error that
+/// matters (CreateMutexW and ERROR_ALREADY_EXISTS), so `error` is filled in either case.
+template <class T>
+struct Result {
+  bool ok = false;
+  T value{};
+  ErrorCode error = kErrorSuccess;
+
+  explicit operator bool() const { return ok; }
+};
+
+/// As Result, for a call that has no output besides its success.
+struct Status {
+  bool ok = false;
+  ErrorCode error = kErrorSuccess;
+
+  explicit operator bool() const { return ok; }
+};
+
+}  // namespace platform

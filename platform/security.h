@@ -1,0 +1,48 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "platform/handle.h"
+#include "platform/result.h"
+
+namespace platform {
+
+inline constexpr std::uint32_t kTokenQuery = 8;               ///< TOKEN_QUERY
+inline constexpr std::uint32_t kTokenUser = 1;                ///< TOKEN_INFORMATION_CLASS::TokenUser
+inline constexpr std::uint32_t kSecurityLocalSystemRid = 18;  ///< SECURITY_LOCAL_SYSTEM_RID
+
+using SidIdentifierAuthority = std::array<std::uint8_t, 6>;
+inline constexpr SidIdentifierAuthority kSecurityNtAuthority = {0, 0, 0, 0, 0, 5};  ///< SECURITY_NT_AUTHORITY
+
+/// Layout of TOKEN_USER, which GetTokenInformation writes to the front of its buffer; `sid` points into that buffer.
+struct TokenUser {
+  NativeHandle sid;
+  std::uint32_t attributes;
+};
+
+void closeSid(NativeHandle sid);
+
+/// Owner of an identifier made by AllocateAndInitializeSid, freed with FreeSid.
+using Sid = UniqueHandle<NullHandleTraits<NativeHandle, closeSid>>;
+
+/// Tokens and security identifiers. Every operation is one platform call of that name; any thread may call.
+class Security {
+ public:
+  virtual ~Security() = default;
+
+  virtual Result<KernelHandle> OpenProcessToken(NativeHandle process, std::uint32_t access) = 0;
+  /// value: the returned length in bytes, also on failure. An empty buffer passes no buffer at all. The buffer must be
+  /// aligned for pointers.
+  virtual Result<std::uint32_t> GetTokenInformation(NativeHandle token, std::uint32_t informationClass,
+                                                    std::span<std::byte> buffer) = 0;
+  /// One to eight sub-authorities; the rest are zero.
+  virtual Result<Sid> AllocateAndInitializeSid(const SidIdentifierAuthority& authority,
+                                               std::span<const std::uint32_t> subAuthorities) = 0;
+  virtual bool EqualSid(NativeHandle first, NativeHandle second) = 0;
+  virtual void FreeSid(NativeHandle sid) = 0;
+};
+
+}  // namespace platform

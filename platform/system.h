@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/handle.h"
+#include "platform/result.h"
+
+namespace platform {
+
+inline constexpr std::uint32_t kLoadLibrarySearchSystem32 = 0x800;  ///< LOAD_LIBRARY_SEARCH_SYSTEM32
+
+/// The process's surroundings. Every operation is one platform call of that name; any thread may call.
+class System {
+ public:
+  virtual ~System() = default;
+
+  virtual Status SetDefaultDllDirectories(std::uint32_t flags) = 0;
+  virtual Result<std::wstring> GetSystemDirectoryW() = 0;
+  virtual Status SetCurrentDirectoryW(const std::wstring& path) = 0;
+  /// The full path of the program.
+  virtual Result<std::wstring> GetModuleFileNameW() = 0;
+  /// A loaded module by its file name, not owned; null when it is not loaded.
+  virtual NativeHandle GetModuleHandleW(const std::wstring& name) = 0;
+};
+
+}  // namespace platform
