@@ -22,6 +22,7 @@ function(mddct_tests folder library)
   gtest_discover_tests(${folder}_tests TEST_PREFIX ${folder}. DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
 
+mddct_tests(platform mddct_core)
 mddct_tests(sim mddct_core)
 mddct_tests(core mddct_core)
 mddct_tests(digest mddct_digest)

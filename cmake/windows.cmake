@@ -1,5 +1,14 @@
 enable_language(RC)
 
+# What a static Windows program of ours is linked with. The time stamp stays out, so that a build can be repeated.
+function(mddct_windows_program target)
+  mddct_options(${target})
+  target_compile_definitions(${target} PRIVATE
+    UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00)
+  target_link_options(${target} PRIVATE -static
+    -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
+endfunction()
+
 # The shipped executable: the library, the Windows layer and the entry point in one static file.
 
 file(GLOB windows_sources CONFIGURE_DEPENDS platform/windows/*.cpp)
@@ -10,7 +19,46 @@ target_link_libraries(mddct_windows PUBLIC mddct_platform
   advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 winhttp wininet)
 
 add_executable(mdDCT WIN32 main/entry.cpp packaging/mdDCT.rc)
-mddct_options(mdDCT)
+mddct_windows_program(mdDCT)
+set_property(SOURCE packaging/mdDCT.rc APPEND PROPERTY OBJECT_DEPENDS
+  "${PROJECT_SOURCE_DIR}/packaging/version.h;${PROJECT_SOURCE_DIR}/packaging/mdDCT.manifest")
+target_include_directories(mdDCT PRIVATE packaging)
 target_link_libraries(mdDCT PRIVATE mddct_main mddct_windows)
-target_link_options(mdDCT PRIVATE -municode -static
-  -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
+target_link_options(mdDCT PRIVATE -municode)
+
+# The symbols stay out of the shipped file, in one beside it. objcopy writes the time of day unless it is told one.
+set(objcopy ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0 ${CMAKE_OBJCOPY})
+add_custom_command(TARGET mdDCT POST_BUILD VERBATIM
+  COMMAND ${objcopy} --only-keep-debug mdDCT.exe mdDCT.exe.debug
+  COMMAND ${objcopy} --strip-all mdDCT.exe
+  COMMAND ${objcopy} --add-gnu-debuglink=mdDCT.exe.debug mdDCT.exe
+  BYPRODUCTS ${PROJECT_BINARY_DIR}/mdDCT.exe.debug
+  WORKING_DIRECTORY ${PROJECT_BINARY_DIR})
+
+# The programs that the tests under Wine need beside it.
+
+set(native ${PROJECT_SOURCE_DIR}/tests/wine/native)
+add_library(mddct_native_test STATIC ${native}/arguments.cpp)
+mddct_options(mddct_native_test)
+target_compile_definitions(mddct_native_test PRIVATE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX)
+
+function(mddct_native_program target)
+  add_executable(${target} ${ARGN})
+  mddct_windows_program(${target})
+  target_link_libraries(${target} PRIVATE mddct_native_test)
+endfunction()
+
+mddct_native_program(mddct_run_as_system ${native}/run_as_system.cpp)
+mddct_native_program(mddct_trust_root ${native}/trust_root.cpp)
+target_link_libraries(mddct_trust_root PRIVATE crypt32)
+
+# In a folder of its own: Windows finds it there by its bare name only for who asks for that folder.
+file(GLOB standin_sources CONFIGURE_DEPENDS ${native}/standin/*.cpp)
+mddct_native_program(mddct_powershell ${native}/powershell.cpp ${standin_sources})
+set_target_properties(mddct_powershell PROPERTIES
+  OUTPUT_NAME powershell RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/standin)
+
+file(GLOB check_sources CONFIGURE_DEPENDS ${native}/check/*.cpp)
+mddct_native_program(mddct_platform_check ${native}/platform_check.cpp ${check_sources} packaging/mdDCT.rc)
+target_include_directories(mddct_platform_check PRIVATE packaging)
+target_link_libraries(mddct_platform_check PRIVATE mddct_windows)

@@ -1,0 +1,83 @@
+#include "platform/windows/windows_files.h"
+
+#include <io.h>
+
+#include <filesystem>
+#include <optional>
+
+#include "platform/windows/native.h"
+
+namespace platform {
+
+static_assert(kGenericRead == GENERIC_READ);
+static_assert(kFileAppendData == FILE_APPEND_DATA);
+static_assert(kFileShareAll == (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+static_assert(kOpenExisting == OPEN_EXISTING);
+static_assert(kOpenAlways == OPEN_ALWAYS);
+static_assert(kFileAttributeNormal == FILE_ATTRIBUTE_NORMAL);
+static_assert(kFileFlagSequentialScan == FILE_FLAG_SEQUENTIAL_SCAN);
+static_assert(kErrorHandleEof == ERROR_HANDLE_EOF && kErrorBrokenPipe == ERROR_BROKEN_PIPE);
+
+namespace {
+
+// Decodes by the process's ANSI code page; nothing and `error` set when the bytes are no text in it.
+std::optional<std::wstring> decodeAnsi(const std::string& text, std::error_code& error) {
+  if (text.empty()) {
+    return std::wstring();
+  }
+  const int size = fitsDword(text.size()) ? static_cast<int>(text.size()) : 0;
+  const int needed = ::MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, text.data(), size, nullptr, 0);
+  if (needed <= 0) {
+    error.assign(static_cast<int>(::GetLastError()), std::system_category());
+    return std::nullopt;
+  }
+  std::wstring wide(static_cast<std::size_t>(needed), L'\0');
+  ::MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, text.data(), size, wide.data(), needed);
+  return wide;
+}
+
+}  // namespace
+
+int WindowsFiles::_waccess(const std::wstring& path, int mode) { return ::_waccess(path.c_str(), mode); }
+
+Status WindowsFiles::CreateDirectoryW(const std::wstring& path) {
+  return statusOf(::CreateDirectoryW(path.c_str(), nullptr));
+}
+
+Result<KernelHandle> WindowsFiles::CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                                               std::uint32_t disposition, std::uint32_t flagsAndAttributes) {
+  const HANDLE file = ::CreateFileW(path.c_str(), access, share, nullptr, disposition, flagsAndAttributes, nullptr);
+  const ErrorCode error = ::GetLastError();
+  return {file != invalidHandleValue(), KernelHandle(file), error};
+}
+
+Result<std::uint32_t> WindowsFiles::ReadFile(NativeHandle file, std::span<std::byte> buffer) {
+  DWORD read = 0;
+  const BOOL done = ::ReadFile(file, buffer.data(), atMostDword(buffer.size()), &read, nullptr);
+  return resultOf(done, std::uint32_t{read});
+}
+
+Result<std::uint32_t> WindowsFiles::WriteFile(NativeHandle file, std::span<const std::byte> data) {
+  DWORD written = 0;
+  const BOOL done = ::WriteFile(file, data.data(), atMostDword(data.size()), &written, nullptr);
+  return resultOf(done, std::uint32_t{written});
+}
+
+Result<std::uint64_t> WindowsFiles::GetFileSizeEx(NativeHandle file) {
+  LARGE_INTEGER size{};
+  const BOOL done = ::GetFileSizeEx(file, &size);
+  return resultOf(done, static_cast<std::uint64_t>(size.QuadPart));
+}
+
+std::uintmax_t WindowsFiles::file_size(const std::wstring& path, std::error_code& error) {
+  return std::filesystem::file_size(std::filesystem::path(path), error);
+}
+
+bool WindowsFiles::remove(const std::string& path, std::error_code& error) {
+  // Decoded here because the file-system libraries disagree about a narrow path: one takes it as ANSI, the other
+  // widens its bytes.
+  const std::optional<std::wstring> wide = decodeAnsi(path, error);
+  return wide && std::filesystem::remove(std::filesystem::path(*wide), error);
+}
+
+}  // namespace platform

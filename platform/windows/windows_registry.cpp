@@ -1,0 +1,51 @@
+#include "platform/windows/windows_registry.h"
+
+#include "platform/windows/native.h"
+
+namespace platform {
+
+static_assert(kKeyQueryValue == KEY_QUERY_VALUE && kKeyWow64_64Key == KEY_WOW64_64KEY);
+static_assert(kRegSz == REG_SZ && kRegExpandSz == REG_EXPAND_SZ && kRegBinary == REG_BINARY);
+static_assert(kRegDword == REG_DWORD && kRegMultiSz == REG_MULTI_SZ && kRegQword == REG_QWORD);
+static_assert(kErrorMoreData == ERROR_MORE_DATA);
+
+namespace {
+
+HKEY asKey(NativeHandle key) { return static_cast<HKEY>(key); }
+
+Result<RegistryKey> openKey(HKEY parent, const std::wstring& path, std::uint32_t access) {
+  HKEY key = nullptr;
+  const LSTATUS status = ::RegOpenKeyExW(parent, path.c_str(), 0, access, &key);
+  return {status == ERROR_SUCCESS, RegistryKey(key), static_cast<ErrorCode>(status)};
+}
+
+}  // namespace
+
+Result<RegistryKey> WindowsRegistry::RegOpenKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) {
+  return openKey(root == RegistryRoot::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, path, access);
+}
+
+Result<RegistryKey> WindowsRegistry::RegOpenKeyExW(NativeHandle key, const std::wstring& path, std::uint32_t access) {
+  return openKey(asKey(key), path, access);
+}
+
+Result<RegistryKey> WindowsRegistry::RegOpenCurrentUser(std::uint32_t access) {
+  HKEY key = nullptr;
+  const LSTATUS status = ::RegOpenCurrentUser(access, &key);
+  return {status == ERROR_SUCCESS, RegistryKey(key), static_cast<ErrorCode>(status)};
+}
+
+Result<RegistryValueInfo> WindowsRegistry::RegQueryValueExW(NativeHandle key, const std::wstring& name,
+                                                            std::span<std::byte> buffer) {
+  DWORD type = 0;
+  DWORD size = atMostDword(buffer.size());
+  BYTE* const data = buffer.empty() ? nullptr : reinterpret_cast<BYTE*>(buffer.data());
+  const LSTATUS status = ::RegQueryValueExW(asKey(key), name.c_str(), nullptr, &type, data, &size);
+  const bool told = status == ERROR_SUCCESS || status == ERROR_MORE_DATA;
+  return {status == ERROR_SUCCESS, told ? RegistryValueInfo{type, size} : RegistryValueInfo{},
+          static_cast<ErrorCode>(status)};
+}
+
+void WindowsRegistry::RegCloseKey(NativeHandle key) { ::RegCloseKey(asKey(key)); }
+
+}  // namespace platform

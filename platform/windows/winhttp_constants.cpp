@@ -1,0 +1,79 @@
+// The neutral constants and layouts of the HTTP client against the platform's own.
+
+#include "platform/certificates.h"
+#include "platform/windows/native.h"
+#include "platform/winhttp.h"
+
+// After windows.h, which they need.
+#include <wincrypt.h>
+#include <winhttp.h>
+
+namespace platform {
+
+static_assert(std::is_same_v<HINTERNET, NativeHandle> && sizeof(DWORD_PTR) == sizeof(std::uintptr_t));
+
+static_assert(kAccessTypeNoProxy == WINHTTP_ACCESS_TYPE_NO_PROXY);
+static_assert(kAccessTypeNamedProxy == WINHTTP_ACCESS_TYPE_NAMED_PROXY);
+static_assert(kAccessTypeAutomaticProxy == WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY);
+static_assert(kWinHttpFlagAsync == WINHTTP_FLAG_ASYNC);
+static_assert(kWinHttpFlagBypassProxyCache == WINHTTP_FLAG_BYPASS_PROXY_CACHE);
+static_assert(kWinHttpFlagSecure == WINHTTP_FLAG_SECURE);
+static_assert(kSchemeHttp == INTERNET_SCHEME_HTTP && kSchemeHttps == INTERNET_SCHEME_HTTPS);
+
+static_assert(kOptionSecurityFlags == WINHTTP_OPTION_SECURITY_FLAGS);
+static_assert(kOptionEnableFeature == WINHTTP_OPTION_ENABLE_FEATURE);
+static_assert(kOptionProxyUsername == WINHTTP_OPTION_PROXY_USERNAME);
+static_assert(kOptionProxyPassword == WINHTTP_OPTION_PROXY_PASSWORD);
+static_assert(kEnableSslRevocation == WINHTTP_ENABLE_SSL_REVOCATION);
+static_assert(kSecurityFlagIgnoreUnknownCa == SECURITY_FLAG_IGNORE_UNKNOWN_CA);
+static_assert(kSecurityFlagIgnoreCertCnInvalid == SECURITY_FLAG_IGNORE_CERT_CN_INVALID);
+static_assert(kSecurityFlagIgnoreAll ==
+              (SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_WRONG_USAGE |
+               SECURITY_FLAG_IGNORE_CERT_CN_INVALID | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID));
+
+static_assert(kQueryStatusCode == WINHTTP_QUERY_STATUS_CODE);
+static_assert(kQueryFlagNumber == WINHTTP_QUERY_FLAG_NUMBER);
+static_assert(kQueryRawHeadersCrlf == WINHTTP_QUERY_RAW_HEADERS_CRLF);
+
+static_assert(kStatusSendingRequest == WINHTTP_CALLBACK_STATUS_SENDING_REQUEST);
+static_assert(kStatusRequestSent == WINHTTP_CALLBACK_STATUS_REQUEST_SENT);
+static_assert(kStatusHandleCreated == WINHTTP_CALLBACK_STATUS_HANDLE_CREATED);
+static_assert(kStatusHandleClosing == WINHTTP_CALLBACK_STATUS_HANDLE_CLOSING);
+static_assert(kStatusSecureFailure == WINHTTP_CALLBACK_STATUS_SECURE_FAILURE);
+static_assert(kStatusHeadersAvailable == WINHTTP_CALLBACK_STATUS_HEADERS_AVAILABLE);
+static_assert(kStatusDataAvailable == WINHTTP_CALLBACK_STATUS_DATA_AVAILABLE);
+static_assert(kStatusReadComplete == WINHTTP_CALLBACK_STATUS_READ_COMPLETE);
+static_assert(kStatusWriteComplete == WINHTTP_CALLBACK_STATUS_WRITE_COMPLETE);
+static_assert(kStatusRequestError == WINHTTP_CALLBACK_STATUS_REQUEST_ERROR);
+static_assert(kStatusSendRequestComplete == WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE);
+
+// The notification mask that the client passes as a number: every completion, the handles and secure failures.
+// WINHTTP_CALLBACK_STATUS_GETPROXYSETTINGS_COMPLETE is missing from older headers.
+constexpr DWORD kGetProxySettingsComplete = 0x08000000;
+static_assert((WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS | kGetProxySettingsComplete | WINHTTP_CALLBACK_FLAG_HANDLES |
+               WINHTTP_CALLBACK_FLAG_SECURE_FAILURE) == 0x097F0C00);
+
+static_assert(kErrorWinHttpTimeout == ERROR_WINHTTP_TIMEOUT);
+static_assert(kErrorWinHttpInvalidUrl == ERROR_WINHTTP_INVALID_URL);
+static_assert(kErrorWinHttpUnrecognizedScheme == ERROR_WINHTTP_UNRECOGNIZED_SCHEME);
+static_assert(kErrorWinHttpNameNotResolved == ERROR_WINHTTP_NAME_NOT_RESOLVED);
+static_assert(kErrorWinHttpOperationCancelled == ERROR_WINHTTP_OPERATION_CANCELLED);
+static_assert(kErrorWinHttpIncorrectHandleState == ERROR_WINHTTP_INCORRECT_HANDLE_STATE);
+static_assert(kErrorWinHttpCannotConnect == ERROR_WINHTTP_CANNOT_CONNECT);
+static_assert(kErrorWinHttpConnectionError == ERROR_WINHTTP_CONNECTION_ERROR);
+static_assert(kErrorWinHttpInvalidServerResponse == ERROR_WINHTTP_INVALID_SERVER_RESPONSE);
+static_assert(kErrorWinHttpSecureFailure == ERROR_WINHTTP_SECURE_FAILURE);
+
+static_assert(sizeof(AsyncResult) == sizeof(WINHTTP_ASYNC_RESULT));
+static_assert(offsetof(AsyncResult, result) == offsetof(WINHTTP_ASYNC_RESULT, dwResult));
+static_assert(offsetof(AsyncResult, error) == offsetof(WINHTTP_ASYNC_RESULT, dwError));
+static_assert(sizeof(URL_COMPONENTS) == 104);
+
+static_assert(sizeof(CertificateContext) == sizeof(CERT_CONTEXT));
+static_assert(offsetof(CertificateContext, encodingType) == offsetof(CERT_CONTEXT, dwCertEncodingType));
+static_assert(offsetof(CertificateContext, encoded) == offsetof(CERT_CONTEXT, pbCertEncoded));
+static_assert(offsetof(CertificateContext, encodedLength) == offsetof(CERT_CONTEXT, cbCertEncoded));
+static_assert(offsetof(CertificateContext, info) == offsetof(CERT_CONTEXT, pCertInfo));
+static_assert(offsetof(CertificateContext, store) == offsetof(CERT_CONTEXT, hCertStore));
+
+}  // namespace platform

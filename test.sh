@@ -1,0 +1,92 @@
+#!/usr/bin/env bash
+# Every test, from nothing, on this machine. The last line is "N passed, N failed".
+#
+#   ./test.sh            all stages
+#   ./test.sh STAGE...   only those: style debug tsan tidy windows wine
+set -uo pipefail
+cd "$(dirname "$0")"
+
+stages=("$@")
+[ ${#stages[@]} -gt 0 ] || stages=(style debug tsan windows wine tidy)
+
+passed=0
+failed=0
+logs=build/test-logs
+mkdir -p "$logs"
+
+count() {  # count PASSED FAILED
+  passed=$((passed + $1))
+  failed=$((failed + $2))
+}
+
+# A stage that holds no countable tests is one test itself.
+whole_stage() {
+  local name=$1
+  shift
+  if "$@" >"$logs/$name.log" 2>&1; then
+    count 1 0
+  else
+    tail -n 60 "$logs/$name.log"
+    count 0 1
+  fi
+}
+
+native() {
+  local preset=$1 log="$logs/$1.log"
+  if ! { cmake --preset "$preset" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
+    grep -E 'error|FAILED|Error' "$log" | head -n 40
+    count 0 1
+    return
+  fi
+  timeout 1500 ctest --preset "$preset" -j2 --no-tests=error >"$log" 2>&1
+  local rc=$? summary
+  summary=$(grep -E '^[0-9]+% tests passed' "$log")
+  if [[ $summary =~ ,\ ([0-9]+)\ tests\ failed\ out\ of\ ([0-9]+) ]]; then
+    count $((BASH_REMATCH[2] - BASH_REMATCH[1])) "${BASH_REMATCH[1]}"
+  else
+    count 0 1
+  fi
+  [ $rc -eq 0 ] || tail -n 80 "$log"
+}
+
+wine_tests() {
+  local log="$logs/wine.log"
+  scripts/wine-tests.sh >"$log" 2>&1
+  local rc=$? good bad
+  good=$(sed -n 's/^# pass \([0-9]*\)$/\1/p' "$log" | tail -n 1)
+  bad=$(sed -n 's/^# fail \([0-9]*\)$/\1/p' "$log" | tail -n 1)
+  if [ -z "$good" ]; then
+    count 0 1
+  else
+    count "$good" "${bad:-0}"
+    [ $rc -eq 0 ] || [ "${bad:-0}" -gt 0 ] || count 0 1
+  fi
+  [ $rc -eq 0 ] || { grep -E -A 30 '^ *not ok' "$log" | head -n 200 || tail -n 80 "$log"; }
+}
+
+run_stage() {
+  case $1 in
+    style) whole_stage style scripts/check-style.sh ;;
+    tidy) whole_stage tidy scripts/check-tidy.sh ;;
+    debug | tsan) native "$1" ;;
+    windows) whole_stage windows scripts/build-windows.sh ;;
+    wine) wine_tests ;;
+    *)
+      echo "test.sh: no stage '$1'" >&2
+      exit 2
+      ;;
+  esac
+}
+
+echo "== installing what is missing"
+scripts/install.sh test || exit 1
+for stage in "${stages[@]}"; do
+  start=$SECONDS
+  before_failed=$failed
+  before_passed=$passed
+  echo "== $stage"
+  run_stage "$stage"
+  echo "   $((passed - before_passed)) passed, $((failed - before_failed)) failed, $((SECONDS - start)) s ($logs/$stage.log)"
+done
+echo "$passed passed, $failed failed"
+[ "$failed" -eq 0 ]
