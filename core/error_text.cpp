@@ -24,8 +24,12 @@ std::wstring tableText(std::uint32_t source, platform::NativeHandle module, std:
 
 }  // namespace
 
+std::wstring systemMessageText(std::uint32_t code) {
+  return tableText(platform::kFormatMessageFromSystem, nullptr, code);
+}
+
 std::wstring systemErrorText(std::uint32_t code) {
-  std::wstring text = tableText(platform::kFormatMessageFromSystem, nullptr, code);
+  std::wstring text = systemMessageText(code);
   return text.empty() ? format(L"Error %u (0x%x)", code, code) : text;
 }
 

@@ -10,6 +10,9 @@ namespace CORE {
 /// Source: FormatMessageW with a buffer of 4096 characters.
 std::wstring systemErrorText(std::uint32_t code);
 
+/// As systemErrorText, but empty for a number without a message.
+std::wstring systemMessageText(std::uint32_t code);
+
 /// As systemErrorText, from the message table of a loaded module ("winhttp.dll"); the system's table stands in when the
 /// module is not loaded or does not know the number.
 std::wstring moduleErrorText(const std::wstring& module, std::uint32_t code);

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "core/log_file.h"
+#include "core/log_line.h"
+#include "core/log_queue.h"
+#include "core/log_settings.h"
+
+namespace CORE {
+
+/// Makes a record of the calling thread, now.
+LogRecord makeLogRecord(std::uint32_t level, std::wstring label, std::wstring message);
+
+/// What the logger has between its start and its stop: settings, queue and files. Any thread, unless said otherwise.
+class LogSession {
+ public:
+  /// \param component  name of the process in its lines.
+  LogSession(const LogSettings& settings, std::wstring component);
+
+  /// The lowest level of which records are made; above every level when none is.
+  std::uint64_t admittedFrom() const { return admittedFrom_; }
+
+  /// Queues a record, or drops it when too many wait. Without a writer thread it is in its file on return.
+  void submit(LogRecord record);
+  /// The writer thread: writes until close() and then what is left.
+  void run() noexcept;
+  /// From now on submit() writes itself: there is no writer thread.
+  void setCallerWrites() { callerWrites_ = true; }
+
+  /// Waits until the records queued before the call are in their files; false when there was no progress for 10
+  /// seconds.
+  bool flush();
+  /// Lets run() return.
+  void close() { queue_.close(); }
+  /// Closes the files for good; records that come later are lost.
+  void closeFiles();
+
+ private:
+  struct Target {
+    LogFile file;
+    bool enabled = false;
+    bool failing = false;  ///< the present failure has been told
+  };
+
+  bool writeBatch() noexcept;
+  void writeRecords(const std::vector<LogRecord>& records);
+  void writeTo(Target& target, Target& other, std::string_view lines);
+  std::string failureLine(const Target& target, const LogFile::Outcome& outcome);
+
+  const std::size_t threshold_;
+  const std::size_t batch_;
+  const bool readBias_;
+  std::uint64_t admittedFrom_;
+  std::wstring programName_;
+  bool callerWrites_ = false;
+  LogQueue queue_;
+
+  std::mutex fileMutex_;  ///< guards everything below, and the order of batches
+  LineLayout layout_;
+  Target info_;
+  Target debug_;
+  bool closed_ = false;
+};
+
+}  // namespace CORE

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/log.h"
+#include "core/logger.h"
+#include "tests/sim/windows.h"
+
+namespace sim {
+
+/// One record as the debug file holds it.
+struct LogLine {
+  CORE::LogLevel level;
+  std::wstring message;
+  friend bool operator==(const LogLine&, const LogLine&) = default;
+};
+
+/// The program's log of one test: the logger runs, with every level on, while this object lives. It is made right after
+/// the simulated Windows and goes before it.
+///
+/// The log call writes by itself, so the calls it makes are part of the calling thread's and come in a fixed order.
+/// Both files are open from the beginning: a CreateFileW that is to fail is the program's own. A failing WriteFile
+/// loses lines.
+class LogCapture {
+ public:
+  explicit LogCapture(Windows& windows);
+  ~LogCapture();
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  /// Every record since the start or the latest clear(), also those of a logger that the program itself has started
+  /// anew. A message of several lines is one record.
+  std::vector<LogLine> lines() const;
+  /// Whether a record of that level contains the text.
+  bool has(CORE::LogLevel level, std::wstring_view text) const;
+  /// How many records contain the text, whatever their level.
+  std::size_t count(std::wstring_view text) const;
+  /// All of it, a record a line ("ERROR wWinMain(): ..."), to show what a test has found.
+  std::string text() const;
+  /// Forgets the records so far.
+  void clear();
+
+  /// The folder of the log files.
+  static constexpr const wchar_t* kFolder = L"C:\\SimLogs";
+
+ private:
+  std::vector<LogLine> all() const;
+
+  Windows& windows_;
+  std::size_t first_ = 0;
+};
+
+/// Takes the text of a log file apart.
+std::vector<LogLine> parseLog(std::wstring_view text);
+
+}  // namespace sim
