@@ -1,0 +1,116 @@
+#include "http/exchange_handles.h"
+
+#include <utility>
+
+ExchangeHandles::Call::Call(Call&& other) noexcept
+    : owner_(std::exchange(other.owner_, nullptr)), handle_(std::exchange(other.handle_, nullptr)) {}
+
+ExchangeHandles::Call::~Call() {
+  if (owner_ != nullptr) {
+    owner_->leave();
+  }
+}
+
+void ExchangeHandles::Set::close() {
+  request.reset();
+  connection.reset();
+  session.reset();
+}
+
+bool ExchangeHandles::begin() {
+  const std::lock_guard guard(mutex_);
+  return !std::exchange(begun_, true);
+}
+
+bool ExchangeHandles::setSession(platform::InternetHandle session) { return set(&Set::session, std::move(session)); }
+
+bool ExchangeHandles::setConnection(platform::InternetHandle connection) {
+  return set(&Set::connection, std::move(connection));
+}
+
+bool ExchangeHandles::setRequest(platform::InternetHandle request) { return set(&Set::request, std::move(request)); }
+
+ExchangeHandles::Call ExchangeHandles::useSession() { return use(&Set::session); }
+ExchangeHandles::Call ExchangeHandles::useConnection() { return use(&Set::connection); }
+ExchangeHandles::Call ExchangeHandles::useRequest() { return use(&Set::request); }
+
+bool ExchangeHandles::isOpen() const {
+  const std::lock_guard guard(mutex_);
+  return outcome_ == Outcome::kOpen && handles_.session && handles_.connection && handles_.request;
+}
+
+ExchangeHandles::Outcome ExchangeHandles::outcome() const {
+  const std::lock_guard guard(mutex_);
+  return outcome_;
+}
+
+bool ExchangeHandles::close(Outcome outcome, const std::function<void()>& onDecided) {
+  Set closing;  // closed after the lock is gone
+  {
+    const std::lock_guard guard(mutex_);
+    if (!begun_ || outcome_ != Outcome::kOpen) {
+      return false;
+    }
+    outcome_ = outcome;
+    if (onDecided) {
+      onDecided();
+    }
+    if (calls_ == 0) {
+      std::swap(closing, handles_);
+    }
+  }
+  closing.close();
+  return true;
+}
+
+void ExchangeHandles::closeNow(Outcome outcome) {
+  Set closing;
+  {
+    const std::lock_guard guard(mutex_);
+    if (outcome_ == Outcome::kOpen) {
+      outcome_ = outcome;
+    }
+    std::swap(closing, handles_);
+  }
+  closing.close();
+}
+
+std::optional<ExchangeHandles::Outcome> ExchangeHandles::settle() {
+  const std::lock_guard guard(mutex_);
+  if (outcome_ == Outcome::kOpen || settled_) {
+    return std::nullopt;
+  }
+  settled_ = true;
+  return outcome_;
+}
+
+bool ExchangeHandles::set(platform::InternetHandle Set::*place, platform::InternetHandle handle) {
+  // The handle that is left over, the earlier one or the one that came too late, closes after the lock is gone.
+  const std::lock_guard guard(mutex_);
+  if (outcome_ != Outcome::kOpen) {
+    return false;
+  }
+  std::swap(handles_.*place, handle);
+  return true;
+}
+
+ExchangeHandles::Call ExchangeHandles::use(platform::InternetHandle Set::*place) {
+  const std::lock_guard guard(mutex_);
+  if (outcome_ != Outcome::kOpen || !(handles_.*place)) {
+    return Call(nullptr, nullptr);
+  }
+  ++calls_;
+  return Call(this, (handles_.*place).get());
+}
+
+void ExchangeHandles::leave() {
+  Set closing;
+  {
+    const std::lock_guard guard(mutex_);
+    --calls_;
+    if (calls_ == 0 && outcome_ != Outcome::kOpen) {
+      std::swap(closing, handles_);
+    }
+  }
+  closing.close();
+}

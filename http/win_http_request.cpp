@@ -1,0 +1,216 @@
+#include "http/win_http_request.h"
+
+#include <array>
+#include <string_view>
+
+#include "core/convert.h"
+#include "core/error_text.h"
+#include "core/log.h"
+#include "http/win_cert_implementation.h"
+#include "platform/objects.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr std::uint32_t kCancelWait = 10000;  // milliseconds
+
+constexpr std::array<std::string_view, 9> kContentTypes = {"",
+                                                           "text/css",
+                                                           "text/csv",
+                                                           "text/html",
+                                                           "application/json",
+                                                           "text/plain",
+                                                           "text/xml",
+                                                           "application/octet-stream",
+                                                           "application/zip"};
+
+std::wstring wide(const std::string& text) { return CORE::to_wstr(text, CORE::kUtf8); }
+
+}  // namespace
+
+std::shared_ptr<WinHttpRequest> WinHttpRequest::create() { return std::make_shared<WinHttpRequest>(CreateKey{}); }
+
+bool WinHttpRequest::get(const std::string& url, std::string& response) {
+  return finishSync(performSync(HttpMethod::kGet, url, {}, {}), response);
+}
+
+bool WinHttpRequest::post(ContentType type, const std::string& url, const std::string& body, std::string& response) {
+  setContentType(type);
+  return finishSync(performSync(HttpMethod::kPost, url, body, {}), response);
+}
+
+bool WinHttpRequest::put(ContentType type, const std::string& url, const std::string& body, std::string& response) {
+  setContentType(type);
+  return finishSync(performSync(HttpMethod::kPut, url, body, {}), response);
+}
+
+bool WinHttpRequest::putFile(ContentType type, const std::string& url, const std::string& path, std::string& response) {
+  setContentType(type);
+  return finishSync(performSync(HttpMethod::kPut, url, {}, path), response);
+}
+
+bool WinHttpRequest::deleteRequest(const std::string& url, std::string& response) {
+  return finishSync(performSync(HttpMethod::kDelete, url, {}, {}), response);
+}
+
+bool WinHttpRequest::getAsync(const std::string& url, HttpCompletion completion) {
+  return performAsync(HttpMethod::kGet, url, std::move(completion));
+}
+
+bool WinHttpRequest::postAsync(ContentType type, const std::string& url, const std::string& body,
+                               HttpCompletion completion) {
+  setContentType(type);
+  setBody(body);
+  return performAsync(HttpMethod::kPost, url, std::move(completion));
+}
+
+bool WinHttpRequest::putAsync(ContentType type, const std::string& url, std::span<const std::byte> buffer,
+                              std::size_t length, HttpCompletion completion) {
+  setContentType(type);
+  if (buffer.size() < length) {
+    CORE::log(CORE::kWarn, L"WinHttpRequest::putAsync(): Size of outgoing buffer is smaller than the given length");
+    length = buffer.size();
+  }
+  body_.assign(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(length));
+  return performAsync(HttpMethod::kPut, url, std::move(completion));
+}
+
+bool WinHttpRequest::putStringAsync(ContentType type, const std::string& url, const std::string& body,
+                                    HttpCompletion completion) {
+  setContentType(type);
+  setBody(body);
+  return performAsync(HttpMethod::kPut, url, std::move(completion));
+}
+
+bool WinHttpRequest::putFileAsync(ContentType type, const std::string& url, const std::string& path,
+                                  HttpCompletion completion) {
+  setContentType(type);
+  filePath_ = path;
+  return performAsync(HttpMethod::kPut, url, std::move(completion));
+}
+
+void WinHttpRequest::setThumbprintsFromCerts(const std::vector<platform::NativeHandle>& certificates) {
+  thumbprints_ = WinCertImplementation::GetThumbprints(certificates);
+}
+
+void WinHttpRequest::setTimeouts(std::uint32_t resolve, std::uint32_t connect, std::uint32_t send,
+                                 std::uint32_t receive) {
+  timeouts_.setSeconds({resolve, connect, send, receive});
+}
+
+void WinHttpRequest::setTimeoutsMs(std::uint32_t resolve, std::uint32_t connect, std::uint32_t send,
+                                   std::uint32_t receive) {
+  timeouts_.setMilliseconds({resolve, connect, send, receive});
+}
+
+void WinHttpRequest::setProxy(const std::string& proxy) { setProxy(wide(proxy)); }
+
+void WinHttpRequest::setProxyBypass(const std::string& bypass) { setProxyBypass(wide(bypass)); }
+
+void WinHttpRequest::setProxyCredentials(const std::wstring& user, const std::wstring& password) {
+  proxyUser_ = user;
+  proxyPassword_ = CORE::wstr(password);
+  proxyPassword_.markSecret();
+}
+
+void WinHttpRequest::setProxyCredentials(const std::string& user, const std::wstring& password) {
+  setProxyCredentials(wide(user), password);
+}
+
+void WinHttpRequest::setPacUrl(const std::string& url) { setPacUrl(wide(url)); }
+
+bool WinHttpRequest::performSync(HttpMethod method, const std::string& url, const std::string& body,
+                                 const std::string& path) {
+  auto event = platform::current().objects.CreateEventW(false, false);
+  if (!event) {
+    CORE::log(CORE::kError, L"WinHttpRequest::performSync(): Unable to create synchronizing event");
+    return false;
+  }
+  syncEvent_ = std::move(event.value);
+  if (!path.empty()) {
+    filePath_ = path;
+  } else if (!body.empty()) {
+    setBody(body);
+  }
+  if (!performAsync(method, url, Synchronize)) {
+    CORE::log(CORE::kError, L"WinHttpRequest::performSync(): Failed to perform synchronous request");
+    return false;
+  }
+  const auto waited = platform::current().objects.WaitForSingleObject(syncEvent_.get(), timeouts_.total());
+  if (waited && waited.value == platform::kWaitObject0) {
+    return true;
+  }
+  CORE::log(CORE::kError,
+            L"WinHttpRequest::performSync(): Waiting for http request (%S) failed. Wait result=%d. LastError=%s.", url,
+            waited.value, CORE::systemErrorText(waited.error));
+  handles_.close(ExchangeHandles::Outcome::kCancelled);  // nothing of it lingers; nobody waits for it any more
+  return false;
+}
+
+void WinHttpRequest::Synchronize(HttpRequest* request, const std::string&) {
+  auto* const self = dynamic_cast<WinHttpRequest*>(request);
+  if (self == nullptr || !self->syncEvent_ || !platform::current().objects.SetEvent(self->syncEvent_.get())) {
+    CORE::log(CORE::kError, L"WinHttpRequest::Synchronize(): Unable to signal sync event");
+  }
+}
+
+bool WinHttpRequest::finishSync(bool performed, std::string& response) {
+  const bool success = performed && isSuccess();
+  const std::lock_guard guard(resultMutex_);
+  response = responseBody_;
+  return success;
+}
+
+bool WinHttpRequest::cancelRequest() {
+  const auto self = shared_from_this();
+  if (!handles_.isOpen()) {
+    handles_.close(ExchangeHandles::Outcome::kCancelled);  // a start that is still under way sends nothing then
+    return true;
+  }
+  auto event = platform::current().objects.CreateEventW(false, false);
+  if (!event) {
+    return false;
+  }
+  const platform::NativeHandle waitFor = event.value.get();
+  if (!handles_.close(ExchangeHandles::Outcome::kCancelled, [&] { cancelEvent_ = std::move(event.value); })) {
+    return true;
+  }
+  const auto waited = platform::current().objects.WaitForSingleObject(waitFor, kCancelWait);
+  if (waited && waited.value == platform::kWaitObject0) {
+    return true;
+  }
+  CORE::log(CORE::kDebug, L"WinHttpRequest::cancelRequest(): Failed to wait for cancel event");
+  return false;
+}
+
+std::uint32_t WinHttpRequest::getResponseCode() {
+  if (!isCompleted()) {
+    CORE::log(CORE::kWarn, L"WinHttpRequest::getResponseCode(): Request did not complete");
+  }
+  return statusCode_;
+}
+
+void WinHttpRequest::getResponseHeaders(std::string& headers) {
+  if (!isCompleted()) {
+    CORE::log(CORE::kWarn, L"WinHttpRequest::getResponseHeaders(): Request did not complete");
+  }
+  const std::lock_guard guard(resultMutex_);
+  headers = responseHeaders_;
+}
+
+bool WinHttpRequest::isSuccess() {
+  const std::uint32_t status = statusCode_;
+  return 200 <= status && status <= 299;
+}
+
+void WinHttpRequest::setContentType(ContentType type) {
+  const auto number = static_cast<std::size_t>(type);
+  if (number != 0 && number < kContentTypes.size()) {
+    headers_["Content-Type"] = kContentTypes[number];
+  }
+}
+
+void WinHttpRequest::setBody(std::string_view body) {
+  const auto bytes = std::as_bytes(std::span(body));
+  body_.assign(bytes.begin(), bytes.end());
+}
