@@ -1,0 +1,59 @@
+#include "dct/agent_paths.h"
+
+#include "core/configuration.h"
+#include "core/environment.h"
+#include "core/format.h"
+#include "core/log_folder.h"
+#include "platform/clock.h"
+#include "platform/platform.h"
+
+namespace {
+
+std::wstring productSetting(const wchar_t* name) { return std::wstring(CORE::kProductKey) + name; }
+
+std::wstring withoutTrailingSeparators(std::wstring path) {
+  path.erase(path.find_last_not_of(L"\\/") + 1);
+  return path;
+}
+
+/// A name that the environment does not have stays in the text as it was written.
+bool isSet(const wchar_t* variable) {
+  const std::wstring value = CORE::expandEnvironment(variable).value_or(L"");
+  return !value.empty() && value != variable;
+}
+
+platform::SystemTime localTimeNow() {
+  auto& clock = platform::current().clock;
+  const platform::FileTime utc = clock.GetSystemTimeAsFileTime();
+  const auto local = clock.FileTimeToLocalFileTime(utc);
+  const auto fields = clock.FileTimeToSystemTime(local ? local.value : utc);
+  return fields ? fields.value : clock.GetSystemTime();
+}
+
+}  // namespace
+
+std::wstring agentInstallPath() { return CORE::readSetting(productSetting(L"\\Agent\\AgentInstallPath"), L""); }
+
+std::wstring agentLoggingFolder() {
+  if (CORE::readSettingBool(productSetting(L"\\Agent\\UseRegistryForLoggingPath"), false)) {
+    std::wstring chosen = CORE::readSetting(productSetting(L"\\Log\\LogFileDirectory"), L"");
+    chosen = withoutTrailingSeparators(std::move(chosen));
+    if (!chosen.empty()) {
+      return chosen;
+    }
+  }
+  if (isSet(L"%ProgramData%")) {
+    return withoutTrailingSeparators(CORE::defaultLogFolder());
+  }
+  if (isSet(L"%LOCALAPPDATA%")) {
+    return CORE::expandEnvironment(L"%LOCALAPPDATA%\\vdx-sdct").value_or(L"");
+  }
+  return {};
+}
+
+std::wstring newBundlePath(const std::wstring& folder) {
+  const platform::SystemTime now = localTimeNow();
+  return folder + L"\\agentDCT_" + CORE::format(L"%04d%c%02d%c%02d", now.year, L'-', now.month, L'-', now.day) + L"_" +
+         CORE::format(L"%02d%c%02d%c%02d", now.hour, L'-', now.minute, L'-', now.second) +
+         CORE::format(L"%c%03d", L'_', now.milliseconds) + L".zip";
+}

@@ -1,0 +1,152 @@
+#include "dct/capability_query.h"
+
+#include <algorithm>
+#include <array>
+#include <mutex>
+#include <optional>
+
+#include "core/convert.h"
+#include "core/exception.h"
+#include "core/log.h"
+#include "core/text.h"
+#include "dct/dct_common.h"
+
+namespace {
+
+constexpr const wchar_t* kQueryCommand =
+    L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
+
+constexpr std::array kDefaultFeatures = {L"AgentCore",
+                                         L"VirtualChannel",
+                                         L"Flare",
+                                         L"PCoIP",
+                                         L"VDPService",
+                                         L"CDR",
+                                         L"Clipboard",
+                                         L"DnD",
+                                         L"DPISync",
+                                         L"FA",
+                                         L"PerfTracker",
+                                         L"PrintRedir",
+                                         L"PublishedApp",
+                                         L"RTAV",
+                                         L"ScannerRedirection",
+                                         L"SerialPortRedirection",
+                                         L"SmartCard",
+                                         L"TSMMR",
+                                         L"USB",
+                                         L"Watermark"};
+constexpr std::array kDefaultLogLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE"};
+
+constexpr std::uint32_t kErrorUnreadable = 13;
+constexpr std::size_t kLongestMessage = 8192;  // what a log record holds
+
+struct Supported {
+  std::vector<std::wstring> features;
+  std::set<std::wstring> logLevels;
+};
+
+struct ProcessWide {
+  std::mutex loading;  ///< held by the one who asks the script
+  std::mutex lock;     ///< guards `supported`; never held while the script runs
+  Supported supported;
+};
+
+ProcessWide& processWide() {
+  static auto& lists = *new ProcessWide;  // never destroyed
+  return lists;
+}
+
+/// Reads the answer; an entry without a name is left out, one without readable levels is a feature without levels.
+Supported readAnswer(const CORE::PropertyBag& features) {
+  Supported out;
+  for (std::size_t i = 0; i < features.count(); ++i) {
+    const CORE::wstr name = features.getName(i);
+    if (name.empty()) {
+      continue;
+    }
+    out.features.push_back(name.str());
+    if (!features.isBag(i)) {
+      continue;
+    }
+    const CORE::wstr levels = features.getBag(i).get(L"supportedLogLevels");
+    for (const std::wstring& level : CORE::splitText(levels, L',')) {
+      if (!level.empty()) {
+        out.logLevels.insert(CORE::lowered(level));
+      }
+    }
+  }
+  return out;
+}
+
+std::optional<std::wstring> decoded(const std::string& output) {
+  try {
+    return CORE::to_wstr(output, CORE::kUtf8);
+  } catch (const CORE::coreException&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+bool isSupportedFeature(std::wstring_view name) {
+  ProcessWide& lists = processWide();
+  const std::lock_guard lock(lists.lock);
+  return std::ranges::any_of(lists.supported.features,
+                             [name](const std::wstring& feature) { return CORE::equalText(feature, name, true); });
+}
+
+std::vector<std::wstring> supportedFeatures() {
+  ProcessWide& lists = processWide();
+  const std::lock_guard lock(lists.lock);
+  return lists.supported.features;
+}
+
+std::set<std::wstring> supportedLogLevels() {
+  ProcessWide& lists = processWide();
+  const std::lock_guard lock(lists.lock);
+  return lists.supported.logLevels;
+}
+
+void forgetSupportedListsForTests() {
+  ProcessWide& lists = processWide();
+  const std::lock_guard lock(lists.lock);
+  lists.supported = {};
+}
+
+bool dct_common::getLogLevel(CORE::PropertyBag& bag) {
+  std::string output;
+  if (!runDctCommand(kQueryCommand, bag, output)) {
+    return false;
+  }
+  std::optional<std::wstring> answer = decoded(output);
+  if (!answer || !bag.parse(std::move(*answer))) {
+    // An answer can be long; more of it than a log record shows is of no use.
+    const CORE::FormatArgument text = {CORE::FormatKind::kNarrow, 0, {}, output};
+    const std::wstring error = CORE::formatArguments(L"Failed to load json %S.", {&text, 1}, kLongestMessage);
+    bag.setError(kErrorUnreadable, error);
+    CORE::log(CORE::kError, L"dct_common::getLogLevel(): %s", error);
+    return false;
+  }
+  bag.set(L"Version", L"2");
+  return true;
+}
+
+void dct_common::loadSupportedLists() {
+  ProcessWide& lists = processWide();
+  const std::lock_guard once(lists.loading);
+  if (!supportedFeatures().empty()) {
+    return;
+  }
+  Supported answer;
+  CORE::PropertyBag bag;
+  if (getLogLevel(bag) && bag.isBag(L"featureData")) {
+    answer = readAnswer(bag.getBag(L"featureData"));
+  }
+  if (answer.features.empty()) {  // also when no entry has a name: an empty list would be asked for again
+    answer.features.assign(kDefaultFeatures.begin(), kDefaultFeatures.end());
+    answer.logLevels = {kDefaultLogLevels.begin(), kDefaultLogLevels.end()};
+  }
+  const std::lock_guard lock(lists.lock);
+  lists.supported = std::move(answer);
+}

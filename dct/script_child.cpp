@@ -1,0 +1,74 @@
+#include "dct/script_child.h"
+
+#include "core/error_text.h"
+#include "core/log.h"
+#include "platform/objects.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr std::uint32_t kEndedExitCode = platform::kWaitTimeout;
+
+void logNoJob(platform::ErrorCode error) {
+  CORE::log(CORE::kWarn, L"ScriptChild::start(): No job, only the child itself can be ended: %s",
+            CORE::systemErrorText(error));
+}
+
+}  // namespace
+
+ScriptChild::~ScriptChild() {
+  if (!running_) {
+    return;
+  }
+  try {
+    end();
+  } catch (...) {
+    CORE::log(CORE::kWarn, L"ScriptChild::end(): Unable to end the child.");
+  }
+}
+
+platform::Status ScriptChild::start(const std::wstring& command, const std::wstring& folder,
+                                    const platform::StandardHandles& handles) {
+  auto& processes = platform::current().processes;
+  auto job = processes.CreateJobObjectW();  // first, so that the child is in it as early as can be
+  auto started = processes.CreateProcessW(command, true, platform::kNormalPriorityClass, folder, handles);
+  if (!started) {
+    return {false, started.error};
+  }
+  process_ = std::move(started.value);
+  running_ = true;
+  if (!job) {
+    logNoJob(job.error);
+    return {true, platform::kErrorSuccess};
+  }
+  const platform::Status assigned = processes.AssignProcessToJobObject(job.value.get(), process_.process.get());
+  if (assigned) {
+    job_ = std::move(job.value);
+  } else {
+    logNoJob(assigned.error);
+  }
+  return {true, platform::kErrorSuccess};
+}
+
+platform::Result<std::uint32_t> ScriptChild::wait(std::uint32_t milliseconds) {
+  const auto waited = platform::current().objects.WaitForSingleObject(process_.process.get(), milliseconds);
+  if (waited && waited.value == platform::kWaitObject0) {
+    running_ = false;
+  }
+  return waited;
+}
+
+platform::Result<std::uint32_t> ScriptChild::exitCode() const {
+  return platform::current().processes.GetExitCodeProcess(process_.process.get());
+}
+
+void ScriptChild::end() const {
+  auto& processes = platform::current().processes;
+  if (job_ && processes.TerminateJobObject(job_.get(), kEndedExitCode)) {
+    return;
+  }
+  const platform::Status ended = processes.TerminateProcess(process_.process.get(), kEndedExitCode);
+  if (!ended) {
+    CORE::log(CORE::kWarn, L"ScriptChild::end(): Unable to end the child: %s", CORE::systemErrorText(ended.error));
+  }
+}

@@ -1,0 +1,245 @@
+#include "main/run.h"
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "core/configuration.h"
+#include "core/convert.h"
+#include "core/crash_handling.h"
+#include "core/error_text.h"
+#include "core/exception.h"
+#include "core/log.h"
+#include "core/property_bag.h"
+#include "dct/dct_agent.h"
+#include "main/command_line.h"
+#include "main/process_guards.h"
+#include "main/upload_outcome.h"
+#include "platform/internet.h"
+#include "platform/platform.h"
+#include "platform/processes.h"
+#include "platform/system.h"
+#include "upload/azure_blob_uploader.h"
+
+namespace {
+
+constexpr std::int32_t kValidUrl = 0;  // S_OK
+
+/// Gives back the run's reference to the uploader, which may live on while its own work holds others.
+struct ReleaseUploader {
+  void operator()(AzureBlobUploader* uploader) const {
+    if (uploader != nullptr) {
+      uploader->release();
+    }
+  }
+};
+
+struct ProxySettings {
+  std::string server, bypass, pacUrl;
+};
+
+std::string readProxySetting(const wchar_t* name) {
+  const std::wstring path = std::wstring(CORE::kProductKey) + L"\\Node Manager\\" + name;
+  return CORE::to_mstr(CORE::readSetting(path, L""), CORE::kUtf8);
+}
+
+const char* orNone(const std::string& text) { return text.empty() ? "n/a" : text.c_str(); }
+
+void logException() noexcept {
+  try {
+    CORE::log(CORE::kError, L"wWinMain(): %s", CORE::currentExceptionText());
+  } catch (...) {
+    CORE::log(CORE::kError, L"wWinMain(): %s", L"OutOfMem");
+  }
+}
+
+/// The run, a stage per operation: each logs its own failure and then returns false. The members stand in the order in
+/// which the stages fill them, so that destruction cleans up in the reverse order whatever was reached.
+class Run {
+ public:
+  Run() = default;
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+  ~Run();
+
+  ExitCode perform();
+
+ private:
+  bool checkAccount();
+  bool takeMutex();
+  bool readCommandLine();
+  bool checkUrl();
+  bool collect();
+  bool armDeleter();
+  bool startUpload();
+  bool waitForUpload();
+  bool judgeUpload();
+
+  DCTMutex mutex_;
+  platform::ArgumentVector arguments_;
+  options options_;
+  std::wstring url_;
+  std::optional<CORE::PropertyBag> request_;
+  std::optional<CORE::PropertyBag> result_;
+  std::optional<dct_Agent> collector_;
+  std::string bundlePath_;
+  std::optional<DCTDeleter> deleter_;
+  std::shared_ptr<UploadOutcome> outcome_;
+  ProxySettings proxy_;
+  std::unique_ptr<AzureBlobUploader, ReleaseUploader> uploader_;
+};
+
+ExitCode Run::perform() {
+  struct Stage {
+    ExitCode failure;
+    bool (Run::*perform)();
+  };
+  static constexpr std::array kStages = {
+      Stage{kInsufficientPermissions, &Run::checkAccount},
+      Stage{kCollectionInProgress, &Run::takeMutex},
+      Stage{kBadInvocation, &Run::readCommandLine},
+      Stage{kBadInvocation, &Run::checkUrl},
+      Stage{kCollectionFailed, &Run::collect},
+      Stage{kCollectionFailed, &Run::armDeleter},
+      Stage{kUploadNotStarted, &Run::startUpload},
+      Stage{kWaitFailed, &Run::waitForUpload},
+      Stage{kUploadFailed, &Run::judgeUpload},
+  };
+  for (const Stage& stage : kStages) {
+    try {
+      if (!(this->*stage.perform)()) {
+        return stage.failure;
+      }
+    } catch (...) {
+      logException();
+      return stage.failure;
+    }
+  }
+  return kSuccess;
+}
+
+Run::~Run() {
+  uploader_.reset();
+  proxy_ = {};
+  if (outcome_) {
+    outcome_->close();  // by the run itself: the callback's share may outlive it
+  }
+}
+
+bool Run::checkAccount() {
+  if (!IsSystemProcess()) {
+    CORE::log(CORE::kError, L"wWinMain(): Insufficient permissions.");
+    return false;
+  }
+  return true;
+}
+
+bool Run::takeMutex() {
+  if (!mutex_.GetMutex()) {
+    CORE::log(CORE::kError, L"wWinMain(): DCT collection is already in progress.");
+    return false;
+  }
+  return true;
+}
+
+bool Run::readCommandLine() {
+  auto& processes = platform::current().processes;
+  int count = 0;
+  arguments_ = std::move(processes.CommandLineToArgvW(processes.GetCommandLineW(), count).value);
+  if (!lParseCommandLine(count, arguments_.get(), options_)) {
+    CORE::log(CORE::kError, L"wWinMain(): Invalid command line options.");
+    CORE::log(CORE::kInfo, L"PrintUsage(): Usage:\r\nmdDCT.exe -url \"<url>\"");
+    return false;
+  }
+  return true;
+}
+
+bool Run::checkUrl() {
+  url_ = CORE::to_wstr(options_.url, CORE::kUtf8);
+  if (platform::current().internet.IsValidURL(url_) != kValidUrl) {
+    CORE::log(CORE::kError, L"wWinMain(): Invalid URL.");
+    return false;
+  }
+  return true;
+}
+
+/// Makes System32 the current folder. The collection starts "powershell.exe" by its bare name, and the search for it
+/// looks into the current folder before it looks anywhere that only administrators write to.
+bool leaveCallersFolder() {
+  auto& system = platform::current().system;
+  const auto folder = system.GetSystemDirectoryW();
+  const platform::Status changed =
+      folder ? system.SetCurrentDirectoryW(folder.value) : platform::Status{false, folder.error};
+  if (!changed) {
+    CORE::log(CORE::kError, L"wWinMain(): Unable to make the system folder the current folder: %s",
+              CORE::systemErrorText(changed.error));
+  }
+  return changed.ok;
+}
+
+bool Run::collect() {
+  if (!leaveCallersFolder()) {
+    return false;
+  }
+  request_.emplace();
+  result_.emplace();
+  collector_.emplace();
+  if (!collector_->invokeDCTScript(*request_, *result_)) {
+    CORE::log(CORE::kError, L"wWinMain(): Invoking the DCT script failed. Error %d: %s", result_->getErrorCode(),
+              result_->getErrorText(L"n/a"));
+    return false;
+  }
+  return true;
+}
+
+bool Run::armDeleter() {
+  bundlePath_ = CORE::to_mstr(result_->get(L"FileName", L""), CORE::kUtf8);
+  if (bundlePath_.empty()) {
+    CORE::log(CORE::kError, L"wWinMain(): DCT file path is unexpectedly empty.");
+    return false;
+  }
+  deleter_.emplace(bundlePath_);
+  return true;
+}
+
+bool Run::startUpload() {
+  outcome_ = std::make_shared<UploadOutcome>();
+  if (!outcome_->open()) {
+    return false;
+  }
+  proxy_.server = readProxySetting(L"HTTP Proxy Server");
+  proxy_.bypass = readProxySetting(L"HTTP Proxy Bypass");
+  proxy_.pacUrl = readProxySetting(L"HTTP Proxy Auto Config URL");
+  CORE::log(CORE::kInfo,
+            L"wWinMain(): Uploading DCT log (%S) to url: %S. \nProxy Server: %S. Proxy Bypass: %S PACURL: %S.",
+            bundlePath_, options_.url, orNone(proxy_.server), orNone(proxy_.bypass), orNone(proxy_.pacUrl));
+  uploader_.reset(new AzureBlobUploader);
+  uploader_->setProxyConfig(proxy_.server, proxy_.bypass, proxy_.pacUrl);
+  const auto onDone = [outcome = outcome_](AzureBlobUploader*, bool succeeded) { outcome->report(succeeded); };
+  if (!uploader_->uploadFile(bundlePath_, options_.url, "", onDone)) {
+    CORE::log(CORE::kError, L"wWinMain(): Failed to start upload.");
+    return false;
+  }
+  return true;
+}
+
+bool Run::waitForUpload() { return outcome_->wait(); }
+
+bool Run::judgeUpload() {
+  if (!outcome_->succeeded()) {
+    CORE::log(CORE::kError, L"wWinMain(): Upload failed.");
+    return false;
+  }
+  CORE::log(CORE::kInfo, L"wWinMain(): DCT collection succeeded.");
+  return true;
+}
+
+}  // namespace
+
+int runProgram() {
+  CORE::crashHandling::install();
+  CORE::log(CORE::kInfo, L"wWinMain(): Starting DCT collection.");
+  Run run;
+  return run.perform();
+}

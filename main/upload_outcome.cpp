@@ -1,0 +1,40 @@
+#include "main/upload_outcome.h"
+
+#include "core/error_text.h"
+#include "core/log.h"
+#include "platform/objects.h"
+#include "platform/platform.h"
+
+bool UploadOutcome::open() {
+  auto created = platform::current().objects.CreateEventW(true, false);
+  if (!created) {
+    CORE::log(CORE::kError, L"wWinMain(): CreateEvent failed: %s", CORE::systemErrorText(created.error));
+    return false;
+  }
+  event_ = std::move(created.value);
+  return true;
+}
+
+void UploadOutcome::close() {
+  const std::lock_guard lock(mutex_);
+  event_.reset();
+}
+
+void UploadOutcome::report(bool succeeded) {
+  succeeded_.exchange(succeeded);
+  // Held across the signal, so that the run which it wakes closes the event behind the call, never inside it. The
+  // callback's own share keeps the lock alive.
+  const std::lock_guard lock(mutex_);
+  if (event_) {
+    platform::current().objects.SetEvent(event_.get());
+  }
+}
+
+bool UploadOutcome::wait() const {
+  const auto waited = platform::current().objects.WaitForSingleObject(event_.get(), platform::kInfinite);
+  if (!waited || waited.value != platform::kWaitObject0) {
+    CORE::log(CORE::kError, L"wWinMain(): WaitForSingleObject failed: %s", CORE::systemErrorText(waited.error));
+    return false;
+  }
+  return true;
+}

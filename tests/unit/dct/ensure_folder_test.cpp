@@ -1,0 +1,64 @@
+#include "dct/ensure_folder.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/sim/windows.h"
+
+namespace {
+
+TEST(EnsureFolder, ParentsByTextAlone) {
+  const struct {
+    std::wstring path, parent;
+  } rows[] = {
+      {L"C:\\a\\b", L"C:\\a"},
+      {L"C:\\a", L"C:\\"},
+      {L"C:\\", L"C:\\"},
+      {L"C:", L"C:"},
+      {L"C:a", L"C:"},
+      {L"C:\\a\\\\b\\", L"C:\\a"},
+      {L"C:/a/b", L"C:/a"},
+      {L"\\\\server\\share\\x", L"\\\\server\\share"},
+      {L"\\\\server\\share\\", L"\\\\server\\share"},
+      {L"\\\\server", L"\\\\server"},
+      {L"\\\\?\\C:\\a", L"\\\\?\\C:"},
+      {L"\\a", L"\\"},
+      {L"a\\b", L"a"},
+      {L"a", L""},
+      {L"", L""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(parentPath(row.path), row.parent) << testing::PrintToString(row.path);
+  }
+}
+
+TEST(EnsureFolder, CreatesTheMissingLevels) {
+  sim::Windows windows;
+  windows.files.makeFolder(L"D:\\there");
+  EXPECT_TRUE(ensureFolder(L"D:\\there"));
+  EXPECT_EQ(windows.faults.callCount("CreateDirectoryW"), 0U);
+
+  EXPECT_TRUE(ensureFolder(L"D:\\there\\a/b\\c\\"));
+  EXPECT_TRUE(windows.files.isFolder(L"D:\\there\\a\\b\\c"));
+  EXPECT_EQ(windows.faults.callCount("CreateDirectoryW"), 3U);
+
+  windows.files.write(L"D:\\file", "a name that is taken counts as there");
+  EXPECT_TRUE(ensureFolder(L"D:\\file"));
+}
+
+TEST(EnsureFolder, AnyLevelThatFailsIsAFailure) {
+  for (const std::size_t level : {1U, 2U, 3U}) {
+    sim::Windows windows;
+    windows.faults.failNth("CreateDirectoryW", level, platform::kErrorAlreadyExists);
+    EXPECT_FALSE(ensureFolder(L"D:\\a\\b\\c")) << level;
+    EXPECT_EQ(windows.faults.callCount("CreateDirectoryW"), level) << "goes on after a failure";
+  }
+  sim::Windows windows;
+  EXPECT_FALSE(ensureFolder(L""));
+  std::wstring hostile = L"C:";
+  for (int i = 0; i < 1'000'000; ++i) {
+    hostile += L"\\a";
+  }
+  EXPECT_FALSE(ensureFolder(hostile));
+}
+
+}  // namespace

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "dct/capability_query.h"
+#include "dct/dct_agent.h"
+#include "tests/sim/log_capture.h"
+#include "tests/sim/windows.h"
+
+inline constexpr const wchar_t* kInstallPathSetting = L"HKLM\\Software\\Calvera\\Meridon\\Agent\\AgentInstallPath";
+inline constexpr const wchar_t* kQueryCommandLine =
+    L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
+
+/// A machine with an installed agent whose query script answers as told. Nothing may be left open at its end.
+struct ScriptWorld {
+  ScriptWorld() {
+    forgetSupportedListsForTests();
+    windows.registry.set(kInstallPathSetting, L"C:\\Agent");
+    windows.files.write(L"C:\\Agent\\dct\\vdx-query.ps1", "#");
+    windows.files.write(L"C:\\Agent\\dct\\vdx-support.ps1", "#");
+    windows.files.makeFolder(L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp");
+    windows.text.setVariable(L"ProgramData", L"C:\\ProgramData");
+  }
+  ~ScriptWorld() {
+    windows.processes.endAll();
+    CORE::corelogger::instance().stop();  // whose files would count as open
+    EXPECT_EQ(windows.openHandlesText(), "");
+    EXPECT_EQ(windows.misuse(), std::vector<std::string>());
+    forgetSupportedListsForTests();
+  }
+
+  /// The script of a query child that prints a text.
+  static auto printing(std::string text) {
+    return [text](sim::Child& child) { child.write(text); };
+  }
+
+  /// The messages of that level so far.
+  std::vector<std::wstring> messages(CORE::LogLevel level) const {
+    std::vector<std::wstring> out;
+    for (const sim::LogLine& line : log.lines()) {
+      if (line.level == level) {
+        out.push_back(line.message);
+      }
+    }
+    return out;
+  }
+
+  sim::Windows windows;
+  sim::LogCapture log{windows};
+  dct_Agent agent;
+};
