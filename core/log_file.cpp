@@ -29,6 +29,8 @@ void createFoldersAbove(const std::wstring& path) {
 
 }  // namespace
 
+void LogFile::makeFolder() const { createFoldersAbove(folder_); }
+
 platform::Status LogFile::open() {
   platform::Files& files = platform::current().files;
   path_ = format(L"%s%s-%s%s", folder_, base_, dateTimeText(), L".txt");

@@ -23,6 +23,9 @@ class LogFile {
   /// \param folder  with its separator at the end.
   LogFile(std::wstring folder, std::wstring base) : folder_(std::move(folder)), base_(std::move(base)) {}
 
+  /// Makes the folder, and every one above it that is missing. A failure shows at the first write.
+  void makeFolder() const;
+
   /// Writes whole lines with one call, as long as the platform takes them so.
   Outcome write(std::string_view lines);
   void close() { file_.reset(); }

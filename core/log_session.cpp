@@ -74,6 +74,11 @@ LogSession::LogSession(const LogSettings& settings, std::wstring component)
   info_.enabled = settings.flag(L"logEnabled");
   debug_.file = LogFile(folder, settings.text(L"DebugNameBase"));
   debug_.enabled = settings.flag(L"debugEnabled") || settings.flag(L"traceEnabled");
+  if (info_.enabled || debug_.enabled) {
+    // Before the writer runs: the agent makes its folder below this one, and a folder that somebody else makes at the
+    // same moment counts as a failure there.
+    info_.file.makeFolder();
+  }
 }
 
 void LogSession::submit(LogRecord record) {

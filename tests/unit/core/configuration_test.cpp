@@ -83,7 +83,7 @@ TEST_F(ConfigurationTest, ValuesAsText) {
 TEST_F(ConfigurationTest, NamesThatLeadNowhere) {
   windows_.registry.set(L"HKLM\\Key\\Value", L"x");
   for (const wchar_t* path : {L"", L"HKLM", L"Key\\Value", L"HKLM\\Value", L"HKLM\\Key\\Other", L"HKLM\\Other\\Value",
-                              L"HKEY_LOCAL_MACHINE\\Key\\Value", L"\\Key\\Value", L"HKCU\\Key\\Value"}) {
+                              L"HKEY_LOCAL_MACHINE\\Key\\Value", L"\\Key\\Value", L"HKCU\\Other\\Value"}) {
     EXPECT_EQ(CORE::readPath(path, CORE::kAnyType, false, text_), CORE::kNotFound) << CORE::toUtf8Lossy(path);
     EXPECT_EQ(read(path), CORE::kNotFound) << CORE::toUtf8Lossy(path);
     EXPECT_EQ(CORE::readPathDefault(path, L"default", false), L"default");

@@ -1,0 +1,264 @@
+// When, where and in which order the notifications of a simulated request reach the program.
+#include <algorithm>
+
+#include "platform/objects.h"
+#include "tests/sim/http_handles.h"
+
+namespace sim {
+
+void WinHttp::release() {
+  const Guard guard(kernel_.mutex);
+  released_ = true;
+  kernel_.wake();
+}
+
+void WinHttp::waitUntilHeld() {
+  Guard guard(kernel_.mutex);
+  kernel_.waitUntil(guard, platform::kInfinite, "a completion to hold", [&] {
+    return std::any_of(requests_.begin(), requests_.end(), [&](const Request& request) {
+      return !request->finished && (request->pending || (request->closing && request->bound)) && !isOpenTo(*request);
+    });
+  });
+}
+
+void WinHttp::waitUntilIdle() {
+  Guard guard(kernel_.mutex);
+  kernel_.waitUntil(guard, platform::kInfinite, "the end of all deliveries", [&] {
+    return std::all_of(requests_.begin(), requests_.end(), [&](const Request& request) {
+      return !hasWork(*request) && request->delivering.empty() && (!request->inFlight || request->pending);
+    });
+  });
+}
+
+void WinHttp::endAll() {
+  const Guard guard(kernel_.mutex);
+  ended_ = true;
+  kernel_.wake();
+}
+
+Delivery WinHttp::modeOf(const HttpRequestHandle& request) const {
+  const auto found = deliveryOf.find(request.known.index);
+  return found == deliveryOf.end() ? delivery : found->second;
+}
+
+/// Whether the call in flight (or the closing) may go on, as far as the test is concerned.
+bool WinHttp::isOpenTo(const HttpRequestHandle& request) const {
+  const Delivery mode = modeOf(request);
+  const bool late = mode == Delivery::kLate && lateDelay.count() == 0;
+  const bool held = request.pending && request.pending->stage == HttpStage::kReceive && request.reply &&
+                    request.reply->hold && !request.closing;
+  return mode != Delivery::kNever && (released_ || (!late && !held));
+}
+
+bool WinHttp::hasWork(const HttpRequestHandle& request) const {
+  if (request.finished || !isOpenTo(request)) {
+    return false;
+  }
+  return request.closing || (request.pending && !request.silenced);
+}
+
+bool WinHttp::goesInline(const HttpRequestHandle& request, bool closing) {
+  const Delivery mode = modeOf(request);
+  if (!isOpenTo(request) || (closing && request.othersDeliver())) {
+    return false;
+  }
+  if (mode == Delivery::kMixed) {
+    seed = seed * 1664525u + 1013904223u;
+    return (seed >> 16 & 1u) != 0;
+  }
+  return mode == Delivery::kInline || (closing && closingInline);
+}
+
+void WinHttp::needWorker(const Request& request) {
+  if (!request->hasWorker && !ended_ && modeOf(*request) != Delivery::kNever) {
+    request->hasWorker = true;
+    kernel_.startThread([this, request] { work(request); });
+  }
+  kernel_.wake();
+}
+
+void WinHttp::work(const Request& request) {
+  Guard guard(kernel_.mutex);
+  while (true) {
+    kernel_.idle(guard,
+                 [&] { return ended_ || (hasWork(*request) && (!request->closing || !request->othersDeliver())); });
+    if (!ended_ && modeOf(*request) == Delivery::kLate && lateDelay.count() > 0) {
+      guard.unlock();
+      std::this_thread::sleep_for(lateDelay);
+      guard.lock();
+    }
+    if (ended_) {
+      return;
+    }
+    const bool answers =
+        request->pending && !request->silenced && (!request->closing || onClose == OnClose::kDelivered);
+    if (answers) {
+      complete(guard, request);
+    } else if (request->closing && !request->othersDeliver()) {
+      close(guard, *request);
+      return;
+    }
+  }
+}
+
+platform::Status WinHttp::start(platform::NativeHandle handle, HttpStage stage, const char* operation,
+                                const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare,
+                                std::uintptr_t context) {
+  const auto fault = kernel_.faults.pass(operation);
+  Guard guard(kernel_.mutex);
+  const auto request = kernel_.get<HttpRequestHandle>(handle, operation);
+  if (request == nullptr) {
+    return {false, platform::kErrorInvalidHandle};
+  }
+  if (fault) {
+    request->bound = request->bound || (stage == HttpStage::kSend && bindContextOfFailedSend);
+    request->known.context = request->bound && !request->known.sent ? context : request->known.context;
+    return {false, *fault};
+  }
+  if (request->inFlight) {
+    kernel_.misuse(std::string(operation) + ": another call of the request is in flight");
+    return {false, platform::kErrorWinHttpIncorrectHandleState};
+  }
+  request->pending = HttpPending{stage, {}, {}};
+  if (const platform::ErrorCode error = prepare(*request); error != 0) {
+    request->pending.reset();
+    return {false, error};
+  }
+  request->inFlight = true;
+  if (goesInline(*request, false)) {
+    complete(guard, request);
+  } else {
+    needWorker(request);
+  }
+  return {true, 0};
+}
+
+/// Takes the call in flight up and answers it on this thread. Lock held, given up meanwhile.
+void WinHttp::complete(Guard& guard, const Request& request) {
+  const HttpPending call = *request->pending;
+  request->pending.reset();
+  request->taken = call;
+  request->delivering.push_back(std::this_thread::get_id());
+  guard.unlock();
+  switch (call.stage) {
+    case HttpStage::kSend:
+      completeSend(*request, call);
+      break;
+    case HttpStage::kWrite:
+      completeWrite(*request, call);
+      break;
+    case HttpStage::kReceive:
+      completeReceive(*request, call);
+      break;
+    case HttpStage::kQueryData:
+      completeQuery(*request, call);
+      break;
+    case HttpStage::kRead:
+      completeRead(*request, call);
+      break;
+  }
+  guard.lock();
+  leave(*request);
+}
+
+/// This thread comes out of a delivery. Lock held.
+void WinHttp::leave(HttpRequestHandle& request) {
+  auto& threads = request.delivering;
+  threads.erase(std::find(threads.begin(), threads.end(), std::this_thread::get_id()));
+  kernel_.wake();
+}
+
+/// The last of a request, on this thread: what was in flight is cancelled, then HANDLE_CLOSING. Lock held, given up
+/// meanwhile.
+void WinHttp::close(Guard& guard, HttpRequestHandle& request) {
+  const bool cancels = request.inFlight && onClose == OnClose::kCancelled;
+  const auto lent = request.pending;  // not when this very thread is completing the call, further up
+  const HttpStage stage = lent ? lent->stage : request.taken.stage;
+  request.pending.reset();
+  request.inFlight = false;
+  guard.unlock();
+  if (cancels) {
+    if (lent && !lent->buffer.empty()) {
+      lent->buffer.front() = std::byte{0};  // what was lent is the platform's until HANDLE_CLOSING
+    }
+    platform::AsyncResult result{static_cast<std::uintptr_t>(stage), platform::kErrorWinHttpOperationCancelled};
+    notify(request, platform::kStatusRequestError, &result, sizeof(result));
+  }
+  notify(request, platform::kStatusHandleClosing, &request.handle, sizeof(request.handle));
+  guard.lock();
+}
+
+/// Tells the program, if the mask lets it. False when the request has no more to say.
+bool WinHttp::notify(HttpRequestHandle& request, std::uint32_t status, void* information, std::uint32_t length) {
+  Guard guard(kernel_.mutex);
+  if (request.finished || ended_) {
+    return false;
+  }
+  request.finished = status == platform::kStatusHandleClosing;
+  if (request.callback != nullptr && (request.mask & status) != 0) {
+    request.notifications.push_back(status);
+    request.delivering.push_back(std::this_thread::get_id());
+    const std::uintptr_t context = request.bound ? request.known.context : 0;
+    guard.unlock();
+    request.callback(request.handle, context, status, information, length);
+    guard.lock();
+    leave(request);
+  }
+  return !request.closing;
+}
+
+/// Answers the call in flight. A call whose handle was closed meanwhile is left to close(), unless onClose says
+/// otherwise.
+void WinHttp::finish(HttpRequestHandle& request, const HttpPending& call, std::uint32_t status, void* information,
+                     std::uint32_t length) {
+  Guard guard(kernel_.mutex);
+  if (request.finished) {
+    return;
+  }
+  if (request.closing && onClose != OnClose::kDelivered) {
+    request.pending = call;
+    request.silenced = true;
+    kernel_.wake();
+    return;
+  }
+  request.inFlight = false;
+  guard.unlock();
+  notify(request, status, information, length);
+}
+
+void WinHttp::fail(HttpRequestHandle& request, const HttpPending& call, platform::ErrorCode error) {
+  platform::AsyncResult result{static_cast<std::uintptr_t>(call.stage), error};
+  finish(request, call, platform::kStatusRequestError, &result, sizeof(result));
+}
+
+/// Notifications without a context: HANDLE_CREATED of every handle, HANDLE_CLOSING of sessions and connections.
+void WinHttp::unbound(HttpHandle& object, std::uint32_t status) {
+  if (object.callback != nullptr && (object.mask & status) != 0) {
+    object.callback(object.handle, 0, status, &object.handle, sizeof(object.handle));
+  }
+}
+
+platform::Status WinHttp::WinHttpCloseHandle(platform::NativeHandle handle) {
+  kernel_.faults.note("WinHttpCloseHandle");
+  Guard guard(kernel_.mutex);
+  const auto object = kernel_.take<HttpHandle>(handle, "WinHttpCloseHandle");
+  if (object == nullptr) {
+    return {false, platform::kErrorInvalidHandle};
+  }
+  const auto request = std::dynamic_pointer_cast<HttpRequestHandle>(object);
+  if (request == nullptr) {
+    guard.unlock();
+    unbound(*object, platform::kStatusHandleClosing);
+    return {true, 0};
+  }
+  request->closing = true;
+  request->known.closed = true;
+  if (!request->bound || goesInline(*request, true)) {
+    close(guard, *request);
+  } else {
+    needWorker(request);
+  }
+  return {true, 0};
+}
+
+}  // namespace sim

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/result.h"
+
+namespace sim {
+
+/// Everything that one request showed of itself, up to now.
+struct HttpExchange {
+  std::size_t index = 0;  ///< 0 for the first request handle that the program opened
+  std::wstring verb;
+  std::wstring host;
+  std::uint16_t port = 0;
+  std::wstring path;                                         ///< with the query
+  bool secure = false;                                       ///< opened with kWinHttpFlagSecure
+  std::uint32_t requestFlags = 0;                            ///< of WinHttpOpenRequest
+  std::wstring headersText;                                  ///< as given to WinHttpSendRequest
+  std::vector<std::pair<std::string, std::string>> headers;  ///< in order; values without blanks around
+  std::uint32_t totalLength = 0;
+  std::uint64_t optionalSize = 0;     ///< bytes that came with WinHttpSendRequest itself
+  std::vector<std::uint64_t> writes;  ///< sizes of the WinHttpWriteData calls
+  std::uint64_t bodySize = 0;         ///< bytes that arrived
+  std::string bodySha256;             ///< lower-case hexadecimal, once the body is complete
+  std::string body;                   ///< stored up to WinHttp::storeBodyUpTo bytes, otherwise empty
+  bool sent = false;                  ///< WinHttpSendRequest succeeded
+  bool bodyComplete = false;
+  bool closed = false;  ///< the program closed the request handle
+  std::uintptr_t context = 0;
+
+  std::wstring userAgent;
+  std::uint32_t accessType = 0;
+  std::wstring proxy;
+  std::wstring bypass;
+  std::uint32_t sessionFlags = 0;
+  std::array<int, 4> timeouts{};  ///< resolve, connect, send, receive; milliseconds
+  std::uint32_t callbackMask = 0;
+  std::map<std::uint32_t, std::uint32_t> numberOptions;
+  std::map<std::uint32_t, std::wstring> textOptions;
+
+  /// The value of a header by name without case; empty when there is none.
+  std::string header(const std::string& name) const;
+  std::uint32_t securityFlags() const;
+};
+
+/// The calls that complete later, numbered as REQUEST_ERROR numbers them.
+enum class HttpStage : std::uint8_t { kReceive = 1, kQueryData = 2, kRead = 3, kWrite = 4, kSend = 5 };
+
+/// A call that completes with REQUEST_ERROR, or (silent) never.
+struct HttpFailure {
+  HttpStage stage = HttpStage::kSend;
+  platform::ErrorCode error = 12030;
+  std::uint64_t afterBytes = 0;  ///< kWrite: once so many body bytes have arrived; kRead, kQueryData: of the answer
+  bool silent = false;           ///< the call completes only by being cancelled
+  std::uint32_t secureBits = 0;  ///< SECURE_FAILURE with these bits comes first
+};
+
+/// What the server does with a request.
+struct HttpReply {
+  std::uint32_t status = 200;
+  std::wstring headers;     ///< further lines, each with its CRLF
+  std::wstring rawHeaders;  ///< the whole block instead, when not empty
+  std::string body;
+  std::uint64_t repeatedBody = 0;     ///< instead of `body`: so many times "x"
+  std::vector<std::uint32_t> pieces;  ///< sizes that DATA_AVAILABLE tells, in order; then 8192 at most
+  std::optional<HttpFailure> failure;
+  bool hold = false;  ///< WinHttpReceiveResponse completes only after WinHttp::release()
+};
+
+/// When a completion reaches the program.
+enum class Delivery : std::uint8_t {
+  kWorker,  ///< on a worker thread of the request, in order
+  kInline,  ///< on the calling thread, inside the very call, nested as deep as the calls go
+  kLate,    ///< on the worker, but each only after WinHttp::release() (see also WinHttp::lateDelay)
+  kMixed,   ///< inline or on the worker, by a seeded choice for each completion
+  kNever,   ///< nothing is ever delivered, not even HANDLE_CLOSING
+};
+
+/// What becomes of the call in flight when its request handle is closed, before HANDLE_CLOSING.
+enum class OnClose : std::uint8_t {
+  kCancelled,  ///< REQUEST_ERROR with 12017
+  kDropped,    ///< nothing
+  kDelivered,  ///< its own completion still comes, if it was on its way; otherwise nothing
+};
+
+}  // namespace sim

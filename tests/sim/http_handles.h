@@ -1,0 +1,71 @@
+#pragma once
+
+#include <algorithm>
+#include <optional>
+#include <thread>
+
+#include "tests/sim/digests.h"
+#include "tests/sim/winhttp.h"
+
+namespace sim {
+
+/// What sessions, connections and requests have in common: the callback that they inherit.
+struct HttpHandle : Object {
+  platform::NativeHandle handle = nullptr;
+  platform::StatusCallback callback = nullptr;
+  std::uint32_t mask = 0;
+  HttpExchange known;  ///< what is known so far; a child starts with its parent's
+
+  void inherit(const HttpHandle& parent) {
+    callback = parent.callback;
+    mask = parent.mask;
+    known = parent.known;
+  }
+};
+
+struct HttpSessionHandle : HttpHandle {
+  const char* kind() const override { return "WinHTTP session"; }
+};
+
+struct HttpConnectionHandle : HttpHandle {
+  const char* kind() const override { return "WinHTTP connection"; }
+};
+
+/// A call that has been made and not yet answered, with the memory that it borrowed.
+struct HttpPending {
+  HttpStage stage = HttpStage::kSend;
+  std::span<std::byte> buffer;
+  std::span<const std::byte> data;
+};
+
+/// A request and its way through the call-backs. Under the kernel's mutex, but for `hash` and `reply`, which belong to
+/// the thread that completes the call in flight.
+struct HttpRequestHandle : HttpHandle {
+  const char* kind() const override { return "WinHTTP request"; }
+
+  Sha256 hash;
+  std::optional<HttpReply> reply;
+
+  bool inFlight = false;               ///< a call has been made and its completion has not reached the program
+  std::optional<HttpPending> pending;  ///< that call, until a thread takes it up
+  HttpPending taken;                   ///< the call taken up last
+  bool silenced = false;               ///< `pending` is never answered
+  bool bound = false;                  ///< the context is known, by a send
+  bool headersReady = false;
+  bool closing = false;   ///< WinHttpCloseHandle was called
+  bool finished = false;  ///< HANDLE_CLOSING has begun: nothing comes after it
+  bool hasWorker = false;
+  std::uint64_t bodyRead = 0;
+  std::size_t piece = 0;
+  std::uint32_t available = 0;
+  std::vector<std::thread::id> delivering;  ///< threads inside a delivery, once for each level
+  std::vector<std::uint32_t> notifications;
+
+  std::uint64_t replySize() const { return reply->repeatedBody != 0 ? reply->repeatedBody : reply->body.size(); }
+  bool othersDeliver() const {
+    return std::any_of(delivering.begin(), delivering.end(),
+                       [](std::thread::id id) { return id != std::this_thread::get_id(); });
+  }
+};
+
+}  // namespace sim

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "platform/platform.h"
+#include "tests/sim/clock.h"
+#include "tests/sim/digests.h"
+#include "tests/sim/faults.h"
+#include "tests/sim/files.h"
+#include "tests/sim/heap.h"
+#include "tests/sim/internet.h"
+#include "tests/sim/kernel.h"
+#include "tests/sim/objects.h"
+#include "tests/sim/processes.h"
+#include "tests/sim/registry.h"
+#include "tests/sim/security.h"
+#include "tests/sim/system.h"
+#include "tests/sim/text.h"
+#include "tests/sim/winhttp.h"
+
+namespace sim {
+
+/// A small Windows in memory, made for one test. It is the installed platform from its construction to its
+/// destruction, which ends all of its processes and worker threads; no thread of the program may use it by then.
+class Windows {
+ public:
+  Windows();
+  ~Windows();
+  Windows(const Windows&) = delete;
+  Windows& operator=(const Windows&) = delete;
+
+  Faults faults;
+  Kernel kernel{faults};
+  Clock clock{kernel};
+  Digests digests{kernel};
+  Files files{kernel};
+  Heap heap{kernel};
+  Internet internet{kernel};
+  Objects objects{kernel};
+  Processes processes{kernel};
+  Registry registry{kernel};
+  Security security{kernel};
+  System system{kernel};
+  Text text{kernel};
+  WinHttp winHttp{kernel};
+
+  /// Handles, keys, identifiers, argument vectors and heap blocks that the program has open.
+  std::size_t openHandles() const { return kernel.openHandles(); }
+  /// The same by kind, as in "2 event, 1 registry key"; empty when there are none.
+  std::string openHandlesText() const { return kernel.openHandlesText(); }
+  /// What the program did with handles that were closed, foreign or of another kind, and other breaches of a contract.
+  std::vector<std::string> misuse() const { return kernel.misuseTexts(); }
+
+ private:
+  platform::Platform platform_;
+};
+
+}  // namespace sim

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <functional>
+
+#include "platform/winhttp.h"
+#include "tests/sim/http_exchange.h"
+#include "tests/sim/kernel.h"
+
+namespace sim {
+
+struct HttpHandle;
+struct HttpRequestHandle;
+struct HttpPending;
+
+/// WinHTTP in front of a scripted server. As the platform: only a successful send binds the context; the callback's
+/// mask is respected; HANDLE_CLOSING is the last notification of a request; buffers that the program lent are touched
+/// when the call completes, not when it is made.
+class WinHttp : public platform::WinHttp {
+ public:
+  explicit WinHttp(Kernel& kernel) : kernel_(kernel) {}
+
+  /// Called when the whole body has arrived; gives the answer. Without it: 200 and no body. Runs on the thread that
+  /// completes the call, without locks.
+  void onRequest(std::function<HttpReply(const HttpExchange&)> server);
+  /// Called when the headers have arrived, before any body. A reply given here decides (early answers, and failures of
+  /// send and write); none: onRequest is asked later.
+  void onHeaders(std::function<std::optional<HttpReply>(const HttpExchange&)> server);
+
+  Delivery delivery = Delivery::kWorker;
+  std::map<std::size_t, Delivery> deliveryOf;  ///< by the request's index, instead of `delivery`
+  std::uint32_t seed = 1;                      ///< of Delivery::kMixed
+  OnClose onClose = OnClose::kCancelled;
+  /// HANDLE_CLOSING comes inside WinHttpCloseHandle even when completions come on a worker (and none is running).
+  bool closingInline = false;
+  /// Some versions of Windows bind the context although WinHttpSendRequest fails.
+  bool bindContextOfFailedSend = false;
+  /// Real time after which a late completion comes by itself; zero: only by release().
+  std::chrono::milliseconds lateDelay{0};
+  std::uint64_t storeBodyUpTo = 16u << 20;
+
+  /// Lets everything that is held (kLate, HttpReply::hold) go, now and from now on.
+  void release();
+  /// Waits until something is being held; aborts the test after the kernel's limit for hanging.
+  void waitUntilHeld();
+
+  /// All requests in the order in which they were opened.
+  std::vector<HttpExchange> requests() const;
+  /// Only those whose send succeeded.
+  std::vector<HttpExchange> sentRequests() const;
+  /// The statuses delivered to the callback of a request, in order.
+  std::vector<std::uint32_t> notifications(std::size_t index) const;
+  /// Waits until nothing is left to deliver; aborts the test after the kernel's limit for hanging.
+  void waitUntilIdle();
+  /// Drops what is undelivered and lets the workers end; part of the end of the simulation.
+  void endAll();
+
+  platform::Result<platform::InternetHandle> WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
+                                                         const std::wstring& proxy, const std::wstring& bypass,
+                                                         std::uint32_t flags) override;
+  platform::Status WinHttpSetTimeouts(platform::NativeHandle session, int resolve, int connect, int send,
+                                      int receive) override;
+  platform::Status WinHttpSetStatusCallback(platform::NativeHandle handle, platform::StatusCallback callback,
+                                            std::uint32_t mask) override;
+  platform::Result<platform::InternetHandle> WinHttpConnect(platform::NativeHandle session, const std::wstring& host,
+                                                            std::uint16_t port) override;
+  platform::Result<platform::InternetHandle> WinHttpOpenRequest(platform::NativeHandle connection,
+                                                                const std::wstring& verb, const std::wstring& path,
+                                                                std::uint32_t flags) override;
+  platform::Status WinHttpSetOption(platform::NativeHandle handle, std::uint32_t option, std::uint32_t value) override;
+  platform::Status WinHttpSetOption(platform::NativeHandle handle, std::uint32_t option,
+                                    const std::wstring& value) override;
+  platform::Status WinHttpSendRequest(platform::NativeHandle request, const std::wstring& headers,
+                                      std::span<const std::byte> optionalData, std::uint32_t totalLength,
+                                      std::uintptr_t context) override;
+  platform::Status WinHttpReceiveResponse(platform::NativeHandle request) override;
+  platform::Result<std::uint32_t> WinHttpQueryHeaders(platform::NativeHandle request, std::uint32_t level) override;
+  platform::Result<std::uint32_t> WinHttpQueryHeaders(platform::NativeHandle request, std::uint32_t level,
+                                                      std::span<wchar_t> buffer) override;
+  platform::Status WinHttpQueryDataAvailable(platform::NativeHandle request) override;
+  platform::Status WinHttpReadData(platform::NativeHandle request, std::span<std::byte> buffer) override;
+  platform::Status WinHttpWriteData(platform::NativeHandle request, std::span<const std::byte> data) override;
+  platform::Status WinHttpCloseHandle(platform::NativeHandle handle) override;
+  platform::Result<platform::UrlComponents> WinHttpCrackUrl(const std::wstring& url) override;
+
+ private:
+  using Request = std::shared_ptr<HttpRequestHandle>;
+
+  platform::Status start(platform::NativeHandle handle, HttpStage stage, const char* operation,
+                         const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare,
+                         std::uintptr_t context = 0);
+  Delivery modeOf(const HttpRequestHandle& request) const;
+  bool isOpenTo(const HttpRequestHandle& request) const;
+  bool hasWork(const HttpRequestHandle& request) const;
+  bool goesInline(const HttpRequestHandle& request, bool closing);
+  void needWorker(const Request& request);
+  void work(const Request& request);
+  void complete(Guard& guard, const Request& request);
+  void leave(HttpRequestHandle& request);
+  void close(Guard& guard, HttpRequestHandle& request);
+  bool notify(HttpRequestHandle& request, std::uint32_t status, void* information, std::uint32_t length);
+  void finish(HttpRequestHandle& request, const HttpPending& call, std::uint32_t status, void* information,
+              std::uint32_t length);
+  void fail(HttpRequestHandle& request, const HttpPending& call, platform::ErrorCode error);
+  static void unbound(HttpHandle& object, std::uint32_t status);
+
+  bool fails(HttpRequestHandle& request, const HttpPending& call, std::uint64_t bytes);
+  void askServer(HttpRequestHandle& request, bool whole);
+  void takeBody(HttpRequestHandle& request, std::span<const std::byte> data);
+  void completeSend(HttpRequestHandle& request, const HttpPending& call);
+  void completeWrite(HttpRequestHandle& request, const HttpPending& call);
+  void completeReceive(HttpRequestHandle& request, const HttpPending& call);
+  void completeQuery(HttpRequestHandle& request, const HttpPending& call);
+  void completeRead(HttpRequestHandle& request, const HttpPending& call);
+
+  Kernel& kernel_;
+  std::function<HttpReply(const HttpExchange&)> server_;
+  std::function<std::optional<HttpReply>(const HttpExchange&)> headersServer_;
+  std::vector<Request> requests_;
+  bool released_ = false;
+  bool ended_ = false;
+};
+
+}  // namespace sim
