@@ -46,7 +46,8 @@ TEST_F(ExchangeTest, EveryAsynchronousMethodInEveryDelivery) {
       {L"PUT", "from a file",
        [](TestRequest& r, HttpCompletion c) { return r.putFileAsync(ContentType::kZip, kUrl, "C:\\\xC3\xA9.zip", c); }},
       {L"DELETE", "", [](TestRequest& r, HttpCompletion c) { return r.performAsync(HttpMethod::kDelete, kUrl, c); }},
-      {L"", "", [](TestRequest& r, HttpCompletion c) { return r.performAsync(static_cast<HttpMethod>(4), kUrl, c); }},
+      {L"GET", "",
+       [](TestRequest& r, HttpCompletion c) { return r.performAsync(static_cast<HttpMethod>(4), kUrl, c); }},
   };
   for (const sim::Delivery delivery : kDeliveries) {
     for (const Row& row : rows) {

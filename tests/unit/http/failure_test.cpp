@@ -14,10 +14,10 @@ class FailureTest : public HttpTest {
     reply.body = "body";
     return reply;
   }
-  static void prepare(World& world, sim::Delivery delivery) {
+  static void prepare(World& world, sim::Delivery delivery, std::uint64_t size = 5 * kMiB) {
     world.windows.winHttp.delivery = delivery;
     world.windows.winHttp.onRequest([](const sim::HttpExchange&) { return answer(); });
-    world.windows.files.write(L"C:\\b.zip", std::string(5 * kMiB, 'b'));
+    world.windows.files.write(L"C:\\b.zip", std::string(size, 'b'));
   }
   static bool upload(World& world) {
     return world.request->putFileAsync(ContentType::kZip, kUrl, "C:\\b.zip", world.completions.function());
@@ -151,7 +151,7 @@ TEST_F(FailureTest, EachCallOfAWholeExchangeFailingInTurn) {
       std::size_t calls = 1;
       for (std::size_t k = 1; k <= calls; ++k) {
         World world;
-        prepare(world, delivery);
+        prepare(world, delivery, 100);
         world.windows.winHttp.onClose = onClose;
         const std::size_t first = world.windows.faults.calls().size();
         world.windows.faults.failCall(first + k, platform::kErrorNotEnoughMemory);

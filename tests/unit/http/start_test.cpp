@@ -76,14 +76,16 @@ TEST_F(StartTest, EachFailingCallEndsTheStart) {
   }
 }
 
-TEST_F(StartTest, PreflightRefusesAndFailingSecurityFlagsOnlyWarn) {
+TEST_F(StartTest, PreflightRefuses) {
   World world;
   world.request->preflight = false;
   EXPECT_FALSE(world.request->getAsync(kUrl, world.completions.function()));
   EXPECT_EQ(world.errors(), Errors({L"WinHttpRequest::performAsync(): Pre-flight certificate verification failed for "
                                     L"https://host.example/c/b.zip?sv=1"}));
   EXPECT_EQ(world.windows.faults.callCount("WinHttpOpen"), 0U);
+}
 
+TEST_F(StartTest, FailingSecurityFlagsOnlyWarn) {
   World warned;
   warned.request->ignoreCertNameMismatch();
   warned.windows.faults.failNth("WinHttpSetOption", 1, 87);
