@@ -59,7 +59,11 @@ bool AzureBlobUploader::uploadFile(const std::string& filePath, const std::strin
   currentRequest_->setProxy(proxyServer_);
   currentRequest_->setProxyBypass(proxyBypass_);
   currentRequest_->setPacUrl(pacUrl_);
-  return fileSize_ > putBlobLimit_ ? useAppendBlock(lock) : usePutBlob(lock);
+  const bool started = fileSize_ > putBlobLimit_ ? useAppendBlock(lock) : usePutBlob(lock);
+  if (started) {
+    settle();
+  }
+  return started;
 }
 
 bool AzureBlobUploader::usePutBlob(Lock& lock) {
@@ -150,6 +154,7 @@ void AzureBlobUploader::AzureAppendBlockRequestCb(HttpRequest* request, std::str
 void AzureBlobUploader::finish(Lock& lock, bool succeeded, std::int32_t status, std::string response) {
   lastStatusCode_ = status;
   lastResponse_ = std::move(response);
+  fileStream_.close();  // the owner removes the file as soon as it hears of the end
   const Completion done = std::exchange(completion_, nullptr);
   lock.unlock();
   if (done) {

@@ -88,7 +88,9 @@ class AzureBlobUploader : public CORE::coreref {
   // The life of one request, in azure_blob_uploader_flight.cpp.
   Launch board(Step step);
   bool start(const Launch& launch, const std::function<bool(HttpCompletion)>& send);
-  static void land(const std::shared_ptr<Flight>& flight, HttpRequest* request, std::string response);
+  static void arrive(const std::shared_ptr<Flight>& flight, HttpRequest* request, std::string response);
+  void land(Step step, HttpRequest* request, std::string response);
+  void settle();
   static void cancel(const std::shared_ptr<AzureBlobRequest>& request, const std::shared_ptr<Flight>& flight);
 
   std::uint64_t putBlobLimit_ = 268435456;  ///< bytes

@@ -1,4 +1,6 @@
 #include <atomic>
+#include <optional>
+#include <thread>
 #include <utility>
 
 #include "core/exception.h"
@@ -10,7 +12,8 @@
 /// request completes, and a request that is never heard of again keeps no uploader once it was cancelled.
 class AzureBlobUploader::Flight {
  public:
-  explicit Flight(Step flown) : step(flown) {}
+  /// On the thread that is going to start it.
+  explicit Flight(Step flown) : step(flown), starter(std::this_thread::get_id()) {}
   Flight(const Flight&) = delete;
   Flight& operator=(const Flight&) = delete;
   ~Flight() { claim(); }
@@ -20,10 +23,13 @@ class AzureBlobUploader::Flight {
   /// Null when somebody else was first.
   Reference claim() { return Reference(uploader_.exchange(nullptr)); }
 
+  bool isBeingStarted() const { return starter.load() != std::thread::id(); }
+  bool isBeingStartedHere() const { return starter.load() == std::this_thread::get_id(); }
+
   const Step step;
-  // Guarded by the uploader's lock.
-  bool starting = true;
-  bool cancelWanted = false;
+  std::atomic<std::thread::id> starter;  ///< until the start has returned; cleared under the uploader's lock
+  bool cancelWanted = false;             ///< guarded by the uploader's lock
+  std::optional<std::string> early;      ///< the response, when it came inside the start; the starter's until then
 
  private:
   std::atomic<AzureBlobUploader*> uploader_{nullptr};
@@ -65,49 +71,76 @@ AzureBlobUploader::Launch AzureBlobUploader::board(Step step) {
   return launch;
 }
 
-/// Starts a request without the lock; true when its completion has come or will come. A cancellation that came while
-/// the request had nothing to cancel yet is made up for here.
+/// Starts a request without the lock; true when its completion has come or will come. What came inside the starting
+/// call itself waits for settle(). A cancellation that came while there was nothing to cancel yet is made up for here.
 bool AzureBlobUploader::start(const Launch& launch, const std::function<bool(HttpCompletion)>& send) {
-  launch.flight->await(*this);
+  Flight& flight = *launch.flight;
+  flight.await(*this);
   try {
-    const bool started = send([flight = launch.flight](HttpRequest* request, std::string response) {
-      land(flight, request, std::move(response));
+    const bool started = send([kept = launch.flight](HttpRequest* request, std::string response) {
+      arrive(kept, request, std::move(response));
     });
-    if (!started) {
-      return !launch.flight->claim();
+    if (!started && !flight.early) {
+      return !flight.claim();
     }
   } catch (...) {
-    if (launch.flight->claim()) {
+    if (!flight.early && flight.claim()) {
       throw;
     }
     CORE::log(CORE::kError, L"AzureBlobUploader::start(): %s", CORE::currentExceptionText());
   }
   Lock lock(lock_);
-  launch.flight->starting = false;
-  const bool cancelWanted = launch.flight->cancelWanted;
+  flight.starter = std::thread::id();
+  const bool cancelNow = flight.cancelWanted && !flight.early;
   lock.unlock();
-  if (cancelWanted) {
+  if (cancelNow) {
     cancel(launch.request, launch.flight);
   }
   return true;
 }
 
-/// The end of a flight, on whichever thread; a second one of the same flight does nothing.
-void AzureBlobUploader::land(const std::shared_ptr<Flight>& flight, HttpRequest* request, std::string response) {
-  const Reference self = flight->claim();
-  if (!self) {
+/// The completion of a request. One that comes inside the starting call is only noted: handling it there would nest
+/// the whole chain of blocks, one inside the other.
+void AzureBlobUploader::arrive(const std::shared_ptr<Flight>& flight, HttpRequest* request, std::string response) {
+  if (flight->isBeingStartedHere()) {
+    if (!flight->early) {
+      flight->early = std::move(response);
+    }
     return;
   }
-  const bool isPutBlob = flight->step == Step::kPutBlob;
+  if (const Reference self = flight->claim()) {
+    self->land(flight->step, request, std::move(response));
+    self->settle();
+  }
+}
+
+/// Handles the end of a flight that the caller has claimed and keeps this object through.
+void AzureBlobUploader::land(Step step, HttpRequest* request, std::string response) {
+  const bool isPutBlob = step == Step::kPutBlob;
   const bool handled = guarded(isPutBlob, [&] {
     if (isPutBlob) {
-      self->AzurePutBlobRequestCb(request, std::move(response));
+      AzurePutBlobRequestCb(request, std::move(response));
     } else {
-      self->AzureAppendBlockRequestCb(request, std::move(response));
+      AzureAppendBlockRequestCb(request, std::move(response));
     }
   });
   if (!handled) {
-    guarded(isPutBlob, [&] { self->finishFailed(flight->step, request); });
+    guarded(isPutBlob, [&] { finishFailed(step, request); });
+  }
+}
+
+/// Handles what has ended inside its own start, block after block, until a request is really on its way.
+void AzureBlobUploader::settle() {
+  for (;;) {
+    Lock lock(lock_);
+    const std::shared_ptr<Flight> flight = flight_;
+    const std::shared_ptr<AzureBlobRequest> request = currentRequest_;
+    const bool ended = !flight->isBeingStarted() && flight->early;
+    lock.unlock();
+    if (!ended || !flight->claim()) {
+      return;
+    }
+    land(flight->step, request.get(), std::move(*flight->early));
   }
 }
 
@@ -116,7 +149,9 @@ void AzureBlobUploader::land(const std::shared_ptr<Flight>& flight, HttpRequest*
 void AzureBlobUploader::cancel(const std::shared_ptr<AzureBlobRequest>& request,
                                const std::shared_ptr<Flight>& flight) {
   request->cancelRequest();
-  land(flight, request.get(), std::string());
+  if (const Reference self = flight->claim()) {
+    self->land(flight->step, request.get(), std::string());
+  }
 }
 
 void AzureBlobUploader::cancelUpload() {
@@ -124,14 +159,14 @@ void AzureBlobUploader::cancelUpload() {
   Lock lock(lock_);
   cancelled_ = true;
   const std::shared_ptr<Flight> flight = flight_;
+  const std::shared_ptr<AzureBlobRequest> request = currentRequest_;
   if (flight == nullptr) {
     return;
   }
-  if (flight->starting) {
+  if (flight->isBeingStarted()) {
     flight->cancelWanted = true;
     return;
   }
-  const std::shared_ptr<AzureBlobRequest> request = currentRequest_;
   lock.unlock();
   if (flight->isAwaited()) {
     cancel(request, flight);

@@ -1,3 +1,4 @@
+#include <new>
 #include <stdexcept>
 
 #include "tests/unit/upload/upload_fixture.h"
@@ -66,6 +67,7 @@ TEST_F(UploaderCancelTest, APutBlobWithoutAnyNotification) {
   uploader->cancelUpload();
   EXPECT_EQ(outcomes.all(), kFailed);
   EXPECT_EQ(uploader->refCount(), 1U);
+  openAtTheEnd = "1 event, 3 file";  // WinHTTP may still use what the request lent it: it is never freed
 }
 
 // Inside the starting call there is nothing to cancel yet; the cancellation counts all the same.
@@ -86,6 +88,23 @@ TEST_F(UploaderCancelTest, WhileARequestIsBeingStarted) {
     EXPECT_EQ(settled(), append ? kNothing : kSucceeded);
     EXPECT_EQ(requestCount() - before, append ? 3U : 1U);
     EXPECT_EQ(uploader->refCount(), 1U);
+  }
+}
+
+// The date is read inside the starting call, before anything is sent.
+TEST_F(UploaderCancelTest, WhileARequestIsBeingStartedAndThenRuns) {
+  HookedClock clock;
+  for (const bool append : {false, true}) {
+    outcomes.clear();
+    windows.files.writeSparse(kWidePath, append ? kAppended : 1);
+    const std::size_t before = requestCount();
+    serve({{before, append ? created() : held()}, {before + 1, held()}});
+    uploader.reset(new AzureBlobUploader);
+    clock.onLook(append ? 2 : 1, [this] { uploader->cancelUpload(); });
+    EXPECT_TRUE(upload());
+    EXPECT_EQ(settled(), append ? kNothing : kFailed);
+    EXPECT_EQ(uploader->refCount(), 1U);
+    EXPECT_EQ(requestCount() - before, append ? 2U : 1U);
   }
 }
 
@@ -119,6 +138,31 @@ TEST_F(UploaderCancelTest, FromTheCompletionFunction) {
 }
 
 class UploaderFailureTest : public UploadFixture {};
+
+// The date is read while a request is being started, so here a start fails with an exception.
+TEST_F(UploaderFailureTest, ExceptionWhileARequestIsBeingStarted) {
+  HookedClock clock;
+  windows.files.writeSparse(kWidePath, kAppended);
+  for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
+    log.clear();
+    outcomes.clear();
+    windows.winHttp.delivery = delivery;
+    uploader.reset(new AzureBlobUploader);
+    clock.onLook(1, [] { throw std::bad_alloc(); });
+    EXPECT_THROW(upload(), std::bad_alloc);
+    EXPECT_EQ(settled(), kNothing);
+
+    const std::size_t before = requestCount();
+    clock.onLook(3, [] { throw std::bad_alloc(); });
+    EXPECT_TRUE(upload());
+    EXPECT_EQ(outcomes.wait(), kFailed);
+    EXPECT_EQ(settled(), kFailed);
+    EXPECT_EQ(requestCount() - before, 2U);
+    EXPECT_EQ(log.count(L"AzureBlobUploader::AzureAppendBlockRequestCb(): OutOfMem"), 1U) << log.text();
+    EXPECT_EQ(uploader->refCount(), 1U);
+    EXPECT_EQ(windows.openHandlesText(), openBefore);
+  }
+}
 
 TEST_F(UploaderFailureTest, NextBlockThatCannotBeStarted) {
   windows.files.writeSparse(kWidePath, kAppended);

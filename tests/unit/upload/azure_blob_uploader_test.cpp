@@ -62,20 +62,18 @@ class UploadWays : public UploadFixture, public ::testing::WithParamInterface<si
   }
 };
 
-TEST_P(UploadWays, SmallFilesGoByPutBlob) {
-  for (const std::uint64_t size : {std::uint64_t{0}, std::uint64_t{1}, kBlock + 1}) {
+TEST_P(UploadWays, FilesUpToTheLimitGoByPutBlob) {
+  std::vector<std::uint64_t> sizes = {0, 1, kBlock + 1};
+  if (GetParam() == sim::Delivery::kMixed) {
+    sizes.push_back(kPutBlobLimit);
+  }
+  for (const std::uint64_t size : sizes) {
     outcomes.clear();
     uploader.reset(new AzureBlobUploader);
     run(size);
     expectRequest(windows.winHttp.sentRequests().back(), "BlockBlob", 0, size);
   }
-  EXPECT_EQ(requestCount(), 3U);
-}
-
-TEST_P(UploadWays, TheLargestPutBlob) {
-  run(kPutBlobLimit);
-  ASSERT_EQ(requestCount(), 1U);
-  expectRequest(windows.winHttp.sentRequests()[0], "BlockBlob", 0, kPutBlobLimit);
+  EXPECT_EQ(requestCount(), sizes.size());
 }
 
 TEST_P(UploadWays, LargerFilesAreAppendedInOrder) {
@@ -104,6 +102,23 @@ INSTANTIATE_TEST_SUITE_P(Delivery, UploadWays,
                          deliveryName);
 
 class UploaderTest : public UploadFixture {};
+
+// Completions inside the starting call must not nest block in block: a large file would need any amount of stack.
+TEST_F(UploaderTest, AChainOfInlineCompletionsStaysShallow) {
+  windows.winHttp.delivery = sim::Delivery::kInline;
+  windows.files.writeSparse(kWidePath, kPutBlobLimit + 1);
+  std::vector<std::uintptr_t> depths;
+  windows.winHttp.onRequest([&depths](const sim::HttpExchange&) {
+    const int here = 0;
+    depths.push_back(reinterpret_cast<std::uintptr_t>(&here));
+    return created();
+  });
+  ASSERT_TRUE(upload());
+  EXPECT_EQ(outcomes.all(), kSucceeded);
+  ASSERT_EQ(depths.size(), 66U);
+  const auto [least, most] = std::minmax_element(depths.begin(), depths.end());
+  EXPECT_LT(*most - *least, 65536U);
+}
 
 TEST_F(UploaderTest, OnlyTheFirstRequestIsHandedTheProxy) {
   uploader->setProxyConfig("proxy.example:8080", "*.local", "");
