@@ -1,5 +1,6 @@
 #include "core/crash_handling.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <string>

@@ -45,10 +45,10 @@ class dct_common {
   /// capability query when it has not run yet. Unsupported names are logged at WARN and left out.
   std::wstring getDCTFilter(CORE::PropertyBag& request);
 
-  /// Runs a command in the script folder without a window of its own input, and hands out what it wrote to its standard
-  /// output, of which more than 128 MiB is dropped. Its standard input is at its end; its standard error goes nowhere.
-  /// A child that takes longer than a minute is ended together with its children. On false the result bag holds the
-  /// error, which has been logged (258 after a minute, the exit code when that is not 0), and `output` is unchanged.
+  /// Runs a command in the script folder and hands out what it wrote to its standard output, of which more than 128 MiB
+  /// is dropped. Its standard input is at its end; its standard error goes nowhere. A child that takes longer than a
+  /// minute is ended together with its children. On false the result bag holds the error, which has been logged (258
+  /// after a minute, the exit code when that is not 0), and `output` is unchanged.
   bool runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output);
 
   /// Asks the script what it supports. True: the bag holds its answer and "Version" "2". False: the bag holds the

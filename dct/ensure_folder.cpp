@@ -1,5 +1,6 @@
 #include "dct/ensure_folder.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/files.h"

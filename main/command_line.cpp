@@ -15,6 +15,7 @@ constexpr std::array<LongOption, 1> kOptions = {{{"url", kUrl}}};
 
 std::vector<std::string> narrowArguments(int argc, wchar_t** argv) {
   std::vector<std::string> out;
+  out.reserve(static_cast<std::size_t>(argc));
   for (int i = 0; i < argc; ++i) {
     out.push_back(CORE::to_mstr(argv[i], CORE::kUtf8));
   }
@@ -26,6 +27,7 @@ std::vector<std::string> narrowArguments(int argc, wchar_t** argv) {
 bool lParseCommandLine(int argc, wchar_t** argv, options& out) {
   const std::vector<std::string> narrow = narrowArguments(argc, argv);
   std::vector<const char*> arguments;
+  arguments.reserve(narrow.size());
   for (const std::string& argument : narrow) {
     arguments.push_back(argument.c_str());
   }

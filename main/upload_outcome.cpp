@@ -5,6 +5,12 @@
 #include "platform/objects.h"
 #include "platform/platform.h"
 
+namespace {
+
+constexpr int kSignalAttempts = 3;
+
+}  // namespace
+
 bool UploadOutcome::open() {
   auto created = platform::current().objects.CreateEventW(true, false);
   if (!created) {
@@ -25,8 +31,13 @@ void UploadOutcome::report(bool succeeded) {
   // Held across the signal, so that the run which it wakes closes the event behind the call, never inside it. The
   // callback's own share keeps the lock alive.
   const std::lock_guard lock(mutex_);
-  if (event_) {
-    platform::current().objects.SetEvent(event_.get());
+  // A run that is never woken would keep the machine's mutex for ever, so a refused signal is tried again.
+  for (int attempt = 0; event_ && attempt < kSignalAttempts; ++attempt) {
+    const platform::Status signalled = platform::current().objects.SetEvent(event_.get());
+    if (signalled) {
+      return;
+    }
+    CORE::log(CORE::kError, L"wWinMain(): SetEvent failed: %s", CORE::systemErrorText(signalled.error));
   }
 }
 

@@ -112,13 +112,4 @@ TEST(CapabilityQuery, GetLogLevelAndItsErrors) {
   EXPECT_LE(bag.getErrorText().length(), 8192U);
 }
 
-TEST(CapabilityQuery, FeaturesMatchAsWholesInAnyCase) {
-  ScriptWorld world;
-  world.windows.processes.onStart([](sim::Child& child) { child.exit(1); });
-  load(world.agent);
-  EXPECT_TRUE(isSupportedFeature(L"agentCORE"));
-  EXPECT_FALSE(isSupportedFeature(L"Agent"));
-  EXPECT_FALSE(isSupportedFeature(L""));
-}
-
 }  // namespace

@@ -115,12 +115,4 @@ TEST(MonitorDCTProcess, AnUnusedCancelEventAndAFiniteLimit) {
       impatient, world.windows, [](sim::Child& child) { child.hang(); }, result));
 }
 
-TEST(DctAgent, WaitsWithoutLimitAndHasItsTexts) {
-  ScriptWorld world;
-  EXPECT_EQ(world.agent.getScriptTimeout(), 0xFFFFFFFFU);
-  EXPECT_EQ(world.agent.getMessage(0), L"CreateAgentDCT");
-  EXPECT_EQ(world.agent.getMessage(1), L"Cannot get the AgentInstallPath from registry");
-  EXPECT_EQ(world.agent.getMessage(2), L"");
-}
-
 }  // namespace

@@ -1,16 +1,21 @@
 #include "main/run.h"
 
+#include <algorithm>
 #include <functional>
+#include <iterator>
 
 #include "tests/unit/main/run_world.h"
 
 namespace {
 
 const std::string kStarting = "INFO wWinMain(): Starting DCT collection.";
-const std::string kUploading =
-    "INFO wWinMain(): Uploading DCT log (C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp\\"
-    "agentDCT_2026-11-13_04-13-48_123.zip) to url: https://store.example.net/c/b.zip?sig=abc. \n"
-    "Proxy Server: n/a. Proxy Bypass: n/a PACURL: n/a.";
+std::string uploadingTo(const std::string& url) {
+  return "INFO wWinMain(): Uploading DCT log (C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp\\"
+         "agentDCT_2026-11-13_04-13-48_123.zip) to url: " +
+         url + ". \nProxy Server: n/a. Proxy Bypass: n/a PACURL: n/a.";
+}
+
+const std::string kUploading = uploadingTo("https://store.example.net/c/b.zip?sig=abc");
 const std::string kInProgress = "ERROR wWinMain(): DCT collection is already in progress.";
 const std::string kUsage = "INFO PrintUsage(): Usage:\r\nmdDCT.exe -url \"<url>\"";
 
@@ -141,6 +146,10 @@ TEST(Run, EndsWithTheUpload) {
        {kUploading,
         "ERROR wWinMain(): filesystem error: file_size: "
         "Input/output error"}},
+      {"a URL without TLS",
+       called(L"mdDCT.exe -url http://h/b"),
+       5,
+       {uploadingTo("http://h/b"), "ERROR wWinMain(): Failed to start upload."}},
       {"the server refuses",
        [](RunWorld& world) { world.failingRequest = 1; },
        7,
@@ -153,6 +162,21 @@ TEST(Run, EndsWithTheUpload) {
        7,
        {kUploading, "ERROR wWinMain(): Upload failed."}},
   });
+}
+
+TEST(Run, SendsALargeBundleInBlocks) {
+  RunWorld world;
+  world.bundleSize = (256u << 20) + 1;
+  EXPECT_EQ(world.run(), 0);
+  const auto requests = world.windows.winHttp.sentRequests();
+  ASSERT_EQ(requests.size(), 66U);
+  EXPECT_EQ(requests.front().header("x-ms-blob-type"), "AppendBlob");
+  std::uint64_t sent = 0;
+  for (const sim::HttpExchange& request : requests) {
+    sent += request.bodySize;
+  }
+  EXPECT_EQ(sent, world.bundleSize);
+  EXPECT_FALSE(world.bundleExists());
 }
 
 TEST(Run, NoCompletionEvent) {
@@ -175,6 +199,12 @@ TEST(Run, ACompletionAfterAFailedWaitTouchesNothingDead) {
       (std::vector<std::string>{kStarting, kUploading, "ERROR wWinMain(): WaitForSingleObject failed: Message 5."}));
   EXPECT_FALSE(world.bundleExists());
   EXPECT_EQ(world.windows.winHttp.sentRequests().size(), 1U);
+  // The event is closed at its place although the completion is still to come.
+  const auto calls = world.windows.faults.calls();
+  const auto removal = std::find(calls.begin(), calls.end(), "remove");
+  const auto wait = std::find(std::reverse_iterator(removal), calls.rend(), "WaitForSingleObject");
+  EXPECT_NE(std::find(wait.base(), removal, "CloseHandle"), removal);
+  EXPECT_EQ(world.windows.faults.callCount("SetEvent"), 0U);
   EXPECT_EQ(world.leftOpen(), "");
 }
 

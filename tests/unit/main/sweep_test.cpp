@@ -30,10 +30,16 @@ void check(RunWorld& world, int code, const Scenario& scenario, const Fault& fau
   if (knewTheBundle && fault.call != "remove") {
     EXPECT_FALSE(world.bundleExists()) << where << "\n" << world.log.text();
   }
-  EXPECT_EQ(world.log.count(L"wWinMain(): DCT collection succeeded.") + world.log.count(L"wWinMain(): Upload failed."),
-            code == 0 || code == 7 ? 1U : 0U)
-      << where << "\n"
-      << world.log.text();
+  if (fault.call != "WriteFile") {  // which loses a line of the log
+    EXPECT_EQ(
+        world.log.count(L"wWinMain(): DCT collection succeeded.") + world.log.count(L"wWinMain(): Upload failed."),
+        code == 0 || code == 7 ? 1U : 0U)
+        << where << "\n"
+        << world.log.text();
+  }
+  // The only event that the program ever sets is the run's own.
+  EXPECT_LE(world.windows.faults.callCount("SetEvent"), fault.call == "SetEvent" ? 2U : 1U)
+      << where << ": completed more than once";
   EXPECT_LE(world.windows.winHttp.sentRequests().size(), scenario.requests) << where << ": a request was repeated";
   if (code == 0) {
     EXPECT_EQ(world.answered, scenario.requests) << where;
@@ -77,15 +83,15 @@ void failingScript(RunWorld& world) {
   world.exitCode = 5;
 }
 
-/// An append run that the server ends at its third block.
+/// An append run that the server ends at its second block, which is long enough to pass every call of such a run.
 void appendBlocks(RunWorld& world) {
   world.bundleSize = (256u << 20) + 1;
-  world.failingRequest = 4;
+  world.failingRequest = 3;
 }
 
 TEST(Sweep, PutBlob) { sweep({"Put Blob", putBlob, 0, 1, 10'000, 1}, sim::Delivery::kInline); }
 TEST(Sweep, PutBlobOnAWorker) { sweep({"Put Blob", putBlob, 0, 1, 10'000, 1}, sim::Delivery::kWorker); }
 TEST(Sweep, FailingScript) { sweep({"failing script", failingScript, 4, 0, 10'000, 1}, sim::Delivery::kInline); }
-TEST(Sweep, AppendBlocks) { sweep({"append", appendBlocks, 7, 4, 10'000, 1}, sim::Delivery::kInline); }
+TEST(Sweep, AppendBlocks) { sweep({"append", appendBlocks, 7, 3, 10'000, 1}, sim::Delivery::kInline); }
 
 }  // namespace
