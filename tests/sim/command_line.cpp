@@ -1,5 +1,6 @@
 // CommandLineToArgvW: how Windows splits a command line.
 #include "tests/sim/processes.h"
+#include "tests/sim/text.h"
 
 namespace sim {
 namespace {
@@ -11,10 +12,10 @@ std::wstring takeProgram(const std::wstring& text, std::size_t& at) {
   const bool quoted = text[at] == L'"';
   const std::size_t start = at + (quoted ? 1 : 0);
   at = start;
-  while (at < text.size() && (quoted ? text[at] != L'"' : static_cast<std::uint32_t>(text[at]) > L' ')) {
+  while (at < text.size() && (quoted ? text[at] != L'"' : codeOf(text[at]) > L' ')) {
     ++at;
   }
-  const std::wstring name = text.substr(start, at - start);
+  std::wstring name = text.substr(start, at - start);
   at += quoted && at < text.size() ? 1u : 0u;
   return name;
 }

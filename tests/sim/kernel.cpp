@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <sstream>
@@ -58,7 +59,7 @@ class Kernel::WaitScope {
 };
 
 platform::NativeHandle Kernel::add(std::shared_ptr<Object> object, platform::NativeHandle at) {
-  const auto handle = at != nullptr ? at : reinterpret_cast<platform::NativeHandle>(nextHandle_);
+  const auto handle = at != nullptr ? at : std::bit_cast<platform::NativeHandle>(nextHandle_);
   nextHandle_ += at != nullptr ? 0 : 4;
   handles_[handle] = Entry{std::move(object)};
   return handle;

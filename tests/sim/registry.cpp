@@ -38,7 +38,7 @@ std::vector<std::byte> utf16Bytes(const std::wstring& text, bool terminated) {
     bytes.push_back(static_cast<std::byte>(unit >> 8 & 0xFF));
   };
   for (const wchar_t character : text) {
-    const auto code = static_cast<std::uint32_t>(character);
+    const auto code = codeOf(character);
     if (code > 0xFFFF) {
       add(0xD800 + ((code - 0x10000) >> 10));
       add(0xDC00 + (code & 0x3FF));

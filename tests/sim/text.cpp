@@ -28,7 +28,7 @@ platform::Result<std::uint32_t> put(const std::wstring& text, std::span<wchar_t>
 }  // namespace
 
 wchar_t lowerCase(wchar_t character) {
-  const auto code = static_cast<std::uint32_t>(character);
+  const auto code = codeOf(character);
   const bool shifts = (code >= 'A' && code <= 'Z') || (code >= 0xC0 && code <= 0xDE && code != 0xD7) ||
                       (code >= 0x391 && code <= 0x3A9) || (code >= 0x410 && code <= 0x42F);
   return shifts ? static_cast<wchar_t>(code + 32) : character;

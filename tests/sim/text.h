@@ -38,6 +38,11 @@ class Text : public platform::Text {
   std::map<std::wstring, std::wstring> environment_;  ///< names lower-cased
 };
 
+/// A character's number: wchar_t is signed on some platforms.
+inline std::uint32_t codeOf(wchar_t character) {
+  return static_cast<std::uint32_t>(std::char_traits<wchar_t>::to_int_type(character));
+}
+
 /// Lower case as the simulation folds it: ASCII, Latin-1, basic Greek and Cyrillic.
 wchar_t lowerCase(wchar_t character);
 std::wstring lowerCase(std::wstring text);

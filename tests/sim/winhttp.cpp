@@ -4,6 +4,7 @@
 
 #include "tests/sim/http_handles.h"
 #include "tests/sim/internet.h"
+#include "tests/sim/text.h"
 
 namespace sim {
 namespace {
@@ -14,7 +15,7 @@ constexpr platform::ErrorCode kErrorIncorrectHandleType = 12018;
 std::string narrow(std::wstring_view text) {
   std::string result;
   for (const wchar_t character : text) {
-    const auto code = static_cast<std::uint32_t>(character);
+    const auto code = codeOf(character);
     result += code < 0x100 ? static_cast<char>(code) : '?';
   }
   return result;
