@@ -1,0 +1,92 @@
+// ./run.sh behind the build: one run of mdDCT.exe against the storage emulator (or a URL), and what came of it.
+// Arguments: the bundle's size, and the URL to send to ('' for the emulator).
+import { readdirSync, rmSync } from 'node:fs';
+import { join } from 'node:path';
+import { startAzurite } from '../../tests/wine/azurite.mjs';
+import { certificates } from '../../tests/wine/ca.mjs';
+import { stateFolder } from '../../tests/wine/paths.mjs';
+import { Prefix, clonePrefix, endEverything, endOnSignals, templatePrefix } from '../../tests/wine/prefix.mjs';
+import { alive } from '../../tests/wine/proc.mjs';
+import { Product } from '../../tests/wine/product.mjs';
+import { blobSas } from '../../tests/wine/sas.mjs';
+import { openStorage } from '../../tests/wine/storage.mjs';
+import { showBlob, showEnd, showRun, showSettings, step } from './show.mjs';
+
+const kContainer = 'logs';
+const [size = '8M', givenUrl = ''] = process.argv.slice(2);
+const name = `run-${process.pid}`;
+const prefixFolder = join(stateFolder('prefixes'), name);
+const dataFolder = join(stateFolder('emulators'), name);
+
+/** What a run left that could not end itself (kill -9, power). */
+async function removeStale() {
+  for (const folder of readdirSync(stateFolder('prefixes')).filter((entry) => /^run-\d+$/.test(entry))) {
+    if (!alive(folder.slice(4))) await new Prefix(join(stateFolder('prefixes'), folder)).remove();
+  }
+  for (const folder of readdirSync(stateFolder('emulators')).filter((entry) => /^run-\d+$/.test(entry))) {
+    if (!alive(folder.slice(4))) rmSync(join(stateFolder('emulators'), folder), { recursive: true, force: true });
+  }
+}
+
+async function startService() {
+  const { leaf, authorityPem } = await certificates();
+  step('starting the storage emulator over HTTPS');
+  const azurite = await startAzurite(dataFolder, leaf('good'));
+  step(`it listens on port ${azurite.port}; making container "${kContainer}" and a URL for one blob (create, write)`);
+  const storage = openStorage(azurite.origin, azurite.account, authorityPem);
+  await storage.createContainer(kContainer);
+  const blob = `diagnostics-${new Date().toISOString().replace(/[:.]/g, '-')}.zip`;
+  const url = `${azurite.origin}/${kContainer}/${blob}?${blobSas(azurite.account, `/${kContainer}/${blob}`)}`;
+  return { azurite, storage, blob, url };
+}
+
+function timeLimit() {
+  const [, digits, unit] = /^(\d+)([KMG]?)$/.exec(size);
+  const mebibytes = Number(digits) * { '': 2 ** -20, K: 2 ** -10, M: 1, G: 1024 }[unit];
+  return 120000 + mebibytes * 500;
+}
+
+/** The whole of it. Returns what went wrong, in words. */
+async function perform(prefix) {
+  step('importing the product\'s settings into its registry');
+  const product = await Product.install(prefix);
+  showSettings(product.settings);
+  const service = givenUrl ? null : await startService();
+  const args = ['-url', service?.url ?? givenUrl];
+  step('running mdDCT.exe as the local system account');
+  const result = await product.run({ args, standin: { size }, timeoutMs: timeLimit() });
+  const problems = showRun(args, result);
+  if (service) {
+    problems.push(...showBlob(await service.storage.facts(kContainer, service.blob), result.bundles));
+    service.storage.close();
+    await service.azurite.stop();
+  }
+  await prefix.stop();
+  problems.push(...showEnd(prefix, result, service?.azurite.pid));
+  return problems;
+}
+
+async function endAll() {
+  await endEverything();
+  for (const folder of [prefixFolder, dataFolder]) rmSync(folder, { recursive: true, force: true });
+}
+
+async function main() {
+  await removeStale();
+  step('making the Wine prefix (the first time takes some 15 s)');
+  await templatePrefix();
+  const problems = await perform(await clonePrefix(name));
+  console.log(problems.length === 0 ? '\nAll is well.' : ['\nFailed:', ...problems].join('\n  '));
+  return problems.length === 0 ? 0 : 1;
+}
+
+let interrupted = false;
+endOnSignals(async () => {
+  interrupted = true;
+  console.error('\ninterrupted: ending everything that was started');
+  await endAll();
+});
+process.exitCode = await main().catch((error) => {
+  if (!interrupted) console.error(`\nFailed: ${error.message}`);
+  return 1;
+}).finally(endAll);

@@ -1,0 +1,94 @@
+// What ./run.sh prints. The functions that judge return what is wrong, in words; an empty list is well.
+import { alive } from '../../tests/wine/proc.mjs';
+import { kMeanings, kProgramFolder } from '../../tests/wine/product.mjs';
+
+/** One line, as soon as the step begins. */
+export const step = (text) => console.log(`== ${text}`);
+
+const heading = (text) => console.log(`\n${text}`);
+const field = (name, value) => console.log(`  ${name.padEnd(10)}${value}`);
+const bytes = (count) => `${count.toLocaleString('en-US')} bytes`;
+
+/** The imported registry values. */
+export function showSettings(settings) {
+  for (const [key, values] of Object.entries(settings)) {
+    const shortKey = key.replace('HKEY_LOCAL_MACHINE', 'HKLM');
+    for (const [name, value] of Object.entries(values)) console.log(`   ${shortKey}\\${name} = ${value}`);
+  }
+}
+
+/** The log, with lines left out that say what the one or two before them say in turn (the blocks of an append blob). */
+function showLog(records) {
+  let leftOut = 0;
+  const tellLeftOut = () => {
+    if (leftOut > 0) console.log(`  ... ${leftOut} more of the same ...`);
+    leftOut = 0;
+  };
+  records.forEach(({ line, message }, n) => {
+    if (n >= 4 && message === records[n - 2].message && message === records[n - 4].message) {
+      leftOut++;
+      return;
+    }
+    tellLeftOut();
+    console.log(`  ${line.replaceAll(/\r?\n/g, '\n  ')}`);
+  });
+  tellLeftOut();
+}
+
+/** The run itself: command line, log, exit code, and what the script wrote. */
+export function showRun(args, result) {
+  heading('Command line (through the launcher that makes the account look like the local system\'s)');
+  console.log(`  ${[`${kProgramFolder}\\mdDCT.exe`, ...args].join(' ')}`);
+  heading(`The product's own log (${result.debug.length} lines)`);
+  showLog(result.debug);
+  if (result.output.trim() !== '') {
+    heading('Printed');
+    console.log(`  ${result.output.trim().replaceAll('\n', '\n  ')}`);
+  }
+  heading('Exit code');
+  const ownMeaning = kMeanings[result.code] ?? 'not one of the program\'s own';
+  const meaning = result.timedOut ? 'it did not end in time' : ownMeaning;
+  console.log(`  ${result.code}: ${meaning} (${(result.ms / 1000).toFixed(1)} s)`);
+  heading('The bundle, as the script wrote it');
+  for (const bundle of result.bundles) {
+    field('name', bundle.name);
+    field('size', bytes(bundle.size));
+    field('SHA-256', bundle.sha256);
+  }
+  if (result.bundles.length === 0) console.log('  none');
+  return result.code === 0 ? [] : [`mdDCT.exe ended with exit code ${result.code}: ${meaning}`];
+}
+
+/** The blob, against the bundle. */
+export function showBlob(blob, [bundle]) {
+  heading('The blob, as the storage SDK sees it');
+  if (!blob) {
+    console.log('  none');
+    return ['the storage service holds no such blob'];
+  }
+  field('name', blob.name);
+  field('type', blob.type + (blob.blocks ? `, ${blob.blocks} blocks` : ''));
+  field('size', bytes(blob.size));
+  const same = blob.size === bundle?.size && blob.sha256 === bundle.sha256;
+  field('SHA-256', `${blob.sha256} (${same ? 'the bundle\'s' : 'NOT the bundle\'s'})`);
+  return same ? [] : ['the blob is not the bundle'];
+}
+
+/** What is left after the end of the prefix and of the emulator. */
+export function showEnd(prefix, result, emulator) {
+  heading('Afterwards');
+  const judge = (name, left) => {
+    field(name, left.length === 0 ? 'gone' : `STILL THERE: ${left.join('; ')}`);
+    return left.map((what) => `still there: ${what}`);
+  };
+  const commands = (processes) => processes.map(({ pid, command }) => `${pid} ${command}`);
+  const shortName = (file) => file.replace(`${prefix.folder}/drive_c`, 'C:');
+  const left = result.leftBehind.map(shortName);
+  return [
+    ...judge('bundle', left.filter((file) => file.endsWith('.zip'))),
+    ...judge('files', left.filter((file) => !file.endsWith('.zip'))),
+    ...judge('program', commands(result.running)),
+    ...judge('Wine', commands(prefix.processes())),
+    ...(emulator ? judge('emulator', alive(emulator) ? [`process ${emulator}`] : []) : []),
+  ];
+}

@@ -1,0 +1,152 @@
+// Wine prefixes: one template, made once, and a clone of it (hard links, 25 ms) for every test.
+import { createHash } from 'node:crypto';
+import { copyFileSync, existsSync, mkdirSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+import { certificates } from './ca.mjs';
+import { binaries, stateFolder } from './paths.mjs';
+import { endStarted, must, processesWith, run, withLock } from './proc.mjs';
+import { writeRegFile } from './registry.mjs';
+
+// Wine rewrites a registry file in place when it has several links: a clone gets copies of these.
+const kRegistryFiles = ['system.reg', 'user.reg', 'userdef.reg'];
+
+// Crashes end in one line instead of a debugger's listing.
+const kTemplateRegistry = {
+  'HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug': { Auto: '0' },
+};
+
+/** The environment in which Wine runs: no window, no chatter, no proxy and nothing of the caller's own Wine. */
+function wineEnvironment(folder) {
+  const env = Object.fromEntries(Object.entries(process.env).filter(
+    ([name]) => !/^(wine|mddct|.*_proxy$|display$|wayland_display$|node_)/i.test(name)));
+  return { ...env, WINEPREFIX: folder, WINEDEBUG: '-all', WINEDLLOVERRIDES: 'mscoree,mshtml=' };
+}
+
+// Those in which something may run.
+const open = new Set();
+
+/** Ends everything that this process started: in a prefix or beside it. */
+export async function endEverything() {
+  await endStarted();
+  for (const prefix of [...open]) await prefix.stop();
+}
+
+/** When this process is told to end, it ends everything that it started first. */
+export function endOnSignals(end = endEverything) {
+  for (const [signal, number] of [['SIGINT', 2], ['SIGTERM', 15], ['SIGHUP', 1]]) {
+    process.once(signal, async () => {
+      await end().catch((error) => console.error(error.message));
+      process.exit(128 + number);
+    });
+  }
+}
+
+/** One prefix. Always end it with remove(), or with stop() to keep its files. */
+export class Prefix {
+  constructor(folder) {
+    this.folder = folder;
+    this.env = wineEnvironment(folder);
+    open.add(this);
+  }
+
+  /** The file's name on this side, for a Windows name on drive C. */
+  path(windowsName) {
+    const [, rest] = /^c:\\(.*)$/i.exec(windowsName) ?? [];
+    if (rest === undefined) throw new Error(`not on drive C: ${windowsName}`);
+    return join(this.folder, 'drive_c', ...rest.split('\\'));
+  }
+
+  /** Runs a Windows program to its end; see run(). */
+  wine(args, { env = {}, ...options } = {}) {
+    return run('wine', args, { ...options, env: { ...this.env, ...env } });
+  }
+
+  async importRegistry(keys) {
+    const file = join(this.folder, `import-${Date.now()}.reg`);
+    writeRegFile(file, keys);
+    await must('wine', ['reg', 'import', `Z:${file.replaceAll('/', '\\')}`], { env: this.env });
+    rmSync(file);
+  }
+
+  /** Everything that runs in this prefix, the background services included, as {pid, command}. */
+  processes() {
+    return processesWith('WINEPREFIX', this.folder);
+  }
+
+  /** Ends everything that runs in this prefix, and waits until it is gone. */
+  async stop() {
+    await run('wineserver', ['-k'], { env: this.env, timeoutMs: 10000 });
+    for (const end = Date.now() + 10000; Date.now() < end;) {
+      const left = this.processes();
+      if (left.length === 0) return void open.delete(this);
+      if (end - Date.now() < 7000) for (const { pid } of left) this.#kill(pid);
+      await sleep(20);
+    }
+    throw new Error(`still running in ${this.folder}: ${this.processes().map(({ command }) => command).join('; ')}`);
+  }
+
+  async remove() {
+    await this.stop();
+    rmSync(this.folder, { recursive: true, force: true });
+  }
+
+  #kill(pid) {
+    try {
+      process.kill(pid, 'SIGKILL');
+    } catch {
+      // It ended by itself.
+    }
+  }
+}
+
+async function makeTemplate(folder, authority) {
+  const work = new Prefix(`${folder}.new`);
+  rmSync(work.folder, { recursive: true, force: true });
+  mkdirSync(work.folder, { recursive: true });
+  try {
+    await must('wineboot', ['-i'], { env: work.env, timeoutMs: 180000 });
+    await work.importRegistry(kTemplateRegistry);
+    await must('wine', [join(binaries, 'mddct_trust_root.exe'), `Z:${authority.der.replaceAll('/', '\\')}`],
+      { env: work.env });
+    await must('wineserver', ['-w'], { env: work.env, timeoutMs: 60000 });
+  } finally {
+    await work.stop();
+  }
+  rmSync(folder, { recursive: true, force: true });
+  renameSync(work.folder, folder);
+}
+
+/**
+ * The template: a booted prefix that trusts the test authority. Made anew when Wine or the authority changed.
+ * @returns {Promise<string>} its folder. Nothing may run in it.
+ */
+export async function templatePrefix() {
+  const { authority, authorityPem } = await certificates();
+  const folder = join(stateFolder(), 'template');
+  const version = await must('wine', ['--version'], { env: wineEnvironment(folder) });
+  const key = createHash('sha256').update(`2\n${version}\n${JSON.stringify(kTemplateRegistry)}\n`)
+    .update(authorityPem).digest('hex');
+  await withLock(`${folder}.lock`, async () => {
+    const mark = join(folder, 'mddct-template');
+    if (existsSync(mark) && readFileSync(mark, 'utf8') === key) return;
+    rmSync(mark, { force: true });
+    await makeTemplate(folder, authority);
+    writeFileSync(mark, key);
+  });
+  return folder;
+}
+
+/** A prefix of its own for one test, below build/wine/prefixes/. */
+export async function clonePrefix(name) {
+  const template = await templatePrefix();
+  const folder = join(stateFolder('prefixes'), name.replace(/[^\w-]+/g, '-'));
+  const prefix = new Prefix(folder);
+  if (existsSync(folder)) await prefix.remove();
+  await must('cp', ['-al', template, folder]);
+  for (const file of kRegistryFiles) {
+    rmSync(join(folder, file));
+    copyFileSync(join(template, file), join(folder, file));
+  }
+  return prefix;
+}
