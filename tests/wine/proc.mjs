@@ -1,6 +1,10 @@
 // Child processes that always end: each in a group of its own, with its output in a file and its own time-out.
 import { spawn } from 'node:child_process';
-import { closeSync, existsSync, mkdirSync, openSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
+import { randomUUID } from 'node:crypto';
+import { closeSync, existsSync, fstatSync, mkdirSync, openSync, readFileSync, readSync, readdirSync, rmSync,
+  writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
 /** True while a process of that number exists (a zombie counts as gone). */
@@ -44,9 +48,10 @@ export async function endGroup(pid, graceMs = 2000) {
  * a pipe open, so the output goes to a file.
  * @returns {Promise<{code: number, timedOut: boolean, ms: number, output: string}>} code is -1 after a time-out.
  */
-export async function run(command, args, { env, cwd, timeoutMs = 60000, outputFile, onStart } = {}) {
-  const file = outputFile ?? `/tmp/mddct-${process.pid}-${Math.random().toString(36).slice(2)}.out`;
-  const out = openSync(file, 'w');
+export async function run(command, args, { env, cwd, timeoutMs = 60000, onStart } = {}) {
+  const file = join(tmpdir(), `mddct-${randomUUID()}`);
+  const out = openSync(file, 'wx+');
+  rmSync(file);  // it lives as long as somebody has it open
   const began = Date.now();
   try {
     const child = startGroup(command, args, { env, cwd, stdio: ['ignore', out, out] });
@@ -61,10 +66,11 @@ export async function run(command, args, { env, cwd, timeoutMs = 60000, outputFi
       endGroup(child.pid, 300);
     }, timeoutMs);
     const code = await ended.finally(() => clearTimeout(timer));
-    return { code: timedOut ? -1 : code, timedOut, ms: Date.now() - began, output: readFileSync(file, 'utf8') };
+    const output = Buffer.alloc(fstatSync(out).size);
+    readSync(out, output, 0, output.length, 0);
+    return { code: timedOut ? -1 : code, timedOut, ms: Date.now() - began, output: output.toString('utf8') };
   } finally {
     closeSync(out);
-    if (!outputFile) rmSync(file, { force: true });
   }
 }
 
