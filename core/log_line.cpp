@@ -12,7 +12,7 @@ namespace CORE {
 namespace {
 
 constexpr std::int64_t kStepsPerMinute = 600'000'000;  // FILETIME counts 100 ns
-constexpr std::int64_t kMinutesPerDay = 24 * 60;
+constexpr std::int64_t kMinutesPerDay = 1440;
 
 std::wstring utcStamp(const platform::SystemTime& t) {
   return format(L"%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", t.year, t.month, t.day, t.hour, t.minute, t.second,

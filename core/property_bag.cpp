@@ -25,7 +25,7 @@ const PropertyEntry* findString(const PropertyBagData& data, std::wstring_view n
 
 PropertyBag::PropertyBag() : data_(guardMemory([] { return new PropertyBagData; })) {}
 
-wstr PropertyBag::get(std::wstring_view name, wstr defaultText) const {
+wstr PropertyBag::get(std::wstring_view name, const wstr& defaultText) const {
   const PropertyEntry* entry = findString(*data_, name);
   return entry != nullptr ? entry->value : defaultText;
 }
@@ -118,7 +118,7 @@ std::uint32_t PropertyBag::getErrorCode() const {
   return code == 0 && !get(kErrorText).empty() ? 0xFFFFFFFFU : code;
 }
 
-wstr PropertyBag::getErrorText(wstr defaultText) const {
+wstr PropertyBag::getErrorText(const wstr& defaultText) const {
   wstr text = get(kErrorText);
   if (!text.empty()) {
     return text;

@@ -29,7 +29,7 @@ class PropertyBag {
 
   std::size_t count() const { return data_->entries.size(); }
   /// The string of that name; the default when it is missing or a bag.
-  wstr get(std::wstring_view name, wstr defaultText = {}) const;
+  wstr get(std::wstring_view name, const wstr& defaultText = {}) const;
   /// The string of that name as a signed 32-bit number (textToInt32); the default when it is missing or a bag.
   std::int32_t getInt(std::wstring_view name, std::int32_t defaultNumber) const;
   /// \throws coreException "PropertyBag: name '...' does not exist as bag".
@@ -60,7 +60,7 @@ class PropertyBag {
   /// "ErrorCode"; 0xFFFFFFFF when that is 0 or missing but there is an "ErrorText".
   std::uint32_t getErrorCode() const;
   /// "ErrorText"; without one "ErrorCode %u (0x%x)" for a code other than 0; without either the default.
-  wstr getErrorText(wstr defaultText = {}) const;
+  wstr getErrorText(const wstr& defaultText = {}) const;
 
   /// The text form for the log: an entry a line, three blanks a level, name = "value", nested bags below their names.
   /// Binary values show as <BINARY>; a NUL becomes a blank.

@@ -1,6 +1,7 @@
 #include "http/request_text.h"
 
 #include "core/convert.h"
+#include "core/format.h"
 
 namespace request_text {
 namespace {
@@ -33,7 +34,7 @@ std::wstring target(std::wstring_view path, std::wstring_view extra, const HttpM
   out += extra.substr(0, fragment);
   std::string encoded;
   for (const auto& [name, value] : parameters) {
-    encoded += name + '=' + value + '&';  // kept: the last parameter too ends in "&"
+    encoded += CORE::formatNarrow("%s=%s&", name, value);  // kept: the last parameter too ends in "&"
   }
   if (!encoded.empty()) {
     if (extra.empty() || extra.front() != L'?') {

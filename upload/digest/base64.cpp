@@ -65,12 +65,10 @@ void base64Decode(const CORE::mstr& text, CORE::mstr& output, const Base64Table&
   std::string bytes = reserved(characters.size());
   for (std::size_t i = 0; i < characters.size() && decodeGroup(characters.substr(i, 4), bytes, table); i += 4) {
   }
-  CORE::mstr result(std::move(bytes));
+  CORE::mstr result{std::string_view(bytes)};
+  CORE::wipe(bytes.data(), bytes.size());
   if (text.isSecret()) {
     result.markSecret();
   }
   output = std::move(result);
-  // A short text lives inside the string object, so the move has left its characters here.
-  bytes.resize(bytes.capacity());
-  CORE::wipe(bytes.data(), bytes.size());
 }
