@@ -4,11 +4,10 @@ import { createHash } from 'node:crypto';
 import { sasSignature, sharedKeyAuthorization } from './sas.mjs';
 
 const kMiB = 1024 * 1024;
-const kVersions = ['2019-12-12', '2020-02-10', '2020-04-08', '2020-06-12', '2020-08-04', '2020-10-02', '2024-11-04'];
+const kVersions = ['2020-04-08', '2024-11-04'];  // the product's and the SDK's
 const kLargestPut = 5000 * kMiB;
 const kMostBlocks = 50000;
 const kClockSkewMs = 15 * 60000;
-
 const largestBlock = (version) => (version >= '2022-11-02' ? 100 : 4) * kMiB;
 const refusal = (status, code, message = code) => ({ status, code, message });
 
@@ -16,12 +15,11 @@ const refusal = (status, code, message = code) => ({ status, code, message });
 export const errorBody = ({ code, message }) =>
   `\ufeff<?xml version="1.0" encoding="utf-8"?><Error><Code>${code}</Code><Message>${message}</Message></Error>`;
 
-/** One account's blobs. Requests come as {method, path, query (URLSearchParams), headers (lower-case names)}. */
+/** The blobs of the container "logs". Requests: {method, path, query (URLSearchParams), headers (lower-case names)}. */
 export class BlobService {
   /** @param {{name, key}} [account] when given, every request must be signed with its key or with a SAS of it. */
-  constructor({ account, containers = ['logs'] } = {}) {
+  constructor(account) {
     this.account = account;
-    this.containers = containers;
     /** path -> {type, size, blocks, sha256} of what was stored. */
     this.blobs = new Map();
   }
@@ -39,7 +37,7 @@ export class BlobService {
       : headers['x-ms-blob-type'] === 'AppendBlob' ? 'create' : 'put';
     const broken = this.#judgeHeaders(headers, now) ?? this.#judgeSignature(request, operation, now) ??
       (query.has('comp') && operation !== 'append' ? refusal(400, 'InvalidQueryParameterValue', 'comp') : null) ??
-      (this.containers.includes(container) ? null : refusal(404, 'ContainerNotFound')) ??
+      (container === 'logs' ? null : refusal(404, 'ContainerNotFound')) ??
       this.#judgeOperation(operation, path, headers);
     return broken ?? { operation };
   }
@@ -50,9 +48,7 @@ export class BlobService {
     if (!kVersions.includes(version)) return refusal(400, 'InvalidHeaderValue', 'x-ms-version');
     const date = headers['x-ms-date'] ?? headers.date;
     if (!date) return refusal(403, 'AuthenticationFailed', 'no x-ms-date');
-    if (new Date(date).toUTCString() !== date) {
-      return refusal(400, 'InvalidHeaderValue', 'x-ms-date');
-    }
+    if (new Date(date).toUTCString() !== date) return refusal(400, 'InvalidHeaderValue', 'x-ms-date');
     if (Math.abs(Date.parse(date) - now) > kClockSkewMs) return refusal(403, 'AuthenticationFailed', 'x-ms-date');
     const length = headers['content-length'];
     if (length === undefined) return refusal(411, 'MissingContentLengthHeader');
@@ -101,9 +97,7 @@ export class BlobService {
   /** Keeps what a judged request brought; hash is digestFor's, with the body in it. */
   store(operation, path, size, hash) {
     const before = operation === 'append' ? this.blobs.get(path) : { size: 0, blocks: 0 };
-    const blob = { type: operation === 'put' ? 'BlockBlob' : 'AppendBlob', size: before.size + size, hash,
-      blocks: before.blocks + (operation === 'append' ? 1 : 0), sha256: hash.copy().digest('hex') };
-    this.blobs.set(path, blob);
-    return blob;
+    this.blobs.set(path, { type: operation === 'put' ? 'BlockBlob' : 'AppendBlob', size: before.size + size, hash,
+      blocks: before.blocks + (operation === 'append' ? 1 : 0), sha256: hash.copy().digest('hex') });
   }
 }

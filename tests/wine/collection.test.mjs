@@ -66,7 +66,7 @@ describe('the collection', () => {
   });
 
   it('whose folder cannot be made ends with 4', () => withProduct('no-folder',
-    { logFolder: 'C:\\mddct\\logs', settings: { Agent: { UseRegistryForLoggingPath: 'false' } } }, async (other) => {
+    { logFolder: 'C:\\mddct\\logs', agent: { UseRegistryForLoggingPath: 'false' } }, async (other) => {
       const inTheWay = other.prefix.path('C:\\ProgramData\\Calvera');
       rmSync(inTheWay, { recursive: true, force: true });
       writeFileSync(inTheWay, '');
@@ -83,7 +83,7 @@ describe('the collection', () => {
 
   const noBundle = {
     'writes no bundle': [{ collect: 'none' }, '.+'],
-    'writes no bundle and fails': [{ collect: 'exit', exit: 5 }, 'Access denied\\.'],
+    'writes no bundle and fails': [{ collect: 'none', exit: 5 }, 'Access denied\\.'],
   };
   for (const [name, [standin, text]] of Object.entries(noBundle)) {
     it(`whose script ${name} ends with 4`, async () => {
@@ -115,14 +115,15 @@ describe('the capability query', () => {
     'prints 100 MB': [{ query: 'huge' }, null],
     'nests a million deep': [{ query: 'deep' }, null],
     'fails': [{ query: 'fail' }, /^dct_common::runDctCommand\(\): DCT process failed with error /],
-    'leaves a grandchild that keeps the pipe for 20 s': [{ grandchild: 'keep-pipe', hold: 20000 }, null],
+    'leaves a grandchild that keeps the pipe for 20 s': [{ grandchild: 20000 }, null],
   };
   for (const [name, [standin, error]] of Object.entries(misbehaviours)) {
     it(`that ${name} does not stop the run`, () => withSink({}, async (sink) => {
       const result = await product.run({ args: ['-url', `${sink.origin}/logs/a.zip`], standin });
-      const holders = result.running.filter(({ command }) => command.includes('--background'));
+      const holders = result.running.filter(({ command }) => command.includes('--hold'));
       assert.equal(result.code, 0, result.debug.map(({ line }) => line).join('\n').slice(-4000));
-      assert.deepEqual([result.leftBehind, result.running.length - holders.length], [[], 0]);
+      assert.deepEqual([result.leftBehind, holders.length], [[], result.running.length]);
+      assert.equal(holders.length, standin.grandchild ? 1 : 0);
       assert.equal(sink.service.blobs.get('/logs/a.zip').sha256, result.bundles[0].sha256);
       if (error) assert.ok(result.errors.some((text) => error.test(text)), result.errors.join('\n').slice(0, 2000));
       assert.ok(result.ms < 15000, `${result.ms} ms`);

@@ -4,14 +4,13 @@ import { join } from 'node:path';
 import { after, before, describe, it } from 'node:test';
 import { startAzurite } from './azurite.mjs';
 import { certificates } from './ca.mjs';
-import { assertDelivered, assertEnded, kMiB, openProduct } from './harness.mjs';
+import { assertDelivered, assertEnded, kMiB, kUploadFailed, openProduct } from './harness.mjs';
 import { stateFolder } from './paths.mjs';
 import { blobSas } from './sas.mjs';
 import { openStorage } from './storage.mjs';
 
 const kPutFailed = /^AzureBlobUploader::AzurePutBlobRequestCb\(\): Error headers: HTTP\/1\.1 40[34] /;
 const kChainFailed = /^AzureBlobUploader::AzureAppendBlockRequestCb\(\): Failed to append the previous chunk\. /;
-const kUploadFailed = 'wWinMain(): Upload failed.';
 
 describe('the delivery to the storage emulator', () => {
   let azurite, storage, product;

@@ -8,6 +8,7 @@ import { startSink } from './sink.mjs';
 endOnSignals();
 
 export const kMiB = 1024 * 1024;
+export const kUploadFailed = 'wWinMain(): Upload failed.';
 
 /** Installs the product in a prefix called name; close() ends everything in there and removes it. */
 export async function openProduct(name, options) {
@@ -24,11 +25,7 @@ export async function openProduct(name, options) {
 /** Lends a product of its own to fn. */
 export async function withProduct(name, options, fn) {
   const product = await openProduct(name, options);
-  try {
-    return await fn(product);
-  } finally {
-    await product.close();
-  }
+  return fn(product).finally(() => product.close());
 }
 
 /** Lends a sink to fn; certificate: the name of the leaf that it shows. */

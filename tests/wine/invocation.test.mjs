@@ -39,7 +39,7 @@ describe('the invocation', () => {
   // Wine's IsValidURL takes every text; the launcher makes it refuse.
   it('with a URL that Windows refuses ends with 3 before the script is started', async () => {
     const args = ['-url', 'https://localhost:9/logs/a.zip'];
-    const result = await product.run({ args, patches: ['urlmon.dll!IsValidURL=0x80070057'] });
+    const result = await product.run({ args, patch: 'urlmon.dll!IsValidURL=0x80070057' });
     assertEnded(result, 3, ['wWinMain(): Invalid URL.']);
     assert.deepEqual(result.record, []);
   });
@@ -60,7 +60,7 @@ describe('the invocation', () => {
   it('while another run lasts ends with 2 and disturbs nothing', async () => {
     await withSink({}, async (sink) => {
       const args = ['-url', `${sink.origin}/logs/a.zip`];
-      const first = product.run({ args, standin: { collect: 'slow', delay: 3000 } });
+      const first = product.run({ args, standin: { delay: 3000 } });
       await sleep(1500);
       const second = await product.run({ args });
       assert.equal(second.code, 2);

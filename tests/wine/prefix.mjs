@@ -1,12 +1,11 @@
 // Wine prefixes: one template, made once, and a clone of it (hard links, 25 ms) for every test.
 import { createHash } from 'node:crypto';
-import { copyFileSync, existsSync, mkdirSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
+import { copyFileSync, existsSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { certificates } from './ca.mjs';
 import { binaries, stateFolder } from './paths.mjs';
-import { endStarted, must, processesWith, run, withLock } from './proc.mjs';
-import { writeRegFile } from './registry.mjs';
+import { emptyFolder, endStarted, must, processesWith, run, withLock } from './proc.mjs';
 
 // Wine rewrites a registry file in place when it has several links: a clone gets copies of these.
 const kRegistryFiles = ['system.reg', 'user.reg', 'userdef.reg'];
@@ -22,6 +21,9 @@ function wineEnvironment(folder) {
     ([name]) => !/^(wine|mddct|.*_proxy$|display$|wayland_display$|node_)/i.test(name)));
   return { ...env, WINEPREFIX: folder, WINEDEBUG: '-all', WINEDLLOVERRIDES: 'mscoree,mshtml=' };
 }
+
+/** A file of this side, as Windows programs name it. */
+export const onDriveZ = (file) => `Z:${file.replaceAll('/', '\\')}`;
 
 // Those in which something may run.
 const open = new Set();
@@ -62,10 +64,17 @@ export class Prefix {
     return run('wine', args, { ...options, env: { ...this.env, ...env } });
   }
 
+  /**
+   * Imports registry values, as UTF-16 with a mark: the only form in which every character survives.
+   * @param {object} keys key path -> {value name -> string, or null to remove the value}.
+   */
   async importRegistry(keys) {
+    const quote = (text) => `"${text.replaceAll('\\', '\\\\').replaceAll('"', '\\"')}"`;
+    const lines = Object.entries(keys).flatMap(([key, values]) => [`[${key}]`, ...Object.entries(values).map(
+      ([name, value]) => `${quote(name)}=${value === null ? '-' : quote(value)}`)]);
     const file = join(this.folder, `import-${Date.now()}.reg`);
-    writeRegFile(file, keys);
-    await must('wine', ['reg', 'import', `Z:${file.replaceAll('/', '\\')}`], { env: this.env });
+    writeFileSync(file, `\ufeffWindows Registry Editor Version 5.00\r\n${lines.join('\r\n')}\r\n`, 'utf16le');
+    await must('wine', ['reg', 'import', onDriveZ(file)], { env: this.env });
     rmSync(file);
   }
 
@@ -80,7 +89,7 @@ export class Prefix {
     for (const end = Date.now() + 10000; Date.now() < end;) {
       const left = this.processes();
       if (left.length === 0) return void open.delete(this);
-      if (end - Date.now() < 7000) for (const { pid } of left) this.#kill(pid);
+      if (end - Date.now() < 7000) await run('kill', ['-9', ...left.map(({ pid }) => String(pid))]);
       await sleep(20);
     }
     throw new Error(`still running in ${this.folder}: ${this.processes().map(({ command }) => command).join('; ')}`);
@@ -90,25 +99,14 @@ export class Prefix {
     await this.stop();
     rmSync(this.folder, { recursive: true, force: true });
   }
-
-  #kill(pid) {
-    try {
-      process.kill(pid, 'SIGKILL');
-    } catch {
-      // It ended by itself.
-    }
-  }
 }
 
 async function makeTemplate(folder, authority) {
-  const work = new Prefix(`${folder}.new`);
-  rmSync(work.folder, { recursive: true, force: true });
-  mkdirSync(work.folder, { recursive: true });
+  const work = new Prefix(emptyFolder(`${folder}.new`));
   try {
     await must('wineboot', ['-i'], { env: work.env, timeoutMs: 180000 });
     await work.importRegistry(kTemplateRegistry);
-    await must('wine', [join(binaries, 'mddct_trust_root.exe'), `Z:${authority.der.replaceAll('/', '\\')}`],
-      { env: work.env });
+    await must('wine', [join(binaries, 'mddct_trust_root.exe'), onDriveZ(authority.der)], { env: work.env });
     await must('wineserver', ['-w'], { env: work.env, timeoutMs: 60000 });
   } finally {
     await work.stop();

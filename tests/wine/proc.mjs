@@ -48,7 +48,7 @@ export async function endGroup(pid, graceMs = 2000) {
  * a pipe open, so the output goes to a file.
  * @returns {Promise<{code: number, timedOut: boolean, ms: number, output: string}>} code is -1 after a time-out.
  */
-export async function run(command, args, { env, cwd, timeoutMs = 60000, onStart } = {}) {
+export async function run(command, args, { env, cwd, timeoutMs = 60000 } = {}) {
   const file = join(tmpdir(), `mddct-${randomUUID()}`);
   const out = openSync(file, 'wx+');
   rmSync(file);  // it lives as long as somebody has it open
@@ -59,7 +59,6 @@ export async function run(command, args, { env, cwd, timeoutMs = 60000, onStart 
       child.once('error', reject);
       child.once('exit', (code, signal) => resolve(signal ? -1 : code));
     });
-    onStart?.(child);
     let timedOut = false;
     const timer = setTimeout(() => {
       timedOut = true;

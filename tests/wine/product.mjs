@@ -2,14 +2,15 @@
 import { createHash } from 'node:crypto';
 import { copyFileSync, createReadStream, existsSync, linkSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync,
   writeFileSync } from 'node:fs';
-import { basename, dirname, join } from 'node:path';
+import { basename, join } from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
 import { binaries } from './paths.mjs';
 
 export const kProgramFolder = 'C:\\mddct';
 export const kInstallPath = 'C:\\Program Files\\Calvera\\Meridon\\Agent';
 export const kLogFolder = 'C:\\ProgramData\\Calvera\\Meridon\\logs';
 const kSettingsKey = 'HKEY_LOCAL_MACHINE\\Software\\Calvera\\Meridon';
-const kStandinFolder = 'C:\\standin';  // its control files and records: no part of what a run may leave
+const kStandinFolder = 'C:\\standin';  // its records: no part of what a run may leave
 
 /** What the exit codes mean. */
 export const kMeanings = ['the bundle arrived', 'not started as the local system account',
@@ -19,7 +20,7 @@ export const kMeanings = ['the bundle arrived', 'not started as the local system
 const kLine = /^(\S+) (.{5}) \(([^()]*)-([0-9A-F]+)\) <([^>]*)> \[([^\]]*)\] ([^]*)$/;
 
 /** Takes the text of a log file apart; a message may hold line breaks. */
-export function parseLog(text) {
+function parseLog(text) {
   const records = text.replace(/\r\n$/, '').split(/\r\n(?=\d{4}-\d\d-\d\dT)/).filter((line) => line !== '');
   return records.map((line) => {
     const [, time, level, pid, tid, name, component, message] = kLine.exec(line) ?? [];
@@ -27,92 +28,84 @@ export function parseLog(text) {
   });
 }
 
-export async function sha256OfFile(file) {
+// The stand-in's calls: what it was asked, and from where.
+function parseRecord(file) {
+  const lines = existsSync(file) ? readFileSync(file, 'utf8').trim().split('\n') : [];
+  return lines.map((line) => {
+    const [mode, outcome, folder, stdout, stderr, ...args] = line.split('\t');
+    return { mode, outcome, folder, stdout, stderr, arguments: args };
+  });
+}
+
+async function sha256OfFile(file) {
   const hash = createHash('sha256');
   for await (const chunk of createReadStream(file, { highWaterMark: 1 << 20 })) hash.update(chunk);
   return hash.digest('hex');
 }
 
-function filesBelow(folder) {
-  if (!existsSync(folder)) return [];
-  return readdirSync(folder, { withFileTypes: true }).flatMap((entry) => {
-    const path = join(folder, entry.name);
-    return entry.isDirectory() ? filesBelow(path) : [path];
-  });
-}
+const filesBelow = (folder) => (existsSync(folder) ? readdirSync(folder, { withFileTypes: true }) : []).flatMap(
+  (entry) => (entry.isDirectory() ? filesBelow(join(folder, entry.name)) : [join(folder, entry.name)]));
 
 /**
  * Puts a second name on every bundle as soon as it appears, so that its bytes can be compared when it is gone. It looks
  * every 5 ms; only a bundle that is not sent at all is gone sooner.
  */
-class BundleWitness {
-  constructor(folder, keep) {
-    this.folder = folder;
-    this.keep = keep;
-    this.names = new Set();
-    this.timer = setInterval(() => this.look(), 5);
-  }
-
-  look() {
-    if (!existsSync(this.folder)) return;
-    for (const name of readdirSync(this.folder)) {
-      if (this.names.has(name) || !name.endsWith('.zip')) continue;
-      mkdirSync(this.keep, { recursive: true });
+function watchBundles(folder, keep) {
+  mkdirSync(keep);
+  const names = new Set();
+  const look = () => {
+    for (const name of existsSync(folder) ? readdirSync(folder) : []) {
+      if (names.has(name) || !name.endsWith('.zip')) continue;
       try {
-        linkSync(join(this.folder, name), join(this.keep, name));
-        this.names.add(name);
+        linkSync(join(folder, name), join(keep, name));
+        names.add(name);
       } catch (error) {
         // A run that ends at once may have removed it between the two calls.
         if (error.code !== 'ENOENT') throw error;
       }
     }
-  }
-
-  /** The bundles seen, as {name, size, sha256}. */
-  async close() {
-    clearInterval(this.timer);
+  };
+  const timer = setInterval(look, 5);
+  /** Ends the watch. Gives the bundles seen, as {name, size, sha256}. */
+  return async () => {
+    clearInterval(timer);
     const bundles = [];
-    for (const name of this.names) {
-      const file = join(this.keep, name);
-      bundles.push({ name, size: statSync(file).size, sha256: await sha256OfFile(file) });
+    for (const file of [...names].map((name) => join(keep, name))) {
+      bundles.push({ name: basename(file), size: statSync(file).size, sha256: await sha256OfFile(file) });
     }
-    rmSync(this.keep, { recursive: true, force: true });
+    rmSync(keep, { recursive: true });
     return bundles;
-  }
+  };
 }
 
 /** The program, installed in one prefix. */
 export class Product {
   /**
    * Copies the program and the stand-in for powershell.exe, makes the agent's folders and imports its settings.
-   * @param {object} [options] installPath, logFolder: Windows paths; settings: further values, as {Agent: {...}, ...}.
+   * @param {object} [options] installPath, logFolder: Windows paths; agent: further values of the agent's.
    */
-  static async install(prefix, options = {}) {
-    const { installPath = kInstallPath, logFolder = kLogFolder, settings = {} } = options;
-    const program = prefix.path(kProgramFolder);
-    for (const folder of [program, prefix.path(kStandinFolder)]) mkdirSync(folder, { recursive: true });
-    for (const name of ['mdDCT.exe', 'mddct_run_as_system.exe', 'standin/powershell.exe']) {
-      copyFileSync(join(binaries, name), join(program, name.split('/').at(-1)));
+  static async install(prefix, { installPath = kInstallPath, logFolder = kLogFolder, agent = {} } = {}) {
+    const [program, scripts] = [prefix.path(kProgramFolder), prefix.path(`${installPath}\\dct`)];
+    for (const folder of [program, scripts, prefix.path(kStandinFolder), prefix.path(logFolder)]) {
+      mkdirSync(folder, { recursive: true });
     }
-    const scripts = prefix.path(`${installPath}\\dct`);
-    for (const folder of [scripts, prefix.path(logFolder)]) mkdirSync(folder, { recursive: true });
+    for (const name of ['mdDCT.exe', 'mddct_run_as_system.exe', 'standin/powershell.exe']) {
+      copyFileSync(join(binaries, name), join(program, basename(name)));
+    }
     for (const name of ['vdx-support.ps1', 'vdx-query.ps1']) {
       writeFileSync(join(scripts, name), '# the stand-in takes its place\r\n');
     }
-    const agent = { AgentInstallPath: installPath, UseRegistryForLoggingPath: 'true' };
-    const values = { Agent: agent, Log: { LogFileDirectory: logFolder } };
-    for (const [key, more] of Object.entries(settings)) values[key] = { ...values[key], ...more };
-    const product = new Product(prefix, logFolder);
-    product.settings = {};
-    for (const [key, value] of Object.entries(values)) product.settings[`${kSettingsKey}\\${key}`] = value;
-    await prefix.importRegistry(product.settings);
-    return product;
+    const settings = {
+      [`${kSettingsKey}\\Agent`]: { AgentInstallPath: installPath, UseRegistryForLoggingPath: 'true', ...agent },
+      [`${kSettingsKey}\\Log`]: { LogFileDirectory: logFolder },
+    };
+    await prefix.importRegistry(settings);
+    return Object.assign(new Product(), { prefix, settings, logFolder: prefix.path(logFolder), runs: 0 });
   }
 
-  constructor(prefix, logFolder) {
-    this.prefix = prefix;
-    this.logFolder = prefix.path(logFolder);
-    this.runs = 0;
+  /** The folder in which the script puts its bundle. */
+  get bundleFolder() {
+    return join(this.logFolder, 'Temp');
   }
 
   #ownFiles() {
@@ -120,62 +113,46 @@ export class Product {
     return [...new Set([...roots.map((name) => this.prefix.path(name)), this.logFolder].flatMap(filesBelow))];
   }
 
-  #logSizes() {
-    if (!existsSync(this.logFolder)) return {};
-    const names = readdirSync(this.logFolder).filter((name) => name.endsWith('.txt'));
-    return Object.fromEntries(names.map((name) => [name, statSync(join(this.logFolder, name)).size]));
+  /** Processes of the run that still live: Wine tells of an end a moment before the system has finished with it. */
+  async #running() {
+    for (let patience = 30; ; patience--) {
+      const living = this.prefix.processes().filter(({ command }) => /mddct|powershell/i.test(command));
+      if (living.length === 0 || patience === 0) return living;
+      await sleep(100);
+    }
   }
 
-  #newLines(base, before) {
-    const names = Object.keys(this.#logSizes()).filter((name) => name.startsWith(`${base}-`)).sort();
-    const added = names.map((name) => readFileSync(join(this.logFolder, name)).subarray(before[name] ?? 0));
-    return parseLog(Buffer.concat(added).toString('utf8'));
-  }
-
-  /** The command line of a run. */
-  commandLine({ args = [], asSystem = true, patches = [] }) {
-    const program = `${kProgramFolder}\\mdDCT.exe`;
-    if (!asSystem) return [program, ...args];
-    const launcher = [`${kProgramFolder}\\mddct_run_as_system.exe`, ...patches.flatMap((patch) => ['--patch', patch])];
-    return [...launcher, program, ...args];
+  #logFiles(base) {
+    const names = existsSync(this.logFolder) ? readdirSync(this.logFolder).sort() : [];
+    return names.filter((name) => new RegExp(`^${base}-[\\d-]+\\.txt$`).test(name)).map((n) => join(this.logFolder, n));
   }
 
   /**
    * One run, to its end.
-   * @param {object} options args: the program's arguments; asSystem: false starts it without the launcher; patches:
-   *   the launcher's; standin: the stand-in's control values; timeoutMs: of the whole run.
+   * @param {object} options args: the program's arguments; asSystem: false starts it without the launcher; patch: one
+   *   more function for the launcher; standin: what the stand-in is told; timeoutMs: of the whole run.
    * @returns {Promise<object>} code (-1 after a time-out), ms, output; log and debug: records of the two files; errors:
    *   the messages at ERROR and above; record: what the stand-in was asked; bundles: what it wrote, as {name, size,
    *   sha256}; leftBehind: files that were not there before, logs apart; running: processes of the run that still live.
    */
-  async run({ standin = {}, timeoutMs = 60000, env = {}, ...how } = {}) {
-    const run = ++this.runs;
-    const control = `${kStandinFolder}\\control-${run}.txt`;
-    const recordFile = `${kStandinFolder}\\record-${run}.jsonl`;
-    writeFileSync(this.prefix.path(control),
-      Object.entries({ record: recordFile, ...standin }).map(([key, value]) => `${key}=${value}\n`).join(''));
+  async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 60000 } = {}) {
+    const name = `record-${++this.runs}.txt`;
+    const told = { record: `${kStandinFolder}\\${name}`, ...standin };
+    const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: Object.entries(told).map((entry) => entry.join('=')).join(';') };
     const files = new Set(this.#ownFiles());
-    const sizes = this.#logSizes();
-    const witness = new BundleWitness(join(this.logFolder, 'Temp'), join(this.prefix.folder, `witness-${run}`));
-    const result = await this.prefix.wine(this.commandLine(how),
-      { timeoutMs, env: { MDDCT_STANDIN: control, ...env }, onStart: how.onStart });
-    const bundles = await witness.close();
-    const [log, debug] = [this.#newLines('log', sizes), this.#newLines('debug', sizes)];
-    const record = this.prefix.path(recordFile);
-    return { ...result, log, debug, bundles,
+    const sizes = new Map(this.#logFiles('(log|debug)').map((file) => [file, statSync(file).size]));
+    const endWatch = watchBundles(this.bundleFolder, join(this.prefix.folder, `witness-${this.runs}`));
+    const programs = [...(asSystem ? ['mddct_run_as_system.exe'] : []), 'mdDCT.exe'];
+    const line = [...programs.map((program) => `${kProgramFolder}\\${program}`), ...args];
+    const result = await this.prefix.wine(line, { timeoutMs, env });
+    const bundles = await endWatch();
+    const newLines = (base) => parseLog(Buffer.concat(this.#logFiles(base).map(
+      (file) => readFileSync(file).subarray(sizes.get(file) ?? 0))).toString('utf8'));
+    const [log, debug] = [newLines('log'), newLines('debug')];
+    const logFiles = this.#logFiles('(log|debug)');
+    return { ...result, log, debug, bundles, record: parseRecord(this.prefix.path(told.record)),
       errors: debug.filter(({ level }) => level === 'ERROR' || level === 'FATAL').map(({ message }) => message),
-      record: existsSync(record) ? readFileSync(record, 'utf8').trim().split('\n').map((line) => JSON.parse(line)) : [],
-      leftBehind: this.#ownFiles().filter((file) => !files.has(file) && !this.#isLog(file)),
-      running: this.running() };
-  }
-
-  #isLog(file) {
-    const [folder, name] = [dirname(file), basename(file)];
-    return folder === this.logFolder && /^(log|debug)-[\d-]+\.txt$/.test(name);
-  }
-
-  /** The processes of runs that still live: Wine's own services do not count. */
-  running() {
-    return this.prefix.processes().filter(({ command }) => /mddct|powershell/i.test(command));
+      leftBehind: this.#ownFiles().filter((file) => !files.has(file) && !logFiles.includes(file)),
+      running: await this.#running() };
   }
 }

@@ -56,7 +56,7 @@ describe('the sink and the storage SDK', () => {
 });
 
 describe('the rules', () => {
-  const service = new BlobService({ account });
+  const service = new BlobService(account);
   const now = Date.parse('2026-11-13T04:02:42Z');
   const minutesUntil = (time) => (time - Date.now()) / 60000;
   const good = { 'x-ms-version': '2020-04-08', 'x-ms-date': 'Fri, 13 Nov 2026 04:02:42 GMT', 'content-length': '5',

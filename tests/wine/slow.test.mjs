@@ -1,9 +1,7 @@
 // What takes long, side by side: every test has a prefix of its own and mostly waits.
 import assert from 'node:assert/strict';
 import { describe, it } from 'node:test';
-import { assertDelivered, assertEnded, kMiB, withProduct, withSink } from './harness.mjs';
-
-const kUploadFailed = 'wWinMain(): Upload failed.';
+import { assertDelivered, assertEnded, kMiB, kUploadFailed, withProduct, withSink } from './harness.mjs';
 
 const runInto = (name, plan, standin, judge) => withProduct(name, {}, (product) => withSink({ plan }, async (sink) => {
   const args = ['-url', `${sink.origin}/logs/a.zip?sv=1&sig=x`];
@@ -43,7 +41,7 @@ describe('at length', { concurrency: 3 }, () => {
     }));
 
   it('a 409 on the third block ends the chain: 7', () => runInto('conflict',
-    (request, index) => (index === 3 ? { status: 409, headers: { 'x-ms-error-code': 'Conflict' } } : {}),
+    (request, index) => (index === 3 ? { status: 409 } : {}),
     { size: '257M' }, async (result, sink) => {
       assertEnded(result, 7, [/Response Code: 409\. .*Total bytes sent: 12582912ll$/s, kUploadFailed]);
       assert.equal(sink.requests.length, 4);

@@ -6,33 +6,26 @@
 
 namespace standin {
 
-/// What the stand-in is told to do: the lines "key=value" of the file that the environment variable MDDCT_STANDIN
-/// names. Without the variable every key has its default; "#" begins a comment line.
-///
-/// | key       | values                                                        | default |
-/// |-----------|---------------------------------------------------------------|---------|
-/// | query     | json garbage huge deep notutf8 fail hang silent               | json    |
-/// | queryexit | exit code of the query                                        | 0; 1 for fail |
-/// | hugesize  | bytes of the huge answer                                      | 100M    |
-/// | grandchild| keep-pipe: a copy keeps the query's standard output open      | none    |
-/// | hold      | how long it does, milliseconds                                | 30000   |
-/// | collect   | ok none exit hang empty grow vanish slow                      | ok      |
-/// | exit      | exit code of the collection                                   | 0; 1 for exit |
-/// | size      | bytes of the bundle, with K, M or G for powers of 1024        | 1M      |
-/// | seed      | other numbers give other bundle bytes                         | 1       |
-/// | delay     | slow: before the bundle; grow, vanish: after the script ended, milliseconds | 500 |
-/// | record    | file that gets one JSON line a call                           | none    |
+/// What the stand-in is told to do: "key=value;key=value" in the environment variable MDDCT_STANDIN.
 class Control {
  public:
-  /// Reads the file. Throws std::runtime_error on a file that cannot be read, a line without "=" or an unknown key.
-  static Control load();
+  /// Throws std::runtime_error on an entry without "=" or with an unknown key.
+  Control();
 
-  std::string text(const std::string& key, const std::string& otherwise) const;
-  /// Throws std::runtime_error when the value is no number.
-  std::uint64_t number(const std::string& key, std::uint64_t otherwise) const;
+  const std::wstring& text(const std::wstring& key) const { return values_.at(key); }
+  /// A number with K, M or G for powers of 1024; throws when the value is none.
+  std::uint64_t number(const std::wstring& key) const;
 
  private:
-  std::map<std::string, std::string> values_;
+  std::map<std::wstring, std::wstring> values_ = {
+      {L"query", L"json"},    // or: garbage huge deep notutf8 silent fail hang
+      {L"grandchild", L"0"},  // milliseconds for which a copy keeps the query's standard output open
+      {L"collect", L"ok"},    // or: none (no bundle) empty
+      {L"delay", L"0"},       // milliseconds before the bundle is written
+      {L"size", L"1M"},       // of the bundle
+      {L"exit", L"0"},        // exit code of the collection
+      {L"record", L""},       // file that gets a line a call; none when empty
+  };
 };
 
 }  // namespace standin

@@ -2,17 +2,16 @@
 
 #include <windows.h>
 
-#include <algorithm>
+#include <array>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 
-#include "tests/wine/native/standin/background.h"
+#include "tests/wine/native/arguments.h"
 
 namespace standin {
 namespace {
 
-constexpr std::string_view kAnswer = R"({
+constexpr const char* kAnswer = R"({
   "featureData": {
     "AgentCore": {"supportedLogLevels": "INFO,DEBUG,TRACE"},
     "Clipboard": {"supportedLogLevels": "INFO,VERBOSE"},
@@ -21,64 +20,66 @@ constexpr std::string_view kAnswer = R"({
 }
 )";
 
-// False when nobody reads any more.
-bool print(std::string_view text) {
-  const HANDLE output = ::GetStdHandle(STD_OUTPUT_HANDLE);
-  while (!text.empty()) {
-    DWORD written = 0;
-    const DWORD part = static_cast<DWORD>(std::min<std::size_t>(text.size(), 1 << 20));
-    if (!::WriteFile(output, text.data(), part, &written, nullptr)) {
-      return false;
-    }
-    text.remove_prefix(written);
-  }
-  return true;
-}
+constexpr int kDepth = 1000000;
 
-// A readable answer whose one feature has a text of that many bytes.
-void printHuge(std::uint64_t bytes) {
-  const std::string block(1 << 20, 'x');
-  bool reading = print(R"({"featureData":{"AgentCore":{"supportedLogLevels":"INFO"}},"note":")");
-  for (std::uint64_t left = bytes; reading && left > 0;) {
-    const std::uint64_t part = std::min<std::uint64_t>(left, block.size());
-    reading = print(std::string_view(block).substr(0, static_cast<std::size_t>(part)));
-    left -= part;
-  }
-  print("\"}\n");
-}
-
-void printDeep(int depth) {
+std::string deepAnswer() {
   std::string text = R"({"featureData":)";
-  for (int i = 0; i < depth; ++i) {
+  for (int i = 0; i < kDepth; ++i) {
     text += R"({"a":)";
   }
-  text += "1" + std::string(static_cast<std::size_t>(depth) + 1, '}');
-  print(text);
+  return text + "1" + std::string(kDepth + 1, '}');
+}
+
+std::string answerOf(const std::wstring& kind) {
+  if (kind == L"json") {
+    return kAnswer;
+  }
+  if (kind == L"garbage") {
+    return "vdx-query : the term is not recognised }{ \"featureData\": [\r\n";
+  }
+  if (kind == L"huge") {
+    const std::string note(100 << 20, 'x');
+    return R"({"featureData":{"AgentCore":{"supportedLogLevels":"INFO"}},"note":")" + note + "\"}\n";
+  }
+  if (kind == L"deep") {
+    return deepAnswer();
+  }
+  if (kind == L"notutf8") {
+    return "{\"featureData\":{\"Agent\xFF\xFE\xC0\":{\"supportedLogLevels\":\"INFO\"}}}";
+  }
+  if (kind == L"silent" || kind == L"fail" || kind == L"hang") {
+    return {};
+  }
+  throw std::runtime_error("no such query: " + native::narrow(kind));
+}
+
+// Starts a copy that keeps this process's standard output open for that long.
+void startPipeHolder(const std::wstring& milliseconds) {
+  std::array<wchar_t, MAX_PATH> self{};
+  ::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
+  std::wstring line = L"\"" + std::wstring(self.data()) + L"\" --hold " + milliseconds;
+  STARTUPINFOW startup{};
+  startup.cb = sizeof(startup);
+  PROCESS_INFORMATION child{};
+  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &child)) {
+    throw std::runtime_error("cannot start the copy");
+  }
 }
 
 }  // namespace
 
 int answerQuery(const Control& control) {
-  const std::string kind = control.text("query", "json");
-  if (control.text("grandchild", "") == "keep-pipe") {
-    startPipeHolder(control.number("hold", 30000));
+  if (control.number(L"grandchild") > 0) {
+    startPipeHolder(control.text(L"grandchild"));
   }
-  if (kind == "json") {
-    print(kAnswer);
-  } else if (kind == "garbage") {
-    print("vdx-query : the term is not recognised }{ \"featureData\": [\r\n");
-  } else if (kind == "huge") {
-    printHuge(control.number("hugesize", 100 << 20));
-  } else if (kind == "deep") {
-    printDeep(1000000);
-  } else if (kind == "notutf8") {
-    print("{\"featureData\":{\"Agent\xFF\xFE\xC0\":{\"supportedLogLevels\":\"INFO\"}}}");
-  } else if (kind == "hang") {
+  const std::wstring& kind = control.text(L"query");
+  const std::string answer = answerOf(kind);
+  DWORD written = 0;
+  ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), answer.data(), static_cast<DWORD>(answer.size()), &written, nullptr);
+  if (kind == L"hang") {
     ::Sleep(INFINITE);
-  } else if (kind != "fail" && kind != "silent") {
-    throw std::runtime_error("control file: no such query: " + kind);
   }
-  return static_cast<int>(control.number("queryexit", kind == "fail" ? 1 : 0));
+  return kind == L"fail" ? 1 : 0;
 }
 
 }  // namespace standin
