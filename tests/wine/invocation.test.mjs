@@ -1,5 +1,6 @@
 // How the program is started: exit codes 1, 2, 3 and 5, each without a trace of a run.
 import assert from 'node:assert/strict';
+import { existsSync } from 'node:fs';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { after, before, describe, it } from 'node:test';
 import { assertDelivered, assertEnded, openProduct, withSink } from './harness.mjs';
@@ -60,8 +61,8 @@ describe('the invocation', () => {
   it('while another run lasts ends with 2 and disturbs nothing', async () => {
     await withSink({}, async (sink) => {
       const args = ['-url', `${sink.origin}/logs/a.zip`];
-      const first = product.run({ args, standin: { delay: 3000 } });
-      await sleep(1500);
+      const first = product.run({ args, standin: { delay: 8000 } });
+      while (!existsSync(product.recordFile())) await sleep(20);  // from then on it holds the mutex
       const second = await product.run({ args });
       assert.equal(second.code, 2);
       const refusals = second.debug.filter(({ message }) => message.includes('utex already'));

@@ -103,6 +103,11 @@ export class Product {
     return Object.assign(new Product(), { prefix, settings, logFolder: prefix.path(logFolder), runs: 0 });
   }
 
+  /** What the stand-in writes in the latest run, as soon as it is called. */
+  recordFile() {
+    return this.prefix.path(`${kStandinFolder}\\record-${this.runs}.txt`);
+  }
+
   /** The folder in which the script puts its bundle. */
   get bundleFolder() {
     return join(this.logFolder, 'Temp');
@@ -136,8 +141,8 @@ export class Product {
    *   sha256}; leftBehind: files that were not there before, logs apart; running: processes of the run that still live.
    */
   async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 60000 } = {}) {
-    const name = `record-${++this.runs}.txt`;
-    const told = { record: `${kStandinFolder}\\${name}`, ...standin };
+    this.runs++;
+    const told = { record: `${kStandinFolder}\\record-${this.runs}.txt`, ...standin };
     const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: Object.entries(told).map((entry) => entry.join('=')).join(';') };
     const files = new Set(this.#ownFiles());
     const sizes = new Map(this.#logFiles('(log|debug)').map((file) => [file, statSync(file).size]));
