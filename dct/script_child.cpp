@@ -44,7 +44,7 @@ platform::Status ScriptChild::start(const std::wstring& command, const std::wstr
   const platform::Status assigned = processes.AssignProcessToJobObject(job.value.get(), process_.process.get());
   if (assigned) {
     job_ = std::move(job.value);
-  } else {
+  } else if (wait(0).value != platform::kWaitObject0) {  // a child that has ended already is refused, and needs none
     logNoJob(assigned.error);
   }
   return {true, platform::kErrorSuccess};

@@ -1,14 +1,52 @@
-// The children's own side of the simulated processes.
-#include "platform/objects.h"
+// The children's own side of the simulated processes, and the pipes between them and the program.
+#include <algorithm>
+
 #include "tests/sim/child_state.h"
 
 namespace sim {
 
-Child::Child(Processes& owner, std::shared_ptr<ChildState> state)
-    : owner_(owner), state_(std::move(state)), record_([&] {
-        const Guard guard(owner.kernel_.mutex);
-        return state_->record;
-      }()) {}
+namespace {
+constexpr platform::ErrorCode kErrorNoData = 232;  // the pipe is being closed: nobody reads any more
+}
+
+PipeEnd::~PipeEnd() {
+  (writes ? pipe->hasWriter : pipe->hasReader) = false;
+  kernel.wake();
+}
+
+Result<std::uint32_t> PipeEnd::read(Guard& guard, std::span<std::byte> buffer) {
+  if (writes) {
+    return Failure{platform::kErrorAccessDenied};
+  }
+  kernel.waitUntil(guard, platform::kInfinite, "ReadFile on a pipe",
+                   [&] { return !pipe->bytes.empty() || !pipe->hasWriter; });
+  if (pipe->bytes.empty()) {
+    return Failure{platform::kErrorBrokenPipe};
+  }
+  const auto count = static_cast<std::ptrdiff_t>(std::min(buffer.size(), pipe->bytes.size()));
+  std::copy_n(pipe->bytes.begin(), count, buffer.begin());
+  pipe->bytes.erase(pipe->bytes.begin(), pipe->bytes.begin() + count);
+  kernel.wake();
+  return {true, static_cast<std::uint32_t>(count), 0};
+}
+
+Result<std::uint32_t> PipeEnd::write(Guard& guard, std::span<const std::byte> data, const std::function<bool()>& stop) {
+  if (!writes) {
+    return Failure{platform::kErrorAccessDenied};
+  }
+  std::size_t written = 0;
+  while (written < data.size()) {
+    kernel.idle(guard, [&] { return pipe->bytes.size() < pipe->capacity || !pipe->hasReader || stop(); });
+    if (!pipe->hasReader || stop()) {
+      return Failure{kErrorNoData};
+    }
+    const auto part = data.subspan(written, std::min(data.size() - written, pipe->capacity - pipe->bytes.size()));
+    pipe->bytes.insert(pipe->bytes.end(), part.begin(), part.end());
+    written += part.size();
+    kernel.wake();
+  }
+  return {true, static_cast<std::uint32_t>(written), 0};
+}
 
 /// The kernel's lock; a child that has been terminated goes no further.
 Guard Child::runningGuard() const {
@@ -19,25 +57,19 @@ Guard Child::runningGuard() const {
   return guard;
 }
 
-std::vector<std::wstring> Child::arguments() const { return splitCommandLine(commandLine(), L""); }
-
 std::wstring Child::argumentAfter(const std::wstring& option) const {
-  const auto all = arguments();
-  for (std::size_t i = 0; i + 1 < all.size(); ++i) {
-    if (all[i] == option) {
-      return all[i + 1];
-    }
-  }
-  return {};
+  const auto all = splitCommandLine(commandLine_);
+  const auto found = std::find(all.begin(), all.end(), option);
+  return all.end() - found < 2 ? L"" : *(found + 1);
 }
 
 bool Child::write(std::string_view text) {
   Guard guard = runningGuard();
   auto output = state_->output;
-  const bool ok =
-      output != nullptr && output->write(guard, std::as_bytes(std::span(text)), [&] { return state_->hasEnded(); }).ok;
+  const auto ended = [&] { return state_->hasEnded(); };
+  const bool ok = output != nullptr && output->write(guard, std::as_bytes(std::span(text)), ended).ok;
   output.reset();
-  if (state_->hasEnded()) {
+  if (ended()) {
     throw ChildTerminated{};
   }
   return ok;
@@ -45,25 +77,17 @@ bool Child::write(std::string_view text) {
 
 std::string Child::readInput() {
   Guard guard = runningGuard();
-  auto input = state_->input;
-  if (input == nullptr) {
+  if (state_->input == nullptr) {
     return {};
   }
-  PipeBuffer& pipe = *input->pipe;
-  owner_.kernel_.idle(guard, [&] { return pipe.writers == 0 || state_->hasEnded() || owner_.inlineChildren; });
+  const auto pipe = state_->input->pipe;
+  owner_.kernel_.idle(guard, [&] { return !pipe->hasWriter || state_->hasEnded() || owner_.inlineChildren; });
   std::string text;
-  for (const std::byte value : pipe.bytes) {
+  for (const std::byte value : pipe->bytes) {
     text += static_cast<char>(value);
   }
-  pipe.bytes.clear();
-  input.reset();
+  pipe->bytes.clear();
   return text;
-}
-
-void Child::closeOutput() {
-  const Guard guard = runningGuard();
-  std::erase(state_->inherited, state_->output);
-  state_->output.reset();
 }
 
 void Child::exit(std::uint32_t code) {
@@ -73,12 +97,7 @@ void Child::exit(std::uint32_t code) {
 
 void Child::hang() {
   Guard guard = runningGuard();
-  const auto ended = [&] { return state_->hasEnded(); };
-  if (owner_.inlineChildren) {
-    owner_.kernel_.waitUntil(guard, platform::kInfinite, "a child that hangs inside CreateProcessW", ended);
-  } else {
-    owner_.kernel_.idle(guard, ended);
-  }
+  owner_.kernel_.idle(guard, [&] { return state_->hasEnded(); });
   throw ChildTerminated{};
 }
 
@@ -87,27 +106,13 @@ bool Child::terminated() const {
   return state_->hasEnded();
 }
 
-void Child::spawn(std::function<void(Child&)> script, bool keepsPipe, const std::wstring& childCommandLine) {
+void Child::spawn(std::function<void(Child&)> script) {
   const Guard guard = runningGuard();
-  const auto state = owner_.addChild(record_.id, childCommandLine, record_.folder);
-  if (keepsPipe) {
-    const auto copy = [&](const std::shared_ptr<PipeEnd>& end) {
-      return end == nullptr ? nullptr : std::make_shared<PipeEnd>(owner_.kernel_, end->pipe, end->writes);
-    };
-    state->input = copy(state_->input);
-    state->output = copy(state_->output);
-    for (const auto& end : state_->inherited) {
-      if (end != state_->input && end != state_->output) {
-        state->inherited.push_back(copy(end));
-      }
-    }
-  }
-  for (const auto& entry : state_->jobs) {
-    if (const auto job = entry.lock()) {
-      job->members.push_back(state);
-      state->jobs.push_back(job);
-    }
-  }
+  const auto state = owner_.addChild(L"grandchild", state_->record.folder);
+  state->input = state_->input;
+  state->output = state_->output;
+  state->inherited = state_->inherited;
+  state->job = state_->job;
   owner_.kernel_.startThread([owner = &owner_, state, script = std::move(script)] { owner->run(state, script); });
 }
 
@@ -126,12 +131,9 @@ std::vector<ChildRecord> Processes::children() const {
 }
 
 std::size_t Processes::running() const {
-  const Guard guard(kernel_.mutex);
-  std::size_t count = 0;
-  for (const auto& child : children_) {
-    count += child->hasEnded() ? 0u : 1u;
-  }
-  return count;
+  const auto all = children();
+  return static_cast<std::size_t>(std::count_if(
+      all.begin(), all.end(), [](const ChildRecord& record) { return record.ending == Ending::kRunning; }));
 }
 
 void Processes::endAll() {
@@ -141,15 +143,12 @@ void Processes::endAll() {
   }
 }
 
-std::shared_ptr<ChildState> Processes::addChild(std::uint32_t parentId, const std::wstring& childCommandLine,
-                                                const std::wstring& folder) {
-  auto state = std::make_shared<ChildState>();
+std::shared_ptr<ChildState> Processes::addChild(const std::wstring& childCommandLine, const std::wstring& folder) {
+  const auto state = children_.emplace_back(std::make_shared<ChildState>());
   state->record.id = nextId_;
-  state->record.parentId = parentId;
   state->record.commandLine = childCommandLine;
   state->record.folder = folder;
   nextId_ += 4;
-  children_.push_back(state);
   return state;
 }
 

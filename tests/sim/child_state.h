@@ -1,44 +1,66 @@
 #pragma once
 
+#include <deque>
+
 #include "tests/sim/processes.h"
 
 namespace sim {
 
-struct JobObject;
+/// An anonymous pipe. Under the kernel's mutex.
+struct PipeBuffer {
+  std::deque<std::byte> bytes;
+  std::size_t capacity = 4096;
+  bool hasReader = true;
+  bool hasWriter = true;
+};
+
+/// One end of a pipe, open as long as a handle of the program or a child holds it. Dropped with the kernel's mutex
+/// held.
+struct PipeEnd : Stream {
+  PipeEnd(Kernel& owner, std::shared_ptr<PipeBuffer> buffer, bool writeEnd)
+      : kernel(owner), pipe(std::move(buffer)), writes(writeEnd) {}
+  ~PipeEnd() override;
+  const char* kind() const override { return writes ? "pipe write end" : "pipe read end"; }
+
+  /// Blocks while the pipe is empty and somebody can write.
+  Result<std::uint32_t> read(Guard& guard, std::span<std::byte> buffer) override;
+  /// Blocks while the pipe is full and somebody can read, and `stop` is false.
+  Result<std::uint32_t> write(Guard& guard, std::span<const std::byte> data, const std::function<bool()>& stop);
+  Result<std::uint32_t> write(Guard& guard, std::span<const std::byte> data) override {
+    return write(guard, data, [] { return false; });
+  }
+
+  Kernel& kernel;
+  const std::shared_ptr<PipeBuffer> pipe;
+  const bool writes;
+};
+
+struct JobObject : KernelObject {
+  const char* kind() const override { return "job"; }
+};
 
 /// A process apart from the handles to it. All under the kernel's mutex.
 struct ChildState {
   ChildRecord record;
   std::shared_ptr<PipeEnd> input;
   std::shared_ptr<PipeEnd> output;
-  std::vector<std::shared_ptr<PipeEnd>> inherited;
-  std::vector<std::weak_ptr<JobObject>> jobs;
+  std::vector<std::shared_ptr<Object>> inherited;
+  std::shared_ptr<JobObject> job;
   std::uint32_t wantedCode = 0;
 
   bool hasEnded() const { return record.ending != Ending::kRunning; }
 };
 
-/// What the handles of a process and of its first thread lead to: signalled once the process has ended.
-struct EndingObject : KernelObject {
-  explicit EndingObject(std::shared_ptr<ChildState> childState) : state(std::move(childState)) {}
-  bool isWaitable() const override { return true; }
+/// What the handle of a process leads to: signalled once the process has ended.
+struct ProcessObject : Waitable {
+  explicit ProcessObject(std::shared_ptr<ChildState> childState) : state(std::move(childState)) {}
+  const char* kind() const override { return "process"; }
   bool isSignalled() const override { return state->hasEnded(); }
   const std::shared_ptr<ChildState> state;
 };
 
-struct ProcessObject : EndingObject {
-  using EndingObject::EndingObject;
-  const char* kind() const override { return "process"; }
-};
-
-struct ThreadObject : EndingObject {
-  using EndingObject::EndingObject;
+struct ThreadObject : KernelObject {
   const char* kind() const override { return "thread"; }
-};
-
-struct JobObject : KernelObject {
-  const char* kind() const override { return "job"; }
-  std::vector<std::shared_ptr<ChildState>> members;
 };
 
 }  // namespace sim

@@ -8,23 +8,78 @@ namespace sim {
 /// A clock that only the test and waits with a limit move. Starts at 2026-11-13 04:13:48.123 UTC.
 class Clock : public platform::Clock {
  public:
-  explicit Clock(Kernel& kernel);
+  explicit Clock(Kernel& kernel) : kernel_(kernel) { set(platform::SystemTime{2026, 11, 5, 13, 4, 13, 48, 123}); }
 
-  void set(platform::FileTime time);
-  void set(const platform::SystemTime& utc);
+  void set(platform::FileTime time) { kernel_.setNow(time); }
+  void set(const platform::SystemTime& utc) { set(toFileTime(utc)); }
   /// Moves on; waits whose limit has come end.
-  void advance(std::uint64_t milliseconds);
+  void advance(std::uint64_t milliseconds) { kernel_.advance(milliseconds); }
   /// UTC = local time + bias, minutes (as the platform counts it: -60 is one hour east of Greenwich).
   int biasMinutes = 0;
 
-  platform::SystemTime GetSystemTime() override;
-  platform::FileTime GetSystemTimeAsFileTime() override;
-  platform::Result<platform::FileTime> FileTimeToLocalFileTime(platform::FileTime utc) override;
-  platform::Result<platform::SystemTime> FileTimeToSystemTime(platform::FileTime time) override;
-  std::uint32_t GetTickCount() override;
-  std::int64_t _time64() override;
+  platform::SystemTime GetSystemTime() override {
+    kernel_.faults.note("GetSystemTime");
+    return toSystemTime(kernel_.now());
+  }
+  platform::FileTime GetSystemTimeAsFileTime() override {
+    kernel_.faults.note("GetSystemTimeAsFileTime");
+    return kernel_.now();
+  }
+  Result<platform::FileTime> FileTimeToLocalFileTime(platform::FileTime utc) override {
+    return kernel_.call("FileTimeToLocalFileTime", [&]() -> Result<platform::FileTime> {
+      return {true, utc - static_cast<platform::FileTime>(biasMinutes * 60 * kTicksPerSecond), 0};
+    });
+  }
+  Result<platform::SystemTime> FileTimeToSystemTime(platform::FileTime time) override {
+    return kernel_.call("FileTimeToSystemTime", [&]() -> Result<platform::SystemTime> {
+      if (time >> 63 != 0) {
+        return Failure{platform::kErrorInvalidParameter};
+      }
+      return {true, toSystemTime(time), 0};
+    });
+  }
+  std::uint32_t GetTickCount() override {
+    kernel_.faults.note("GetTickCount");
+    return static_cast<std::uint32_t>(kernel_.now() / kTicksPerMillisecond);
+  }
+  std::int64_t _time64() override {
+    kernel_.faults.note("_time64");
+    return static_cast<std::int64_t>(kernel_.now()) / kTicksPerSecond +
+           days(kFirstDay.time_since_epoch()).count() * 86400;
+  }
 
  private:
+  using days = std::chrono::days;
+  using sys_days = std::chrono::sys_days;
+
+  static constexpr std::int64_t kTicksPerSecond = 1000 * kTicksPerMillisecond;
+  static constexpr std::int64_t kTicksPerDay = 24 * 3600 * kTicksPerSecond;
+  static constexpr sys_days kFirstDay = std::chrono::year(1601) / 1 / 1;
+
+  static platform::SystemTime toSystemTime(platform::FileTime time) {
+    const auto ticks = static_cast<std::int64_t>(time);
+    const std::int64_t rest = ticks % kTicksPerDay * 1000 / kTicksPerSecond;  // milliseconds
+    const sys_days day = kFirstDay + days(ticks / kTicksPerDay);
+    const std::chrono::year_month_day date = day;
+    const auto field = [](auto value) { return static_cast<std::uint16_t>(value); };
+    return {field(static_cast<int>(date.year())),
+            field(static_cast<unsigned>(date.month())),
+            field(std::chrono::weekday(day).c_encoding()),
+            field(static_cast<unsigned>(date.day())),
+            field(rest / 3600000),
+            field(rest / 60000 % 60),
+            field(rest / 1000 % 60),
+            field(rest % 1000)};
+  }
+
+  static platform::FileTime toFileTime(const platform::SystemTime& time) {
+    using namespace std::chrono;
+    const sys_days day = year(time.year) / month(time.month) / std::chrono::day(time.day);
+    const std::int64_t seconds = (time.hour * 60 + time.minute) * 60 + time.second;
+    return static_cast<platform::FileTime>((day - kFirstDay).count() * kTicksPerDay + seconds * kTicksPerSecond +
+                                           time.milliseconds * kTicksPerSecond / 1000);
+  }
+
   Kernel& kernel_;
 };
 

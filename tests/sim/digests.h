@@ -3,7 +3,20 @@
 #include "platform/digests.h"
 #include "tests/sim/kernel.h"
 
+struct evp_md_ctx_st;
+
 namespace sim {
+
+/// The SHA-256 of some bytes in lower-case hexadecimal, fed in pieces.
+class Sha256 {
+ public:
+  Sha256();
+  void add(std::span<const std::byte> data);
+  std::string hex() const;
+
+ private:
+  std::unique_ptr<evp_md_ctx_st, void (*)(evp_md_ctx_st*)> context_;
+};
 
 /// "SHA256" and "MD5", plain or keyed, computed by OpenSSL. The hash object that the program lends is touched whenever
 /// the platform would, so that the sanitizers see one that is freed too early.
@@ -11,38 +24,108 @@ class Digests : public platform::Digests {
  public:
   explicit Digests(Kernel& kernel) : kernel_(kernel) {}
 
-  /// What "ObjectLength" says.
-  std::uint32_t objectLength = 286;
+  static constexpr std::uint32_t kObjectLength = 286;  ///< what "ObjectLength" says
 
   platform::NtStatus BCryptOpenAlgorithmProvider(platform::AlgorithmProvider& provider, const std::wstring& algorithm,
-                                                 std::uint32_t flags) override;
-  void BCryptCloseAlgorithmProvider(platform::NativeHandle provider) override;
-  platform::NtStatus BCryptGetProperty(platform::NativeHandle provider, const std::wstring& property,
-                                       std::uint32_t& value) override;
-  platform::NtStatus BCryptCreateHash(platform::NativeHandle provider, platform::HashHandle& hash,
-                                      std::span<std::byte> object, std::span<const std::byte> key) override;
-  platform::NtStatus BCryptHashData(platform::NativeHandle hash, std::span<const std::byte> data) override;
-  platform::NtStatus BCryptFinishHash(platform::NativeHandle hash, std::span<std::byte> digest) override;
-  void BCryptDestroyHash(platform::NativeHandle hash) override;
+                                                 std::uint32_t flags) override {
+    return opening(provider, kernel_.call("BCryptOpenAlgorithmProvider", [&]() -> Result<platform::AlgorithmProvider> {
+      if (algorithm != L"MD5" && algorithm != L"SHA256") {
+        return Failure{kNotFound};
+      }
+      auto object = std::make_shared<Provider>();
+      object->md5 = algorithm == L"MD5";
+      object->keyed = (flags & platform::kBcryptAlgHandleHmacFlag) != 0;
+      return kernel_.opened<platform::AlgorithmProvider>(object);
+    }));
+  }
+  void BCryptCloseAlgorithmProvider(NativeHandle provider) override {
+    kernel_.close<Provider>("BCryptCloseAlgorithmProvider", provider);
+  }
+  platform::NtStatus BCryptGetProperty(NativeHandle provider, const std::wstring& property,
+                                       std::uint32_t& value) override {
+    return ntStatus(kernel_.callOn<Provider>("BCryptGetProperty", provider, [&](Provider& object) -> Status {
+      if (property != L"ObjectLength" && property != L"HashDigestLength") {
+        return Failure{kNotFound};
+      }
+      value = property == L"ObjectLength" ? kObjectLength : object.length();
+      return kDone;
+    }));
+  }
+  platform::NtStatus BCryptCreateHash(NativeHandle provider, platform::HashHandle& hash, std::span<std::byte> object,
+                                      std::span<const std::byte> key) override {
+    const auto create = [&](Provider& algorithm) -> Result<platform::HashHandle> {
+      if (object.size() < kObjectLength || (!key.empty() && !algorithm.keyed)) {
+        return Failure{platform::kErrorInvalidParameter};
+      }
+      auto result = std::make_shared<Hash>(object, algorithm);
+      result->key.assign(key.begin(), key.end());
+      return kernel_.opened<platform::HashHandle>(result);
+    };
+    return opening(hash, kernel_.callOn<Provider>("BCryptCreateHash", provider, create));
+  }
+  platform::NtStatus BCryptHashData(NativeHandle hash, std::span<const std::byte> data) override {
+    return ntStatus(kernel_.callOn<Hash>("BCryptHashData", hash, [&](Hash& object) -> Status {
+      if (object.finished) {
+        return Failure{platform::kErrorInvalidHandle};
+      }
+      object.touch();
+      object.data.insert(object.data.end(), data.begin(), data.end());
+      return kDone;
+    }));
+  }
+  platform::NtStatus BCryptFinishHash(NativeHandle hash, std::span<std::byte> digest) override {
+    return ntStatus(kernel_.callOn<Hash>("BCryptFinishHash", hash, [&](Hash& object) -> Status {
+      if (object.finished || digest.size() != object.provider.length()) {
+        return Failure{platform::kErrorInvalidParameter};
+      }
+      object.touch();
+      object.finished = true;
+      compute(object, digest);
+      return kDone;
+    }));
+  }
+  void BCryptDestroyHash(NativeHandle hash) override { kernel_.close<Hash>("BCryptDestroyHash", hash); }
 
  private:
-  struct Provider;
-  struct Hash;
+  static constexpr platform::ErrorCode kNotFound = 0x225;
+
+  struct Provider : Object {
+    const char* kind() const override { return "BCrypt provider"; }
+    bool md5 = false;
+    bool keyed = false;
+    std::uint32_t length() const { return md5 ? 16 : 32; }
+  };
+  /// A hash keeps its input until it is finished.
+  struct Hash : Object {
+    Hash(std::span<std::byte> lent, const Provider& by) : object(lent), provider(by) { touch(); }
+    ~Hash() override { touch(); }
+    const char* kind() const override { return "BCrypt hash"; }
+    /// What the platform does with the object that the program lent: it lives in it.
+    void touch() {
+      object.front() ^= std::byte{0xFF};
+      object.back() ^= std::byte{0xFF};
+    }
+    const std::span<std::byte> object;
+    const Provider provider;
+    std::vector<std::byte> key;
+    std::vector<std::byte> data;
+    bool finished = false;
+  };
+
+  /// NTSTATUS of a failure has the two top bits set.
+  static platform::NtStatus ntStatus(Status status) {
+    return status.ok ? 0 : static_cast<platform::NtStatus>(status.error | 0xC0000000);
+  }
+  template <class Handle>
+  static platform::NtStatus opening(Handle& handle, Result<Handle> opened) {
+    if (opened.ok) {
+      handle = std::move(opened.value);
+    }
+    return ntStatus({opened.ok, opened.error});
+  }
+  static void compute(const Hash& hash, std::span<std::byte> digest);
+
   Kernel& kernel_;
-};
-
-/// The SHA-256 of some bytes in lower-case hexadecimal, fed in pieces.
-class Sha256 {
- public:
-  Sha256();
-  ~Sha256();
-  Sha256(const Sha256&) = delete;
-  Sha256& operator=(const Sha256&) = delete;
-  void add(std::span<const std::byte> data);
-  std::string hex() const;
-
- private:
-  void* context_;
 };
 
 }  // namespace sim

@@ -26,7 +26,6 @@ class Files : public platform::Files {
 
   /// Makes or replaces a file, with the folders above it.
   void write(const std::wstring& path, std::string_view bytes);
-  void append(const std::wstring& path, std::string_view bytes);
   /// A file of that size whose bytes take no memory.
   void writeSparse(const std::wstring& path, std::uint64_t size);
   /// Grows (with zero bytes) or shrinks a file.
@@ -37,49 +36,37 @@ class Files : public platform::Files {
 
   bool exists(const std::wstring& path) const;
   bool isFolder(const std::wstring& path) const;
-  std::uint64_t size(const std::wstring& path) const;  ///< 0 when there is none
-  std::string read(const std::wstring& path) const;    ///< empty when there is none
-  /// Full paths of files and folders below a folder, at any depth, in order.
+  std::string read(const std::wstring& path) const;  ///< empty when there is none
+  /// Full (lower-case) paths of files and folders below a folder, at any depth, in order.
   std::vector<std::wstring> list(const std::wstring& folder) const;
   /// The byte of a sparse file at that offset.
   static std::byte sparseByte(std::uint64_t offset);
 
   /// How remove() decodes its narrow path: UTF-8 (false) or Latin-1 (true).
   bool ansiIsLatin1 = false;
-  /// Narrow paths given to remove(), in order.
-  std::vector<std::string> removed() const;
 
   int _waccess(const std::wstring& path, int mode) override;
-  platform::Status CreateDirectoryW(const std::wstring& path) override;
-  platform::Result<platform::KernelHandle> CreateFileW(const std::wstring& path, std::uint32_t access,
-                                                       std::uint32_t share, std::uint32_t disposition,
-                                                       std::uint32_t flagsAndAttributes) override;
-  platform::Result<std::uint32_t> ReadFile(platform::NativeHandle file, std::span<std::byte> buffer) override;
-  platform::Result<std::uint32_t> WriteFile(platform::NativeHandle file, std::span<const std::byte> data) override;
-  platform::Result<std::uint64_t> GetFileSizeEx(platform::NativeHandle file) override;
+  Status CreateDirectoryW(const std::wstring& path) override;
+  Result<KernelHandle> CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                                   std::uint32_t disposition, std::uint32_t flagsAndAttributes) override;
+  Result<std::uint32_t> ReadFile(NativeHandle file, std::span<std::byte> buffer) override;
+  Result<std::uint32_t> WriteFile(NativeHandle file, std::span<const std::byte> data) override;
+  Result<std::uint64_t> GetFileSizeEx(NativeHandle file) override;
   std::uintmax_t file_size(const std::wstring& path, std::error_code& error) override;
   bool remove(const std::string& path, std::error_code& error) override;
 
  private:
-  struct Node {
-    std::wstring path;
-    std::shared_ptr<FileContent> content;  ///< null for a folder
-  };
+  using Content = std::shared_ptr<FileContent>;
   struct OpenFile;
 
-  Node* find(const std::wstring& path);
-  const Node* find(const std::wstring& path) const;
-  std::shared_ptr<FileContent> make(const std::wstring& path);
-  void makeParents(const std::wstring& path);
+  Content find(const std::wstring& path) const;  ///< null: there is no such file
   bool hasFolder(const std::wstring& path) const;
-  bool hasParent(const std::wstring& path) const;
-  bool isEmptyFolder(const std::wstring& path) const;
-  void insert(const std::wstring& path, std::shared_ptr<FileContent> content);
-  void forget(const std::wstring& path);
+  std::vector<std::wstring> below(const std::wstring& path) const;
+  Content make(const std::wstring& path);
+  void makeFolders(const std::wstring& path);
 
   Kernel& kernel_;
-  std::map<std::wstring, Node> nodes_;  ///< by clean, lower-cased path
-  std::vector<std::string> removed_;
+  std::map<std::wstring, Content> entries_;  ///< by clean, lower-cased path; null for a folder
 };
 
 }  // namespace sim

@@ -1,7 +1,6 @@
 // When, where and in which order the notifications of a simulated request reach the program.
 #include <algorithm>
 
-#include "platform/objects.h"
 #include "tests/sim/http_handles.h"
 
 namespace sim {
@@ -36,18 +35,12 @@ void WinHttp::endAll() {
   kernel_.wake();
 }
 
-Delivery WinHttp::modeOf(const HttpRequestHandle& request) const {
-  const auto found = deliveryOf.find(request.known.index);
-  return found == deliveryOf.end() ? delivery : found->second;
-}
-
 /// Whether the call in flight (or the closing) may go on, as far as the test is concerned.
 bool WinHttp::isOpenTo(const HttpRequestHandle& request) const {
-  const Delivery mode = modeOf(request);
-  const bool late = mode == Delivery::kLate && lateDelay.count() == 0;
+  const bool late = delivery == Delivery::kLate && lateDelay.count() == 0;
   const bool held = request.pending && request.pending->stage == HttpStage::kReceive && request.reply &&
                     request.reply->hold && !request.closing;
-  return mode != Delivery::kNever && (released_ || (!late && !held));
+  return delivery != Delivery::kNever && (released_ || (!late && !held));
 }
 
 bool WinHttp::hasWork(const HttpRequestHandle& request) const {
@@ -58,19 +51,18 @@ bool WinHttp::hasWork(const HttpRequestHandle& request) const {
 }
 
 bool WinHttp::goesInline(const HttpRequestHandle& request, bool closing) {
-  const Delivery mode = modeOf(request);
   if (!isOpenTo(request) || (closing && request.othersDeliver())) {
     return false;
   }
-  if (mode == Delivery::kMixed) {
+  if (delivery == Delivery::kMixed) {
     seed = seed * 1664525u + 1013904223u;
     return (seed >> 16 & 1u) != 0;
   }
-  return mode == Delivery::kInline || (closing && closingInline);
+  return delivery == Delivery::kInline || (closing && closingInline);
 }
 
 void WinHttp::needWorker(const Request& request) {
-  if (!request->hasWorker && !ended_ && modeOf(*request) != Delivery::kNever) {
+  if (!request->hasWorker && !ended_ && delivery != Delivery::kNever) {
     request->hasWorker = true;
     kernel_.startThread([this, request] { work(request); });
   }
@@ -82,7 +74,7 @@ void WinHttp::work(const Request& request) {
   while (true) {
     kernel_.idle(guard,
                  [&] { return ended_ || (hasWork(*request) && (!request->closing || !request->othersDeliver())); });
-    if (!ended_ && modeOf(*request) == Delivery::kLate && lateDelay.count() > 0) {
+    if (!ended_ && delivery == Delivery::kLate && lateDelay.count() > 0) {
       guard.unlock();
       std::this_thread::sleep_for(lateDelay);
       guard.lock();
@@ -101,28 +93,27 @@ void WinHttp::work(const Request& request) {
   }
 }
 
-platform::Status WinHttp::start(platform::NativeHandle handle, HttpStage stage, const char* operation,
-                                const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare,
-                                std::uintptr_t context) {
+Status WinHttp::start(NativeHandle handle, HttpStage stage, const char* operation,
+                      const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare, std::uintptr_t context) {
   const auto fault = kernel_.faults.pass(operation);
   Guard guard(kernel_.mutex);
   const auto request = kernel_.get<HttpRequestHandle>(handle, operation);
   if (request == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
+    return Failure{platform::kErrorInvalidHandle};
   }
   if (fault) {
     request->bound = request->bound || (stage == HttpStage::kSend && bindContextOfFailedSend);
     request->known.context = request->bound && !request->known.sent ? context : request->known.context;
-    return {false, *fault};
+    return Failure{*fault};
   }
   if (request->inFlight) {
     kernel_.misuse(std::string(operation) + ": another call of the request is in flight");
-    return {false, platform::kErrorWinHttpIncorrectHandleState};
+    return Failure{platform::kErrorWinHttpIncorrectHandleState};
   }
   request->pending = HttpPending{stage, {}, {}};
   if (const platform::ErrorCode error = prepare(*request); error != 0) {
     request->pending.reset();
-    return {false, error};
+    return Failure{error};
   }
   request->inFlight = true;
   if (goesInline(*request, false)) {
@@ -130,7 +121,7 @@ platform::Status WinHttp::start(platform::NativeHandle handle, HttpStage stage, 
   } else {
     needWorker(request);
   }
-  return {true, 0};
+  return kDone;
 }
 
 /// Takes the call in flight up and answers it on this thread. Lock held, given up meanwhile.
@@ -140,23 +131,10 @@ void WinHttp::complete(Guard& guard, const Request& request) {
   request->taken = call;
   request->delivering.push_back(std::this_thread::get_id());
   guard.unlock();
-  switch (call.stage) {
-    case HttpStage::kSend:
-      completeSend(*request, call);
-      break;
-    case HttpStage::kWrite:
-      completeWrite(*request, call);
-      break;
-    case HttpStage::kReceive:
-      completeReceive(*request, call);
-      break;
-    case HttpStage::kQueryData:
-      completeQuery(*request, call);
-      break;
-    case HttpStage::kRead:
-      completeRead(*request, call);
-      break;
-  }
+  using Completion = void (WinHttp::*)(HttpRequestHandle&, const HttpPending&);
+  constexpr Completion kCompletions[] = {&WinHttp::completeReceive, &WinHttp::completeQuery, &WinHttp::completeRead,
+                                         &WinHttp::completeWrite, &WinHttp::completeSend};  // by stage
+  (this->*kCompletions[static_cast<int>(call.stage) - 1])(*request, call);
   guard.lock();
   leave(*request);
 }
@@ -195,8 +173,7 @@ bool WinHttp::notify(HttpRequestHandle& request, std::uint32_t status, void* inf
     return false;
   }
   request.finished = status == platform::kStatusHandleClosing;
-  if (request.callback != nullptr && (request.mask & status) != 0) {
-    request.notifications.push_back(status);
+  if (request.callback != nullptr && (request.known.callbackMask & status) != 0) {
     request.delivering.push_back(std::this_thread::get_id());
     const std::uintptr_t context = request.bound ? request.known.context : 0;
     guard.unlock();
@@ -233,23 +210,23 @@ void WinHttp::fail(HttpRequestHandle& request, const HttpPending& call, platform
 
 /// Notifications without a context: HANDLE_CREATED of every handle, HANDLE_CLOSING of sessions and connections.
 void WinHttp::unbound(HttpHandle& object, std::uint32_t status) {
-  if (object.callback != nullptr && (object.mask & status) != 0) {
+  if (object.callback != nullptr && (object.known.callbackMask & status) != 0) {
     object.callback(object.handle, 0, status, &object.handle, sizeof(object.handle));
   }
 }
 
-platform::Status WinHttp::WinHttpCloseHandle(platform::NativeHandle handle) {
+Status WinHttp::WinHttpCloseHandle(NativeHandle handle) {
   kernel_.faults.note("WinHttpCloseHandle");
   Guard guard(kernel_.mutex);
   const auto object = kernel_.take<HttpHandle>(handle, "WinHttpCloseHandle");
   if (object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
+    return Failure{platform::kErrorInvalidHandle};
   }
   const auto request = std::dynamic_pointer_cast<HttpRequestHandle>(object);
   if (request == nullptr) {
     guard.unlock();
     unbound(*object, platform::kStatusHandleClosing);
-    return {true, 0};
+    return kDone;
   }
   request->closing = true;
   request->known.closed = true;
@@ -258,7 +235,7 @@ platform::Status WinHttp::WinHttpCloseHandle(platform::NativeHandle handle) {
   } else {
     needWorker(request);
   }
-  return {true, 0};
+  return kDone;
 }
 
 }  // namespace sim

@@ -18,19 +18,16 @@ struct HttpExchange {
   std::wstring host;
   std::uint16_t port = 0;
   std::wstring path;                                         ///< with the query
-  bool secure = false;                                       ///< opened with kWinHttpFlagSecure
   std::uint32_t requestFlags = 0;                            ///< of WinHttpOpenRequest
   std::wstring headersText;                                  ///< as given to WinHttpSendRequest
   std::vector<std::pair<std::string, std::string>> headers;  ///< in order; values without blanks around
   std::uint32_t totalLength = 0;
-  std::uint64_t optionalSize = 0;     ///< bytes that came with WinHttpSendRequest itself
   std::vector<std::uint64_t> writes;  ///< sizes of the WinHttpWriteData calls
   std::uint64_t bodySize = 0;         ///< bytes that arrived
   std::string bodySha256;             ///< lower-case hexadecimal, once the body is complete
   std::string body;                   ///< stored up to WinHttp::storeBodyUpTo bytes, otherwise empty
   bool sent = false;                  ///< WinHttpSendRequest succeeded
-  bool bodyComplete = false;
-  bool closed = false;  ///< the program closed the request handle
+  bool closed = false;                ///< the program closed the request handle
   std::uintptr_t context = 0;
 
   std::wstring userAgent;
@@ -51,13 +48,11 @@ struct HttpExchange {
 /// The calls that complete later, numbered as REQUEST_ERROR numbers them.
 enum class HttpStage : std::uint8_t { kReceive = 1, kQueryData = 2, kRead = 3, kWrite = 4, kSend = 5 };
 
-/// A call that completes with REQUEST_ERROR, or (silent) never.
+/// A call that completes with REQUEST_ERROR.
 struct HttpFailure {
   HttpStage stage = HttpStage::kSend;
   platform::ErrorCode error = 12030;
   std::uint64_t afterBytes = 0;  ///< kWrite: once so many body bytes have arrived; kRead, kQueryData: of the answer
-  bool silent = false;           ///< the call completes only by being cancelled
-  std::uint32_t secureBits = 0;  ///< SECURE_FAILURE with these bits comes first
 };
 
 /// What the server does with a request.

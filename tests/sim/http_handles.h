@@ -11,16 +11,9 @@ namespace sim {
 
 /// What sessions, connections and requests have in common: the callback that they inherit.
 struct HttpHandle : Object {
-  platform::NativeHandle handle = nullptr;
+  NativeHandle handle = nullptr;
   platform::StatusCallback callback = nullptr;
-  std::uint32_t mask = 0;
   HttpExchange known;  ///< what is known so far; a child starts with its parent's
-
-  void inherit(const HttpHandle& parent) {
-    callback = parent.callback;
-    mask = parent.mask;
-    known = parent.known;
-  }
 };
 
 struct HttpSessionHandle : HttpHandle {
@@ -59,7 +52,6 @@ struct HttpRequestHandle : HttpHandle {
   std::size_t piece = 0;
   std::uint32_t available = 0;
   std::vector<std::thread::id> delivering;  ///< threads inside a delivery, once for each level
-  std::vector<std::uint32_t> notifications;
 
   std::uint64_t replySize() const { return reply->repeatedBody != 0 ? reply->repeatedBody : reply->body.size(); }
   bool othersDeliver() const {

@@ -9,22 +9,11 @@ namespace {
 constexpr std::uint32_t kLargestPiece = 8192;  // what the platform tells as available at once
 }
 
-/// Whether the script lets this call fail now; then it has been answered (or silenced).
+/// Whether the script lets this call fail now; then it has been answered.
 bool WinHttp::fails(HttpRequestHandle& request, const HttpPending& call, std::uint64_t bytes) {
   const auto failure = request.reply ? request.reply->failure : std::nullopt;
   if (!failure || failure->stage != call.stage || bytes < failure->afterBytes) {
     return false;
-  }
-  if (failure->silent) {
-    const Guard guard(kernel_.mutex);
-    request.pending = call;
-    request.silenced = true;
-    kernel_.wake();
-    return true;
-  }
-  std::uint32_t bits = failure->secureBits;
-  if (bits != 0) {
-    notify(request, platform::kStatusSecureFailure, &bits, sizeof(bits));
   }
   fail(request, call, failure->error);
   return true;
@@ -57,10 +46,9 @@ void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> da
   } else {
     known.body.clear();
   }
-  if (known.bodySize < known.totalLength || known.bodyComplete) {
+  if (known.bodySize < known.totalLength || !known.bodySha256.empty()) {
     return;
   }
-  known.bodyComplete = true;
   known.bodySha256 = request.hash.hex();
   const bool decided = request.reply.has_value();
   guard.unlock();
@@ -71,7 +59,7 @@ void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> da
 
 void WinHttp::completeSend(HttpRequestHandle& request, const HttpPending& call) {
   if (!notify(request, platform::kStatusSendingRequest, nullptr, 0)) {
-    return finish(request, call, 0, nullptr, 0);
+    return finish(request, call, 0);
   }
   askServer(request, false);
   if (fails(request, call, 0)) {
@@ -81,9 +69,7 @@ void WinHttp::completeSend(HttpRequestHandle& request, const HttpPending& call) 
   if (fails(request, call, 0)) {
     return;
   }
-  std::uint32_t sent = static_cast<std::uint32_t>(call.data.size());
-  notify(request, platform::kStatusRequestSent, &sent, sizeof(sent));
-  finish(request, call, platform::kStatusSendRequestComplete, nullptr, 0);
+  finish(request, call, platform::kStatusSendRequestComplete);
 }
 
 void WinHttp::completeWrite(HttpRequestHandle& request, const HttpPending& call) {
@@ -106,10 +92,11 @@ void WinHttp::completeReceive(HttpRequestHandle& request, const HttpPending& cal
   if (fails(request, call, 0)) {
     return;
   }
-  Guard guard(kernel_.mutex);
-  request.headersReady = true;
-  guard.unlock();
-  finish(request, call, platform::kStatusHeadersAvailable, nullptr, 0);
+  {
+    const Guard guard(kernel_.mutex);
+    request.headersReady = true;
+  }
+  finish(request, call, platform::kStatusHeadersAvailable);
 }
 
 void WinHttp::completeQuery(HttpRequestHandle& request, const HttpPending& call) {

@@ -1,29 +1,18 @@
 #include "tests/sim/kernel.h"
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
-
-#include "platform/objects.h"
 
 namespace sim {
 namespace {
 
-constexpr platform::FileTime kTicksPerMillisecond = 10000;
 using Real = std::chrono::steady_clock;
 
 thread_local bool isSimulated = false;
 
 }  // namespace
-
-std::uint32_t currentThreadNumber() {
-  static std::atomic<std::uint32_t> next{1};
-  thread_local const std::uint32_t number = next.fetch_add(1) * 4;
-  return number;
-}
 
 /// Takes a simulated thread off the busy ones while it waits, and notes when it has looked at the last change.
 class Kernel::WaitScope {
@@ -58,43 +47,21 @@ class Kernel::WaitScope {
   std::uint64_t seen_;
 };
 
-platform::NativeHandle Kernel::add(std::shared_ptr<Object> object, platform::NativeHandle at) {
-  const auto handle = at != nullptr ? at : std::bit_cast<platform::NativeHandle>(nextHandle_);
+NativeHandle Kernel::add(std::shared_ptr<Object> object, NativeHandle at) {
+  const auto handle = at != nullptr ? at : std::bit_cast<NativeHandle>(nextHandle_);
   nextHandle_ += at != nullptr ? 0 : 4;
-  handles_[handle] = Entry{std::move(object)};
+  handles_[handle] = std::move(object);
   return handle;
 }
 
-std::shared_ptr<Object> Kernel::find(platform::NativeHandle handle) const {
+std::shared_ptr<Object> Kernel::find(NativeHandle handle) const {
   const auto found = handles_.find(handle);
-  return found == handles_.end() ? nullptr : found->second.object;
+  return found == handles_.end() ? nullptr : found->second;
 }
 
-void Kernel::setInherit(platform::NativeHandle handle, bool inherit) { handles_.at(handle).inherit = inherit; }
-
-std::vector<platform::NativeHandle> Kernel::inheritable() const {
-  std::vector<platform::NativeHandle> result;
-  for (const auto& [handle, entry] : handles_) {
-    if (entry.inherit) {
-      result.push_back(handle);
-    }
-  }
-  return result;
-}
-
-void Kernel::misuse(std::string text) { misuse_.push_back(std::move(text)); }
-
-void Kernel::recordMisuse(platform::NativeHandle handle, const char* operation) {
-  const auto value = reinterpret_cast<std::uintptr_t>(handle);
+void Kernel::recordMisuse(NativeHandle handle, const char* operation) {
   const auto object = find(handle);
-  std::ostringstream text;
-  text << operation << ": handle 0x" << std::hex << value << " is ";
-  if (object != nullptr) {
-    text << "of the kind " << object->kind();
-  } else {
-    text << (value >= kFirstHandle && value < nextHandle_ ? "closed" : "foreign");
-  }
-  misuse_.push_back(text.str());
+  misuse(std::string(operation) + ": handle of the kind " + (object != nullptr ? object->kind() : "closed or foreign"));
 }
 
 std::size_t Kernel::openHandles() const {
@@ -105,36 +72,14 @@ std::size_t Kernel::openHandles() const {
 std::string Kernel::openHandlesText() const {
   const std::lock_guard lock(mutex);
   std::map<std::string, int> kinds;
-  for (const auto& [handle, entry] : handles_) {
-    ++kinds[entry.object->kind()];
+  for (const auto& [handle, object] : handles_) {
+    ++kinds[object->kind()];
   }
   std::string text;
   for (const auto& [kind, count] : kinds) {
     text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind;
   }
   return text;
-}
-
-std::vector<std::string> Kernel::misuseTexts() const {
-  const std::lock_guard lock(mutex);
-  return misuse_;
-}
-
-platform::FileTime Kernel::now() const {
-  const std::lock_guard lock(mutex);
-  return now_;
-}
-
-void Kernel::setNow(platform::FileTime time) {
-  const std::lock_guard lock(mutex);
-  now_ = time;
-  wake();
-}
-
-void Kernel::advance(std::uint64_t milliseconds) {
-  const std::lock_guard lock(mutex);
-  now_ += milliseconds * kTicksPerMillisecond;
-  wake();
 }
 
 void Kernel::jumpTo(platform::FileTime time) {
@@ -217,18 +162,13 @@ void Kernel::startThread(std::function<void()> body) {
 }
 
 void Kernel::joinThreads() {
-  while (true) {
-    std::vector<std::thread> threads;
-    {
-      const std::lock_guard lock(mutex);
-      threads.swap(threads_);
-    }
-    if (threads.empty()) {
-      return;
-    }
-    for (std::thread& thread : threads) {
-      thread.join();
-    }
+  Guard guard(mutex);
+  while (!threads_.empty()) {
+    std::thread thread = std::move(threads_.back());
+    threads_.pop_back();
+    guard.unlock();
+    thread.join();
+    guard.lock();
   }
 }
 

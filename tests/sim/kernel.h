@@ -7,34 +7,58 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <span>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "platform/clock.h"
 #include "platform/handle.h"
+#include "platform/objects.h"
 #include "platform/result.h"
 #include "tests/sim/faults.h"
 
 namespace sim {
 
 using Guard = std::unique_lock<std::mutex>;
+using platform::KernelHandle;
+using platform::NativeHandle;
+using platform::Result;
+using platform::Status;
 
-/// Anything a handle leads to.
-class Object {
- public:
-  virtual ~Object() = default;
-  virtual const char* kind() const = 0;  ///< for openHandlesText: "event", "registry key"
-  virtual bool isKernelHandle() const { return false; }
+inline constexpr Status kDone{true, 0};
+inline constexpr platform::FileTime kTicksPerMillisecond = 10000;  ///< of the clock
+
+/// A failed call, whatever its output is.
+struct Failure {
+  platform::ErrorCode error;
+  operator Status() const { return {false, error}; }
+  template <class T>
+  operator Result<T>() const {
+    return {false, {}, error};
+  }
 };
 
-/// What CloseHandle closes. Waitable ones say when they are signalled. All under the kernel's mutex.
-class KernelObject : public Object {
- public:
-  bool isKernelHandle() const override { return true; }
-  virtual bool isWaitable() const { return false; }
-  virtual bool isSignalled() const { return false; }
+/// Anything a handle leads to.
+struct Object {
+  virtual ~Object() = default;
+  virtual const char* kind() const = 0;  ///< for openHandlesText: "event", "registry key"
+};
+
+/// What CloseHandle closes.
+struct KernelObject : Object {};
+
+/// What can be waited for. Under the kernel's mutex.
+struct Waitable : KernelObject {
+  virtual bool isSignalled() const = 0;
   virtual void consume() {}  ///< a wait has been satisfied: an auto-reset event falls, a mutex is taken
+};
+
+/// What ReadFile and WriteFile take: files and ends of pipes. The lock is held, given up while they wait.
+struct Stream : KernelObject {
+  virtual Result<std::uint32_t> read(Guard& guard, std::span<std::byte> buffer) = 0;
+  virtual Result<std::uint32_t> write(Guard& guard, std::span<const std::byte> data) = 0;
 };
 
 /// What the services share: the handle table, the time, the waits and the threads, under one mutex.
@@ -50,40 +74,89 @@ class Kernel {
   /// How long, in real time, a wait without limit may last before the test is ended with a message.
   std::chrono::milliseconds hangLimit{10000};
 
-  // --- handles
-  /// A handle value is never used twice, except where `at` gives it (memory). Lock held.
-  platform::NativeHandle add(std::shared_ptr<Object> object, platform::NativeHandle at = nullptr);
-  /// The object of an open handle of that type, or null and a record of misuse. Lock held.
+  // --- calls
+  /// A platform call: passes the fault point of its name, then does `work` (given the guard, if it takes one) with the
+  /// lock held.
+  template <class Work>
+  auto call(const char* name, const Work& work) {
+    using R = decltype(invoke(work, std::declval<Guard&>()));
+    if (const auto error = faults.pass(name)) {
+      return R(Failure{*error});
+    }
+    Guard guard(mutex);
+    return invoke(work, guard);
+  }
+  /// The same on an open handle: `work` gets its object first, which must be of that type (else error 6, and misuse).
+  template <class T, class Work>
+  auto callOn(const char* name, NativeHandle handle, const Work& work) {
+    using R = decltype(invoke(work, std::declval<Guard&>(), std::declval<T&>()));
+    return call(name, [&](Guard& guard) {
+      const auto object = get<T>(handle, name);
+      return object == nullptr ? R(Failure{platform::kErrorInvalidHandle}) : invoke(work, guard, *object);
+    });
+  }
+  /// A closing call, which cannot be failed, of a handle of that type.
   template <class T>
-  std::shared_ptr<T> get(platform::NativeHandle handle, const char* operation) {
+  Status close(const char* name, NativeHandle handle) {
+    faults.note(name);
+    const Guard guard(mutex);
+    return take<T>(handle, name) != nullptr ? kDone : Failure{platform::kErrorInvalidHandle};
+  }
+  /// A copy of something that the mutex guards.
+  template <class T>
+  T copyOf(const T& value) const {
+    const Guard guard(mutex);
+    return value;
+  }
+
+  std::set<NativeHandle> inheritable;  ///< open handles that children inherit; lock held
+
+  // --- handles; lock held, but for the last three
+  /// A handle value is never used twice, except where `at` gives it (memory).
+  NativeHandle add(std::shared_ptr<Object> object, NativeHandle at = nullptr);
+  /// What a successful opening call gives back.
+  template <class Handle = KernelHandle>
+  Result<Handle> opened(std::shared_ptr<Object> object, platform::ErrorCode error = 0) {
+    return {true, Handle(add(std::move(object))), error};
+  }
+  /// The object of an open handle of that type, or null and a record of misuse.
+  template <class T>
+  std::shared_ptr<T> get(NativeHandle handle, const char* operation) {
     auto object = std::dynamic_pointer_cast<T>(find(handle));
     if (object == nullptr) {
       recordMisuse(handle, operation);
     }
     return object;
   }
-  std::shared_ptr<Object> find(platform::NativeHandle handle) const;
-  /// Takes an open handle of that type out of the table, or null and a record of misuse. Lock held.
+  std::shared_ptr<Object> find(NativeHandle handle) const;
+  /// As get; the handle is closed with that.
   template <class T>
-  std::shared_ptr<T> take(platform::NativeHandle handle, const char* operation) {
+  std::shared_ptr<T> take(NativeHandle handle, const char* operation) {
     auto object = get<T>(handle, operation);
     if (object != nullptr) {
-      forget(handle);
+      handles_.erase(handle);
+      inheritable.erase(handle);
     }
     return object;
   }
-  void setInherit(platform::NativeHandle handle, bool inherit);
-  std::vector<platform::NativeHandle> inheritable() const;
-  void misuse(std::string text);  ///< lock held
+  void misuse(std::string text) { misuse_.push_back(std::move(text)); }
 
   std::size_t openHandles() const;
   std::string openHandlesText() const;
-  std::vector<std::string> misuseTexts() const;
+  std::vector<std::string> misuseTexts() const { return copyOf(misuse_); }
 
   // --- time
-  platform::FileTime now() const;
-  void setNow(platform::FileTime time);
-  void advance(std::uint64_t milliseconds);
+  platform::FileTime now() const { return copyOf(now_); }
+  void setNow(platform::FileTime time) {
+    const Guard guard(mutex);
+    now_ = time;
+    wake();
+  }
+  void advance(std::uint64_t milliseconds) {
+    const Guard guard(mutex);
+    now_ += milliseconds * kTicksPerMillisecond;
+    wake();
+  }
 
   // --- waits
   /// Something a wait may look for has changed. Lock held.
@@ -103,20 +176,23 @@ class Kernel {
 
  private:
   static constexpr std::uintptr_t kFirstHandle = 0x10004;
-  struct Entry {
-    std::shared_ptr<Object> object;
-    bool inherit = false;
-  };
 
   class WaitScope;
 
-  void forget(platform::NativeHandle handle) { handles_.erase(handle); }
-  void recordMisuse(platform::NativeHandle handle, const char* operation);
+  template <class Work, class... Objects>
+  static auto invoke(const Work& work, Guard& guard, Objects&... objects) {
+    if constexpr (std::is_invocable_v<Work, Objects&..., Guard&>) {
+      return work(objects..., guard);
+    } else {
+      return work(objects...);
+    }
+  }
+  void recordMisuse(NativeHandle handle, const char* operation);
   bool isQuiet() const { return busy_ == 0 && unsettled_ == 0; }
   void jumpTo(platform::FileTime time);
 
   std::condition_variable changed_;
-  std::map<platform::NativeHandle, Entry> handles_;
+  std::map<NativeHandle, std::shared_ptr<Object>> handles_;
   std::uintptr_t nextHandle_ = kFirstHandle;
   std::vector<std::string> misuse_;
   platform::FileTime now_ = 0;
@@ -127,8 +203,5 @@ class Kernel {
   int unsettled_ = 0;                            ///< those that have not yet looked at the last change
   std::vector<std::thread> threads_;
 };
-
-/// A small number for the calling thread, as GetCurrentThreadId gives it.
-std::uint32_t currentThreadNumber();
 
 }  // namespace sim

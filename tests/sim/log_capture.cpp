@@ -12,24 +12,21 @@ constexpr std::wstring_view kLineEnd = L"\r\n";
 constexpr std::uint32_t kUnknownLevel = 6;
 
 /// Whether a record begins here: a message may have lines of its own, but none that begins with a time stamp.
-bool beginsRecord(std::wstring_view text) {
-  constexpr std::wstring_view kPattern = L"0000-00-00T00:00:00.000";
-  if (text.size() <= kPattern.size()) {
-    return false;
-  }
-  return std::equal(kPattern.begin(), kPattern.end(), text.begin(),
-                    [](wchar_t pattern, wchar_t c) { return pattern == L'0' ? c >= L'0' && c <= L'9' : c == pattern; });
+bool beginsRecord(std::wstring_view line) {
+  constexpr std::wstring_view kStamp = L"0000-00-00T00:00:00.000";
+  return line.size() > kStamp.size() &&
+         std::equal(kStamp.begin(), kStamp.end(), line.begin(),
+                    [](wchar_t c, wchar_t at) { return c == L'0' ? at >= L'0' && at <= L'9' : at == c; });
 }
 
 LogLine parseRecord(std::wstring_view text) {
-  const std::wstring_view rest = text.substr(text.find(L' ') + 1);
+  text.remove_prefix(text.find(L' ') + 1);
   std::uint32_t level = 0;
-  while (level < kUnknownLevel && !rest.starts_with(CORE::levelName(level))) {
+  while (level < kUnknownLevel && !text.starts_with(CORE::levelName(level))) {
     ++level;
   }
-  const std::size_t component = rest.find(L"> [");
-  const std::size_t end = rest.find(L"] ", component);
-  return {static_cast<CORE::LogLevel>(level), std::wstring(end == rest.npos ? rest : rest.substr(end + 2))};
+  text.remove_prefix(text.find(L"] ", text.find(L"> [")) + 2);
+  return {static_cast<CORE::LogLevel>(level), std::wstring(text)};
 }
 
 }  // namespace
@@ -37,14 +34,13 @@ LogLine parseRecord(std::wstring_view text) {
 std::vector<LogLine> parseLog(std::wstring_view text) {
   std::vector<LogLine> out;
   while (!text.empty()) {
-    const std::size_t end = std::min(text.find(kLineEnd), text.size());
-    const std::wstring_view line = text.substr(0, end);
+    const std::wstring_view line = text.substr(0, text.find(kLineEnd));
     if (beginsRecord(line)) {
       out.push_back(parseRecord(line));
     } else if (!out.empty()) {
       out.back().message.append(kLineEnd).append(line);
     }
-    text.remove_prefix(std::min(end + kLineEnd.size(), text.size()));
+    text.remove_prefix(std::min(line.size() + kLineEnd.size(), text.size()));
   }
   return out;
 }
@@ -60,7 +56,7 @@ LogCapture::LogCapture(Windows& windows) : windows_(windows) {
 
 LogCapture::~LogCapture() { CORE::corelogger::instance().stop(); }
 
-std::vector<LogLine> LogCapture::all() const {
+std::vector<LogLine> LogCapture::lines() const {
   CORE::corelogger::instance().flush();
   std::vector<LogLine> out;
   for (const std::wstring& path : windows_.files.list(kFolder)) {
@@ -69,26 +65,23 @@ std::vector<LogLine> LogCapture::all() const {
       out.insert(out.end(), lines.begin(), lines.end());
     }
   }
-  return out;
-}
-
-std::vector<LogLine> LogCapture::lines() const {
-  std::vector<LogLine> out = all();
-  out.erase(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(std::min(first_, out.size())));
+  out.erase(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(std::min(forgotten_, out.size())));
   return out;
 }
 
 bool LogCapture::has(CORE::LogLevel level, std::wstring_view text) const {
-  const auto found = lines();
-  return std::any_of(found.begin(), found.end(), [&](const LogLine& line) {
+  const auto all = lines();
+  return std::any_of(all.begin(), all.end(), [&](const LogLine& line) {
     return line.level == level && line.message.find(text) != std::wstring::npos;
   });
 }
 
 std::size_t LogCapture::count(std::wstring_view text) const {
-  const auto found = lines();
-  return static_cast<std::size_t>(std::count_if(
-      found.begin(), found.end(), [&](const LogLine& line) { return line.message.find(text) != std::wstring::npos; }));
+  std::size_t count = 0;
+  for (const LogLine& line : lines()) {
+    count += line.message.find(text) != std::wstring::npos ? 1U : 0U;
+  }
+  return count;
 }
 
 std::string LogCapture::text() const {
@@ -99,6 +92,6 @@ std::string LogCapture::text() const {
   return out;
 }
 
-void LogCapture::clear() { first_ = all().size(); }
+void LogCapture::clear() { forgotten_ += lines().size(); }
 
 }  // namespace sim

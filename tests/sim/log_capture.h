@@ -31,14 +31,13 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
-  /// Every record since the start or the latest clear(), also those of a logger that the program itself has started
-  /// anew. A message of several lines is one record.
+  /// Every record since the start or the latest clear(). A message of several lines is one record.
   std::vector<LogLine> lines() const;
   /// Whether a record of that level contains the text.
   bool has(CORE::LogLevel level, std::wstring_view text) const;
   /// How many records contain the text, whatever their level.
   std::size_t count(std::wstring_view text) const;
-  /// All of it, a record a line ("ERROR wWinMain(): ..."), to show what a test has found.
+  /// All of it, a record a line: "ERROR wWinMain(): ...".
   std::string text() const;
   /// Forgets the records so far.
   void clear();
@@ -47,10 +46,8 @@ class LogCapture {
   static constexpr const wchar_t* kFolder = L"C:\\SimLogs";
 
  private:
-  std::vector<LogLine> all() const;
-
   Windows& windows_;
-  std::size_t first_ = 0;
+  std::size_t forgotten_ = 0;
 };
 
 /// Takes the text of a log file apart.

@@ -1,56 +1,81 @@
 #include "tests/sim/processes.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 
 #include "tests/sim/child_state.h"
 
 namespace sim {
+namespace {
 
 struct ArgumentMemory : Object {
   const char* kind() const override { return "argument vector"; }
   std::vector<std::wstring> texts;
-  std::unique_ptr<wchar_t*[]> pointers;
+  std::vector<wchar_t*> pointers;
 };
 
-namespace {
-
-std::shared_ptr<ArgumentMemory> makeArguments(std::vector<std::wstring> texts) {
-  auto memory = std::make_shared<ArgumentMemory>();
-  memory->texts = std::move(texts);
-  memory->pointers = std::make_unique<wchar_t*[]>(memory->texts.size() + 1);
-  std::transform(memory->texts.begin(), memory->texts.end(), memory->pointers.get(),
-                 [](std::wstring& text) { return text.data(); });
-  return memory;
+/// One argument: 2n backslashes and a quote are n backslashes and a switch of quoting, 2n+1 are n and a literal quote.
+std::wstring takeArgument(const std::wstring& text, std::size_t& at) {
+  std::wstring result;
+  bool quoted = false;
+  std::size_t backslashes = 0;
+  for (; at < text.size() && (quoted || (text[at] != L' ' && text[at] != L'\t')); ++at) {
+    const bool isQuote = text[at] == L'"';
+    if (isQuote) {
+      result.resize(result.size() - (backslashes + 1) / 2);
+    }
+    if (isQuote && backslashes % 2 == 0) {
+      quoted = !quoted;
+    } else {
+      result += text[at];
+    }
+    backslashes = text[at] == L'\\' ? backslashes + 1 : 0;
+  }
+  return result;
 }
 
 }  // namespace
+
+std::vector<std::wstring> splitCommandLine(const std::wstring& text) {
+  // The program's name ends at the next quote when it is quoted, else at the next blank; backslashes mean nothing.
+  const std::size_t start = text.starts_with(L'"') ? 1 : 0;
+  std::size_t at = std::min(text.find_first_of(start == 1 ? L"\"" : L" \t", start), text.size());
+  std::vector<std::wstring> arguments{text.substr(start, at - start)};
+  at = std::min(at + start, text.size());
+  while ((at = text.find_first_not_of(L" \t", at)) != std::wstring::npos) {
+    arguments.push_back(takeArgument(text, at));
+  }
+  return arguments;
+}
+
+Child::Child(Processes& owner, std::shared_ptr<ChildState> state)
+    : owner_(owner), state_(std::move(state)), commandLine_(owner.kernel_.copyOf(state_->record.commandLine)) {}
 
 std::wstring Processes::GetCommandLineW() {
   kernel_.faults.note("GetCommandLineW");
   return commandLine;
 }
 
-platform::Result<platform::ArgumentVector> Processes::CommandLineToArgvW(const std::wstring& text, int& count) {
+Result<platform::ArgumentVector> Processes::CommandLineToArgvW(const std::wstring& text, int& count) {
   count = 0;
-  if (const auto error = kernel_.faults.pass("CommandLineToArgvW")) {
-    return {false, {}, *error};
-  }
-  auto memory = makeArguments(splitCommandLine(text, programPath));
-  wchar_t** const vector = memory->pointers.get();
-  count = static_cast<int>(memory->texts.size());
-  const Guard guard(kernel_.mutex);
-  kernel_.add(std::move(memory), vector);
-  return {true, platform::ArgumentVector(vector), 0};
+  return kernel_.call("CommandLineToArgvW", [&]() -> Result<platform::ArgumentVector> {
+    auto memory = std::make_shared<ArgumentMemory>();
+    memory->texts = splitCommandLine(text);
+    for (std::wstring& argument : memory->texts) {
+      memory->pointers.push_back(argument.data());
+    }
+    count = static_cast<int>(memory->texts.size());
+    memory->pointers.push_back(nullptr);
+    wchar_t** const vector = memory->pointers.data();
+    kernel_.add(std::move(memory), vector);
+    return {true, platform::ArgumentVector(vector), 0};
+  });
 }
 
-void Processes::LocalFree(wchar_t** arguments) {
-  kernel_.faults.note("LocalFree");
-  const Guard guard(kernel_.mutex);
-  kernel_.take<ArgumentMemory>(arguments, "LocalFree");
-}
+void Processes::LocalFree(wchar_t** arguments) { kernel_.close<ArgumentMemory>("LocalFree", arguments); }
 
-platform::NativeHandle Processes::GetCurrentProcess() {
+NativeHandle Processes::GetCurrentProcess() {
   kernel_.faults.note("GetCurrentProcess");
   return platform::invalidHandleValue();
 }
@@ -62,158 +87,122 @@ std::uint32_t Processes::GetCurrentProcessId() {
 
 std::uint32_t Processes::GetCurrentThreadId() {
   kernel_.faults.note("GetCurrentThreadId");
-  return currentThreadNumber();
+  static std::atomic<std::uint32_t> next{4};
+  thread_local const std::uint32_t number = next.fetch_add(4);
+  return number;
 }
 
-platform::Result<platform::ProcessInformation> Processes::CreateProcessW(
-    const std::wstring& childCommandLine, bool inheritHandles, std::uint32_t creationFlags,
-    const std::wstring& currentDirectory, const platform::StandardHandles& standardHandles) {
-  if (const auto error = kernel_.faults.pass("CreateProcessW")) {
-    return {false, {}, *error};
-  }
-  Guard guard(kernel_.mutex);
-  const auto state = addChild(processId, childCommandLine, currentDirectory);
-  state->record.flags = creationFlags;
-  state->record.inheritHandles = inheritHandles;
-  inherit(*state, standardHandles);
-  platform::ProcessInformation information;
-  information.process = platform::KernelHandle(kernel_.add(std::make_shared<ProcessObject>(state)));
-  information.thread = platform::KernelHandle(kernel_.add(std::make_shared<ThreadObject>(state)));
-  information.processId = state->record.id;
-  information.threadId = state->record.id + 1;
-  const auto script = script_;
-  if (inlineChildren) {
-    guard.unlock();
-    run(state, script);
-  } else {
-    kernel_.startThread([this, state, script] { run(state, script); });
-  }
-  return {true, std::move(information), 0};
+Result<platform::ProcessInformation> Processes::CreateProcessW(const std::wstring& childCommandLine,
+                                                               bool inheritHandles, std::uint32_t creationFlags,
+                                                               const std::wstring& currentDirectory,
+                                                               const platform::StandardHandles& standardHandles) {
+  return kernel_.call("CreateProcessW", [&](Guard& guard) -> Result<platform::ProcessInformation> {
+    const auto state = addChild(childCommandLine, currentDirectory);
+    state->record.flags = creationFlags;
+    state->record.inheritHandles = inheritHandles;
+    inherit(*state, standardHandles);
+    const auto id = state->record.id;
+    platform::ProcessInformation information{KernelHandle(kernel_.add(std::make_shared<ProcessObject>(state))),
+                                             KernelHandle(kernel_.add(std::make_shared<ThreadObject>())), id, id + 1};
+    const auto script = script_;
+    if (inlineChildren) {
+      guard.unlock();
+      run(state, script);
+    } else {
+      kernel_.startThread([this, state, script] { run(state, script); });
+    }
+    return {true, std::move(information), 0};
+  });
 }
 
 void Processes::inherit(ChildState& state, const platform::StandardHandles& standardHandles) {
-  state.record.standardInput = standardHandles.input;
-  state.record.standardOutput = standardHandles.output;
   for (const auto handle : {standardHandles.input, standardHandles.output}) {
-    if (handle != nullptr && kernel_.find(handle) == nullptr) {
-      kernel_.misuse("CreateProcessW: a standard handle is not open");
+    if (handle != nullptr) {
+      kernel_.get<PipeEnd>(handle, "CreateProcessW");
     }
   }
   if (!state.record.inheritHandles) {
     return;
   }
-  for (const auto handle : kernel_.inheritable()) {
+  for (const auto handle : kernel_.inheritable) {
     ++state.record.inheritedCount;
-    const bool isInput = handle == standardHandles.input;
-    const bool isOutput = handle == standardHandles.output;
-    state.record.inheritsOnlyStandardHandles = state.record.inheritsOnlyStandardHandles && (isInput || isOutput);
-    if (const auto end = std::dynamic_pointer_cast<PipeEnd>(kernel_.find(handle))) {
-      auto copy = std::make_shared<PipeEnd>(kernel_, end->pipe, end->writes);
-      state.input = isInput ? copy : state.input;
-      state.output = isOutput ? copy : state.output;
-      state.inherited.push_back(std::move(copy));
+    const auto& object = state.inherited.emplace_back(kernel_.find(handle));
+    if (handle == standardHandles.input) {
+      state.input = std::dynamic_pointer_cast<PipeEnd>(object);
+    } else if (handle == standardHandles.output) {
+      state.output = std::dynamic_pointer_cast<PipeEnd>(object);
+    } else {
+      state.record.inheritsOnlyStandardHandles = false;
     }
   }
 }
 
-platform::Status Processes::TerminateProcess(platform::NativeHandle process, std::uint32_t exitCode) {
-  if (const auto error = kernel_.faults.pass("TerminateProcess")) {
-    return {false, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto object = kernel_.get<ProcessObject>(process, "TerminateProcess");
-  if (object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
-  }
-  if (object->isSignalled()) {
-    return {false, platform::kErrorAccessDenied};
-  }
-  end(*object->state, Ending::kTerminated, exitCode);
-  return {true, 0};
+Status Processes::TerminateProcess(NativeHandle process, std::uint32_t exitCode) {
+  return kernel_.callOn<ProcessObject>("TerminateProcess", process, [&](ProcessObject& object) -> Status {
+    if (object.isSignalled()) {
+      return Failure{platform::kErrorAccessDenied};
+    }
+    end(*object.state, Ending::kTerminated, exitCode);
+    return kDone;
+  });
 }
 
-platform::Result<std::uint32_t> Processes::GetExitCodeProcess(platform::NativeHandle process) {
-  if (const auto error = kernel_.faults.pass("GetExitCodeProcess")) {
-    return {false, 0, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto object = kernel_.get<ProcessObject>(process, "GetExitCodeProcess");
-  return object == nullptr ? platform::Result<std::uint32_t>{false, 0, platform::kErrorInvalidHandle}
-                           : platform::Result<std::uint32_t>{true, object->state->record.exitCode, 0};
+Result<std::uint32_t> Processes::GetExitCodeProcess(NativeHandle process) {
+  return kernel_.callOn<ProcessObject>("GetExitCodeProcess", process, [](ProcessObject& object) {
+    return Result<std::uint32_t>{true, object.state->record.exitCode, 0};
+  });
 }
 
-platform::Result<platform::KernelHandle> Processes::CreateJobObjectW() {
-  if (const auto error = kernel_.faults.pass("CreateJobObjectW")) {
-    return {false, {}, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  return {true, platform::KernelHandle(kernel_.add(std::make_shared<JobObject>())), 0};
+Result<KernelHandle> Processes::CreateJobObjectW() {
+  return kernel_.call("CreateJobObjectW", [&] { return kernel_.opened(std::make_shared<JobObject>()); });
 }
 
-platform::Status Processes::AssignProcessToJobObject(platform::NativeHandle job, platform::NativeHandle process) {
-  if (const auto error = kernel_.faults.pass("AssignProcessToJobObject")) {
-    return {false, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto jobObject = kernel_.get<JobObject>(job, "AssignProcessToJobObject");
-  const auto object = kernel_.get<ProcessObject>(process, "AssignProcessToJobObject");
-  if (jobObject == nullptr || object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
-  }
-  if (object->isSignalled()) {
-    return {false, platform::kErrorAccessDenied};
-  }
-  jobObject->members.push_back(object->state);
-  object->state->jobs.push_back(jobObject);
-  return {true, 0};
+Status Processes::AssignProcessToJobObject(NativeHandle job, NativeHandle process) {
+  constexpr const char* kName = "AssignProcessToJobObject";
+  return kernel_.callOn<ProcessObject>(kName, process, [&](ProcessObject& object) -> Status {
+    const auto jobObject = kernel_.get<JobObject>(job, kName);
+    if (jobObject == nullptr || object.isSignalled()) {
+      return Failure{jobObject == nullptr ? platform::kErrorInvalidHandle : platform::kErrorAccessDenied};
+    }
+    object.state->job = jobObject;
+    return kDone;
+  });
 }
 
-platform::Status Processes::TerminateJobObject(platform::NativeHandle job, std::uint32_t exitCode) {
-  if (const auto error = kernel_.faults.pass("TerminateJobObject")) {
-    return {false, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto object = kernel_.get<JobObject>(job, "TerminateJobObject");
-  if (object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
-  }
-  for (const auto& member : object->members) {
-    end(*member, Ending::kJobTerminated, exitCode);
-  }
-  return {true, 0};
+Status Processes::TerminateJobObject(NativeHandle job, std::uint32_t exitCode) {
+  return kernel_.callOn<JobObject>("TerminateJobObject", job, [&](JobObject& object) {
+    for (const auto& child : children_) {
+      if (child->job.get() == &object) {
+        end(*child, Ending::kJobTerminated, exitCode);
+      }
+    }
+    return kDone;
+  });
 }
 
-platform::Result<platform::Pipe> Processes::CreatePipe(bool inheritable) {
-  if (const auto error = kernel_.faults.pass("CreatePipe")) {
-    return {false, {}, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto buffer = std::make_shared<PipeBuffer>();
-  buffer->capacity = inlineChildren ? SIZE_MAX : pipeCapacity;
-  platform::Pipe pipe;
-  pipe.read = platform::KernelHandle(kernel_.add(std::make_shared<PipeEnd>(kernel_, buffer, false)));
-  pipe.write = platform::KernelHandle(kernel_.add(std::make_shared<PipeEnd>(kernel_, buffer, true)));
-  kernel_.setInherit(pipe.read.get(), inheritable);
-  kernel_.setInherit(pipe.write.get(), inheritable);
-  return {true, std::move(pipe), 0};
+Result<platform::Pipe> Processes::CreatePipe(bool inheritable) {
+  return kernel_.call("CreatePipe", [&]() -> Result<platform::Pipe> {
+    const auto buffer = std::make_shared<PipeBuffer>();
+    buffer->capacity = inlineChildren ? SIZE_MAX : buffer->capacity;
+    platform::Pipe pipe{KernelHandle(kernel_.add(std::make_shared<PipeEnd>(kernel_, buffer, false))),
+                        KernelHandle(kernel_.add(std::make_shared<PipeEnd>(kernel_, buffer, true)))};
+    if (inheritable) {
+      kernel_.inheritable.insert({pipe.read.get(), pipe.write.get()});
+    }
+    return {true, std::move(pipe), 0};
+  });
 }
 
-platform::Result<std::uint32_t> Processes::PeekNamedPipe(platform::NativeHandle pipe) {
-  if (const auto error = kernel_.faults.pass("PeekNamedPipe")) {
-    return {false, 0, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto end = kernel_.get<PipeEnd>(pipe, "PeekNamedPipe");
-  if (end == nullptr) {
-    return {false, 0, platform::kErrorInvalidHandle};
-  }
-  if (end->writes) {
-    return {false, 0, platform::kErrorAccessDenied};
-  }
-  if (end->pipe->bytes.empty() && end->pipe->writers == 0) {
-    return {false, 0, platform::kErrorBrokenPipe};
-  }
-  return {true, static_cast<std::uint32_t>(end->pipe->bytes.size()), 0};
+Result<std::uint32_t> Processes::PeekNamedPipe(NativeHandle pipe) {
+  return kernel_.callOn<PipeEnd>("PeekNamedPipe", pipe, [](PipeEnd& end) -> Result<std::uint32_t> {
+    if (end.writes) {
+      return Failure{platform::kErrorAccessDenied};
+    }
+    if (end.pipe->bytes.empty() && !end.pipe->hasWriter) {
+      return Failure{platform::kErrorBrokenPipe};
+    }
+    return {true, static_cast<std::uint32_t>(end.pipe->bytes.size()), 0};
+  });
 }
 
 void Processes::Sleep(std::uint32_t milliseconds) {

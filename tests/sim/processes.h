@@ -2,7 +2,6 @@
 
 #include "platform/processes.h"
 #include "tests/sim/kernel.h"
-#include "tests/sim/pipes.h"
 
 namespace sim {
 
@@ -14,15 +13,12 @@ enum class Ending : std::uint8_t { kRunning, kExited, kTerminated, kJobTerminate
 /// What is known about a child process.
 struct ChildRecord {
   std::uint32_t id = 0;
-  std::uint32_t parentId = 0;  ///< the program's own id, or that of the child that started it
   std::wstring commandLine;
   std::wstring folder;
   std::uint32_t flags = 0;
   bool inheritHandles = false;
-  platform::NativeHandle standardInput = nullptr;   ///< values as given to CreateProcessW
-  platform::NativeHandle standardOutput = nullptr;  ///< null and null: not redirected
-  std::size_t inheritedCount = 0;                   ///< handles that came over
-  bool inheritsOnlyStandardHandles = true;          ///< nothing but the two standard handles came over
+  std::size_t inheritedCount = 0;           ///< handles that came over
+  bool inheritsOnlyStandardHandles = true;  ///< nothing but the two standard handles came over
   Ending ending = Ending::kRunning;
   std::uint32_t exitCode = 259;
 };
@@ -34,29 +30,21 @@ struct ChildTerminated {};
 /// when it returns, unless it has called exit.
 class Child {
  public:
-  const std::wstring& commandLine() const { return record_.commandLine; }
-  const std::wstring& folder() const { return record_.folder; }
-  /// The command line split as a C program would see it.
-  std::vector<std::wstring> arguments() const;
   /// The argument that follows `option` ("-f"), or empty.
   std::wstring argumentAfter(const std::wstring& option) const;
-  bool contains(const std::wstring& text) const { return commandLine().find(text) != std::wstring::npos; }
+  bool contains(const std::wstring& text) const { return commandLine_.find(text) != std::wstring::npos; }
 
   /// Writes to the standard output; false when nobody reads any more or none is there.
   bool write(std::string_view text);
   /// Reads the standard input until its end (an inline child: what there is).
   std::string readInput();
-  /// Closes the child's standard output early.
-  void closeOutput();
   /// The code to end with (and the script should return).
   void exit(std::uint32_t code);
   /// Stays until somebody terminates the child.
   [[noreturn]] void hang();
   bool terminated() const;
-  /// Starts a process below this one with the same standard handles (and so holding the same pipe) or with none. It
-  /// belongs to the jobs of this one.
-  void spawn(std::function<void(Child&)> script, bool keepsPipe = true,
-             const std::wstring& commandLine = L"grandchild");
+  /// Starts a process below this one with the same standard handles (and so holding the same pipe), in the same job.
+  void spawn(std::function<void(Child&)> script);
 
  private:
   friend class Processes;
@@ -65,7 +53,7 @@ class Child {
 
   Processes& owner_;
   const std::shared_ptr<ChildState> state_;
-  const ChildRecord record_;
+  const std::wstring commandLine_;
 };
 
 /// Command lines, scripted children, jobs and pipes.
@@ -74,9 +62,7 @@ class Processes : public platform::Processes {
   explicit Processes(Kernel& kernel) : kernel_(kernel) {}
 
   std::wstring commandLine = L"mdDCT.exe";
-  std::wstring programPath = L"C:\\Program Files\\Meridon\\mdDCT.exe";
   std::uint32_t processId = 4242;
-  std::size_t pipeCapacity = 4096;
   /// Runs each child's script inside CreateProcessW on the calling thread, with pipes that never fill: cheaper and in a
   /// fixed order, but such a script cannot hang.
   bool inlineChildren = false;
@@ -91,27 +77,26 @@ class Processes : public platform::Processes {
   void endAll();
 
   std::wstring GetCommandLineW() override;
-  platform::Result<platform::ArgumentVector> CommandLineToArgvW(const std::wstring& text, int& count) override;
+  Result<platform::ArgumentVector> CommandLineToArgvW(const std::wstring& text, int& count) override;
   void LocalFree(wchar_t** arguments) override;
-  platform::NativeHandle GetCurrentProcess() override;
+  NativeHandle GetCurrentProcess() override;
   std::uint32_t GetCurrentProcessId() override;
   std::uint32_t GetCurrentThreadId() override;
-  platform::Result<platform::ProcessInformation> CreateProcessW(
-      const std::wstring& childCommandLine, bool inheritHandles, std::uint32_t creationFlags,
-      const std::wstring& currentDirectory, const platform::StandardHandles& standardHandles) override;
-  platform::Status TerminateProcess(platform::NativeHandle process, std::uint32_t exitCode) override;
-  platform::Result<std::uint32_t> GetExitCodeProcess(platform::NativeHandle process) override;
-  platform::Result<platform::KernelHandle> CreateJobObjectW() override;
-  platform::Status AssignProcessToJobObject(platform::NativeHandle job, platform::NativeHandle process) override;
-  platform::Status TerminateJobObject(platform::NativeHandle job, std::uint32_t exitCode) override;
-  platform::Result<platform::Pipe> CreatePipe(bool inheritable) override;
-  platform::Result<std::uint32_t> PeekNamedPipe(platform::NativeHandle pipe) override;
+  Result<platform::ProcessInformation> CreateProcessW(const std::wstring& childCommandLine, bool inheritHandles,
+                                                      std::uint32_t creationFlags, const std::wstring& currentDirectory,
+                                                      const platform::StandardHandles& standardHandles) override;
+  Status TerminateProcess(NativeHandle process, std::uint32_t exitCode) override;
+  Result<std::uint32_t> GetExitCodeProcess(NativeHandle process) override;
+  Result<KernelHandle> CreateJobObjectW() override;
+  Status AssignProcessToJobObject(NativeHandle job, NativeHandle process) override;
+  Status TerminateJobObject(NativeHandle job, std::uint32_t exitCode) override;
+  Result<platform::Pipe> CreatePipe(bool inheritable) override;
+  Result<std::uint32_t> PeekNamedPipe(NativeHandle pipe) override;
   void Sleep(std::uint32_t milliseconds) override;
 
  private:
   friend class Child;
-  std::shared_ptr<ChildState> addChild(std::uint32_t parentId, const std::wstring& childCommandLine,
-                                       const std::wstring& folder);
+  std::shared_ptr<ChildState> addChild(const std::wstring& childCommandLine, const std::wstring& folder);
   void inherit(ChildState& state, const platform::StandardHandles& standardHandles);
   void run(const std::shared_ptr<ChildState>& state, const std::function<void(Child&)>& script);
   void end(ChildState& state, Ending ending, std::uint32_t code);
@@ -122,7 +107,7 @@ class Processes : public platform::Processes {
   std::uint32_t nextId_ = 5000;
 };
 
-/// Splits a command line by the rules of CommandLineToArgvW. An empty text gives `programPath`.
-std::vector<std::wstring> splitCommandLine(const std::wstring& text, const std::wstring& programPath);
+/// Splits a command line by the rules of CommandLineToArgvW.
+std::vector<std::wstring> splitCommandLine(const std::wstring& text);
 
 }  // namespace sim

@@ -1,11 +1,36 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
+#include <optional>
 
 #include "platform/registry.h"
 #include "tests/sim/kernel.h"
+#include "tests/sim/text.h"
 
 namespace sim {
+
+/// A text as the platform stores it: UTF-16LE bytes, with a terminator when asked.
+inline std::vector<std::byte> utf16Bytes(const std::wstring& text, bool terminated) {
+  std::vector<std::byte> bytes;
+  const auto add = [&](std::uint32_t unit) {
+    bytes.push_back(static_cast<std::byte>(unit & 0xFF));
+    bytes.push_back(static_cast<std::byte>(unit >> 8 & 0xFF));
+  };
+  for (const wchar_t character : text) {
+    const auto code = codeOf(character);
+    if (code > 0xFFFF) {
+      add(0xD800 + ((code - 0x10000) >> 10));
+      add(0xDC00 + (code & 0x3FF));
+    } else {
+      add(code);
+    }
+  }
+  if (terminated) {
+    add(0);
+  }
+  return bytes;
+}
 
 /// The registry. Paths begin with "HKLM\" or "HKCU\" and compare without case; the part behind the last "\" is the
 /// value's name.
@@ -17,49 +42,89 @@ class Registry : public platform::Registry {
   struct Opening {
     std::wstring path;
     std::uint32_t access = 0;
-    bool ok = false;
   };
 
-  void set(const std::wstring& path, const std::wstring& text);  ///< REG_SZ, with its terminator
+  void setRaw(const std::wstring& path, std::uint32_t type, std::vector<std::byte> bytes) {
+    const Guard guard(kernel_.mutex);
+    values_[lowerCase(path)] = Value{type, std::move(bytes)};
+  }
   void set(const std::wstring& path, const wchar_t* text) { set(path, std::wstring(text)); }
-  void set(const std::wstring& path, std::uint32_t dword);  ///< REG_DWORD
-  void setExpandSz(const std::wstring& path, const std::wstring& text);
-  void setQword(const std::wstring& path, std::uint64_t qword);
-  void setUnterminated(const std::wstring& path, const std::wstring& text);  ///< REG_SZ without terminator
-  void setRaw(const std::wstring& path, std::uint32_t type, std::vector<std::byte> bytes);
-  void makeKey(const std::wstring& path);
-  void eraseValue(const std::wstring& path);
-  void clear();
+  void set(const std::wstring& path, const std::wstring& text) {
+    setRaw(path, platform::kRegSz, utf16Bytes(text, true));
+  }
+  void setExpandSz(const std::wstring& path, const std::wstring& text) {
+    setRaw(path, platform::kRegExpandSz, utf16Bytes(text, true));
+  }
+  void set(const std::wstring& path, std::uint32_t dword) {
+    const auto bytes = std::as_bytes(std::span(&dword, 1));
+    setRaw(path, platform::kRegDword, {bytes.begin(), bytes.end()});
+  }
+  void eraseValue(const std::wstring& path) {
+    const Guard guard(kernel_.mutex);
+    values_[lowerCase(path)].reset();  // its key stays
+  }
+  void clear() {
+    const Guard guard(kernel_.mutex);
+    values_.clear();
+  }
 
-  std::vector<Opening> openings() const;
-  /// Full paths of the values asked for, found or not, in order.
-  std::vector<std::wstring> queries() const;
+  std::vector<Opening> openings() const { return kernel_.copyOf(openings_); }
 
-  platform::Result<platform::RegistryKey> RegOpenKeyExW(platform::RegistryRoot root, const std::wstring& path,
-                                                        std::uint32_t access) override;
-  platform::Result<platform::RegistryKey> RegOpenKeyExW(platform::NativeHandle key, const std::wstring& path,
-                                                        std::uint32_t access) override;
-  platform::Result<platform::RegistryKey> RegOpenCurrentUser(std::uint32_t access) override;
-  platform::Result<platform::RegistryValueInfo> RegQueryValueExW(platform::NativeHandle key, const std::wstring& name,
-                                                                 std::span<std::byte> buffer) override;
-  void RegCloseKey(platform::NativeHandle key) override;
+  Result<platform::RegistryKey> RegOpenKeyExW(platform::RegistryRoot root, const std::wstring& path,
+                                              std::uint32_t access) override {
+    const wchar_t* const hive = root == platform::RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM";
+    return kernel_.call("RegOpenKeyExW", [&] { return open(hive, path, access); });
+  }
+  Result<platform::RegistryKey> RegOpenKeyExW(NativeHandle key, const std::wstring& path,
+                                              std::uint32_t access) override {
+    return kernel_.callOn<Key>("RegOpenKeyExW", key, [&](Key& parent) { return open(parent.path, path, access); });
+  }
+  Result<platform::RegistryKey> RegOpenCurrentUser(std::uint32_t access) override {
+    return kernel_.call("RegOpenCurrentUser", [&] { return open(L"HKCU", L"", access); });
+  }
+  Result<platform::RegistryValueInfo> RegQueryValueExW(NativeHandle key, const std::wstring& name,
+                                                       std::span<std::byte> buffer) override {
+    return kernel_.callOn<Key>("RegQueryValueExW", key, [&](Key& object) -> Result<platform::RegistryValueInfo> {
+      const auto found = values_.find(lowerCase(object.path + L"\\" + name));
+      if (found == values_.end() || !found->second) {
+        return Failure{platform::kErrorFileNotFound};
+      }
+      const Value& value = *found->second;
+      const platform::RegistryValueInfo info{value.type, static_cast<std::uint32_t>(value.bytes.size())};
+      if (!buffer.empty() && buffer.size() < value.bytes.size()) {
+        return {false, info, platform::kErrorMoreData};
+      }
+      std::copy_n(value.bytes.begin(), std::min(buffer.size(), value.bytes.size()), buffer.begin());
+      return {true, info, 0};
+    });
+  }
+  void RegCloseKey(NativeHandle key) override { kernel_.close<Key>("RegCloseKey", key); }
 
  private:
-  struct Key;
+  struct Key : Object {
+    explicit Key(std::wstring keyPath) : path(std::move(keyPath)) {}
+    const char* kind() const override { return "registry key"; }
+    const std::wstring path;
+  };
   struct Value {
     std::uint32_t type = 0;
     std::vector<std::byte> bytes;
   };
-  bool has(const std::wstring& path) const;
-  platform::Result<platform::RegistryKey> open(const std::wstring& path, std::uint32_t access);
+  Result<platform::RegistryKey> open(const std::wstring& parent, const std::wstring& path, std::uint32_t access) {
+    const std::wstring whole = path.empty() ? parent : parent + L"\\" + path;
+    openings_.push_back({whole, access});
+    const std::wstring below = lowerCase(whole) + L"\\";
+    const auto next = values_.lower_bound(below);
+    const bool isHive = whole.find(L'\\') == std::wstring::npos;
+    if (!isHive && (next == values_.end() || !next->first.starts_with(below))) {
+      return Failure{platform::kErrorFileNotFound};
+    }
+    return kernel_.opened<platform::RegistryKey>(std::make_shared<Key>(whole));
+  }
 
   Kernel& kernel_;
-  std::map<std::wstring, std::map<std::wstring, Value>> keys_;  ///< lower-cased
+  std::map<std::wstring, std::optional<Value>> values_;  ///< by lower-cased path; none: erased
   std::vector<Opening> openings_;
-  std::vector<std::wstring> queries_;
 };
-
-/// A text as the platform stores it: UTF-16LE bytes, with a terminator when asked.
-std::vector<std::byte> utf16Bytes(const std::wstring& text, bool terminated);
 
 }  // namespace sim

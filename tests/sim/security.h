@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <cstring>
+
 #include "platform/security.h"
 #include "tests/sim/kernel.h"
 
@@ -13,18 +16,78 @@ class Security : public platform::Security {
   /// Whether the process runs as the local system account; otherwise as an ordinary user.
   bool localSystem = true;
 
-  platform::Result<platform::KernelHandle> OpenProcessToken(platform::NativeHandle process,
-                                                            std::uint32_t access) override;
-  platform::Result<std::uint32_t> GetTokenInformation(platform::NativeHandle token, std::uint32_t informationClass,
-                                                      std::span<std::byte> buffer) override;
-  platform::Result<platform::Sid> AllocateAndInitializeSid(const platform::SidIdentifierAuthority& authority,
-                                                           std::span<const std::uint32_t> subAuthorities) override;
-  bool EqualSid(platform::NativeHandle first, platform::NativeHandle second) override;
-  void FreeSid(platform::NativeHandle sid) override;
+  Result<KernelHandle> OpenProcessToken(NativeHandle process, std::uint32_t access) override {
+    return kernel_.call("OpenProcessToken", [&]() -> Result<KernelHandle> {
+      if (process != platform::invalidHandleValue()) {  // only the pseudo handle of GetCurrentProcess is known here
+        return Failure{platform::kErrorInvalidHandle};
+      }
+      if (access != platform::kTokenQuery) {
+        return Failure{platform::kErrorAccessDenied};
+      }
+      return kernel_.opened(std::make_shared<Token>());
+    });
+  }
+  Result<std::uint32_t> GetTokenInformation(NativeHandle token, std::uint32_t informationClass,
+                                            std::span<std::byte> buffer) override {
+    return kernel_.callOn<Token>("GetTokenInformation", token, [&](Token&) -> Result<std::uint32_t> {
+      const auto address = reinterpret_cast<std::uintptr_t>(buffer.data());
+      if (informationClass != platform::kTokenUser || address % alignof(platform::TokenUser) != 0) {
+        return Failure{platform::kErrorInvalidParameter};
+      }
+      const std::vector<std::uint32_t> system{platform::kSecurityLocalSystemRid};
+      const std::vector<std::uint32_t> user{21, 1004336348, 1177238915, 682003330, 1001};
+      const auto sid = makeSid(platform::kSecurityNtAuthority, localSystem ? system : user);
+      const auto needed = static_cast<std::uint32_t>(sizeof(platform::TokenUser) + sid.size());
+      if (buffer.size() < needed) {
+        return {false, needed, platform::kErrorInsufficientBuffer};
+      }
+      std::byte* const place = buffer.data() + sizeof(platform::TokenUser);
+      const platform::TokenUser information{place, 0};
+      std::memcpy(buffer.data(), &information, sizeof(information));
+      std::copy(sid.begin(), sid.end(), place);
+      return {true, needed, 0};
+    });
+  }
+  Result<platform::Sid> AllocateAndInitializeSid(const platform::SidIdentifierAuthority& authority,
+                                                 std::span<const std::uint32_t> subAuthorities) override {
+    return kernel_.call("AllocateAndInitializeSid", [&]() -> Result<platform::Sid> {
+      auto sid = std::make_shared<SidMemory>();
+      sid->bytes = makeSid(authority, subAuthorities);
+      void* const memory = sid->bytes.data();
+      return {true, platform::Sid(kernel_.add(std::move(sid), memory)), 0};
+    });
+  }
+  bool EqualSid(NativeHandle first, NativeHandle second) override {
+    if (kernel_.faults.pass("EqualSid")) {
+      return false;
+    }
+    const auto* const one = static_cast<const std::uint8_t*>(first);
+    const auto* const other = static_cast<const std::uint8_t*>(second);
+    return one[1] == other[1] && std::memcmp(one, other, 8u + 4u * one[1]) == 0;
+  }
+  void FreeSid(NativeHandle sid) override { kernel_.close<SidMemory>("FreeSid", sid); }
 
  private:
-  struct Token;
-  struct SidMemory;
+  struct Token : KernelObject {
+    const char* kind() const override { return "token"; }
+  };
+
+  struct SidMemory : Object {
+    const char* kind() const override { return "SID"; }
+    std::vector<std::byte> bytes;
+  };
+
+  /// The binary layout of a SID: revision, count, six bytes of authority, the sub-authorities (little endian).
+  static std::vector<std::byte> makeSid(const platform::SidIdentifierAuthority& authority,
+                                        std::span<const std::uint32_t> parts) {
+    std::vector<std::byte> sid{std::byte{1}, static_cast<std::byte>(parts.size())};
+    const auto head = std::as_bytes(std::span(authority));
+    sid.insert(sid.end(), head.begin(), head.end());
+    const auto bytes = std::as_bytes(parts);
+    sid.insert(sid.end(), bytes.begin(), bytes.end());
+    return sid;
+  }
+
   Kernel& kernel_;
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <map>
 
 #include "platform/text.h"
@@ -7,44 +8,119 @@
 
 namespace sim {
 
-/// Text services. Unless set otherwise, the system's message for 5 is "Message 5.\r\n" and that of winhttp.dll for
-/// 12029 is "WinHTTP message 12029.\r\n".
-class Text : public platform::Text {
- public:
-  explicit Text(Kernel& kernel);
-
-  void setMessage(platform::ErrorCode code, const std::wstring& text);
-  void setModuleMessage(platform::ErrorCode code, const std::wstring& text);
-  /// Neither table knows that code (error 317).
-  void setUnknown(platform::ErrorCode code);
-  void setVariable(const std::wstring& name, const std::wstring& value);
-  void eraseVariable(const std::wstring& name);
-
-  int CompareStringW(std::uint32_t locale, std::uint32_t flags, std::wstring_view first,
-                     std::wstring_view second) override;
-  int CompareStringA(std::uint32_t locale, std::uint32_t flags, std::string_view first,
-                     std::string_view second) override;
-  void CharLowerBuffW(std::span<wchar_t> text) override;
-  void CharLowerBuffA(std::span<char> text) override;
-  platform::Result<std::uint32_t> FormatMessageW(std::uint32_t flags, platform::NativeHandle module, std::uint32_t code,
-                                                 std::span<wchar_t> buffer) override;
-  platform::Result<std::uint32_t> ExpandEnvironmentStringsW(const std::wstring& source,
-                                                            std::span<wchar_t> buffer) override;
-
- private:
-  Kernel& kernel_;
-  std::map<platform::ErrorCode, std::wstring> messages_;
-  std::map<platform::ErrorCode, std::wstring> moduleMessages_;
-  std::map<std::wstring, std::wstring> environment_;  ///< names lower-cased
-};
-
 /// A character's number: wchar_t is signed on some platforms.
 inline std::uint32_t codeOf(wchar_t character) {
   return static_cast<std::uint32_t>(std::char_traits<wchar_t>::to_int_type(character));
 }
 
 /// Lower case as the simulation folds it: ASCII, Latin-1, basic Greek and Cyrillic.
-wchar_t lowerCase(wchar_t character);
-std::wstring lowerCase(std::wstring text);
+inline wchar_t lowerCase(wchar_t character) {
+  const auto code = codeOf(character);
+  const bool shifts = (code >= 'A' && code <= 'Z') || (code >= 0xC0 && code <= 0xDE && code != 0xD7) ||
+                      (code >= 0x391 && code <= 0x3A9) || (code >= 0x410 && code <= 0x42F);
+  return shifts ? static_cast<wchar_t>(code + 32) : character;
+}
+
+inline std::wstring lowerCase(std::wstring text) {
+  for (wchar_t& character : text) {
+    character = lowerCase(character);
+  }
+  return text;
+}
+
+/// Text services. Unless set otherwise, the system's message for 5 is "Message 5.\r\n" and that of winhttp.dll for
+/// 12029 is "WinHTTP message 12029.\r\n".
+class Text : public platform::Text {
+ public:
+  explicit Text(Kernel& kernel)
+      : kernel_(kernel),
+        environment_{{L"programdata", L"C:\\ProgramData"},
+                     {L"localappdata", L"C:\\Windows\\System32\\config\\systemprofile\\AppData\\Local"},
+                     {L"systemroot", L"C:\\Windows"},
+                     {L"temp", L"C:\\Windows\\Temp"}} {}
+
+  /// Of the system and of every module.
+  void setMessage(platform::ErrorCode code, const std::wstring& text) {
+    const Guard guard(kernel_.mutex);
+    messages_[code] = text;
+  }
+  void setUnknown(platform::ErrorCode code) { setMessage(code, L""); }  ///< error 317
+  void setVariable(const std::wstring& name, const std::wstring& value) {
+    const Guard guard(kernel_.mutex);
+    environment_[lowerCase(name)] = value;
+  }
+  void eraseVariable(const std::wstring& name) {
+    const Guard guard(kernel_.mutex);
+    environment_.erase(lowerCase(name));
+  }
+
+  int CompareStringW(std::uint32_t, std::uint32_t flags, std::wstring_view first, std::wstring_view second) override {
+    return kernel_.faults.pass("CompareStringW") ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
+  }
+  int CompareStringA(std::uint32_t, std::uint32_t flags, std::string_view first, std::string_view second) override {
+    return kernel_.faults.pass("CompareStringA") ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
+  }
+  void CharLowerBuffW(std::span<wchar_t> text) override {
+    kernel_.faults.note("CharLowerBuffW");
+    for (wchar_t& character : text) {
+      character = lowerCase(character);
+    }
+  }
+  void CharLowerBuffA(std::span<char> text) override {
+    kernel_.faults.note("CharLowerBuffA");
+    for (char& character : text) {
+      character = static_cast<char>(lowerCase(static_cast<wchar_t>(static_cast<unsigned char>(character))));
+    }
+  }
+  Result<std::uint32_t> FormatMessageW(std::uint32_t flags, NativeHandle module, std::uint32_t code,
+                                       std::span<wchar_t> buffer) override {
+    return kernel_.call("FormatMessageW", [&]() -> Result<std::uint32_t> {
+      const bool fromModule = (flags & platform::kFormatMessageFromModule) != 0 && module != nullptr;
+      const std::wstring usual = (fromModule ? L"WinHTTP message " : L"Message ") + std::to_wstring(code) + L".\r\n";
+      const std::wstring text = messages_.contains(code) ? messages_[code] : usual;
+      return text.empty() ? Failure{kErrorMessageNotFound} : put(text, buffer);
+    });
+  }
+  Result<std::uint32_t> ExpandEnvironmentStringsW(const std::wstring& source, std::span<wchar_t> buffer) override {
+    return kernel_.call("ExpandEnvironmentStringsW", [&]() -> Result<std::uint32_t> {
+      std::wstring text;
+      for (std::size_t at = 0; at < source.size();) {
+        const auto end = source[at] == L'%' ? source.find(L'%', at + 1) : std::wstring::npos;
+        const auto found = end == std::wstring::npos
+                               ? environment_.end()
+                               : environment_.find(lowerCase(source.substr(at + 1, end - at - 1)));
+        text += found == environment_.end() ? source.substr(at, 1) : found->second;
+        at = found == environment_.end() ? at + 1 : end + 1;
+      }
+      put(text, buffer);
+      return {true, static_cast<std::uint32_t>(text.size() + 1), 0};
+    });
+  }
+
+ private:
+  static constexpr platform::ErrorCode kErrorMessageNotFound = 317;  // ERROR_MR_MID_NOT_FOUND
+
+  /// Small letters before capitals where nothing else differs, as the platform's linguistic order has it.
+  template <class View>
+  static int compare(View first, View second, bool ignoreCase) {
+    std::wstring one(first.begin(), first.end());
+    std::wstring other(second.begin(), second.end());
+    const int folded = lowerCase(one).compare(lowerCase(other));
+    const int order = folded != 0 || ignoreCase ? folded : -one.compare(other);
+    return order < 0 ? 1 : order == 0 ? platform::kCstrEqual : 3;
+  }
+
+  static Result<std::uint32_t> put(const std::wstring& text, std::span<wchar_t> buffer) {
+    if (buffer.size() < text.size() + 1) {
+      return Failure{platform::kErrorInsufficientBuffer};
+    }
+    *std::copy(text.begin(), text.end(), buffer.begin()) = L'\0';
+    return {true, static_cast<std::uint32_t>(text.size()), 0};
+  }
+
+  Kernel& kernel_;
+  std::map<platform::ErrorCode, std::wstring> messages_;
+  std::map<std::wstring, std::wstring> environment_;  ///< names lower-cased
+};
 
 }  // namespace sim

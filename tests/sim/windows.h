@@ -5,7 +5,6 @@
 #include "tests/sim/digests.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/files.h"
-#include "tests/sim/heap.h"
 #include "tests/sim/internet.h"
 #include "tests/sim/kernel.h"
 #include "tests/sim/objects.h"
@@ -22,8 +21,13 @@ namespace sim {
 /// destruction, which ends all of its processes and worker threads; no thread of the program may use it by then.
 class Windows {
  public:
-  Windows();
-  ~Windows();
+  Windows() { platform::install(&platform_); }
+  ~Windows() {
+    processes.endAll();
+    winHttp.endAll();
+    kernel.joinThreads();
+    platform::install(nullptr);
+  }
   Windows(const Windows&) = delete;
   Windows& operator=(const Windows&) = delete;
 
@@ -50,7 +54,8 @@ class Windows {
   std::vector<std::string> misuse() const { return kernel.misuseTexts(); }
 
  private:
-  platform::Platform platform_;
+  const platform::Platform platform_{clock,     digests,  files,    heap,   internet, objects,
+                                     processes, registry, security, system, text,     winHttp};
 };
 
 }  // namespace sim

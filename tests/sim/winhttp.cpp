@@ -74,140 +74,109 @@ std::vector<HttpExchange> WinHttp::sentRequests() const {
   return result;
 }
 
-std::vector<std::uint32_t> WinHttp::notifications(std::size_t index) const {
-  const Guard guard(kernel_.mutex);
-  return index < requests_.size() ? requests_[index]->notifications : std::vector<std::uint32_t>{};
+std::string HttpExchange::header(const std::string& name) const {
+  const auto lower = [](const std::string& text) { return lowerCase(std::wstring(text.begin(), text.end())); };
+  for (const auto& [key, value] : headers) {
+    if (lower(key) == lower(name)) {
+      return value;
+    }
+  }
+  return {};
 }
 
-platform::Result<platform::InternetHandle> WinHttp::WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
-                                                                const std::wstring& proxy, const std::wstring& bypass,
-                                                                std::uint32_t flags) {
-  if (const auto error = kernel_.faults.pass("WinHttpOpen")) {
-    return {false, {}, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  auto session = std::make_shared<HttpSessionHandle>();
-  session->known.userAgent = userAgent;
-  session->known.accessType = accessType;
-  session->known.proxy = proxy;
-  session->known.bypass = bypass;
-  session->known.sessionFlags = flags;
-  session->handle = kernel_.add(session);
-  return {true, platform::InternetHandle(session->handle), 0};
+std::uint32_t HttpExchange::securityFlags() const {
+  const auto found = numberOptions.find(platform::kOptionSecurityFlags);
+  return found == numberOptions.end() ? 0 : found->second;
 }
 
-platform::Status WinHttp::WinHttpSetTimeouts(platform::NativeHandle session, int resolve, int connect, int send,
-                                             int receive) {
-  if (const auto error = kernel_.faults.pass("WinHttpSetTimeouts")) {
-    return {false, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto object = kernel_.get<HttpHandle>(session, "WinHttpSetTimeouts");
-  if (object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
-  }
-  if (std::min({resolve, connect, send, receive}) < -1) {
-    return {false, platform::kErrorInvalidParameter};
-  }
-  object->known.timeouts = {resolve, connect, send, receive};
-  return {true, 0};
+Result<platform::InternetHandle> WinHttp::WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
+                                                      const std::wstring& proxy, const std::wstring& bypass,
+                                                      std::uint32_t flags) {
+  return kernel_.call("WinHttpOpen", [&]() -> Result<platform::InternetHandle> {
+    auto session = std::make_shared<HttpSessionHandle>();
+    session->known.userAgent = userAgent;
+    session->known.accessType = accessType;
+    session->known.proxy = proxy;
+    session->known.bypass = bypass;
+    session->known.sessionFlags = flags;
+    session->handle = kernel_.add(session);
+    return {true, platform::InternetHandle(session->handle), 0};
+  });
 }
 
-platform::Status WinHttp::WinHttpSetStatusCallback(platform::NativeHandle handle, platform::StatusCallback callback,
-                                                   std::uint32_t mask) {
-  if (const auto error = kernel_.faults.pass("WinHttpSetStatusCallback")) {
-    return {false, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto object = kernel_.get<HttpHandle>(handle, "WinHttpSetStatusCallback");
-  if (object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
-  }
-  object->callback = callback;
-  object->mask = mask;
-  object->known.callbackMask = mask;
-  return {true, 0};
+Status WinHttp::WinHttpSetTimeouts(NativeHandle session, int resolve, int connect, int send, int receive) {
+  return kernel_.callOn<HttpHandle>("WinHttpSetTimeouts", session, [&](HttpHandle& object) -> Status {
+    if (std::min({resolve, connect, send, receive}) < -1) {
+      return Failure{platform::kErrorInvalidParameter};
+    }
+    object.known.timeouts = {resolve, connect, send, receive};
+    return kDone;
+  });
 }
 
-platform::Result<platform::InternetHandle> WinHttp::WinHttpConnect(platform::NativeHandle session,
-                                                                   const std::wstring& host, std::uint16_t port) {
-  if (const auto error = kernel_.faults.pass("WinHttpConnect")) {
-    return {false, {}, *error};
-  }
-  Guard guard(kernel_.mutex);
-  const auto parent = kernel_.get<HttpSessionHandle>(session, "WinHttpConnect");
-  if (parent == nullptr) {
-    return {false, {}, platform::kErrorInvalidHandle};
-  }
-  auto connection = std::make_shared<HttpConnectionHandle>();
-  connection->inherit(*parent);
-  connection->known.host = host;
-  connection->known.port = port;
-  connection->handle = kernel_.add(connection);
-  guard.unlock();
-  unbound(*connection, platform::kStatusHandleCreated);
-  return {true, platform::InternetHandle(connection->handle), 0};
+Status WinHttp::WinHttpSetStatusCallback(NativeHandle handle, platform::StatusCallback callback, std::uint32_t mask) {
+  return kernel_.callOn<HttpHandle>("WinHttpSetStatusCallback", handle, [&](HttpHandle& object) {
+    object.callback = callback;
+    object.known.callbackMask = mask;
+    return kDone;
+  });
 }
 
-platform::Result<platform::InternetHandle> WinHttp::WinHttpOpenRequest(platform::NativeHandle connection,
-                                                                       const std::wstring& verb,
-                                                                       const std::wstring& path, std::uint32_t flags) {
-  if (const auto error = kernel_.faults.pass("WinHttpOpenRequest")) {
-    return {false, {}, *error};
-  }
-  Guard guard(kernel_.mutex);
-  const auto parent = kernel_.get<HttpConnectionHandle>(connection, "WinHttpOpenRequest");
-  if (parent == nullptr) {
-    return {false, {}, platform::kErrorInvalidHandle};
-  }
-  auto request = std::make_shared<HttpRequestHandle>();
-  request->inherit(*parent);
-  request->known.index = requests_.size();
-  request->known.verb = verb.empty() ? L"GET" : verb;
-  request->known.path = path;
-  request->known.requestFlags = flags;
-  request->known.secure = (flags & platform::kWinHttpFlagSecure) != 0;
-  request->handle = kernel_.add(request);
-  requests_.push_back(request);
-  guard.unlock();
-  unbound(*request, platform::kStatusHandleCreated);
-  return {true, platform::InternetHandle(request->handle), 0};
+template <class Parent, class Child, class Describe>
+Result<platform::InternetHandle> WinHttp::openBelow(const char* name, NativeHandle parent, const Describe& describe) {
+  return kernel_.callOn<Parent>(name, parent, [&](Parent& above, Guard& guard) -> Result<platform::InternetHandle> {
+    const auto child = std::make_shared<Child>();
+    static_cast<HttpHandle&>(*child) = above;
+    child->handle = kernel_.add(child);
+    describe(child);
+    guard.unlock();
+    unbound(*child, platform::kStatusHandleCreated);
+    return {true, platform::InternetHandle(child->handle), 0};
+  });
 }
 
-platform::Status WinHttp::WinHttpSetOption(platform::NativeHandle handle, std::uint32_t option, std::uint32_t value) {
-  if (const auto error = kernel_.faults.pass("WinHttpSetOption")) {
-    return {false, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto object = kernel_.get<HttpHandle>(handle, "WinHttpSetOption");
-  if (object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
-  }
-  const bool forRequest = option == platform::kOptionSecurityFlags || option == platform::kOptionEnableFeature;
-  if (forRequest && std::dynamic_pointer_cast<HttpRequestHandle>(object) == nullptr) {
-    return {false, kErrorIncorrectHandleType};
-  }
-  object->known.numberOptions[option] = value;
-  return {true, 0};
+Result<platform::InternetHandle> WinHttp::WinHttpConnect(NativeHandle session, const std::wstring& host,
+                                                         std::uint16_t port) {
+  const auto describe = [&](const auto& connection) {
+    connection->known.host = host;
+    connection->known.port = port;
+  };
+  return openBelow<HttpSessionHandle, HttpConnectionHandle>("WinHttpConnect", session, describe);
 }
 
-platform::Status WinHttp::WinHttpSetOption(platform::NativeHandle handle, std::uint32_t option,
-                                           const std::wstring& value) {
-  if (const auto error = kernel_.faults.pass("WinHttpSetOption")) {
-    return {false, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto object = kernel_.get<HttpHandle>(handle, "WinHttpSetOption");
-  if (object == nullptr) {
-    return {false, platform::kErrorInvalidHandle};
-  }
-  object->known.textOptions[option] = value;
-  return {true, 0};
+Result<platform::InternetHandle> WinHttp::WinHttpOpenRequest(NativeHandle connection, const std::wstring& verb,
+                                                             const std::wstring& path, std::uint32_t flags) {
+  const auto describe = [&](const Request& request) {
+    request->known.index = requests_.size();
+    request->known.verb = verb.empty() ? L"GET" : verb;
+    request->known.path = path;
+    request->known.requestFlags = flags;
+    requests_.push_back(request);
+  };
+  return openBelow<HttpConnectionHandle, HttpRequestHandle>("WinHttpOpenRequest", connection, describe);
 }
 
-platform::Status WinHttp::WinHttpSendRequest(platform::NativeHandle handle, const std::wstring& headers,
-                                             std::span<const std::byte> optionalData, std::uint32_t totalLength,
-                                             std::uintptr_t context) {
+Status WinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t option, std::uint32_t value) {
+  return kernel_.callOn<HttpHandle>("WinHttpSetOption", handle, [&](HttpHandle& object) -> Status {
+    const bool forRequest = option == platform::kOptionSecurityFlags || option == platform::kOptionEnableFeature;
+    if (forRequest && dynamic_cast<HttpRequestHandle*>(&object) == nullptr) {
+      return Failure{kErrorIncorrectHandleType};
+    }
+    object.known.numberOptions[option] = value;
+    return kDone;
+  });
+}
+
+Status WinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t option, const std::wstring& value) {
+  return kernel_.callOn<HttpHandle>("WinHttpSetOption", handle, [&](HttpHandle& object) {
+    object.known.textOptions[option] = value;
+    return kDone;
+  });
+}
+
+Status WinHttp::WinHttpSendRequest(NativeHandle handle, const std::wstring& headers,
+                                   std::span<const std::byte> optionalData, std::uint32_t totalLength,
+                                   std::uintptr_t context) {
   return start(
       handle, HttpStage::kSend, "WinHttpSendRequest",
       [&](HttpRequestHandle& request) -> platform::ErrorCode {
@@ -220,7 +189,6 @@ platform::Status WinHttp::WinHttpSendRequest(platform::NativeHandle handle, cons
         request.known.headersText = headers;
         request.known.headers = parseHeaders(headers);
         request.known.totalLength = totalLength;
-        request.known.optionalSize = optionalData.size();
         request.known.context = context;
         request.known.sent = true;
         request.bound = true;
@@ -230,13 +198,13 @@ platform::Status WinHttp::WinHttpSendRequest(platform::NativeHandle handle, cons
       context);
 }
 
-platform::Status WinHttp::WinHttpReceiveResponse(platform::NativeHandle handle) {
+Status WinHttp::WinHttpReceiveResponse(NativeHandle handle) {
   return start(handle, HttpStage::kReceive, "WinHttpReceiveResponse", [](HttpRequestHandle& request) {
     return request.known.sent && !request.headersReady ? 0 : platform::kErrorWinHttpIncorrectHandleState;
   });
 }
 
-platform::Status WinHttp::WinHttpWriteData(platform::NativeHandle handle, std::span<const std::byte> data) {
+Status WinHttp::WinHttpWriteData(NativeHandle handle, std::span<const std::byte> data) {
   return start(handle, HttpStage::kWrite, "WinHttpWriteData", [&](HttpRequestHandle& request) -> platform::ErrorCode {
     if (!request.known.sent || request.headersReady) {
       return platform::kErrorWinHttpIncorrectHandleState;
@@ -251,67 +219,53 @@ platform::Status WinHttp::WinHttpWriteData(platform::NativeHandle handle, std::s
   });
 }
 
-platform::Status WinHttp::WinHttpQueryDataAvailable(platform::NativeHandle handle) {
+Status WinHttp::WinHttpQueryDataAvailable(NativeHandle handle) {
   return start(handle, HttpStage::kQueryData, "WinHttpQueryDataAvailable", [](HttpRequestHandle& request) {
     return request.headersReady ? 0 : platform::kErrorWinHttpIncorrectHandleState;
   });
 }
 
-platform::Status WinHttp::WinHttpReadData(platform::NativeHandle handle, std::span<std::byte> buffer) {
+Status WinHttp::WinHttpReadData(NativeHandle handle, std::span<std::byte> buffer) {
   return start(handle, HttpStage::kRead, "WinHttpReadData", [&](HttpRequestHandle& request) {
     request.pending->buffer = buffer;
     return request.headersReady ? 0 : platform::kErrorWinHttpIncorrectHandleState;
   });
 }
 
-platform::Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(platform::NativeHandle handle, std::uint32_t level) {
-  if (const auto error = kernel_.faults.pass("WinHttpQueryHeaders")) {
-    return {false, 0, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto request = kernel_.get<HttpRequestHandle>(handle, "WinHttpQueryHeaders");
-  if (request == nullptr) {
-    return {false, 0, platform::kErrorInvalidHandle};
-  }
-  if (!request->headersReady) {
-    return {false, 0, platform::kErrorWinHttpIncorrectHandleState};
-  }
-  if (level != (platform::kQueryStatusCode | platform::kQueryFlagNumber)) {
-    return {false, 0, kErrorHeaderNotFound};
-  }
-  return {true, request->reply->status, 0};
+Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(NativeHandle handle, std::uint32_t level) {
+  const bool known = level == (platform::kQueryStatusCode | platform::kQueryFlagNumber);
+  return queryHeaders(handle, known, [](const HttpReply& reply) -> Result<std::uint32_t> {
+    return {true, reply.status, 0};
+  });
 }
 
-platform::Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(platform::NativeHandle handle, std::uint32_t level,
-                                                             std::span<wchar_t> buffer) {
-  if (const auto error = kernel_.faults.pass("WinHttpQueryHeaders")) {
-    return {false, 0, *error};
-  }
-  const Guard guard(kernel_.mutex);
-  const auto request = kernel_.get<HttpRequestHandle>(handle, "WinHttpQueryHeaders");
-  if (request == nullptr) {
-    return {false, 0, platform::kErrorInvalidHandle};
-  }
-  if (!request->headersReady) {
-    return {false, 0, platform::kErrorWinHttpIncorrectHandleState};
-  }
-  if (level != platform::kQueryRawHeadersCrlf) {
-    return {false, 0, kErrorHeaderNotFound};
-  }
-  const std::wstring text = rawHeaders(*request->reply);
-  const auto bytes = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
-  if (buffer.size() < text.size() + 1) {
-    return {false, bytes + static_cast<std::uint32_t>(sizeof(wchar_t)), platform::kErrorInsufficientBuffer};
-  }
-  *std::copy(text.begin(), text.end(), buffer.begin()) = L'\0';
-  return {true, bytes, 0};
+Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(NativeHandle handle, std::uint32_t level,
+                                                   std::span<wchar_t> buffer) {
+  const bool known = level == platform::kQueryRawHeadersCrlf;
+  return queryHeaders(handle, known, [&](const HttpReply& reply) -> Result<std::uint32_t> {
+    const std::wstring text = rawHeaders(reply);
+    const auto bytes = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
+    if (buffer.size() < text.size() + 1) {
+      return {false, bytes + static_cast<std::uint32_t>(sizeof(wchar_t)), platform::kErrorInsufficientBuffer};
+    }
+    *std::copy(text.begin(), text.end(), buffer.begin()) = L'\0';
+    return {true, bytes, 0};
+  });
 }
 
-platform::Result<platform::UrlComponents> WinHttp::WinHttpCrackUrl(const std::wstring& url) {
-  if (const auto error = kernel_.faults.pass("WinHttpCrackUrl")) {
-    return {false, {}, *error};
-  }
-  return splitUrl(url);
+template <class Read>
+Result<std::uint32_t> WinHttp::queryHeaders(NativeHandle handle, bool known, const Read& read) {
+  const auto work = [&](HttpRequestHandle& request) -> Result<std::uint32_t> {
+    if (!request.headersReady || !known) {
+      return Failure{known ? platform::kErrorWinHttpIncorrectHandleState : kErrorHeaderNotFound};
+    }
+    return read(*request.reply);
+  };
+  return kernel_.callOn<HttpRequestHandle>("WinHttpQueryHeaders", handle, work);
+}
+
+Result<platform::UrlComponents> WinHttp::WinHttpCrackUrl(const std::wstring& url) {
+  return kernel_.call("WinHttpCrackUrl", [&] { return splitUrl(url); });
 }
 
 }  // namespace sim

@@ -27,8 +27,7 @@ class WinHttp : public platform::WinHttp {
   void onHeaders(std::function<std::optional<HttpReply>(const HttpExchange&)> server);
 
   Delivery delivery = Delivery::kWorker;
-  std::map<std::size_t, Delivery> deliveryOf;  ///< by the request's index, instead of `delivery`
-  std::uint32_t seed = 1;                      ///< of Delivery::kMixed
+  std::uint32_t seed = 1;  ///< of Delivery::kMixed
   OnClose onClose = OnClose::kCancelled;
   /// HANDLE_CLOSING comes inside WinHttpCloseHandle even when completions come on a worker (and none is running).
   bool closingInline = false;
@@ -47,48 +46,39 @@ class WinHttp : public platform::WinHttp {
   std::vector<HttpExchange> requests() const;
   /// Only those whose send succeeded.
   std::vector<HttpExchange> sentRequests() const;
-  /// The statuses delivered to the callback of a request, in order.
-  std::vector<std::uint32_t> notifications(std::size_t index) const;
   /// Waits until nothing is left to deliver; aborts the test after the kernel's limit for hanging.
   void waitUntilIdle();
   /// Drops what is undelivered and lets the workers end; part of the end of the simulation.
   void endAll();
 
-  platform::Result<platform::InternetHandle> WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
-                                                         const std::wstring& proxy, const std::wstring& bypass,
-                                                         std::uint32_t flags) override;
-  platform::Status WinHttpSetTimeouts(platform::NativeHandle session, int resolve, int connect, int send,
-                                      int receive) override;
-  platform::Status WinHttpSetStatusCallback(platform::NativeHandle handle, platform::StatusCallback callback,
-                                            std::uint32_t mask) override;
-  platform::Result<platform::InternetHandle> WinHttpConnect(platform::NativeHandle session, const std::wstring& host,
-                                                            std::uint16_t port) override;
-  platform::Result<platform::InternetHandle> WinHttpOpenRequest(platform::NativeHandle connection,
-                                                                const std::wstring& verb, const std::wstring& path,
-                                                                std::uint32_t flags) override;
-  platform::Status WinHttpSetOption(platform::NativeHandle handle, std::uint32_t option, std::uint32_t value) override;
-  platform::Status WinHttpSetOption(platform::NativeHandle handle, std::uint32_t option,
-                                    const std::wstring& value) override;
-  platform::Status WinHttpSendRequest(platform::NativeHandle request, const std::wstring& headers,
-                                      std::span<const std::byte> optionalData, std::uint32_t totalLength,
-                                      std::uintptr_t context) override;
-  platform::Status WinHttpReceiveResponse(platform::NativeHandle request) override;
-  platform::Result<std::uint32_t> WinHttpQueryHeaders(platform::NativeHandle request, std::uint32_t level) override;
-  platform::Result<std::uint32_t> WinHttpQueryHeaders(platform::NativeHandle request, std::uint32_t level,
-                                                      std::span<wchar_t> buffer) override;
-  platform::Status WinHttpQueryDataAvailable(platform::NativeHandle request) override;
-  platform::Status WinHttpReadData(platform::NativeHandle request, std::span<std::byte> buffer) override;
-  platform::Status WinHttpWriteData(platform::NativeHandle request, std::span<const std::byte> data) override;
-  platform::Status WinHttpCloseHandle(platform::NativeHandle handle) override;
-  platform::Result<platform::UrlComponents> WinHttpCrackUrl(const std::wstring& url) override;
+  Result<platform::InternetHandle> WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
+                                               const std::wstring& proxy, const std::wstring& bypass,
+                                               std::uint32_t flags) override;
+  Status WinHttpSetTimeouts(NativeHandle session, int resolve, int connect, int send, int receive) override;
+  Status WinHttpSetStatusCallback(NativeHandle handle, platform::StatusCallback callback, std::uint32_t mask) override;
+  Result<platform::InternetHandle> WinHttpConnect(NativeHandle session, const std::wstring& host,
+                                                  std::uint16_t port) override;
+  Result<platform::InternetHandle> WinHttpOpenRequest(NativeHandle connection, const std::wstring& verb,
+                                                      const std::wstring& path, std::uint32_t flags) override;
+  Status WinHttpSetOption(NativeHandle handle, std::uint32_t option, std::uint32_t value) override;
+  Status WinHttpSetOption(NativeHandle handle, std::uint32_t option, const std::wstring& value) override;
+  Status WinHttpSendRequest(NativeHandle request, const std::wstring& headers, std::span<const std::byte> optionalData,
+                            std::uint32_t totalLength, std::uintptr_t context) override;
+  Status WinHttpReceiveResponse(NativeHandle request) override;
+  Result<std::uint32_t> WinHttpQueryHeaders(NativeHandle request, std::uint32_t level) override;
+  Result<std::uint32_t> WinHttpQueryHeaders(NativeHandle request, std::uint32_t level,
+                                            std::span<wchar_t> buffer) override;
+  Status WinHttpQueryDataAvailable(NativeHandle request) override;
+  Status WinHttpReadData(NativeHandle request, std::span<std::byte> buffer) override;
+  Status WinHttpWriteData(NativeHandle request, std::span<const std::byte> data) override;
+  Status WinHttpCloseHandle(NativeHandle handle) override;
+  Result<platform::UrlComponents> WinHttpCrackUrl(const std::wstring& url) override;
 
  private:
   using Request = std::shared_ptr<HttpRequestHandle>;
 
-  platform::Status start(platform::NativeHandle handle, HttpStage stage, const char* operation,
-                         const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare,
-                         std::uintptr_t context = 0);
-  Delivery modeOf(const HttpRequestHandle& request) const;
+  Status start(NativeHandle handle, HttpStage stage, const char* operation,
+               const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare, std::uintptr_t context = 0);
   bool isOpenTo(const HttpRequestHandle& request) const;
   bool hasWork(const HttpRequestHandle& request) const;
   bool goesInline(const HttpRequestHandle& request, bool closing);
@@ -97,12 +87,16 @@ class WinHttp : public platform::WinHttp {
   void complete(Guard& guard, const Request& request);
   void leave(HttpRequestHandle& request);
   void close(Guard& guard, HttpRequestHandle& request);
-  bool notify(HttpRequestHandle& request, std::uint32_t status, void* information, std::uint32_t length);
-  void finish(HttpRequestHandle& request, const HttpPending& call, std::uint32_t status, void* information,
-              std::uint32_t length);
+  bool notify(HttpRequestHandle& request, std::uint32_t status, void* information = nullptr, std::uint32_t length = 0);
+  void finish(HttpRequestHandle& request, const HttpPending& call, std::uint32_t status, void* information = nullptr,
+              std::uint32_t length = 0);
   void fail(HttpRequestHandle& request, const HttpPending& call, platform::ErrorCode error);
   static void unbound(HttpHandle& object, std::uint32_t status);
 
+  template <class Parent, class Child, class Describe>
+  Result<platform::InternetHandle> openBelow(const char* name, NativeHandle parent, const Describe& describe);
+  template <class Read>
+  Result<std::uint32_t> queryHeaders(NativeHandle handle, bool known, const Read& read);
   bool fails(HttpRequestHandle& request, const HttpPending& call, std::uint64_t bytes);
   void askServer(HttpRequestHandle& request, bool whole);
   void takeBody(HttpRequestHandle& request, std::span<const std::byte> data);

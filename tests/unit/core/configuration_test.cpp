@@ -2,27 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <vector>
-
 #include "core/convert.h"
+#include "core/legacy_policy.h"
+#include "core/text.h"
 #include "tests/sim/windows.h"
 
 namespace {
 
-const std::wstring kLog = L"Software\\Calvera\\Meridon\\Log";
+const std::wstring kProduct = L"Software\\Calvera\\Meridon";
+const std::wstring kLegacy = L"Software\\Policies\\Vantix, Inc.\\";
+const std::wstring kLog = kProduct + L"\\Log";
 const std::wstring kLogPolicy = L"Software\\Policies\\Calvera\\Meridon\\Log";
-const std::wstring kLogLegacy = L"Software\\Policies\\Vantix, Inc.\\Vantix VDX\\Log";
-const std::wstring kSwitch = L"HKLM\\Software\\Calvera\\Meridon\\FallbackToLegacyGPO";
+const std::wstring kLogLegacy = kLegacy + L"Vantix VDX\\Log";
+const std::wstring kSwitch = L"HKLM\\" + kProduct + L"\\FallbackToLegacyGPO";
 const std::wstring kSwitchPolicy = L"HKLM\\Software\\Policies\\Calvera\\Meridon\\FallbackToLegacyGPO";
-
-std::vector<std::byte> bytes(std::initializer_list<int> values) {
-  std::vector<std::byte> out;
-  for (const int value : values) {
-    out.push_back(static_cast<std::byte>(value));
-  }
-  return out;
-}
 
 class ConfigurationTest : public testing::Test {
  protected:
@@ -32,6 +25,9 @@ class ConfigurationTest : public testing::Test {
     foundAt_.clear();
     return CORE::readConfig(path, type, false, text_, &foundAt_);
   }
+  std::uint32_t readKeyValue(std::uint32_t type = CORE::kAnyType) {
+    return CORE::readPath(L"HKLM\\Key\\Value", type, false, text_);
+  }
 
   sim::Windows windows_;
   std::wstring text_;
@@ -40,43 +36,36 @@ class ConfigurationTest : public testing::Test {
 
 TEST_F(ConfigurationTest, ValuesAsText) {
   windows_.text.setVariable(L"SystemRoot", L"C:\\Windows");
-  const auto expand = sim::utf16Bytes(L"%SystemRoot%\\Temp", true);
-  struct Row {
-    const char* name;
-    std::uint32_t type;
-    std::vector<std::byte> data;
-    std::wstring text;
+  using namespace std::literals;
+  const std::tuple<std::uint32_t, std::string, std::wstring> rows[] = {
+      {platform::kRegDword, "\xFF\xFF\xFF\xFF", L"4294967295"},
+      {platform::kRegDword, "\1\2", L"513"},
+      {platform::kRegDword, "", L"0"},
+      {platform::kRegDword, "\1\0\0\0\x9\x9"s, L"1"},
+      {platform::kRegQword, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", L"18446744073709551615"},
+      {platform::kRegQword, "\7", L"7"},
+      {platform::kRegSz, "\xE4\0b\0\0\0"s, L"\u00E4b"},
+      {platform::kRegSz, "a\0b\0"s, L"ab"},  // no terminator
+      {platform::kRegSz, "", L""},
+      {platform::kRegSz, "\0\0"s, L""},
+      {platform::kRegSz, "a\0b"s, L"a"},
+      {platform::kRegSz, "a\0\0\0b\0\0\0"s, L"a\0b"s},
+      {platform::kRegExpandSz, "%\0S\0y\0s\0t\0e\0m\0R\0o\0o\0t\0%\0\\\0T\0\0\0"s, L"C:\\Windows\\T"},
+      {platform::kRegExpandSz, "%\0G\0%\0\0\0"s, L"%G%"},
+      {platform::kRegExpandSz, "\0\0"s, L""},
+      {platform::kRegBinary, "a\0\0\0"s, L"a\0"s},
+      {platform::kRegMultiSz, "a\0\0\0b\0\0\0\0\0"s, L"a\0b\0\0"s},
+      {99, "x\0"s, L"x"},
   };
-  const Row rows[] = {
-      {"number", platform::kRegDword, bytes({200, 0, 0, 0}), L"200"},
-      {"largest number", platform::kRegDword, bytes({255, 255, 255, 255}), L"4294967295"},
-      {"number of two bytes", platform::kRegDword, bytes({1, 2}), L"513"},
-      {"number of no bytes", platform::kRegDword, {}, L"0"},
-      {"number of six bytes", platform::kRegDword, bytes({1, 0, 0, 0, 9, 9}), L"1"},
-      {"long number", platform::kRegQword, bytes({255, 255, 255, 255, 255, 255, 255, 255}), L"18446744073709551615"},
-      {"long number cut", platform::kRegQword, bytes({7}), L"7"},
-      {"text", platform::kRegSz, sim::utf16Bytes(L"\u00E4b", true), L"\u00E4b"},
-      {"text without its end", platform::kRegSz, sim::utf16Bytes(L"ab", false), L"ab"},
-      {"empty text", platform::kRegSz, {}, L""},
-      {"terminator alone", platform::kRegSz, bytes({0, 0}), L""},
-      {"odd length", platform::kRegSz, bytes({'a', 0, 'b'}), L"a"},
-      {"NUL inside", platform::kRegSz, bytes({'a', 0, 0, 0, 'b', 0, 0, 0}), std::wstring(L"a\0b", 3)},
-      {"expanded", platform::kRegExpandSz, expand, L"C:\\Windows\\Temp"},
-      {"not set", platform::kRegExpandSz, sim::utf16Bytes(L"%Gone%\\x", true), L"%Gone%\\x"},
-      {"empty expansion", platform::kRegExpandSz, bytes({0, 0}), L""},
-      {"binary", platform::kRegBinary, bytes({'a', 0, 0, 0}), std::wstring(L"a\0", 2)},
-      {"list", platform::kRegMultiSz, sim::utf16Bytes(std::wstring(L"a\0b\0", 4), true), std::wstring(L"a\0b\0\0", 5)},
-      {"type nobody knows", 99, sim::utf16Bytes(L"x", false), L"x"},
-  };
-  for (const Row& row : rows) {
-    windows_.registry.setRaw(L"HKLM\\Key\\Value", row.type, row.data);
-    std::wstring text = L"before";
-    EXPECT_EQ(CORE::readPath(L"HKLM\\Key\\Value", CORE::kAnyType, false, text), row.type) << row.name;
-    EXPECT_EQ(text, row.text) << row.name;
-    EXPECT_EQ(CORE::readPath(L"hklm\\Key\\Value", row.type, false, text), row.type) << row.name;
-    text = L"before";
-    EXPECT_EQ(CORE::readPath(L"HKLM\\Key\\Value", row.type + 1, false, text), CORE::kNotFound) << row.name;
-    EXPECT_EQ(text, L"before") << row.name;
+  for (const auto& [type, data, text] : rows) {
+    const auto bytes = std::as_bytes(std::span(data));
+    windows_.registry.setRaw(L"HKLM\\Key\\Value", type, {bytes.begin(), bytes.end()});
+    EXPECT_EQ(readKeyValue(type), type);
+    EXPECT_EQ(text_, text) << type << ": " << data;
+    text_ = L"before";
+    EXPECT_EQ(readKeyValue(type + 1), CORE::kNotFound);
+    EXPECT_EQ(text_, L"before");
+    EXPECT_EQ(readKeyValue(), type);
   }
 }
 
@@ -84,73 +73,58 @@ TEST_F(ConfigurationTest, NamesThatLeadNowhere) {
   windows_.registry.set(L"HKLM\\Key\\Value", L"x");
   for (const wchar_t* path : {L"", L"HKLM", L"Key\\Value", L"HKLM\\Value", L"HKLM\\Key\\Other", L"HKLM\\Other\\Value",
                               L"HKEY_LOCAL_MACHINE\\Key\\Value", L"\\Key\\Value", L"HKCU\\Other\\Value"}) {
-    EXPECT_EQ(CORE::readPath(path, CORE::kAnyType, false, text_), CORE::kNotFound) << CORE::toUtf8Lossy(path);
     EXPECT_EQ(read(path), CORE::kNotFound) << CORE::toUtf8Lossy(path);
-    EXPECT_EQ(CORE::readPathDefault(path, L"default", false), L"default");
+    EXPECT_EQ(CORE::readPathDefault(path, L"default", false), L"default") << CORE::toUtf8Lossy(path);
   }
-  EXPECT_EQ(CORE::readPathDefault(L"HKLM\\Key\\Value", L"default", false), L"x");
+  EXPECT_EQ(CORE::readPathDefault(L"hklm\\Key\\Value", L"default", true), L"x");
+  EXPECT_EQ(windows_.registry.openings().back().access, 0x101U);  // the 64-bit view
 }
 
 TEST_F(ConfigurationTest, FailingCallsCountAsNotFound) {
   windows_.registry.setExpandSz(L"HKLM\\Key\\Value", L"%SystemRoot%");
   windows_.text.setVariable(L"SystemRoot", L"C:\\Windows");
-  const auto readNow = [&] { return CORE::readPath(L"HKLM\\Key\\Value", CORE::kAnyType, false, text_); };
-  windows_.faults.failNth("RegOpenKeyExW", 1, platform::kErrorAccessDenied);
-  EXPECT_EQ(readNow(), CORE::kNotFound);
-  for (const std::size_t n : {1U, 2U}) {
-    windows_.faults.failNth("RegQueryValueExW", n, platform::kErrorAccessDenied);
-    EXPECT_EQ(readNow(), CORE::kNotFound) << n;
+  const std::tuple<const char*, std::size_t, platform::ErrorCode, std::uint32_t, std::wstring> rows[] = {
+      {"RegOpenKeyExW", 1, platform::kErrorAccessDenied, CORE::kNotFound, L"before"},
+      {"RegQueryValueExW", 1, platform::kErrorAccessDenied, CORE::kNotFound, L"before"},
+      {"RegQueryValueExW", 2, platform::kErrorAccessDenied, CORE::kNotFound, L"before"},
+      {"RegQueryValueExW", 2, platform::kErrorMoreData, platform::kRegExpandSz, L"C:\\Windows"},  // grew: asked again
+      {"ExpandEnvironmentStringsW", 1, platform::kErrorNotEnoughMemory, platform::kRegExpandSz, L"%SystemRoot%"},
+      {"ExpandEnvironmentStringsW", 2, platform::kErrorNotEnoughMemory, platform::kRegExpandSz, L"%SystemRoot%"},
+  };
+  for (const auto& [call, nth, error, type, text] : rows) {
+    text_ = L"before";
+    windows_.faults.failNth(call, nth, error);
+    EXPECT_EQ(readKeyValue(), type) << call << nth;
+    EXPECT_EQ(text_, text) << call << nth;
   }
-  for (const std::size_t n : {1U, 2U}) {  // what cannot be expanded stays as it is
-    windows_.faults.failNth("ExpandEnvironmentStringsW", n, platform::kErrorNotEnoughMemory);
-    EXPECT_EQ(readNow(), platform::kRegExpandSz) << n;
-    EXPECT_EQ(text_, L"%SystemRoot%") << n;
-  }
-  windows_.faults.failNth("RegQueryValueExW", 2, platform::kErrorMoreData);  // it grew in between: asked again
-  EXPECT_EQ(readNow(), platform::kRegExpandSz);
-  EXPECT_EQ(text_, L"C:\\Windows");
   windows_.faults.failAll("RegQueryValueExW", platform::kErrorMoreData);
-  EXPECT_EQ(readNow(), CORE::kNotFound);
-}
-
-TEST_F(ConfigurationTest, ThirtyTwoBitProgramsMayAskForTheOtherView) {
-  windows_.registry.set(L"HKLM\\Key\\Value", L"x");
-  CORE::readPath(L"HKLM\\Key\\Value", CORE::kAnyType, false, text_);
-  CORE::readPath(L"HKLM\\Key\\Value", CORE::kAnyType, true, text_);
-  const auto openings = windows_.registry.openings();
-  ASSERT_EQ(openings.size(), 2U);
-  EXPECT_EQ(openings[0].access, 0x001U);
-  EXPECT_EQ(openings[1].access, 0x101U);
+  EXPECT_EQ(readKeyValue(), CORE::kNotFound);
 }
 
 /// Each place of a look-up holds its own name; the first is found, then taken away.
 TEST_F(ConfigurationTest, PlacesInTheirOrder) {
-  struct Row {
-    const wchar_t* root;
-    std::vector<std::wstring> places;
-  };
-  const Row rows[] = {
+  const std::pair<std::wstring, std::vector<std::wstring>> rows[] = {
       {L"HKLM\\", {L"HKLM\\" + kLogPolicy, L"HKLM\\" + kLogLegacy, L"HKLM\\" + kLog}},
       {L"HKCU\\",
        {L"HKCU\\" + kLogPolicy, L"HKCU\\" + kLogLegacy, L"HKLM\\" + kLogPolicy, L"HKLM\\" + kLogLegacy,
         L"HKCU\\" + kLog, L"HKLM\\" + kLog}},
   };
   for (const bool legacy : {true, false}) {
-    for (const Row& row : rows) {
+    for (const auto& [root, places] : rows) {
       windows_.registry.clear();
       windows_.registry.set(kSwitch, legacy ? L"true" : L"false");
-      for (const std::wstring& place : row.places) {
+      for (const std::wstring& place : places) {
         windows_.registry.set(place + L"\\Value", place);
       }
-      for (const std::wstring& place : row.places) {
-        if (legacy || place.find(L"Vantix") == std::wstring::npos) {
-          EXPECT_EQ(read(row.root + kLog + L"\\Value"), platform::kRegSz);
+      for (const std::wstring& place : places) {
+        if (legacy || place.find(L"Vantix") == place.npos) {
+          EXPECT_EQ(read(root + kLog + L"\\Value"), platform::kRegSz);
           EXPECT_EQ(CORE::toUtf8Lossy(text_), CORE::toUtf8Lossy(place));
           EXPECT_EQ(CORE::toUtf8Lossy(foundAt_), CORE::toUtf8Lossy(place + L"\\Value"));
         }
         windows_.registry.eraseValue(place + L"\\Value");
       }
-      EXPECT_EQ(read(row.root + kLog + L"\\Value"), CORE::kNotFound);
+      EXPECT_EQ(read(root + kLog + L"\\Value"), CORE::kNotFound);
       EXPECT_EQ(text_ + foundAt_, L"");
     }
   }
@@ -158,18 +132,16 @@ TEST_F(ConfigurationTest, PlacesInTheirOrder) {
 
 TEST_F(ConfigurationTest, FallbackSwitch) {
   struct Row {
-    const wchar_t* policy;  ///< null: none
-    const wchar_t* plain;
+    const wchar_t *policy, *plain;  ///< null: none
     bool legacy;
   };
   const Row rows[] = {
       {nullptr, nullptr, true},   {L"false", nullptr, false}, {L"true", L"false", true}, {L"", L"false", false},
       {nullptr, L"FALSE", false}, {nullptr, L"Yes", true},    {nullptr, L"", false},     {L"0", L"true", false},
   };
-  windows_.registry.set(L"HKLM\\" + kLogLegacy + L"\\Value", L"legacy");
   for (const Row& row : rows) {
-    windows_.registry.eraseValue(kSwitchPolicy);
-    windows_.registry.eraseValue(kSwitch);
+    windows_.registry.clear();
+    windows_.registry.set(L"HKLM\\" + kLogLegacy + L"\\Value", L"legacy");
     if (row.policy != nullptr) {
       windows_.registry.set(kSwitchPolicy, row.policy);
     }
@@ -180,45 +152,72 @@ TEST_F(ConfigurationTest, FallbackSwitch) {
   }
 }
 
-TEST_F(ConfigurationTest, WrongTypeSendsTheLookupOn) {
+TEST_F(ConfigurationTest, OddLookups) {
   windows_.registry.set(L"HKLM\\" + kLogPolicy + L"\\Value", L"policy");
   windows_.registry.set(L"HKLM\\" + kLog + L"\\Value", 7U);
-  EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value", platform::kRegDword), platform::kRegDword);
-  EXPECT_EQ(text_, L"7");
-}
-
-TEST_F(ConfigurationTest, PathsOutsideTheProductHavePoliciesButNoLegacy) {
+  EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value", platform::kRegDword), platform::kRegDword);  // a wrong type is no hit
   windows_.registry.set(L"HKLM\\Other\\Policies\\Key\\Value", L"policy");
-  EXPECT_EQ(read(L"HKLM\\Other\\Key\\Value"), platform::kRegSz);
-  EXPECT_EQ(text_, L"policy");
-  windows_.registry.set(L"HKLM\\Other\\Policies\\Value", L"above");
-  EXPECT_EQ(read(L"HKLM\\Other\\Value"), platform::kRegSz);
-  EXPECT_EQ(foundAt_, L"HKLM\\Other\\Policies\\Value");
-}
-
-TEST_F(ConfigurationTest, UsersHiveIsThatOfTheThread) {
-  windows_.registry.set(L"HKCU\\" + kLog + L"\\Value", L"user");
-  windows_.registry.set(L"HKLM\\" + kLog + L"\\Value", L"machine");
-  EXPECT_EQ(read(L"HKCU\\" + kLog + L"\\Value"), platform::kRegSz);
-  EXPECT_EQ(text_, L"user");
+  EXPECT_EQ(read(L"HKLM\\Other\\Key\\Value"), platform::kRegSz);  // outside the product: a policy, no legacy
+  windows_.registry.set(L"HKCU\\" + kLogPolicy + L"\\Value", L"user");
   windows_.faults.failAll("RegOpenCurrentUser", platform::kErrorAccessDenied);
-  EXPECT_EQ(read(L"HKCU\\" + kLog + L"\\Value"), platform::kRegSz);
-  EXPECT_EQ(text_, L"machine");
+  EXPECT_EQ(read(L"HKCU\\" + kLog + L"\\Value"), platform::kRegSz);  // the hive is that of the thread's user
+  EXPECT_EQ(text_, L"policy");
 }
 
 TEST_F(ConfigurationTest, SettingsOfTheProgram) {
   const std::wstring path = L"HKLM\\" + kLog + L"\\Value";
   EXPECT_EQ(CORE::readSetting(path, L"default"), L"default");
   EXPECT_TRUE(CORE::readSettingBool(path, true));
-  EXPECT_FALSE(CORE::readSettingBool(path, false));
-  windows_.registry.setRaw(path, platform::kRegSz, sim::utf16Bytes(std::wstring(L"true\0\0", 6), true));
+  windows_.registry.set(path, std::wstring(L"true\0\0", 6));
   EXPECT_EQ(CORE::readSetting(path, L"default"), L"true");
-  EXPECT_TRUE(CORE::readSettingBool(path, false));
-  windows_.registry.set(path, 0U);
-  EXPECT_FALSE(CORE::readSettingBool(path, true));
   windows_.registry.set(path, L"");
   EXPECT_EQ(CORE::readSetting(path, L"default"), L"");
-  EXPECT_FALSE(CORE::readSettingBool(path, true));
+}
+
+/// The agreed components. Their policies were below kLegacy, under a prefix and their own name.
+const std::pair<std::wstring, std::wstring> kComponents[] = {
+    {L"Vantix VDX\\",
+     L"Agent,Authenticate,CA,Client,DaaS Agent,DeviceRedirectionCommon,Dump,Enrollment Service,KeyVaultCNG,Log,"
+     L"Node Manager,Performance Alarms,Performance Stats,Plugins,PrintRedir,RdpVcBridge,RemoteExperienceAgent,RTAV,"
+     L"ScannerRedirection,ScriptEvents,Security,SerialCOM,UnityShell,VDPOverlayHost,VDPUnityLib,VirtualChannels,Whfb"},
+    {L"Vantix ",
+     L"AppTap,Flare,BrowserRedir,Deployment Service,FIDO2,FlashMMR,GEOREDIR,Meridon HTML Access Printer,Html5mmr,"
+     L"HTML5SERVER,MdMon,Input DevTap,Logon Monitor,MKSVchan,Remote Experience Generic Service,SdoSensorRedir,SDR,"
+     L"SDRTrans,SVGA DevTap,TSDR,USB,UsbRedirection,VChanCI,vdpieutil,VDPService,WebRTCRedir"},
+    {L"Vantix VDX\\Vantix ", L"Unity"},
+    {L"Vantix", L"SetResolutionSDK"},
+    {L"Meridon ", L"Monitoring Service Agent"},
+    {L"", L"RdeLibsFramework"},
+};
+
+TEST(LegacyPolicy, EveryComponent) {
+  const sim::Windows windows;
+  for (const auto& [prefix, names] : kComponents) {
+    for (const std::wstring& name : CORE::splitText(names, L',')) {
+      const std::wstring path = kProduct + L"\\" + name;
+      EXPECT_EQ(CORE::legacyPolicyPath(path), kLegacy + prefix + name);
+      EXPECT_EQ(CORE::legacyPolicyPath(path + L"\\Sub Key\\More"), kLegacy + prefix + name + L"\\Sub Key\\More");
+    }
+  }
+}
+
+TEST(LegacyPolicy, PathsAtTheEdge) {
+  const sim::Windows windows;
+  const std::pair<std::wstring, std::wstring> rows[] = {
+      {L"", L"Vantix VDX"},
+      {L"\\NODE MANAGER\\Sub", L"Vantix VDX\\Node Manager\\Sub"},
+      {L"\\Agent\\configuration", L"Vantix VDX\\Agent\\configuration"},
+      {L"\\instant clone agent", L"LensComposer"},
+      {L"\\Log\\", L"Vantix VDX\\Log"},
+      {L"XAgent", L"Vantix VDX\\Agent"},  // whatever the 25th character is
+  };
+  for (const auto& [below, legacy] : rows) {
+    EXPECT_EQ(CORE::legacyPolicyPath(L"SOFTWARE\\calvera\\MERIDON" + below), kLegacy + legacy);
+  }
+  for (const std::wstring& path : {kProduct + L"\\Unknown", kProduct + L"\\", kProduct + L"X\\Agent",
+                                   std::wstring(L"Software\\Calvera\\Merido"), std::wstring()}) {
+    EXPECT_EQ(CORE::legacyPolicyPath(path), L"") << CORE::toUtf8Lossy(path);
+  }
 }
 
 }  // namespace

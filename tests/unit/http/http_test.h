@@ -2,126 +2,99 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "core/convert.h"
 #include "http/win_http_request.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
+
+inline constexpr const char* kUrl = "https://host.example/c/b.zip?sv=1";
+inline constexpr const char* kPath = "C:\\\xC3\xA9.zip";
+inline constexpr const wchar_t* kWidePath = L"C:\\\u00E9.zip";
+inline constexpr ContentType kZip = ContentType::kZip;
+inline constexpr sim::Delivery kDeliveries[] = {sim::Delivery::kWorker, sim::Delivery::kInline, sim::Delivery::kLate,
+                                                sim::Delivery::kMixed};
+inline constexpr std::uint64_t kMiB = 1u << 20;
+using Errors = std::vector<std::wstring>;
 
 /// A request whose hooks a test can script and whose protected parts it can read.
 class TestRequest : public WinHttpRequest {
  public:
   static std::shared_ptr<TestRequest> create() { return std::make_shared<TestRequest>(CreateKey{}); }
   explicit TestRequest(CreateKey key) : WinHttpRequest(key) {}
-  ~TestRequest() override {
-    if (onDestroyed) {
-      onDestroyed();
-    }
-  }
 
-  using WinHttpRequest::bodyLength;
   using WinHttpRequest::canonicalQuery;
   using WinHttpRequest::headers;
-  using WinHttpRequest::hostName;
-  using WinHttpRequest::urlPath;
-  using WinHttpRequest::verb;
 
-  void finalizeHeaders() override {
-    if (onFinalize) {
-      onFinalize(*this);
-    }
-  }
+  void finalizeHeaders() override { onFinalize(*this); }
   bool preflightCertVerification() override { return preflight; }
-  bool SendingRequest() override { return onSending ? onSending() : WinHttpRequest::SendingRequest(); }
+  bool SendingRequest() override { return onSending(); }
 
-  std::function<void(TestRequest&)> onFinalize;
-  std::function<bool()> onSending;
-  std::function<void()> onDestroyed;
+  std::function<void(TestRequest&)> onFinalize = [](TestRequest&) {};
+  std::function<bool()> onSending = [] { return true; };
   bool preflight = true;
 };
 
-/// Counts completions and keeps what the last one brought.
-class Completions {
- public:
-  HttpCompletion function() {
-    return [this](HttpRequest* request, std::string body) {
-      std::string headers;
-      request->getResponseHeaders(headers);
-      const std::lock_guard guard(mutex_);
-      ++count_;
-      status_ = request->getResponseCode();
-      success_ = request->isSuccess();
-      body_ = std::move(body);
-      headers_ = std::move(headers);
+/// One simulated Windows with a log, a server that answers everything with `reply`, and a request. It ends idle,
+/// without a handle of its own and without misuse of one.
+struct World {
+  explicit World(sim::Delivery delivery = sim::Delivery::kWorker) {
+    reply.body = "an answer";
+    reply.headers = L"x-answer: caf\u00E9\r\n";
+    reply.pieces = {4, 1, 4};
+    windows.winHttp.delivery = delivery;
+    windows.winHttp.onRequest([this](const sim::HttpExchange&) { return reply; });
+    windows.winHttp.onHeaders([this](const sim::HttpExchange&) { return early ? std::optional(reply) : std::nullopt; });
+    windows.files.write(kWidePath, "bundle");
+  }
+  ~World() {
+    settle();
+    request = nullptr;
+    EXPECT_EQ(windows.openHandlesText(), before);
+    EXPECT_EQ(windows.misuse(), std::vector<std::string>());
+  }
+
+  HttpCompletion completion() {
+    return [this](HttpRequest* done, std::string response) {
+      EXPECT_EQ(done, request.get());
+      body = std::move(response);
+      ++completions;
     };
   }
-  int count() const { return read(count_); }
-  std::uint32_t status() const { return read(status_); }
-  bool success() const { return read(success_); }
-  std::string body() const { return read(body_); }
-  std::string headers() const { return read(headers_); }
+  bool get(const std::string& url = kUrl) { return request->getAsync(url, completion()); }
+  bool putFile() { return request->putFileAsync(kZip, kUrl, kPath, completion()); }
 
- private:
-  template <class T>
-  T read(const T& value) const {
-    const std::lock_guard guard(mutex_);
-    return value;
+  /// Lets everything that is under way come to its end.
+  void settle() {
+    windows.winHttp.release();
+    windows.winHttp.waitUntilIdle();
+  }
+  sim::HttpExchange exchange() const {
+    const auto all = windows.winHttp.requests();
+    return all.empty() ? sim::HttpExchange{} : all.back();
+  }
+  /// The ERROR records so far.
+  Errors errors() const {
+    Errors out;
+    for (const auto& line : log.lines()) {
+      if (line.level == CORE::kError) {
+        out.push_back(line.message);
+      }
+    }
+    return out;
   }
 
-  mutable std::mutex mutex_;
-  int count_ = 0;
-  std::uint32_t status_ = 0;
-  bool success_ = false;
-  std::string body_;
-  std::string headers_;
-};
-
-/// A simulated Windows with a log. Every test ends idle, without a handle of its own and without misuse of one.
-class HttpTest : public ::testing::Test {
- protected:
-  static constexpr const char* kUrl = "https://host.example/c/b.zip?sv=1";
-  static constexpr sim::Delivery kDeliveries[] = {sim::Delivery::kWorker, sim::Delivery::kInline, sim::Delivery::kLate,
-                                                  sim::Delivery::kMixed};
-
-  /// One simulated Windows for one case of a table.
-  struct World {
-    sim::Windows windows;
-    sim::LogCapture log{windows};
-    std::string before = windows.openHandlesText();
-    std::shared_ptr<TestRequest> request = TestRequest::create();
-    Completions completions;
-
-    ~World() {
-      settle();
-      request = nullptr;
-      EXPECT_EQ(windows.openHandlesText(), before);
-      EXPECT_EQ(windows.misuse(), std::vector<std::string>());
-    }
-    /// Lets everything that is under way come to its end.
-    void settle() {
-      windows.winHttp.release();
-      windows.winHttp.waitUntilIdle();
-    }
-    sim::HttpExchange exchange() const {
-      const auto all = windows.winHttp.requests();
-      return all.empty() ? sim::HttpExchange{} : all.back();
-    }
-    /// The ERROR records so far.
-    std::vector<std::wstring> errors() const {
-      std::vector<std::wstring> out;
-      for (const auto& line : log.lines()) {
-        if (line.level == CORE::kError) {
-          out.push_back(line.message);
-        }
-      }
-      return out;
-    }
-  };
-  using Errors = std::vector<std::wstring>;
+  sim::Windows windows;
+  sim::LogCapture log{windows};
+  std::string before = windows.openHandlesText();
+  sim::HttpReply reply;
+  bool early = false;  ///< the reply comes when the headers have arrived, before the body
+  std::shared_ptr<TestRequest> request = TestRequest::create();
+  std::atomic<int> completions{0};
+  std::string body;  ///< of the response; the test's once it is settled
 };

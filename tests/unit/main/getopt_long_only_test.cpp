@@ -9,101 +9,68 @@ namespace {
 
 constexpr LongOption kOptions[] = {{"url", 1}, {"user", 2}, {"use", 3}, {"key", 4}};
 
-/// What one scan of a whole command line gave: "1=x" for each option, "?" for an error, and the vector as it was left.
-struct Outcome {
-  std::string results;
-  std::vector<std::string> left;
-  std::string messages;
-};
+using Arguments = std::vector<const char*>;
 
-Outcome scanAll(std::vector<const char*> arguments) {
-  Outcome out;
+/// Scans a whole command line: "1=x" for each option, "?-x" for each bad one, and then what is left behind them.
+std::string scanAll(Arguments arguments, bool printErrors = true) {
+  std::string out;
   OptionScan scan;
-  int index = 0;
-  testing::internal::CaptureStderr();
-  for (;;) {
-    const int value = getopt_long_only(scan, arguments, kOptions, index);
-    if (value == kOptionsEnd) {
-      break;
+  scan.printErrors = printErrors;
+  int index = -1;
+  int value = 0;
+  while ((value = getopt_long_only(scan, arguments, kOptions, index)) != kOptionsEnd) {
+    if (value == kOptionError) {
+      out += std::string("?") + arguments[static_cast<std::size_t>(scan.nextIndex - 1)] + " ";
+    } else {
+      EXPECT_EQ(kOptions[index].value, value);
+      out += std::to_string(value) + "=" + scan.argument + " ";
     }
-    out.results += out.results.empty() ? "" : " ";
-    out.results += value == kOptionError ? "?" : std::to_string(value) + "=" + scan.argument;
   }
-  out.messages = testing::internal::GetCapturedStderr();
-  if (arguments.size() > 1) {
-    out.left.assign(arguments.begin() + scan.nextIndex, arguments.end());
+  out += "|";
+  for (auto i = static_cast<std::size_t>(scan.nextIndex); i < arguments.size(); ++i) {
+    out += " " + std::string(arguments[i]);
   }
   return out;
 }
 
-TEST(GetoptLongOnly, NamesPrefixesAndArguments) {
+TEST(GetoptLongOnly, WholeCommandLines) {
   const struct {
-    std::vector<const char*> arguments;
-    std::string results;
-    std::string messages;
+    Arguments arguments;
+    std::string want;
+    std::string message;
   } rows[] = {
-      {{"p", "-url", "x", "--url", "y", "-url=z", "--url=w"}, "1=x 1=y 1=z 1=w", ""},
-      {{"p", "--ur", "x", "--ur=y", "--k", "z"}, "1=x 1=y 4=z", ""},
-      {{"p", "--use", "x"}, "3=x", ""},  // exact wins over the prefix of "user"
-      {{"p", "--us", "x"}, "?", "p: ambiguous option '--us'\n"},
-      {{"p", "--=x"}, "?", "p: ambiguous option '--=x'\n"},
-      {{"p", "-ur", "x"}, "?", "p: unrecognized option '-ur'\n"},
-      {{"p", "-u"}, "?", "p: unrecognized option '-u'\n"},
-      {{"p", "-=x"}, "?", "p: unrecognized option '-=x'\n"},
-      {{"p", "---url", "x"}, "?", "p: unrecognized option '---url'\n"},
-      {{"p", "--urls=x"}, "?", "p: unrecognized option '--urls=x'\n"},
-      {{"p", "-URL", "x"}, "?", "p: unrecognized option '-URL'\n"},
-      {{"p", "-url=", "--url=", "-url", ""}, "1= 1= 1=", ""},
-      {{"p", "-url", "--"}, "1=--", ""},
-      {{"p", "-url", "-key"}, "1=-key", ""},
-      {{"p", "-url=a=b"}, "1=a=b", ""},
-      {{"p", "-key", "x", "-url"}, "4=x ?", "p: option '-url' requires an argument\n"},
-      {{"p", "--ur"}, "?", "p: option '--ur' requires an argument\n"},
-      {{"p"}, "", ""},
-      {{}, "", ""},
+      {{"-url", "x", "--url", "y", "-url=z", "--url=w"}, "1=x 1=y 1=z 1=w |", ""},
+      {{"--ur", "x", "--ur=y", "--k", "z"}, "1=x 1=y 4=z |", ""},
+      {{"--use", "x"}, "3=x |", ""},  // exact wins over the prefix of "user"
+      {{"--us", "x"}, "?--us | x", "p: ambiguous option '--us'\n"},
+      {{"--=x"}, "?--=x |", "p: ambiguous option '--=x'\n"},
+      {{"-ur", "x"}, "?-ur | x", "p: unrecognized option '-ur'\n"},
+      {{"-=x"}, "?-=x |", "p: unrecognized option '-=x'\n"},
+      {{"--urls=x"}, "?--urls=x |", "p: unrecognized option '--urls=x'\n"},
+      {{"-URL", "x"}, "?-URL | x", "p: unrecognized option '-URL'\n"},
+      {{"-url=", "--url=", "-url", ""}, "1= 1= 1= |", ""},
+      {{"-url", "-key"}, "1=-key |", ""},
+      {{"-url=a=b"}, "1=a=b |", ""},
+      {{"-key", "x", "-url"}, "4=x ?-url |", "p: option '-url' requires an argument\n"},
+      {{"--ur"}, "?--ur |", "p: option '--ur' requires an argument\n"},
+      {{}, "|", ""},
+      // What is no option ends up last.
+      {{"a", "-url", "x", "b", "-key", "y", "c"}, "1=x 4=y | a b c", ""},
+      {{"-", "", "/url", "-url", "x"}, "1=x | -  /url", ""},
+      {{"a", "-url", "x", "b", "--", "-key", "y"}, "1=x | a b -key y", ""},
+      {{"a", "--"}, "| a", ""},
+      {{"a", "b"}, "| a b", ""},
   };
   for (const auto& row : rows) {
-    const std::string name = row.arguments.empty() ? "no element" : row.arguments.back();
-    const Outcome got = scanAll(row.arguments);
-    EXPECT_EQ(got.results, row.results) << name;
-    EXPECT_EQ(got.messages, row.messages) << name;
+    Arguments arguments = {"p"};
+    arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(scanAll(arguments), row.want) << testing::PrintToString(row.arguments);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), row.message) << row.want;
   }
-}
-
-TEST(GetoptLongOnly, WhatIsNoOptionEndsUpLast) {
-  const struct {
-    std::vector<const char*> arguments;
-    std::string results;
-    std::vector<std::string> left;
-  } rows[] = {
-      {{"p", "a", "-url", "x", "b", "-key", "y", "c"}, "1=x 4=y", {"a", "b", "c"}},
-      {{"p", "-", "", "/url", "-url", "x"}, "1=x", {"-", "", "/url"}},
-      {{"p", "a", "-url", "x", "b", "--", "-key", "y"}, "1=x", {"a", "b", "-key", "y"}},
-      {{"p", "--", "-url", "x"}, "", {"-url", "x"}},
-      {{"p", "a", "--"}, "", {"a"}},
-      {{"p", "a", "b"}, "", {"a", "b"}},
-  };
-  for (const auto& row : rows) {
-    const Outcome got = scanAll(row.arguments);
-    EXPECT_EQ(got.results, row.results) << row.arguments[1];
-    EXPECT_EQ(got.left, row.left) << row.arguments[1];
-  }
-}
-
-TEST(GetoptLongOnly, StateOfTheScan) {
-  std::vector<const char*> arguments = {"p", "stray", "-key", "x", "-nope"};
-  OptionScan scan;
-  scan.printErrors = false;
-  int index = 0;
+  EXPECT_EQ(scanAll({}), "|") << "not even the program's name";
   testing::internal::CaptureStderr();
-  EXPECT_EQ(getopt_long_only(scan, arguments, kOptions, index), 4);
-  EXPECT_EQ(index, 3);
-  EXPECT_EQ(scan.nextIndex, 4);
-  EXPECT_EQ(getopt_long_only(scan, arguments, kOptions, index), kOptionError);
-  EXPECT_STREQ(arguments[static_cast<std::size_t>(scan.nextIndex - 1)], "-nope");
-  EXPECT_EQ(scan.unrecognizedCharacter, 'n');
-  EXPECT_EQ(getopt_long_only(scan, arguments, kOptions, index), kOptionsEnd);
-  EXPECT_EQ(getopt_long_only(scan, arguments, kOptions, index), kOptionsEnd);
+  EXPECT_EQ(scanAll({"p", "--us", "-nope", "-key"}, false), "?--us ?-nope ?-key |");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 

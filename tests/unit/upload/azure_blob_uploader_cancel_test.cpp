@@ -1,3 +1,4 @@
+#include <atomic>
 #include <new>
 #include <stdexcept>
 
@@ -5,222 +6,146 @@
 
 namespace {
 
-using namespace upload_test;
+class UploaderCancelTest : public UploadFixture {};
 
-constexpr std::uint64_t kAppended = kPutBlobLimit + 3 * kBlock;
-
-class UploaderCancelTest : public UploadFixture {
- protected:
-  static sim::HttpReply held() {
-    sim::HttpReply reply = created();
-    reply.hold = true;
-    return reply;
-  }
-};
-
-TEST_F(UploaderCancelTest, BeforeTheStart) {
-  windows.files.write(kWidePath, "bundle");
-  uploader->cancelUpload();
-  EXPECT_FALSE(upload());
-  EXPECT_EQ(settled(), kNothing);
-  EXPECT_EQ(requestCount(), 0U);
-  EXPECT_TRUE(log.lines().empty());
-}
-
-TEST_F(UploaderCancelTest, AnAppendChainEndsSilentlyWhereverItIs) {
-  windows.files.writeSparse(kWidePath, kAppended);
-  for (const std::size_t at : {0U, 1U, 3U}) {
-    const std::size_t before = requestCount();
-    serve({{before + at, held()}});
-    uploader.reset(new AzureBlobUploader);
-    ASSERT_TRUE(upload());
-    windows.winHttp.waitUntilHeld();
-    uploader->cancelUpload();
-    EXPECT_EQ(settled(), kNothing);
-    EXPECT_EQ(requestCount() - before, at + 1);
-    EXPECT_EQ(uploader->refCount(), 1U);
-    EXPECT_FALSE(upload());
-  }
-}
-
-TEST_F(UploaderCancelTest, APutBlobReportsOnce) {
-  windows.files.write(kWidePath, "bundle");
+TEST_F(UploaderCancelTest, APutBlobReportsOnceAndAnAppendChainEndsSilently) {
+  struct Row {
+    std::uint64_t size;
+    std::size_t at;
+    Outcomes outcomes;
+  };
+  const Row rows[] = {{1, 0, kFailed}, {kAppended, 0, kNothing}, {kAppended, 1, kNothing}, {kAppended, 3, kNothing}};
   for (const sim::OnClose onClose : {sim::OnClose::kCancelled, sim::OnClose::kDropped, sim::OnClose::kDelivered}) {
-    outcomes.clear();
-    windows.winHttp.onClose = onClose;
-    serve({{requestCount(), held()}});
-    uploader.reset(new AzureBlobUploader);
-    ASSERT_TRUE(upload());
-    windows.winHttp.waitUntilHeld();
-    uploader->cancelUpload();
-    EXPECT_EQ(settled(), kFailed);
-    EXPECT_EQ(uploader->refCount(), 1U);
+    for (const Row& row : rows) {
+      windows.winHttp.onClose = onClose;
+      prepare(row.size, {{row.at, answer(201, true)}});
+      ASSERT_TRUE(upload());
+      windows.winHttp.waitUntilHeld();
+      uploader->cancelUpload();
+      expectEnd(row.outcomes, row.at + 1);
+      EXPECT_FALSE(upload()) << "for good";
+    }
   }
 }
 
 // A request that is never heard of again: cancelling gives up waiting for it and the upload still ends.
 TEST_F(UploaderCancelTest, APutBlobWithoutAnyNotification) {
-  windows.files.write(kWidePath, "bundle");
   windows.winHttp.delivery = sim::Delivery::kNever;
+  prepare(1);
   ASSERT_TRUE(upload());
-  EXPECT_EQ(outcomes.all(), kNothing);
+  EXPECT_EQ(outcomes(), kNothing);
   uploader->cancelUpload();
-  EXPECT_EQ(outcomes.all(), kFailed);
-  EXPECT_EQ(uploader->refCount(), 1U);
-  openAtTheEnd = "1 event, 3 file";  // WinHTTP may still use what the request lent it: it is never freed
+  expectEnd(kFailed, 1);
+  before = "1 event, 3 file";  // WinHTTP may still use what the request lent it: it is never freed
 }
 
-// Inside the starting call there is nothing to cancel yet; the cancellation counts all the same.
+// Inside the starting call there is nothing to cancel yet; the cancellation counts all the same, whether the request
+// has its answer when the call returns or is still held.
 TEST_F(UploaderCancelTest, WhileARequestIsBeingStarted) {
   windows.winHttp.delivery = sim::Delivery::kInline;
   for (const bool append : {false, true}) {
-    outcomes.clear();
-    windows.files.writeSparse(kWidePath, append ? kAppended : 1);
-    const std::size_t before = requestCount();
-    windows.winHttp.onRequest([&](const sim::HttpExchange& exchange) {
-      if (!append || exchange.index == before + 2) {
-        uploader->cancelUpload();
-      }
-      return created();
-    });
-    uploader.reset(new AzureBlobUploader);
-    EXPECT_TRUE(upload());
-    EXPECT_EQ(settled(), append ? kNothing : kSucceeded);
-    EXPECT_EQ(requestCount() - before, append ? 3U : 1U);
-    EXPECT_EQ(uploader->refCount(), 1U);
-  }
-}
-
-// The date is read inside the starting call, before anything is sent.
-TEST_F(UploaderCancelTest, WhileARequestIsBeingStartedAndThenRuns) {
-  HookedClock clock;
-  for (const bool append : {false, true}) {
-    outcomes.clear();
-    windows.files.writeSparse(kWidePath, append ? kAppended : 1);
-    const std::size_t before = requestCount();
-    serve({{before, append ? created() : held()}, {before + 1, held()}});
-    uploader.reset(new AzureBlobUploader);
-    clock.onLook(append ? 2 : 1, [this] { uploader->cancelUpload(); });
-    EXPECT_TRUE(upload());
-    EXPECT_EQ(settled(), append ? kNothing : kFailed);
-    EXPECT_EQ(uploader->refCount(), 1U);
-    EXPECT_EQ(requestCount() - before, append ? 2U : 1U);
+    for (const bool held : {false, true}) {
+      const std::size_t at = append ? 2 : 0;
+      prepare(append ? kAppended : 1, {{at, answer(201, held)}});
+      onRequest = [&](std::size_t index) {
+        if (index == at) {
+          uploader->cancelUpload();
+        }
+      };
+      EXPECT_TRUE(upload());
+      expectEnd(append ? kNothing : Outcomes{!held}, at + 1);
+    }
   }
 }
 
 TEST_F(UploaderCancelTest, WhileAStartedRequestHasNotAnsweredYet) {
-  windows.files.write(kWidePath, "bundle");
   windows.winHttp.delivery = sim::Delivery::kLate;
+  prepare(1);
   ASSERT_TRUE(upload());
   windows.winHttp.waitUntilHeld();
   uploader->cancelUpload();
   windows.winHttp.release();
-  EXPECT_EQ(settled(), kFailed);
+  expectEnd(kFailed, 1);
 }
 
-TEST_F(UploaderCancelTest, FromTheCompletionFunction) {
-  windows.files.write(kWidePath, "bundle");
+TEST_F(UploaderCancelTest, FromTheCompletionFunctionThatLetsGo) {
   for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
-    Outcomes seen;
-    const auto record = seen.function();
+    prepare(1);
     windows.winHttp.delivery = delivery;
-    auto* const fresh = new AzureBlobUploader;
-    EXPECT_TRUE(fresh->uploadFile(kPath, kUrl, "", [record](AzureBlobUploader* self, bool succeeded) {
+    auto* const last = new AzureBlobUploader;
+    EXPECT_TRUE(last->uploadFile(kPath, kBlobUrl, "", [record = record()](AzureBlobUploader* self, bool succeeded) {
       self->cancelUpload();
-      EXPECT_EQ(self->getStorageErrorCode(), "");
       self->release();  // the owner's reference: the object must outlive this call all the same
+      EXPECT_EQ(self->getStorageErrorCode(), "");
       record(self, succeeded);
     }));
-    EXPECT_EQ(seen.wait(), kSucceeded);
-    windows.winHttp.waitUntilIdle();
-    EXPECT_EQ(seen.all(), kSucceeded);
+    expectEnd(kSucceeded, 1);
   }
 }
 
 class UploaderFailureTest : public UploadFixture {};
 
-// The date is read while a request is being started, so here a start fails with an exception.
-TEST_F(UploaderFailureTest, ExceptionWhileARequestIsBeingStarted) {
-  HookedClock clock;
-  windows.files.writeSparse(kWidePath, kAppended);
-  for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
-    log.clear();
-    outcomes.clear();
-    windows.winHttp.delivery = delivery;
-    uploader.reset(new AzureBlobUploader);
-    clock.onLook(1, [] { throw std::bad_alloc(); });
-    EXPECT_THROW(upload(), std::bad_alloc);
-    EXPECT_EQ(settled(), kNothing);
+/// The simulated clock that throws at a look at the date, that is, while a request is being started. In the place of
+/// the simulation's own while it lives; WinHTTP has to be idle at both ends.
+class ThrowingClock : public sim::Clock {
+ public:
+  explicit ThrowingClock(sim::Kernel& kernel) : sim::Clock(kernel) { platform::install(&replaced_); }
+  ~ThrowingClock() override { platform::install(&real_); }
 
-    const std::size_t before = requestCount();
-    clock.onLook(3, [] { throw std::bad_alloc(); });
+  platform::SystemTime GetSystemTime() override {
+    if (--throwAt == 0) {
+      throw std::bad_alloc();
+    }
+    return sim::Clock::GetSystemTime();
+  }
+  std::atomic<int> throwAt{0};  ///< counted from now on
+
+ private:
+  const platform::Platform& real_ = platform::current();
+  const platform::Platform replaced_{*this,          real_.digests, real_.files,     real_.heap,
+                                     real_.internet, real_.objects, real_.processes, real_.registry,
+                                     real_.security, real_.system,  real_.text,      real_.winHttp};
+};
+
+TEST_F(UploaderFailureTest, ExceptionWhileARequestIsBeingStarted) {
+  ThrowingClock clock(windows.kernel);
+  for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
+    windows.winHttp.delivery = delivery;
+    prepare(kAppended);
+    clock.throwAt = 1;
+    EXPECT_THROW(upload(), std::bad_alloc);
+    expectEnd(kNothing, 0);
+    clock.throwAt = 3;
     EXPECT_TRUE(upload());
-    EXPECT_EQ(outcomes.wait(), kFailed);
-    EXPECT_EQ(settled(), kFailed);
-    EXPECT_EQ(requestCount() - before, 2U);
+    expectEnd(kFailed, 2);
     EXPECT_EQ(log.count(L"AzureBlobUploader::AzureAppendBlockRequestCb(): OutOfMem"), 1U) << log.text();
-    EXPECT_EQ(uploader->refCount(), 1U);
-    EXPECT_EQ(windows.openHandlesText(), openBefore);
+    EXPECT_EQ(windows.openHandlesText(), before);
   }
 }
 
 TEST_F(UploaderFailureTest, NextBlockThatCannotBeStarted) {
-  windows.files.writeSparse(kWidePath, kAppended);
   for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
     for (const char* call : {"WinHttpOpen", "WinHttpOpenRequest", "WinHttpSendRequest"}) {
-      outcomes.clear();
       windows.winHttp.delivery = delivery;
-      const std::size_t before = requestCount();
+      prepare(kAppended);
       windows.faults.failNth(call, 3, 8);
-      uploader.reset(new AzureBlobUploader);
       EXPECT_TRUE(upload());
-      EXPECT_EQ(outcomes.wait(), kFailed);
-      EXPECT_EQ(settled(), kFailed);
-      EXPECT_EQ(requestCount() - before, 2U);
-      EXPECT_EQ(uploader->refCount(), 1U);
-      windows.faults.clear();
+      expectEnd(kFailed, 2);
     }
   }
 }
 
-TEST_F(UploaderFailureTest, ExceptionOfAHandlerIsLoggedAndReportedOnce) {
+TEST_F(UploaderFailureTest, ExceptionOfTheCompletionIsLoggedAndItIsNotCalledAgain) {
   for (const bool append : {false, true}) {
-    log.clear();
-    windows.files.writeSparse(kWidePath, append ? kPutBlobLimit + 1 : 1);
-    uploader.reset(new AzureBlobUploader);
-    int calls = 0;
-    windows.winHttp.delivery = sim::Delivery::kInline;
-    EXPECT_TRUE(uploader->uploadFile(kPath, kUrl, "", [&calls](AzureBlobUploader*, bool) {
-      ++calls;
+    prepare(append ? kAppended : 1, {{1, answer(500)}});
+    EXPECT_TRUE(uploader->uploadFile(kPath, kBlobUrl, "", [record = record()](AzureBlobUploader* self, bool succeeded) {
+      record(self, succeeded);
       throw std::runtime_error("boom");
     }));
-    EXPECT_EQ(calls, 1);
+    expectEnd(append ? kFailed : kSucceeded, append ? 2 : 1);
     EXPECT_EQ(log.count(append ? L"AzureBlobUploader::AzureAppendBlockRequestCb(): boom"
                                : L"AzureBlobUploader::AzurePutBlobRequestCb(): boom"),
               1U);
-    EXPECT_EQ(uploader->refCount(), 1U);
-  }
-}
-
-TEST_F(UploaderFailureTest, ConnectionThatBreaksInTheMiddle) {
-  for (const sim::HttpStage stage : {sim::HttpStage::kSend, sim::HttpStage::kReceive, sim::HttpStage::kQueryData}) {
-    for (const bool append : {false, true}) {
-      outcomes.clear();
-      const std::size_t before = requestCount();
-      windows.files.writeSparse(kWidePath, append ? kAppended : 1);
-      windows.winHttp.onHeaders([&](const sim::HttpExchange& exchange) -> std::optional<sim::HttpReply> {
-        if (exchange.index != before + (append ? 2 : 0)) {
-          return std::nullopt;
-        }
-        sim::HttpReply broken = created();
-        broken.failure = sim::HttpFailure{stage};
-        return broken;
-      });
-      uploader.reset(new AzureBlobUploader);
-      ASSERT_TRUE(upload());
-      EXPECT_EQ(outcomes.wait().size(), 1U);
-      EXPECT_EQ(settled().size(), 1U);
-    }
   }
 }
 

@@ -9,19 +9,13 @@ namespace {
 
 using Query = std::vector<std::pair<std::string, std::string>>;
 
-class StorageSigningTest : public ::testing::Test {
- protected:
-  sim::Windows windows;
-};
-
-TEST_F(StorageSigningTest, DateText) {
+TEST(StorageSigningTest, DateText) {
   struct Row {
     platform::SystemTime time;
     const char* text;
   };
   const Row rows[] = {
       {{2026, 11, 5, 13, 4, 2, 42, 7}, "Fri, 13 Nov 2026 04:02:42 GMT"},
-      {{2027, 1, 5, 1, 0, 0, 0, 0}, "Fri, 01 Jan 2027 00:00:00 GMT"},
       {{2028, 12, 0, 31, 23, 59, 59, 999}, "Sun, 31 Dec 2028 23:59:59 GMT"},
       {{800, 2, 6, 9, 1, 2, 3, 0}, "Sat, 09 Feb 800 01:02:03 GMT"},
       {{2026, 0, 9, 1, 0, 0, 0, 0}, "Sat, 01 Jan 2026 00:00:00 GMT"},  // out of range, but never out of the tables
@@ -32,7 +26,8 @@ TEST_F(StorageSigningTest, DateText) {
   }
 }
 
-TEST_F(StorageSigningTest, CanonicalizedHeaders) {
+TEST(StorageSigningTest, CanonicalizedHeaders) {
+  const sim::Windows windows;  // lowers the names
   const HttpMap headers = {{"Content-Type", "application/zip"},
                            {"X-MS-Upper", "not taken"},
                            {"x-ms-", "bare"},
@@ -43,20 +38,16 @@ TEST_F(StorageSigningTest, CanonicalizedHeaders) {
                            {"ax-ms-b", "inside"}};
   EXPECT_EQ(StorageSigning::canonicalizedHeaders(headers),
             "x-ms-:bare\nx-ms-meta-b:  two  blanks \nx-ms-meta-a:\nx-ms-version:2020-04-08\n");
-  EXPECT_EQ(StorageSigning::canonicalizedHeaders({}), "");
 }
 
-TEST_F(StorageSigningTest, AccountName) {
+TEST(StorageSigningTest, AccountName) {
   struct Row {
     const wchar_t *host, *path;
     const char *fromHost, *fromPath;
   };
   const Row rows[] = {
-      {L"myacct.blob.example", L"/c/b.zip", "myacct", "c"},
-      {L"localhost", L"/account", "localhost", "account"},
       {L"", L"", "", ""},
       {L".x", L"/", "", ""},
-      {L"127.0.0.1", L"//x", "127", ""},
       {L"m\u00E4rz.x", L"/m\u00E4rz/b", "m\xC3\xA4rz", "m\xC3\xA4rz"},
   };
   for (const Row& row : rows) {
@@ -67,7 +58,7 @@ TEST_F(StorageSigningTest, AccountName) {
                CORE::coreException);
 }
 
-TEST_F(StorageSigningTest, CanonicalizedResource) {
+TEST(StorageSigningTest, CanonicalizedResource) {
   struct Row {
     const char* name;
     std::wstring path;
@@ -87,23 +78,14 @@ TEST_F(StorageSigningTest, CanonicalizedResource) {
       {"the first name may be empty", L"/b", {{"", "1"}, {"", "2"}}, "/acct/b\n:1,2"},
       {"no path", L"", {{"a", ""}}, "/acct\na:"},
   };
+  const sim::Windows windows;  // compares the names
   for (const Row& row : rows) {
     EXPECT_EQ(StorageSigning::canonicalizedResource("acct", row.path, row.query), row.text) << row.name;
   }
 }
 
-TEST_F(StorageSigningTest, StringToSign) {
-  const HttpMap put = {{"Content-Length", "5"},
-                       {"Content-Type", "application/octet-stream"},
-                       {"x-ms-blob-type", "BlockBlob"},
-                       {"x-ms-date", "Fri, 13 Nov 2026 04:02:42 GMT"},
-                       {"x-ms-version", "2020-04-08"}};
-  EXPECT_EQ(StorageSigning::stringToSign(
-                L"PUT", put, StorageSigning::canonicalizedHeaders(put),
-                StorageSigning::canonicalizedResource("myacct", L"/c/b.zip", Query{{"sig", "x"}, {"sv", "1"}})),
-            "PUT\n\n\n5\n\napplication/octet-stream\n\n\n\n\n\n\n"
-            "x-ms-blob-type:BlockBlob\nx-ms-date:Fri, 13 Nov 2026 04:02:42 GMT\nx-ms-version:2020-04-08\n"
-            "/myacct/c/b.zip\nsig:x\nsv:1");
+// Of a whole request: see AzureBlobRequestTest.
+TEST(StorageSigningTest, StringToSignTakesItsHeadersInTheirOrder) {
   const HttpMap all = {{"Content-Encoding", "1"},     {"Content-Language", "2"}, {"Content-Length", "0"},
                        {"Content-MD5", "4"},          {"Content-Type", " 5 "},   {"Date", "6"},
                        {"If-Modified-Since", "7"},    {"If-Match", "8"},         {"If-None-Match", "9"},
