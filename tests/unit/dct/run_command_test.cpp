@@ -12,6 +12,13 @@ struct CommandWorld : ScriptWorld {
     return agent.runDctCommand(L"powershell.exe -x", result, output);
   }
 
+  /// Keeps a child from going on before it is in its job.
+  void untilAwaited() const {
+    while (windows.faults.callCount("WaitForSingleObject") == 0) {
+      std::this_thread::yield();
+    }
+  }
+
   CORE::PropertyBag result;
   std::string output = "old";
 };
@@ -62,7 +69,10 @@ TEST(RunDctCommand, FailuresAreLoggedAndStored) {
     } else if (row.n == 80) {
       world.windows.registry.clear();
     }
-    EXPECT_FALSE(world.run([](sim::Child& child) { child.exit(7); }));
+    EXPECT_FALSE(world.run([&world](sim::Child& child) {
+      world.untilAwaited();
+      child.exit(7);
+    }));
     EXPECT_EQ(world.output, "old");
     EXPECT_EQ(world.result.getErrorCode(), row.call != nullptr ? 5 : row.n);
     EXPECT_EQ(world.result.getErrorText().str(), row.text);
@@ -78,9 +88,7 @@ TEST(RunDctCommand, EndsTheWholeTreeAfterAMinute) {
     world.windows.faults.failNth(failing, 1, 5);
     const std::uint32_t before = world.windows.clock.GetTickCount();
     EXPECT_FALSE(world.run([&world](sim::Child& child) {
-      while (world.windows.faults.callCount("WaitForSingleObject") == 0) {  // not before it is in the job
-        std::this_thread::yield();
-      }
+      world.untilAwaited();
       child.spawn([](sim::Child& grandchild) { grandchild.hang(); });
       child.write("partial");
       child.hang();
