@@ -142,7 +142,7 @@ void WinHttpRequest::watchSending() noexcept {
   } catch (...) {
     logStepException();
   }
-  if (!allowed) {
+  if (!allowed || isDecided()) {
     handles_.closeNow(ExchangeHandles::Outcome::kFinished);  // data leaves as soon as this notification returns
   }
 }

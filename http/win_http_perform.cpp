@@ -172,7 +172,7 @@ bool WinHttpRequest::configureSession(const std::array<int, 4>& limits) {
 }
 
 std::uint32_t WinHttpRequest::notificationMask() const {
-  const bool watchesSending = !thumbprints_.empty() || (!proxy_.empty() && checkRevocation_) || isProbe_;
+  const bool watchesSending = !trust_.pins.empty() || (!proxy_.empty() && trust_.checkRevocation) || isProbe_;
   return watchesSending ? kNotifications | platform::kStatusSendingRequest : kNotifications;
 }
 
@@ -209,12 +209,12 @@ bool WinHttpRequest::applySecurity() {
   if (!call) {
     return false;
   }
-  std::uint32_t flags = ignoreCertName_ ? platform::kSecurityFlagIgnoreCertCnInvalid : 0U;
-  if (ignoreCertErrors_) {
+  std::uint32_t flags = trust_.ignoreName ? platform::kSecurityFlagIgnoreCertCnInvalid : 0U;
+  if (trust_.ignoreAllErrors) {
     flags |= platform::kSecurityFlagIgnoreAll;
-  } else if (!thumbprints_.empty()) {
+  } else if (!trust_.pins.empty()) {
     flags |= platform::kSecurityFlagIgnoreUnknownCa;  // trust is decided by the pins
-  } else if (checkRevocation_ && proxy_.empty()) {
+  } else if (trust_.checkRevocation && proxy_.empty()) {
     const auto enabled =
         winHttp().WinHttpSetOption(call.handle(), platform::kOptionEnableFeature, platform::kEnableSslRevocation);
     if (!enabled) {

@@ -90,7 +90,7 @@ bool WinHttpRequest::putFileAsync(ContentType type, const std::string& url, cons
 }
 
 void WinHttpRequest::setThumbprintsFromCerts(const std::vector<platform::NativeHandle>& certificates) {
-  thumbprints_ = WinCertImplementation::GetThumbprints(certificates);
+  trust_.pins = WinCertImplementation::GetThumbprints(certificates);
 }
 
 void WinHttpRequest::setTimeouts(std::uint32_t resolve, std::uint32_t connect, std::uint32_t send,

@@ -19,6 +19,7 @@
 #include "http/http_request.h"
 #include "http/request_lock.h"
 #include "http/request_timeouts.h"
+#include "http/server_verification.h"
 #include "platform/handle.h"
 
 /// Names and values of a query, ordered byte-wise by name; a name may repeat, its values then keep their order.
@@ -61,14 +62,14 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
                       HttpCompletion completion) override;
   bool putFileAsync(ContentType type, const std::string& url, const std::string& path,
                     HttpCompletion completion) override;
-  void ignoreCertErrors() override { ignoreCertErrors_ = true; }
-  void ignoreCertNameMismatch() override { ignoreCertName_ = true; }
+  void ignoreCertErrors() override { trust_.ignoreAllErrors = true; }
+  void ignoreCertNameMismatch() override { trust_.ignoreName = true; }
   void setUserValue(std::uint64_t value) override { userValue_ = value; }
-  void enableRevocationCheck() override { checkRevocation_ = true; }
+  void enableRevocationCheck() override { trust_.checkRevocation = true; }
   void setHeaders(const HttpMap& headers) override { headers_ = headers; }
   void setQueryParameters(const HttpMap& parameters) override { queryParameters_ = parameters; }
-  void addThumbprint(const std::string& thumbprint) override { thumbprints_.push_back(thumbprint); }
-  void setThumbprints(const std::vector<std::string>& thumbprints) override { thumbprints_ = thumbprints; }
+  void addThumbprint(const std::string& thumbprint) override { trust_.pins.push_back(thumbprint); }
+  void setThumbprints(const std::vector<std::string>& thumbprints) override { trust_.pins = thumbprints; }
   void setThumbprintsFromCerts(const std::vector<platform::NativeHandle>& certificates) override;
   void setTimeout(std::uint32_t seconds) override { timeouts_.setTotalSeconds(seconds); }
   void setTimeouts(std::uint32_t resolve, std::uint32_t connect, std::uint32_t send, std::uint32_t receive) override;
@@ -160,6 +161,15 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   bool prepareFile();
   bool send();
 
+  std::shared_ptr<const ServerCertificates> probeServer();
+  void handProxyTo(WinHttpRequest& request) const;
+  bool verifyPreflight(const ServerVerification& verification);
+  bool checkPreflightRevocation(const ServerVerification& verification, bool untrustedRoot) const;
+  bool downloadCrl(const std::string& url, std::string& body) const;
+  std::shared_ptr<const ServerCertificates> captureServer();
+  bool matchesPreflight(const ServerVerification& verification) const;
+  bool verifyLive(const ServerVerification& verification) const;
+
   void RequestCallback(std::uint32_t status, const void* information, std::uint32_t informationLength) noexcept;
   void watchSending() noexcept;
   void drain() noexcept;
@@ -198,12 +208,9 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   HttpMap headers_;
   HttpMap queryParameters_;
   std::uint64_t userValue_ = 0;
-  bool ignoreCertErrors_ = false;
-  bool ignoreCertName_ = false;
-  bool checkRevocation_ = false;
+  TrustSettings trust_;
   bool plainHttpAllowed_ = false;
   bool isProbe_ = false;
-  std::vector<std::string> thumbprints_;
   RequestTimeouts timeouts_;
   std::uint32_t maxRequestLength_ = 0xFFFFFFFF;
   HttpCompletion completion_;
@@ -219,6 +226,10 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   std::mutex resultMutex_;
   std::string responseHeaders_;  ///< guarded by resultMutex_
   std::string responseBody_;     ///< guarded by resultMutex_
+  /// What the server showed last; guarded by resultMutex_.
+  std::shared_ptr<const ServerCertificates> server_;
+  std::vector<BinaryThumbprint> preflightThumbprints_;  ///< written before the send, read by its notifications
+  std::atomic<bool> chainVerified_{false};
 
   platform::KernelHandle syncEvent_;
   platform::KernelHandle cancelEvent_;

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdlib>
 
+#include "platform/certificates.h"
 #include "platform/digests.h"
 #include "platform/handle.h"
 #include "platform/objects.h"
@@ -34,6 +35,10 @@ void closeRegistryKey(NativeHandle key) { current().registry.RegCloseKey(key); }
 void closeInternetHandle(NativeHandle handle) { current().winHttp.WinHttpCloseHandle(handle); }
 void closeAlgorithmProvider(NativeHandle provider) { current().digests.BCryptCloseAlgorithmProvider(provider); }
 void closeHash(NativeHandle hash) { current().digests.BCryptDestroyHash(hash); }
+void freeCertificate(NativeHandle certificate) { current().certificates.CertFreeCertificateContext(certificate); }
+void freeChain(NativeHandle chain) { current().certificates.CertFreeCertificateChain(chain); }
+void freeCrl(NativeHandle crl) { current().certificates.CertFreeCRLContext(crl); }
+void closeStore(NativeHandle store) { current().certificates.CertCloseStore(store); }
 void closeSid(NativeHandle sid) { current().security.FreeSid(sid); }
 void closeArgumentVector(wchar_t** arguments) { current().processes.LocalFree(arguments); }
 

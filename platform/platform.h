@@ -2,6 +2,7 @@
 
 namespace platform {
 
+class Certificates;
 class Clock;
 class Digests;
 class Files;
@@ -17,6 +18,7 @@ class WinHttp;
 
 /// The services of Windows as the program sees them, one abstract class each, in a header of its own.
 struct Platform {
+  Certificates& certificates;
   Clock& clock;
   Digests& digests;
   Files& files;

@@ -28,6 +28,14 @@ inline constexpr std::uint32_t kOptionProxyUsername = 0x1002;
 inline constexpr std::uint32_t kOptionProxyPassword = 0x1003;
 inline constexpr std::uint32_t kEnableSslRevocation = 1;
 
+// Options of WinHttpQueryOption.
+inline constexpr std::uint32_t kOptionServerCertContext = 78;
+inline constexpr std::uint32_t kOptionServerCertChainContext = 147;
+
+// Flags of WinHttpGetProxyForUrl, and the two ways of detection together.
+inline constexpr std::uint32_t kAutoProxyConfigUrl = 2;     ///< WINHTTP_AUTOPROXY_CONFIG_URL
+inline constexpr std::uint32_t kAutoDetectDhcpAndDnsA = 3;  ///< WINHTTP_AUTO_DETECT_TYPE_DHCP and _DNS_A
+
 inline constexpr std::uint32_t kSecurityFlagIgnoreUnknownCa = 0x100;
 inline constexpr std::uint32_t kSecurityFlagIgnoreCertCnInvalid = 0x1000;
 inline constexpr std::uint32_t kSecurityFlagIgnoreAll =
@@ -56,17 +64,43 @@ inline constexpr ErrorCode kErrorWinHttpTimeout = 12002;
 inline constexpr ErrorCode kErrorWinHttpInvalidUrl = 12005;
 inline constexpr ErrorCode kErrorWinHttpUnrecognizedScheme = 12006;
 inline constexpr ErrorCode kErrorWinHttpNameNotResolved = 12007;
+inline constexpr ErrorCode kErrorWinHttpInvalidOption = 12009;
 inline constexpr ErrorCode kErrorWinHttpOperationCancelled = 12017;
 inline constexpr ErrorCode kErrorWinHttpIncorrectHandleState = 12019;
 inline constexpr ErrorCode kErrorWinHttpCannotConnect = 12029;
 inline constexpr ErrorCode kErrorWinHttpConnectionError = 12030;
 inline constexpr ErrorCode kErrorWinHttpInvalidServerResponse = 12152;
 inline constexpr ErrorCode kErrorWinHttpSecureFailure = 12175;
+inline constexpr ErrorCode kErrorWinHttpUnableToDownloadScript = 12167;
+inline constexpr ErrorCode kErrorWinHttpAutodetectionFailed = 12180;
 
 /// Layout of WINHTTP_ASYNC_RESULT, which REQUEST_ERROR points to: the API's number (1 to 5) and the error.
 struct AsyncResult {
   std::uintptr_t result;
   std::uint32_t error;
+};
+
+/// WINHTTP_CURRENT_USER_IE_PROXY_CONFIG; an absent text is empty.
+struct IeProxySettings {
+  bool autoDetect = false;
+  std::wstring autoConfigUrl;
+  std::wstring proxy;
+  std::wstring proxyBypass;
+};
+
+/// WINHTTP_PROXY_INFO; an absent text is empty.
+struct ProxyInfo {
+  std::uint32_t accessType = 0;
+  std::wstring proxy;
+  std::wstring bypass;
+};
+
+/// WINHTTP_AUTOPROXY_OPTIONS.
+struct AutoProxyOptions {
+  std::uint32_t flags = 0;
+  std::uint32_t detectFlags = 0;
+  std::wstring configUrl;
+  bool autoLogon = false;
 };
 
 /// The status callback. Runs on WinHTTP's worker threads, or on the calling thread inside the very call that asked.
@@ -100,7 +134,7 @@ class WinHttp {
                                                     const std::wstring& path, std::uint32_t flags) = 0;
   /// A 32-bit option.
   virtual Status WinHttpSetOption(NativeHandle handle, std::uint32_t option, std::uint32_t value) = 0;
-  /// A text option.
+  /// A text option. What the layer copies of it is wiped: it may be a password.
   virtual Status WinHttpSetOption(NativeHandle handle, std::uint32_t option, const std::wstring& value) = 0;
   /// `optionalData` stays the caller's until the request handle is closed; empty passes none.
   virtual Status WinHttpSendRequest(NativeHandle request, const std::wstring& headers,
@@ -119,6 +153,18 @@ class WinHttp {
   /// `data` stays the caller's until WRITE_COMPLETE or the closing of the request.
   virtual Status WinHttpWriteData(NativeHandle request, std::span<const std::byte> data) = 0;
   virtual Status WinHttpCloseHandle(NativeHandle handle) = 0;
+
+  /// An option that is a context: the server's certificate (a PCCERT_CONTEXT) or chain (a PCCERT_CHAIN_CONTEXT), which
+  /// becomes the caller's.
+  virtual Result<NativeHandle> WinHttpQueryOption(NativeHandle request, std::uint32_t option) = 0;
+
+  // Texts that these four return are copied, and the platform's own freed with GlobalFree.
+  virtual Result<IeProxySettings> WinHttpGetIEProxyConfigForCurrentUser() = 0;
+  /// value: the PAC URL.
+  virtual Result<std::wstring> WinHttpDetectAutoProxyConfigUrl(std::uint32_t flags) = 0;
+  virtual Result<ProxyInfo> WinHttpGetDefaultProxyConfiguration() = 0;
+  virtual Result<ProxyInfo> WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
+                                                  const AutoProxyOptions& options) = 0;
 
   /// Flags 0. Fills scheme number, scheme, host, port, path and extra.
   virtual Result<UrlComponents> WinHttpCrackUrl(const std::wstring& url) = 0;

@@ -15,7 +15,9 @@ void WinHttp::waitUntilHeld() {
   Guard guard(kernel_.mutex);
   kernel_.waitUntil(guard, platform::kInfinite, "a completion to hold", [&] {
     return std::any_of(requests_.begin(), requests_.end(), [&](const Request& request) {
-      return !request->finished && (request->pending || (request->closing && request->bound)) && !isOpenTo(*request);
+      const bool late = (request->pending || (request->closing && request->bound)) && !isOpenTo(*request);
+      const bool silent = request->silenced && !request->closing;
+      return !request->finished && (late || silent);
     });
   });
 }

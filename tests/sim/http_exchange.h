@@ -27,6 +27,7 @@ struct HttpExchange {
   std::string bodySha256;             ///< lower-case hexadecimal, once the body is complete
   std::string body;                   ///< stored up to WinHttp::storeBodyUpTo bytes, otherwise empty
   bool sent = false;                  ///< WinHttpSendRequest succeeded
+  bool reached = false;               ///< its headers have left for the server
   bool closed = false;                ///< the program closed the request handle
   std::uintptr_t context = 0;
 

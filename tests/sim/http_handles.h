@@ -39,6 +39,7 @@ struct HttpRequestHandle : HttpHandle {
   Sha256 hash;
   std::optional<HttpReply> reply;
 
+  std::optional<ServerChain> shown;    ///< by the server, once the handshake is done
   bool inFlight = false;               ///< a call has been made and its completion has not reached the program
   std::optional<HttpPending> pending;  ///< that call, until a thread takes it up
   HttpPending taken;                   ///< the call taken up last

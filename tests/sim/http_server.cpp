@@ -58,10 +58,24 @@ void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> da
 }
 
 void WinHttp::completeSend(HttpRequestHandle& request, const HttpPending& call) {
+  const HttpExchange seen = kernel_.copyOf(request.known);
+  const bool secure = (seen.requestFlags & platform::kWinHttpFlagSecure) != 0;
+  const bool refused = secure && proxyRefuses(seen);
+  if (secure && !refused && !shakeHands(request, call)) {
+    return;
+  }
   if (!notify(request, platform::kStatusSendingRequest, nullptr, 0)) {
     return finish(request, call, 0);
   }
-  askServer(request, false);
+  Guard guard(kernel_.mutex);
+  request.known.reached = !refused;
+  if (refused) {
+    request.reply.emplace().status = 407;
+  }
+  guard.unlock();
+  if (!refused) {
+    askServer(request, false);
+  }
   if (fails(request, call, 0)) {
     return;
   }

@@ -66,14 +66,17 @@ void Kernel::recordMisuse(NativeHandle handle, const char* operation) {
 
 std::size_t Kernel::openHandles() const {
   const std::lock_guard lock(mutex);
-  return handles_.size();
+  return static_cast<std::size_t>(
+      std::count_if(handles_.begin(), handles_.end(), [](const auto& entry) { return !entry.second->dependent; }));
 }
 
 std::string Kernel::openHandlesText() const {
   const std::lock_guard lock(mutex);
   std::map<std::string, int> kinds;
   for (const auto& [handle, object] : handles_) {
-    ++kinds[object->kind()];
+    if (!object->dependent) {
+      ++kinds[object->kind()];
+    }
   }
   std::string text;
   for (const auto& [kind, count] : kinds) {

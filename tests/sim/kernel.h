@@ -44,6 +44,7 @@ struct Failure {
 struct Object {
   virtual ~Object() = default;
   virtual const char* kind() const = 0;  ///< for openHandlesText: "event", "registry key"
+  bool dependent = false;                ///< belongs to another object: not counted as open, not the program's to close
 };
 
 /// What CloseHandle closes.
@@ -133,11 +134,18 @@ class Kernel {
   template <class T>
   std::shared_ptr<T> take(NativeHandle handle, const char* operation) {
     auto object = get<T>(handle, operation);
+    if (object != nullptr && object->dependent) {
+      misuse(std::string(operation) + ": the " + object->kind() + " belongs to another object");
+      return nullptr;
+    }
     if (object != nullptr) {
-      handles_.erase(handle);
-      inheritable.erase(handle);
+      remove(handle);
     }
     return object;
+  }
+  void remove(NativeHandle handle) {
+    handles_.erase(handle);
+    inheritable.erase(handle);
   }
   void misuse(std::string text) { misuse_.push_back(std::move(text)); }
 

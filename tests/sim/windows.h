@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/platform.h"
+#include "tests/sim/certificates.h"
 #include "tests/sim/clock.h"
 #include "tests/sim/digests.h"
 #include "tests/sim/faults.h"
@@ -33,6 +34,7 @@ class Windows {
 
   Faults faults;
   Kernel kernel{faults};
+  Certificates certificates{kernel};
   Clock clock{kernel};
   Digests digests{kernel};
   Files files{kernel};
@@ -44,7 +46,7 @@ class Windows {
   Security security{kernel};
   System system{kernel};
   Text text{kernel};
-  WinHttp winHttp{kernel};
+  WinHttp winHttp{kernel, certificates};
 
   /// Handles, keys, identifiers, argument vectors and heap blocks that the program has open.
   std::size_t openHandles() const { return kernel.openHandles(); }
@@ -54,8 +56,8 @@ class Windows {
   std::vector<std::string> misuse() const { return kernel.misuseTexts(); }
 
  private:
-  const platform::Platform platform_{clock,     digests,  files,    heap,   internet, objects,
-                                     processes, registry, security, system, text,     winHttp};
+  const platform::Platform platform_{certificates, clock,    digests,  files,  heap, internet, objects,
+                                     processes,    registry, security, system, text, winHttp};
 };
 
 }  // namespace sim

@@ -3,10 +3,20 @@
 #include <functional>
 
 #include "platform/winhttp.h"
+#include "tests/sim/certificates.h"
 #include "tests/sim/http_exchange.h"
 #include "tests/sim/kernel.h"
 
 namespace sim {
+
+/// Where proxies are to be found. A text that is empty is absent; a PAC file that is not there cannot be downloaded.
+struct ProxySources {
+  platform::IeProxySettings ie;
+  std::wstring wpadUrl;  ///< what auto-detection finds
+  platform::ProxyInfo winHttpDefault;
+  std::map<std::wstring, std::function<std::wstring(const std::wstring& target)>>
+      pacFiles;  ///< by URL; gives the proxy
+};
 
 struct HttpHandle;
 struct HttpRequestHandle;
@@ -17,7 +27,7 @@ struct HttpPending;
 /// when the call completes, not when it is made.
 class WinHttp : public platform::WinHttp {
  public:
-  explicit WinHttp(Kernel& kernel) : kernel_(kernel) {}
+  WinHttp(Kernel& kernel, Certificates& certificates) : kernel_(kernel), certificates_(certificates) {}
 
   /// Called when the whole body has arrived; gives the answer. Without it: 200 and no body. Runs on the thread that
   /// completes the call, without locks.
@@ -25,6 +35,16 @@ class WinHttp : public platform::WinHttp {
   /// Called when the headers have arrived, before any body. A reply given here decides (early answers, and failures of
   /// send and write); none: onRequest is asked later.
   void onHeaders(std::function<std::optional<HttpReply>(const HttpExchange&)> server);
+
+  /// Called when a connection to an HTTPS server is made; gives what the server shows of itself. Without it: a chain of
+  /// two certificates ("leaf", "root") with nothing wrong.
+  void onHandshake(std::function<ServerChain(const HttpExchange&)> server);
+
+  ProxySources proxies;
+  /// Name and password that a named proxy demands for HTTPS before anything goes through it; else it answers 407.
+  std::optional<std::pair<std::wstring, std::wstring>> proxyCredentials;
+  /// Some versions of Windows do not know WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT.
+  bool knowsChainOption = true;
 
   Delivery delivery = Delivery::kWorker;
   std::uint32_t seed = 1;  ///< of Delivery::kMixed
@@ -72,6 +92,12 @@ class WinHttp : public platform::WinHttp {
   Status WinHttpReadData(NativeHandle request, std::span<std::byte> buffer) override;
   Status WinHttpWriteData(NativeHandle request, std::span<const std::byte> data) override;
   Status WinHttpCloseHandle(NativeHandle handle) override;
+  Result<NativeHandle> WinHttpQueryOption(NativeHandle request, std::uint32_t option) override;
+  Result<platform::IeProxySettings> WinHttpGetIEProxyConfigForCurrentUser() override;
+  Result<std::wstring> WinHttpDetectAutoProxyConfigUrl(std::uint32_t flags) override;
+  Result<platform::ProxyInfo> WinHttpGetDefaultProxyConfiguration() override;
+  Result<platform::ProxyInfo> WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
+                                                    const platform::AutoProxyOptions& options) override;
   Result<platform::UrlComponents> WinHttpCrackUrl(const std::wstring& url) override;
 
  private:
@@ -98,6 +124,8 @@ class WinHttp : public platform::WinHttp {
   template <class Read>
   Result<std::uint32_t> queryHeaders(NativeHandle handle, bool known, const Read& read);
   bool fails(HttpRequestHandle& request, const HttpPending& call, std::uint64_t bytes);
+  bool proxyRefuses(const HttpExchange& seen) const;
+  bool shakeHands(HttpRequestHandle& request, const HttpPending& call);
   void askServer(HttpRequestHandle& request, bool whole);
   void takeBody(HttpRequestHandle& request, std::span<const std::byte> data);
   void completeSend(HttpRequestHandle& request, const HttpPending& call);
@@ -107,8 +135,10 @@ class WinHttp : public platform::WinHttp {
   void completeRead(HttpRequestHandle& request, const HttpPending& call);
 
   Kernel& kernel_;
+  Certificates& certificates_;
   std::function<HttpReply(const HttpExchange&)> server_;
   std::function<std::optional<HttpReply>(const HttpExchange&)> headersServer_;
+  std::function<ServerChain(const HttpExchange&)> handshake_;
   std::vector<Request> requests_;
   bool released_ = false;
   bool ended_ = false;

@@ -32,12 +32,15 @@ class TestRequest : public WinHttpRequest {
   using WinHttpRequest::headers;
 
   void finalizeHeaders() override { onFinalize(*this); }
-  bool preflightCertVerification() override { return preflight; }
-  bool SendingRequest() override { return onSending(); }
+  bool preflightCertVerification() override {
+    return checksCertificates ? WinHttpRequest::preflightCertVerification() : preflight;
+  }
+  bool SendingRequest() override { return checksCertificates ? WinHttpRequest::SendingRequest() : onSending(); }
 
   std::function<void(TestRequest&)> onFinalize = [](TestRequest&) {};
   std::function<bool()> onSending = [] { return true; };
   bool preflight = true;
+  bool checksCertificates = false;  ///< the checks are the request's own, not the scripted ones
 };
 
 /// One simulated Windows with a log, a server that answers everything with `reply`, and a request. It ends idle,

@@ -2,7 +2,6 @@
 #include "http/request_text.h"
 #include "http/win_cert_implementation.h"
 #include "http/wininet_url.h"
-#include "platform/certificates.h"
 #include "tests/unit/http/http_test.h"
 
 // What a request is made of: URLs, queries, headers, time limits, pins.
@@ -118,13 +117,12 @@ TEST(RequestPartsTest, Timeouts) {
 // The digest of "abc": FIPS 180-2, appendix B.1.
 TEST(RequestPartsTest, ThumbprintsAreSha256InUpperCasePairs) {
   World world;
-  const std::string der = "abc";
-  platform::CertificateContext abc{0x10001, reinterpret_cast<const std::byte*>(der.data()), 3, nullptr, nullptr};
-  EXPECT_EQ(WinCertImplementation::GetThumbprints({&abc}),
+  const auto abc = world.windows.certificates.certificateOf({"abc"});
+  EXPECT_EQ(WinCertImplementation::GetThumbprints({abc.get()}),
             std::vector<std::string>({"BA:78:16:BF:8F:01:CF:EA:41:41:40:DE:5D:AE:22:23:B0:03:61:A3:96:17:7A:9C:B4:10:"
                                       "FF:61:F2:00:15:AD"}));
   world.windows.faults.failNth("BCryptFinishHash", 1, 5);
-  world.request->setThumbprintsFromCerts({&abc, nullptr, &abc});
+  world.request->setThumbprintsFromCerts({abc.get(), nullptr, abc.get()});
   EXPECT_EQ(
       world.log.count(L"WinCertImplementation::GetThumbprintBinary::<lambda_1>::operator ()(): GenerateHash failed."),
       2U);

@@ -116,14 +116,14 @@ TEST(StartTest, WhatWinHttpIsTold) {
   EXPECT_EQ(told.requestFlags, 0x800100U);
   EXPECT_EQ(told.userAgent, L"VXAgent");
   EXPECT_EQ(told.accessType, 3U);
-  EXPECT_EQ(told.proxy, L"proxy:8080");
+  EXPECT_EQ(told.proxy, L"http://proxy:8080");
   EXPECT_EQ(told.bypass, L"*.local");
   EXPECT_EQ(told.sessionFlags, 0x10000000U);
   EXPECT_EQ(told.timeouts, (std::array<int, 4>{1, 2, 3, 4}));
   EXPECT_EQ(told.textOptions.at(0x1002), L"us\u00E9r");
   EXPECT_EQ(told.textOptions.at(0x1003), L"password");
   EXPECT_EQ(request.getUrl(), L"host.example:8443/c/b.zip?sv=1");
-  EXPECT_TRUE(world.log.has(CORE::kDebug, L"WinHttpRequest::performAsync(): Using proxy server: proxy:8080"));
+  EXPECT_TRUE(world.log.has(CORE::kDebug, L"WinHttpRequest::performAsync(): Using proxy server: http://proxy:8080"));
 }
 
 TEST(StartTest, DefaultsAndPlainHttp) {

@@ -1,0 +1,57 @@
+#include "http/proxy_list.h"
+
+#include <algorithm>
+
+#include "core/text.h"
+
+namespace proxy_list {
+namespace {
+
+constexpr std::wstring_view kSeparators = L"; \t\r\n";
+
+std::wstring withScheme(std::wstring_view proxy) {
+  std::wstring entry(proxy.find(L"://") == proxy.npos ? L"http://" : L"");
+  entry += proxy;
+  return entry;
+}
+
+/// Takes the prefix off; false when the entry does not begin with it.
+bool takePrefix(std::wstring_view& entry, std::wstring_view prefix) {
+  if (!entry.starts_with(prefix)) {
+    return false;
+  }
+  entry.remove_prefix(prefix.size());
+  return true;
+}
+
+void add(std::wstring_view entry, Table& table) {
+  const bool socks = takePrefix(entry, L"socks=");
+  auto& entries = socks                          ? table.socks
+                  : takePrefix(entry, L"http=")  ? table.http
+                  : takePrefix(entry, L"https=") ? table.https
+                                                 : table.plain;
+  if (!entry.empty()) {
+    entries.push_back(socks ? std::wstring(entry) : withScheme(entry));
+  }
+}
+
+}  // namespace
+
+Table parse(std::wstring_view list) {
+  Table table;
+  while (!list.empty()) {
+    const std::size_t end = std::min(list.find_first_of(kSeparators), list.size());
+    add(list.substr(0, end), table);
+    list.remove_prefix(std::min(end + 1, list.size()));
+  }
+  return table;
+}
+
+std::vector<std::wstring> withPlain(std::vector<std::wstring> own, const Table& table) {
+  own.insert(own.end(), table.plain.begin(), table.plain.end());
+  return own;
+}
+
+std::wstring join(const std::vector<std::wstring>& entries) { return CORE::joinStrings(entries, L";"); }
+
+}  // namespace proxy_list

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/certificates.h"
+#include "tests/sim/kernel.h"
+
+namespace sim {
+
+/// A certificate as a test describes it. Its "DER" bytes are any text, and the certificate's identity.
+struct CertificateSpec {
+  std::string der;
+  std::vector<std::wstring> crlUrls = {};  ///< one distribution point with these names, when not empty
+  bool hasInfo = true;
+  bool hasExtensions = true;
+  /// Instead of crlUrls: the points as they are decoded; one that holds nothing makes the decoding give null.
+  std::optional<std::optional<std::vector<platform::DistributionPoint>>> points = std::nullopt;
+  bool hasStore = true;  ///< of its own: a store that holds the chain with which the certificate was shown
+};
+
+/// What a server shows in the handshake, and what the platform thinks of it.
+struct ServerChain {
+  std::vector<CertificateSpec> certificates;  ///< leaf first
+  bool trustedRoot = true;                    ///< else the SSL policy says CERT_E_UNTRUSTEDROOT unless that is allowed
+  bool nameMatches = true;                    ///< else it says CERT_E_CN_NO_MATCH when it is given a server name
+  std::uint32_t policyStatus = 0;             ///< another error word of the policy, before the other two
+  std::uint32_t revocationError = 0;          ///< added to the trust error of a chain built with revocation checks
+  std::uint32_t revocationInfo = 0;
+  bool silent = false;  ///< the handshake never ends
+
+  /// What is wrong with the chain itself, in the words of its trust status.
+  std::uint32_t trustError() const { return trustedRoot ? 0 : 0x20; }
+};
+
+/// CryptoAPI over certificates that a test describes. A chain is found again by its leaf's bytes once a server has
+/// shown it or know() was called. A CRL is the text of crlText(); anything else is refused (error 0x80092002).
+class Certificates : public platform::Certificates {
+ public:
+  explicit Certificates(Kernel& kernel) : kernel_(kernel) {}
+
+  /// The bytes of a CRL that lists these certificates (by their bytes), with a next update (0: none).
+  static std::string crlText(platform::FileTime nextUpdate, const std::vector<std::string>& revoked = {});
+
+  /// The bytes of a CRL whose context tells nothing.
+  static constexpr std::string_view kCrlWithoutInfo = "CRL without info";
+
+  /// Makes the chain known. Lock not held.
+  void know(const ServerChain& chain);
+  /// Contexts for tests of the helpers themselves; the caller owns them. Lock not held.
+  platform::CertificateHandle certificateOf(const CertificateSpec& spec);
+  platform::ChainHandle chainOf(const ServerChain& chain);
+  /// For services that hand contexts out. Lock held.
+  NativeHandle addCertificate(const CertificateSpec& spec);
+  NativeHandle addChain(const ServerChain& chain, std::uint32_t errorStatus = 0, std::uint32_t infoStatus = 0);
+
+  /// The flags of every CertGetCertificateChain, in order.
+  std::vector<std::uint32_t> chainFlags() const { return kernel_.copyOf(chainFlags_); }
+  /// The server names that the SSL policy was given, in order.
+  std::vector<std::wstring> serverNames() const { return kernel_.copyOf(serverNames_); }
+
+  Result<std::uint32_t> CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
+                                             std::span<std::byte> buffer) override;
+  Result<platform::CertificateHandle> CertCreateCertificateContext(std::uint32_t encoding,
+                                                                   std::span<const std::byte> encoded) override;
+  Result<platform::CrlHandle> CertCreateCRLContext(std::uint32_t encoding, std::span<const std::byte> encoded) override;
+  Result<platform::CertificateHandle> CertDuplicateCertificateContext(NativeHandle certificate) override;
+  void CertFreeCertificateContext(NativeHandle certificate) override;
+  void CertFreeCertificateChain(NativeHandle chain) override;
+  void CertFreeCRLContext(NativeHandle crl) override;
+  Result<std::span<const std::byte>> CertFindExtension(const std::string& oid, NativeHandle certificate) override;
+  Result<std::optional<std::vector<platform::DistributionPoint>>> CryptDecodeObjectEx(
+      std::uint32_t encoding, std::span<const std::byte> encoded) override;
+  std::uint32_t CertGetNameStringW(NativeHandle certificate, std::uint32_t type, std::span<wchar_t> buffer) override;
+  Result<platform::StoreHandle> CertOpenStore() override;
+  Status CertAddCertificateContextToStore(NativeHandle store, NativeHandle certificate,
+                                          std::uint32_t disposition) override;
+  void CertCloseStore(NativeHandle store) override;
+  Result<platform::ChainHandle> CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
+                                                        const std::vector<std::string>& usages,
+                                                        std::uint32_t flags) override;
+  Result<std::uint32_t> CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,
+                                                         const platform::SslPolicy& parameters) override;
+  Result<bool> CertFindCertificateInCRL(NativeHandle certificate, NativeHandle crl) override;
+  platform::CertificateView certificate(NativeHandle certificate) override;
+  platform::ChainView chain(NativeHandle chain) override;
+  platform::CrlView crl(NativeHandle crl) override;
+
+ private:
+  using Points = std::optional<std::vector<platform::DistributionPoint>>;
+
+  template <class T, class Work>
+  auto callOn(const char* name, NativeHandle handle, const Work& work);
+  template <class T>
+  std::shared_ptr<T> read(NativeHandle handle, const char* what);
+  NativeHandle add(const CertificateSpec& spec, const std::vector<std::string>& peers, bool dependent);
+  const CertificateSpec* knownSpec(const std::string& der) const;
+  std::vector<std::string> peersOf(const std::string& der) const;
+  void drop(NativeHandle certificate);
+  std::vector<std::byte> extensionOf(const CertificateSpec& spec);
+
+  Kernel& kernel_;
+  std::map<std::string, ServerChain> known_;  ///< by the leaf's bytes
+  std::map<std::string, Points> extensions_;  ///< what the values that CertFindExtension gives decode to
+  std::vector<std::uint32_t> chainFlags_;
+  std::vector<std::wstring> serverNames_;
+};
+
+}  // namespace sim
