@@ -2,12 +2,12 @@
 # Every test, from nothing, on this machine. The last line is "N passed, N failed".
 #
 #   ./test.sh            all stages
-#   ./test.sh STAGE...   only those: style debug tsan tidy windows wine
+#   ./test.sh STAGE...   only those: style debug tsan fuzz windows wine tidy
 set -uo pipefail
 cd "$(dirname "$0")"
 
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(style debug tsan windows wine tidy)
+[ ${#stages[@]} -gt 0 ] || stages=(style debug tsan fuzz windows wine tidy)
 
 passed=0
 failed=0
@@ -64,11 +64,24 @@ wine_tests() {
   [ $rc -eq 0 ] || { grep -E -A 30 '^ *not ok' "$log" | head -n 200 || tail -n 80 "$log"; }
 }
 
+# One test a target.
+fuzz_tests() {
+  local log="$logs/fuzz.log"
+  scripts/fuzz.sh >"$log" 2>&1
+  local rc=$? good bad
+  good=$(grep -c '^ok ' "$log")
+  bad=$(grep -c '^not ok ' "$log")
+  [ $rc -eq 0 ] || [ "$bad" -gt 0 ] || bad=1
+  count "$good" "$bad"
+  [ $rc -eq 0 ] || tail -n 80 "$log"
+}
+
 run_stage() {
   case $1 in
     style) whole_stage style scripts/check-style.sh ;;
     tidy) whole_stage tidy scripts/check-tidy.sh ;;
     debug | tsan) native "$1" ;;
+    fuzz) fuzz_tests ;;
     windows) whole_stage windows scripts/build-windows.sh ;;
     wine) wine_tests ;;
     *)

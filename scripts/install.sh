@@ -8,7 +8,8 @@ cd "$(dirname "$0")/.."
 
 run_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 libgnutls30 openssl
   ca-certificates)
-test_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev clang clang-format clang-tidy git zip unzip)
+test_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev clang libclang-rt-dev clang-format clang-tidy
+  git zip unzip tinyproxy-bin)
 
 fail() {
   echo "install.sh: $*" >&2
