@@ -52,6 +52,9 @@ mddct_native_program(mddct_run_as_system ${native}/run_as_system.cpp)
 mddct_native_program(mddct_trust_root ${native}/trust_root.cpp)
 target_link_libraries(mddct_trust_root PRIVATE crypt32)
 
+mddct_native_program(mddct_https_client ${native}/https_client.cpp)
+target_link_libraries(mddct_https_client PRIVATE mddct_http mddct_windows)
+
 # In a folder of its own: Windows finds it there by its bare name only for who asks for that folder.
 file(GLOB standin_sources CONFIGURE_DEPENDS ${native}/standin/*.cpp)
 mddct_native_program(mddct_powershell ${native}/powershell.cpp ${standin_sources})

@@ -71,8 +71,9 @@ Status WindowsWinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t optio
 }
 
 Status WindowsWinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t option, const std::wstring& value) {
-  std::wstring text = value;  // taken through a pointer to non-const; the length counts characters
-  return statusOf(::WinHttpSetOption(handle, option, text.data(), atMostDword(text.size())));
+  // Read only, although taken through a pointer to non-const; no copy, which could be a password's. The length counts
+  // characters.
+  return statusOf(::WinHttpSetOption(handle, option, const_cast<wchar_t*>(value.c_str()), atMostDword(value.size())));
 }
 
 Status WindowsWinHttp::WinHttpSendRequest(NativeHandle request, const std::wstring& headers,
@@ -125,6 +126,13 @@ Status WindowsWinHttp::WinHttpWriteData(NativeHandle request, std::span<const st
 }
 
 Status WindowsWinHttp::WinHttpCloseHandle(NativeHandle handle) { return statusOf(::WinHttpCloseHandle(handle)); }
+
+Result<NativeHandle> WindowsWinHttp::WinHttpQueryOption(NativeHandle request, std::uint32_t option) {
+  void* context = nullptr;
+  DWORD size = sizeof(context);
+  const BOOL found = ::WinHttpQueryOption(request, option, &context, &size);
+  return resultOf(found, context);
+}
 
 Result<UrlComponents> WindowsWinHttp::WinHttpCrackUrl(const std::wstring& url) {
   // A null pointer with a length other than 0 asks for a pointer into `url`.

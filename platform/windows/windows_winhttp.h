@@ -26,6 +26,12 @@ class WindowsWinHttp final : public WinHttp {
   Status WinHttpReadData(NativeHandle request, std::span<std::byte> buffer) override;
   Status WinHttpWriteData(NativeHandle request, std::span<const std::byte> data) override;
   Status WinHttpCloseHandle(NativeHandle handle) override;
+  Result<NativeHandle> WinHttpQueryOption(NativeHandle request, std::uint32_t option) override;
+  Result<IeProxySettings> WinHttpGetIEProxyConfigForCurrentUser() override;
+  Result<std::wstring> WinHttpDetectAutoProxyConfigUrl(std::uint32_t flags) override;
+  Result<ProxyInfo> WinHttpGetDefaultProxyConfiguration() override;
+  Result<ProxyInfo> WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
+                                          const AutoProxyOptions& options) override;
   Result<UrlComponents> WinHttpCrackUrl(const std::wstring& url) override;
 };
 

@@ -1,11 +1,9 @@
 // The neutral constants and layouts of the HTTP client against the platform's own.
 
-#include "platform/certificates.h"
 #include "platform/windows/native.h"
 #include "platform/winhttp.h"
 
-// After windows.h, which they need.
-#include <wincrypt.h>
+// After windows.h, which it needs.
 #include <winhttp.h>
 
 namespace platform {
@@ -24,12 +22,17 @@ static_assert(kOptionSecurityFlags == WINHTTP_OPTION_SECURITY_FLAGS);
 static_assert(kOptionEnableFeature == WINHTTP_OPTION_ENABLE_FEATURE);
 static_assert(kOptionProxyUsername == WINHTTP_OPTION_PROXY_USERNAME);
 static_assert(kOptionProxyPassword == WINHTTP_OPTION_PROXY_PASSWORD);
+static_assert(kOptionServerCertContext == WINHTTP_OPTION_SERVER_CERT_CONTEXT);
+static_assert(kOptionServerCertChainContext == WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT);
 static_assert(kEnableSslRevocation == WINHTTP_ENABLE_SSL_REVOCATION);
 static_assert(kSecurityFlagIgnoreUnknownCa == SECURITY_FLAG_IGNORE_UNKNOWN_CA);
 static_assert(kSecurityFlagIgnoreCertCnInvalid == SECURITY_FLAG_IGNORE_CERT_CN_INVALID);
 static_assert(kSecurityFlagIgnoreAll ==
               (SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_WRONG_USAGE |
                SECURITY_FLAG_IGNORE_CERT_CN_INVALID | SECURITY_FLAG_IGNORE_CERT_DATE_INVALID));
+
+static_assert(kAutoProxyConfigUrl == WINHTTP_AUTOPROXY_CONFIG_URL);
+static_assert(kAutoDetectDhcpAndDnsA == (WINHTTP_AUTO_DETECT_TYPE_DHCP | WINHTTP_AUTO_DETECT_TYPE_DNS_A));
 
 static_assert(kQueryStatusCode == WINHTTP_QUERY_STATUS_CODE);
 static_assert(kQueryFlagNumber == WINHTTP_QUERY_FLAG_NUMBER);
@@ -63,17 +66,12 @@ static_assert(kErrorWinHttpCannotConnect == ERROR_WINHTTP_CANNOT_CONNECT);
 static_assert(kErrorWinHttpConnectionError == ERROR_WINHTTP_CONNECTION_ERROR);
 static_assert(kErrorWinHttpInvalidServerResponse == ERROR_WINHTTP_INVALID_SERVER_RESPONSE);
 static_assert(kErrorWinHttpSecureFailure == ERROR_WINHTTP_SECURE_FAILURE);
+static_assert(kErrorWinHttpUnableToDownloadScript == ERROR_WINHTTP_UNABLE_TO_DOWNLOAD_SCRIPT);
+static_assert(kErrorWinHttpAutodetectionFailed == ERROR_WINHTTP_AUTODETECTION_FAILED);
 
 static_assert(sizeof(AsyncResult) == sizeof(WINHTTP_ASYNC_RESULT));
 static_assert(offsetof(AsyncResult, result) == offsetof(WINHTTP_ASYNC_RESULT, dwResult));
 static_assert(offsetof(AsyncResult, error) == offsetof(WINHTTP_ASYNC_RESULT, dwError));
 static_assert(sizeof(URL_COMPONENTS) == 104);
-
-static_assert(sizeof(CertificateContext) == sizeof(CERT_CONTEXT));
-static_assert(offsetof(CertificateContext, encodingType) == offsetof(CERT_CONTEXT, dwCertEncodingType));
-static_assert(offsetof(CertificateContext, encoded) == offsetof(CERT_CONTEXT, pbCertEncoded));
-static_assert(offsetof(CertificateContext, encodedLength) == offsetof(CERT_CONTEXT, cbCertEncoded));
-static_assert(offsetof(CertificateContext, info) == offsetof(CERT_CONTEXT, pCertInfo));
-static_assert(offsetof(CertificateContext, store) == offsetof(CERT_CONTEXT, hCertStore));
 
 }  // namespace platform

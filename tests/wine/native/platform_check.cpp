@@ -45,6 +45,7 @@ int main() {
     return check::runAsChild(argument.substr(8));
   }
   std::filesystem::current_path(argument);
+  check::certificates();
   check::values();
   check::kernel();
   check::storage();

@@ -19,8 +19,9 @@ int finish();
 /// The program as a child of its own, which kernel() starts: the exit code.
 int runAsChild(const std::wstring& deed);
 
-void kernel();   ///< objects, processes, security, heap
-void storage();  ///< files, registry, the system's folders; works in the current folder
-void values();   ///< clock, digests, text, URLs
+void certificates();  ///< certificates, chains, CRLs
+void kernel();        ///< objects, processes, security, heap
+void storage();       ///< files, registry, the system's folders; works in the current folder
+void values();        ///< clock, digests, text, URLs, proxies
 
 }  // namespace check

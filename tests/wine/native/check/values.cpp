@@ -133,6 +133,25 @@ void urls() {
   that(proxied.ok, "winhttp: a session with a proxy opens");
 }
 
+// In a Windows that knows of no proxy and reaches nobody who tells of one.
+void proxies() {
+  platform::WinHttp& winHttp = platform::current().winHttp;
+  const auto user = winHttp.WinHttpGetIEProxyConfigForCurrentUser();
+  that(user.ok && user.value.autoConfigUrl.empty() && user.value.proxy.empty() && user.value.proxyBypass.empty(),
+       "winhttp: the user has no proxy");
+  const auto machine = winHttp.WinHttpGetDefaultProxyConfiguration();
+  that(machine.ok && machine.value.accessType == platform::kAccessTypeNoProxy && machine.value.proxy.empty() &&
+           machine.value.bypass.empty(),
+       "winhttp: neither has the machine");
+  const auto detected = winHttp.WinHttpDetectAutoProxyConfigUrl(platform::kAutoDetectDhcpAndDnsA);
+  that(!detected.ok && detected.value.empty(), "winhttp: no PAC file is found");
+  equal(detected.error, platform::kErrorWinHttpAutodetectionFailed, "winhttp: and that is why");
+  const auto session = winHttp.WinHttpOpen(L"VXAgent", platform::kAccessTypeNoProxy, L"", L"", 0);
+  const platform::AutoProxyOptions options{platform::kAutoProxyConfigUrl, 0, L"http://127.0.0.1:1/proxy.pac", true};
+  const auto given = winHttp.WinHttpGetProxyForUrl(session.value.get(), L"https://example.org/", options);
+  equal(given.error, platform::kErrorWinHttpUnableToDownloadScript, "winhttp: a PAC file that cannot be fetched");
+}
+
 }  // namespace
 
 void values() {
@@ -140,6 +159,7 @@ void values() {
   digests();
   text();
   urls();
+  proxies();
 }
 
 }  // namespace check

@@ -1,0 +1,123 @@
+#include "platform/certificates.h"
+
+#include <algorithm>
+#include <array>
+
+#include "platform/platform.h"
+#include "tests/wine/native/check/tap.h"
+
+namespace check {
+namespace {
+
+// A root, a leaf of it (CN and DNS name check.example, server authentication, one CRL distribution point with two URLs
+// and a name of another kind between them) and a CRL of it that lists the leaf. All end when 2120 begins.
+constexpr std::string_view kRoot =
+    "MIIBfDCCASOgAwIBAgIBKjAKBggqhkjOPQQDAjAlMQ4wDAYDVQQKDAVtZERDVDETMBEGA1UEAwwKY2hlY2sgcm9vdDAgFw0yMDAxMDEwMDAwMDBaG"
+    "A8yMTIwMDEwMTAwMDAwMFowJTEOMAwGA1UECgwFbWREQ1QxEzARBgNVBAMMCmNoZWNrIHJvb3QwWTATBgcqhkjOPQIBBggqhkjOPQMBBwNCAAQ6fz"
+    "WIfd63ue2yQP/vD4AMSAOUWR4jdCHjbaofyWHLPXg0un3ThEkWk8k+W3SVya4IrSbhg8Se7xt4JADMSUJPo0IwQDAPBgNVHRMBAf8EBTADAQH/MA4"
+    "GA1UdDwEB/wQEAwIBBjAdBgNVHQ4EFgQUgJkvPNa0F73NOPfimPuKSVZVlzUwCgYIKoZIzj0EAwIDRwAwRAIgUrYHV2g/FoQvnjArwbcYPLzP8Gp6"
+    "EDDZfYwJVPD13dACID5eB2tZZekbdaACXW5zM+AdtHqaNY89TXb8xAdkjpAN";
+constexpr std::string_view kLeaf =
+    "MIICBjCCAaygAwIBAgIBKzAKBggqhkjOPQQDAjAlMQ4wDAYDVQQKDAVtZERDVDETMBEGA1UEAwwKY2hlY2sgcm9vdDAgFw0yMDAxMDEwMDAwMDBaG"
+    "A8yMTIwMDEwMTAwMDAwMFowKDEOMAwGA1UECgwFbWREQ1QxFjAUBgNVBAMMDWNoZWNrLmV4YW1wbGUwWTATBgcqhkjOPQIBBggqhkjOPQMBBwNCAA"
+    "RZppsRsEU3cFZzZDeYLlTjDHg9EtGPEpK++pYZbMQ8FAULLS9D7rkV5Ai4rOkSVdp+N/CWUgLI0wHaADXR6x8Ho4HHMIHEMBMGA1UdJQQMMAoGCCs"
+    "GAQUFBwMBMBgGA1UdEQQRMA+CDWNoZWNrLmV4YW1wbGUwUwYDVR0fBEwwSjBIoEagRIYYaHR0cDovL2NybC5leGFtcGxlL2EuY3JspA4wDDEKMAgG"
+    "A1UEAwwBYYYYaHR0cDovL2NybC5leGFtcGxlL2IuY3JsMB0GA1UdDgQWBBRsFbkHqWbQJRSuZr1xLQeS2vkIsDAfBgNVHSMEGDAWgBSAmS881rQXv"
+    "c049+KY+4pJVlWXNTAKBggqhkjOPQQDAgNIADBFAiAggWrDFSTfYUqCeJSC1BoK3G+BUZwOLF9DeSk8cK4PuQIhAOupp0OU8W3CkH3683xUfeneh6"
+    "QRwrXaPg9x0O+WNF5z";
+constexpr std::string_view kCrl =
+    "MIHTMHwCAQEwCgYIKoZIzj0EAwIwJTEOMAwGA1UECgwFbWREQ1QxEzARBgNVBAMMCmNoZWNrIHJvb3QXDTIwMDEwMTAwMDAwMFoYDzIxMjAwMTAxM"
+    "DAwMDAwWjAUMBICASsXDTI2MTEyMTA3MDgxNFqgDjAMMAoGA1UdFAQDAgEBMAoGCCqGSM49BAMCA0cAMEQCIEmUMayCVu8GwECdVYSJmz1T6ClSM2"
+    "S+tSq5tBGyadgyAiAouf7HSfiJTjMRxKWkwennkfwqyDpQY08B1lywFKkTKg==";
+
+platform::Certificates& api() { return platform::current().certificates; }
+
+std::vector<std::byte> decode(std::string_view text) {
+  const auto size = api().CryptStringToBinaryA(text, platform::kCryptStringBase64Any, {});
+  std::vector<std::byte> der(size.value);
+  der.resize(api().CryptStringToBinaryA(text, platform::kCryptStringBase64Any, der).value);
+  return der;
+}
+
+platform::CertificateHandle certificateFrom(std::string_view text) {
+  return std::move(api().CertCreateCertificateContext(platform::kEncodingX509Pkcs7, decode(text)).value);
+}
+
+void encodings() {
+  const auto der = decode("-----BEGIN CERTIFICATE-----\r\n" + std::string(kLeaf) + "\r\n-----END CERTIFICATE-----\r\n");
+  that(der.size() == 522 && der.at(3) == std::byte{0x06} && der.back() == std::byte{0x73} && der == decode(kLeaf),
+       "certificates: PEM and bare base64 decode to the same bytes");
+  const auto bad = api().CryptStringToBinaryA("no base64!", platform::kCryptStringBase64Any, {});
+  equal(bad.error, platform::kErrorInvalidData, "certificates: other text does not");
+  const auto half = api().CertCreateCertificateContext(platform::kEncodingX509Pkcs7, std::span(der).first(261));
+  that(!half.ok && !half.value, "certificates: half of one is refused");
+  that(api().CertDuplicateCertificateContext(nullptr).error == platform::kErrorInvalidParameter &&
+           !api().CertFindCertificateInCRL(nullptr, nullptr).ok && !api().certificate(nullptr).hasInfo &&
+           api().chain(nullptr).simpleChains == 0 && !api().crl(nullptr).hasInfo,
+       "certificates: null contexts are refused, and seen as empty");
+}
+
+void fields(platform::NativeHandle root, platform::NativeHandle leaf) {
+  const auto view = api().certificate(leaf);
+  that(std::ranges::equal(view.encoded, decode(kLeaf)) && view.hasInfo && view.extensions == 5,
+       "certificates: the fields of a context");
+  const auto value = api().CertFindExtension("2.5.29.31", leaf);
+  const auto decoded = api().CryptDecodeObjectEx(platform::kEncodingX509Pkcs7, value.value);
+  const auto points = decoded.value.value_or(std::vector<platform::DistributionPoint>());
+  const bool one = points.size() == 1 && points[0].hasFullName && points[0].names.size() == 3;
+  that(one && points[0].names[0].url == L"http://crl.example/a.crl" && points[0].names[1].type == 5 &&
+           points[0].names[1].url.empty() && points[0].names[2].type == platform::kAltNameUrl &&
+           points[0].names[2].url == L"http://crl.example/b.crl",
+       "certificates: the names of a CRL distribution point, in order");
+  that(!api().CertFindExtension("2.5.29.31", root).ok && value.ok &&
+           !api().CryptDecodeObjectEx(platform::kEncodingX509Pkcs7, value.value.first(8)).ok,
+       "certificates: a missing extension and half of one");
+  std::array<wchar_t, 64> name{};
+  const std::uint32_t length = api().CertGetNameStringW(leaf, platform::kNameRdn, name);
+  that(std::wstring(name.data()) == L"O=mdDCT, CN=check.example" && length == 26,
+       "certificates: the subject as X.500 writes it, and its length with the terminator");
+}
+
+void chains(platform::NativeHandle root, platform::NativeHandle leaf) {
+  const platform::StoreHandle store = std::move(api().CertOpenStore().value);
+  api().CertAddCertificateContextToStore(store.get(), root, platform::kStoreAddReplaceExisting);
+  const std::string server = "1.3.6.1.5.5.7.3.1", client = "1.3.6.1.5.5.7.3.2";
+  const auto chain =
+      api().CertGetCertificateChain(leaf, store.get(), {client, server}, platform::kChainCacheOnlyUrlRetrieval);
+  const auto view = api().chain(chain.value.get());
+  that(view.simpleChains == 1 && view.certificates.size() == 2 &&
+           std::ranges::equal(api().certificate(view.certificates.back()).encoded, decode(kRoot)),
+       "certificates: a chain over a store in memory, leaf first");
+  equal(view.errorStatus, 0x20, "certificates: its root is not trusted");
+  const auto wrong = api().CertGetCertificateChain(leaf, store.get(), {client}, platform::kChainCacheOnlyUrlRetrieval);
+  equal(api().chain(wrong.value.get()).errorStatus, 0x30, "certificates: nor is it for another usage alone");
+
+  const auto ask = [&](std::uint32_t allowed, std::uint32_t checks, const wchar_t* name) {
+    const platform::SslPolicy policy{allowed, platform::kAuthTypeServer, checks, name};
+    const auto answer = api().CertVerifyCertificateChainPolicy(platform::kChainPolicySsl, chain.value.get(), policy);
+    return answer.ok ? answer.value : 0xFFFFFFFF;
+  };
+  constexpr std::uint32_t any = platform::kChainPolicyAllowUnknownCa;
+  equal(ask(0, 0, L""), platform::kCertEUntrustedRoot, "certificates: SSL policy, root not trusted");
+  equal(ask(any, 0, L""), 0, "certificates: SSL policy, no name");
+  equal(ask(any, 0, L"CHECK.example"), 0, "certificates: SSL policy, the right name");
+  equal(ask(any, 0, L"other.example"), platform::kCertECnNoMatch, "certificates: SSL policy, a wrong name");
+  equal(ask(any, 0x1000, L"other.example"), 0, "certificates: SSL policy, a wrong name forgiven");
+}
+
+}  // namespace
+
+void certificates() {
+  encodings();
+  const auto root = certificateFrom(kRoot);
+  const auto leaf = certificateFrom(kLeaf);
+  fields(root.get(), leaf.get());
+  chains(root.get(), leaf.get());
+  const auto crl = api().CertCreateCRLContext(platform::kEncodingX509Pkcs7, decode(kCrl));
+  equal(api().crl(crl.value.get()).nextUpdate, 163779840000000000, "certificates: the next update of a CRL");
+  that(api().CertFindCertificateInCRL(leaf.get(), crl.value.get()).value, "certificates: a CRL lists the leaf");
+  const auto unlisted = api().CertFindCertificateInCRL(root.get(), crl.value.get());
+  that(unlisted.ok && !unlisted.value, "certificates: but not the root");
+}
+
+}  // namespace check
