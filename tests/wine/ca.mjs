@@ -33,12 +33,15 @@ async function makeAuthority(folder, name) {
   await must('openssl', ['x509', '-in', `${name}.pem`, '-outform', 'DER', '-out', `${name}.der`], { cwd: folder });
 }
 
-async function makeLeaf(folder, name) {
-  const [authority, host, from, to] = kLeaves[name];
-  writeFileSync(join(folder, `${name}.cnf`), `[ca]
+/**
+ * What `openssl ca` reads.
+ * @param {string} database the file of what was signed; authority: base name of the signer's .pem and .key files.
+ * @param {string} extensions the sections that hold the extensions.
+ */
+export const signingConfig = (database, authority, extensions) => `[ca]
 default_ca = all
 [all]
-database = ${name}.db
+database = ${database}
 new_certs_dir = .
 certificate = ${authority}.pem
 private_key = ${authority}.key
@@ -48,14 +51,18 @@ policy = any
 unique_subject = no
 [any]
 commonName = supplied
-[leaf]
+${extensions}`;
+
+async function makeLeaf(folder, name) {
+  const [authority, host, from, to] = kLeaves[name];
+  writeFileSync(join(folder, `${name}.cnf`), signingConfig(`${name}.db`, authority, `[leaf]
 basicConstraints = critical,CA:FALSE
 keyUsage = critical,digitalSignature,keyEncipherment
 extendedKeyUsage = serverAuth
 subjectAltName = DNS:${host}
 subjectKeyIdentifier = hash
 authorityKeyIdentifier = keyid
-`);
+`));
   writeFileSync(join(folder, `${name}.db`), '');
   const request = ['-subj', `/CN=${host}`, '-keyout', `${name}.key`, '-out', `${name}.csr`];
   await must('openssl', ['req', ...newKey, ...request], { cwd: folder });

@@ -49,6 +49,8 @@ export class Prefix {
   constructor(folder) {
     this.folder = folder;
     this.env = wineEnvironment(folder);
+    /** A command that runs the command behind it; programs are started through it. */
+    this.through = [];
     open.add(this);
   }
 
@@ -61,17 +63,20 @@ export class Prefix {
 
   /** Runs a Windows program to its end; see run(). */
   wine(args, { env = {}, ...options } = {}) {
-    return run('wine', args, { ...options, env: { ...this.env, ...env } });
+    const [command, ...rest] = [...this.through, 'wine', ...args];
+    return run(command, rest, { ...options, env: { ...this.env, ...env } });
   }
 
   /**
    * Imports registry values, as UTF-16 with a mark: the only form in which every character survives.
-   * @param {object} keys key path -> {value name -> string, or null to remove the value}.
+   * @param {object} keys key path -> {value name -> string, bytes, or null to remove the value}.
    */
   async importRegistry(keys) {
     const quote = (text) => `"${text.replaceAll('\\', '\\\\').replaceAll('"', '\\"')}"`;
+    const data = (value) => (typeof value === 'string' ? quote(value) :
+      value ? `hex:${[...value].map((byte) => byte.toString(16).padStart(2, '0'))}` : '-');
     const lines = Object.entries(keys).flatMap(([key, values]) => [`[${key}]`, ...Object.entries(values).map(
-      ([name, value]) => `${quote(name)}=${value === null ? '-' : quote(value)}`)]);
+      ([name, value]) => `${quote(name)}=${data(value)}`)]);
     const file = join(this.folder, `import-${Date.now()}.reg`);
     writeFileSync(file, `\ufeffWindows Registry Editor Version 5.00\r\n${lines.join('\r\n')}\r\n`, 'utf16le');
     await must('wine', ['reg', 'import', onDriveZ(file)], { env: this.env });

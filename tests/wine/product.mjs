@@ -9,7 +9,7 @@ import { binaries } from './paths.mjs';
 export const kProgramFolder = 'C:\\mddct';
 export const kInstallPath = 'C:\\Program Files\\Calvera\\Meridon\\Agent';
 export const kLogFolder = 'C:\\ProgramData\\Calvera\\Meridon\\logs';
-const kSettingsKey = 'HKEY_LOCAL_MACHINE\\Software\\Calvera\\Meridon';
+export const kSettingsKey = 'HKEY_LOCAL_MACHINE\\Software\\Calvera\\Meridon';
 const kStandinFolder = 'C:\\standin';  // its records: no part of what a run may leave
 
 /** What the exit codes mean. */
@@ -135,20 +135,21 @@ export class Product {
   /**
    * One run, to its end.
    * @param {object} options args: the program's arguments; asSystem: false starts it without the launcher; patch: one
-   *   more function for the launcher; standin: what the stand-in is told; timeoutMs: of the whole run.
+   *   more function for the launcher; standin: what the stand-in is told; timeoutMs: of the whole run; program: another
+   *   one of its folder that logs as it does.
    * @returns {Promise<object>} code (-1 after a time-out), ms, output; log and debug: records of the two files; errors:
    *   the messages at ERROR and above; record: what the stand-in was asked; bundles: what it wrote, as {name, size,
    *   sha256}; leftBehind: files that were not there before, logs apart; running: processes of the run that still live.
    */
-  async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 60000 } = {}) {
+  async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 60000, program = 'mdDCT.exe' } = {}) {
     this.runs++;
     const told = { record: `${kStandinFolder}\\record-${this.runs}.txt`, ...standin };
     const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: Object.entries(told).map((entry) => entry.join('=')).join(';') };
     const files = new Set(this.#ownFiles());
     const sizes = new Map(this.#logFiles('(log|debug)').map((file) => [file, statSync(file).size]));
     const endWatch = watchBundles(this.bundleFolder, join(this.prefix.folder, `witness-${this.runs}`));
-    const programs = [...(asSystem ? ['mddct_run_as_system.exe'] : []), 'mdDCT.exe'];
-    const line = [...programs.map((program) => `${kProgramFolder}\\${program}`), ...args];
+    const programs = [...(asSystem ? ['mddct_run_as_system.exe'] : []), program];
+    const line = [...programs.map((name) => `${kProgramFolder}\\${name}`), ...args];
     const result = await this.prefix.wine(line, { timeoutMs, env });
     const bundles = await endWatch();
     const newLines = (base) => parseLog(Buffer.concat(this.#logFiles(base).map(
