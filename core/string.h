@@ -67,6 +67,13 @@ class corestring {
     return out;
   }
 
+  /// A string with the secret mark, which it has before it moves: nothing of the text stays behind.
+  static corestring secret(View text) {
+    corestring out(text);
+    out.markSecret();
+    return out;
+  }
+
   const Text& str() const noexcept { return text_; }
   operator View() const noexcept { return text_; }
   const C* c_str() const noexcept { return text_.c_str(); }

@@ -109,8 +109,7 @@ void WinHttpRequest::setProxyBypass(const std::string& bypass) { setProxyBypass(
 
 void WinHttpRequest::setProxyCredentials(const std::wstring& user, const std::wstring& password) {
   proxyUser_ = user;
-  proxyPassword_ = CORE::wstr(password);
-  proxyPassword_.markSecret();
+  proxyPassword_ = CORE::wstr::secret(password);
 }
 
 void WinHttpRequest::setProxyCredentials(const std::string& user, const std::wstring& password) {

@@ -11,9 +11,7 @@
 std::shared_ptr<AzureBlobRequest> AzureBlobRequest::create() { return std::make_shared<AzureBlobRequest>(CreateKey()); }
 
 void AzureBlobRequest::setKey(std::string_view base64Key) {
-  CORE::mstr text(base64Key);
-  text.markSecret();
-  base64Decode(text, accountKey_);
+  base64Decode(CORE::mstr::secret(base64Key), accountKey_);
   accountKey_.markSecret();
 }
 

@@ -45,8 +45,7 @@ bool AzureBlobUploader::uploadFile(const std::string& filePath, const std::strin
   }
   filePath_ = filePath;
   url_ = url;
-  accountKey_ = CORE::mstr(accountKey);
-  accountKey_.markSecret();
+  accountKey_ = CORE::mstr::secret(accountKey);
   completion_ = std::move(onDone);
   fileSize_ = CORE::fileSize(CORE::to_wstr(filePath_, CORE::kUtf8));
   // kept: the division accepts up to 49,999 bytes more than 50,000 blocks hold.
