@@ -73,7 +73,7 @@ class Kernel {
   /// How long, in real time, a wait with a limit stays before the clock jumps to its end.
   std::chrono::milliseconds grace{20};
   /// How long, in real time, a wait without limit may last before the test is ended with a message.
-  std::chrono::milliseconds hangLimit{10000};
+  std::chrono::milliseconds hangLimit{60000};
 
   // --- calls
   /// A platform call: passes the fault point of its name, then does `work` (given the guard, if it takes one) with the
