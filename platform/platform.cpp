@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "platform/digests.h"
+#include "platform/files.h"
 #include "platform/handle.h"
 #include "platform/objects.h"
 #include "platform/processes.h"
@@ -34,6 +35,8 @@ void closeRegistryKey(NativeHandle key) { current().registry.RegCloseKey(key); }
 void closeInternetHandle(NativeHandle handle) { current().winHttp.WinHttpCloseHandle(handle); }
 void closeAlgorithmProvider(NativeHandle provider) { current().digests.BCryptCloseAlgorithmProvider(provider); }
 void closeHash(NativeHandle hash) { current().digests.BCryptDestroyHash(hash); }
+void FindHandleTraits::close(NativeHandle search) { current().files.FindClose(search); }
+void freeSecurityDescriptor(NativeHandle descriptor) { current().security.freeDescriptor(descriptor); }
 void closeSid(NativeHandle sid) { current().security.FreeSid(sid); }
 void closeArgumentVector(wchar_t** arguments) { current().processes.LocalFree(arguments); }
 

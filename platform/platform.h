@@ -3,6 +3,7 @@
 namespace platform {
 
 class Clock;
+class Crash;
 class Digests;
 class Files;
 class Heap;
@@ -18,6 +19,7 @@ class WinHttp;
 /// The services of Windows as the program sees them, one abstract class each, in a header of its own.
 struct Platform {
   Clock& clock;
+  Crash& crash;
   Digests& digests;
   Files& files;
   Heap& heap;
