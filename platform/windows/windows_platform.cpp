@@ -1,6 +1,7 @@
 #include "platform/windows/windows_platform.h"
 
 #include "platform/windows/windows_clock.h"
+#include "platform/windows/windows_crash.h"
 #include "platform/windows/windows_digests.h"
 #include "platform/windows/windows_files.h"
 #include "platform/windows/windows_heap.h"
@@ -17,9 +18,9 @@ namespace platform {
 
 const Platform& windowsPlatform() {
   static const Platform* const services = new Platform{
-      *new WindowsClock,    *new WindowsDigests, *new WindowsFiles,     *new WindowsHeap,
-      *new WindowsInternet, *new WindowsObjects, *new WindowsProcesses, *new WindowsRegistry,
-      *new WindowsSecurity, *new WindowsSystem,  *new WindowsText,      *new WindowsWinHttp,
+      *new WindowsClock,    *new WindowsCrash,   *new WindowsDigests,   *new WindowsFiles,    *new WindowsHeap,
+      *new WindowsInternet, *new WindowsObjects, *new WindowsProcesses, *new WindowsRegistry, *new WindowsSecurity,
+      *new WindowsSystem,   *new WindowsText,    *new WindowsWinHttp,
   };
   return *services;
 }

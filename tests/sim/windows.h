@@ -2,6 +2,7 @@
 
 #include "platform/platform.h"
 #include "tests/sim/clock.h"
+#include "tests/sim/crash.h"
 #include "tests/sim/digests.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/files.h"
@@ -34,6 +35,7 @@ class Windows {
   Faults faults;
   Kernel kernel{faults};
   Clock clock{kernel};
+  Crash crash{kernel};
   Digests digests{kernel};
   Files files{kernel};
   Heap heap{kernel};
@@ -54,8 +56,8 @@ class Windows {
   std::vector<std::string> misuse() const { return kernel.misuseTexts(); }
 
  private:
-  const platform::Platform platform_{clock,     digests,  files,    heap,   internet, objects,
-                                     processes, registry, security, system, text,     winHttp};
+  const platform::Platform platform_{clock,     crash,    digests,  files,  heap, internet, objects,
+                                     processes, registry, security, system, text, winHttp};
 };
 
 }  // namespace sim

@@ -48,5 +48,6 @@ int main() {
   check::values();
   check::kernel();
   check::storage();
+  check::crash();
   return check::finish();
 }

@@ -19,6 +19,7 @@ int finish();
 /// The program as a child of its own, which kernel() starts: the exit code.
 int runAsChild(const std::wstring& deed);
 
+void crash();    ///< dumps, stacks and failures that are thrown on; works in the current folder
 void kernel();   ///< objects, processes, security, heap
 void storage();  ///< files, registry, the system's folders; works in the current folder
 void values();   ///< clock, digests, text, URLs
