@@ -16,7 +16,13 @@ add_library(mddct_windows STATIC ${windows_sources})
 mddct_options(mddct_windows)
 target_compile_definitions(mddct_windows PRIVATE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00)
 target_link_libraries(mddct_windows PUBLIC mddct_platform
-  advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 winhttp wininet)
+  advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 version winhttp wininet)
+
+# A failure of the code is thrown on from the very instruction: catch blocks have to know all that may fail, not the
+# calls alone, or the run-time library ends the program.
+foreach(target mddct_platform mddct_core mddct_digest mddct_http mddct_upload mddct_dct mddct_main mddct_windows)
+  target_compile_options(${target} PRIVATE -fnon-call-exceptions)
+endforeach()
 
 add_executable(mdDCT WIN32 main/entry.cpp packaging/mdDCT.rc)
 mddct_windows_program(mdDCT)
@@ -64,4 +70,5 @@ set_target_properties(mddct_powershell PROPERTIES
 file(GLOB check_sources CONFIGURE_DEPENDS ${native}/check/*.cpp)
 mddct_native_program(mddct_platform_check ${native}/platform_check.cpp ${check_sources} packaging/mdDCT.rc)
 target_include_directories(mddct_platform_check PRIVATE packaging)
+target_compile_options(mddct_platform_check PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fnon-call-exceptions>)
 target_link_libraries(mddct_platform_check PRIVATE mddct_windows)

@@ -1,46 +1,34 @@
 #include "core/log_file.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <span>
 
-#include "core/format.h"
+#include "core/log_folder.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/platform.h"
+#include "platform/processes.h"
 
 namespace CORE {
 namespace {
 
-std::wstring dateTimeText() {
-  platform::Clock& clock = platform::current().clock;
-  const platform::FileTime now = clock.GetSystemTimeAsFileTime();
-  const auto local = clock.FileTimeToLocalFileTime(now);
-  const platform::SystemTime t = clock.FileTimeToSystemTime(local ? local.value : now).value;
-  return format(L"%04d-%02d-%02d-%02d%02d%02d", t.year, t.month, t.day, t.hour, t.minute, t.second);
-}
-
-/// Makes each folder above the file in turn; those that are there already only fail.
-void createFoldersAbove(const std::wstring& path) {
-  for (std::size_t at = path.find_first_of(L"\\/", 1); at != std::wstring::npos;
-       at = path.find_first_of(L"\\/", at + 1)) {
-    platform::current().files.CreateDirectoryW(path.substr(0, at));
-  }
-}
+// The byte that stands for a turn lies where no log file reaches, so that readers do not meet it.
+constexpr std::uint64_t kTurnOffset = 0x4000000000000000;
+constexpr std::uint32_t kTurnPatience = 2000;  // milliseconds
 
 }  // namespace
 
-void LogFile::makeFolder() const { createFoldersAbove(folder_); }
-
-platform::Status LogFile::open() {
+platform::Status LogFile::open(const std::wstring& path) {
   platform::Files& files = platform::current().files;
-  path_ = format(L"%s%s-%s%s", folder_, base_, dateTimeText(), L".txt");
   const auto attempt = [&] {
-    return files.CreateFileW(path_, platform::kFileAppendData, platform::kFileShareAll, platform::kOpenAlways,
-                             platform::kFileAttributeNormal);
+    // Reading is asked for because a lock needs it.
+    return files.CreateFileW(path, platform::kFileAppendData | platform::kFileReadData, platform::kFileShareAll,
+                             platform::kOpenAlways, platform::kFileAttributeNormal);
   };
   auto file = attempt();
   if (!file && file.error == platform::kErrorPathNotFound) {
-    createFoldersAbove(path_);
+    makeProtectedFolder(path.substr(0, path.find_last_of(L"\\/")));
     file = attempt();
   }
   if (file) {
@@ -49,22 +37,46 @@ platform::Status LogFile::open() {
   return {file.ok, file.error};
 }
 
-LogFile::Outcome LogFile::write(std::string_view lines) {
-  if (!file_) {
-    const platform::Status status = open();
-    if (!status) {
-      return {status, false};
+std::uint64_t LogFile::size() const {
+  return isOpen() ? platform::current().files.GetFileSizeEx(file_.get()).value : 0;
+}
+
+std::uint32_t LogFile::takeTurn() {
+  const platform::Platform& platform = platform::current();
+  std::uint32_t waited = 0;
+  for (std::uint32_t begun = 0; isOpen(); platform.processes.Sleep(1)) {
+    const platform::Status locked = platform.files.LockFileEx(file_.get(), kTurnOffset);
+    hasTurn_ = locked.ok;
+    if (hasTurn_ || locked.error != platform::kErrorLockViolation) {
+      break;  // without locks, as on some network drives, there are no turns
+    }
+    const std::uint32_t now = platform.clock.GetTickCount();
+    begun = begun == 0 ? now : begun;
+    waited = now - begun;
+    if (waited >= kTurnPatience) {
+      break;
     }
   }
+  return waited;
+}
+
+void LogFile::endTurn() {
+  if (hasTurn_ && !platform::current().files.UnlockFileEx(file_.get(), kTurnOffset)) {
+    file_.reset();  // which ends it for certain
+  }
+  hasTurn_ = false;
+}
+
+platform::Status LogFile::write(std::string_view lines) {
   auto rest = std::as_bytes(std::span(lines));
   while (!rest.empty()) {
     const auto written = platform::current().files.WriteFile(file_.get(), rest);
     if (!written || written.value == 0) {
-      return {{false, written.error}, true};
+      return {false, written.error};
     }
     rest = rest.subspan(std::min<std::size_t>(written.value, rest.size()));
   }
-  return {{true, platform::kErrorSuccess}, true};
+  return {true, platform::kErrorSuccess};
 }
 
 }  // namespace CORE

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -8,38 +9,28 @@
 
 namespace CORE {
 
-/// One log file, made at its first write as folder + base + "-YYYY-MM-DD-HHMMSS.txt" (local time), and every folder
-/// above it that is missing. Others may read, write and remove it meanwhile; every write goes to its end. A file that
-/// cannot be opened is tried again at the next write. Guarded by its owner.
+/// One log file, open for appending. Others may read, write and remove it meanwhile, and several processes may write to
+/// it at once: writing() takes turns between them. Guarded by its owner.
 class LogFile {
  public:
-  /// What happened to a write.
-  struct Outcome {
-    platform::Status status;
-    bool opened = false;  ///< the file is open; when false, `status` is that of opening it
-  };
-
-  LogFile() = default;
-  /// \param folder  with its separator at the end.
-  LogFile(std::wstring folder, std::wstring base) : folder_(std::move(folder)), base_(std::move(base)) {}
-
-  /// Makes the folder, and every one above it that is missing. A failure shows at the first write.
-  void makeFolder() const;
-
-  /// Writes whole lines with one call, as long as the platform takes them so.
-  Outcome write(std::string_view lines);
+  /// Opens the file of that path, or makes it, with every folder above it that is missing.
+  platform::Status open(const std::wstring& path);
   void close() { file_.reset(); }
   bool isOpen() const { return static_cast<bool>(file_); }
-  /// The name of the latest attempt to open; empty before.
-  const std::wstring& path() const { return path_; }
+  /// Bytes in the file now; 0 when that cannot be told.
+  std::uint64_t size() const;
+
+  /// Waits for this process's turn, at most two seconds: a process that hangs with its turn holds up nobody for ever.
+  /// Gives the milliseconds waited.
+  std::uint32_t takeTurn();
+  void endTurn();
+
+  /// Writes whole lines with one call, as long as the platform takes them so.
+  platform::Status write(std::string_view lines);
 
  private:
-  platform::Status open();
-
-  std::wstring folder_;
-  std::wstring base_;
-  std::wstring path_;
   platform::KernelHandle file_;
+  bool hasTurn_ = false;
 };
 
 }  // namespace CORE

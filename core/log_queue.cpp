@@ -32,10 +32,12 @@ void LogQueue::pushNotice(LogRecord record) {
   arrived_.notify_one();
 }
 
-bool LogQueue::waitForRecords() {
+LogQueue::Wait LogQueue::waitForRecords(std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
-  arrived_.wait(lock, [this] { return closed_ || !records_.empty(); });
-  return !records_.empty();
+  if (!arrived_.wait_for(lock, patience, [this] { return closed_ || !records_.empty(); })) {
+    return Wait::kNothing;
+  }
+  return records_.empty() ? Wait::kClosed : Wait::kRecords;
 }
 
 std::vector<LogRecord> LogQueue::take(std::size_t most) {

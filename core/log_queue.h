@@ -29,8 +29,9 @@ class LogQueue {
   /// Queues a record of the logger's own beyond the threshold.
   void pushNotice(LogRecord record);
 
-  /// Waits until there are records or the queue is closed; false when it is closed and empty.
-  bool waitForRecords();
+  enum class Wait { kRecords, kNothing, kClosed };
+  /// Waits for records, that long at most; kClosed when the queue is closed and empty.
+  Wait waitForRecords(std::chrono::milliseconds patience);
   /// Takes the oldest records, none when none wait.
   std::vector<LogRecord> take(std::size_t most);
   /// Tells that this many more of the records taken are in their files (or lost for good).

@@ -6,15 +6,12 @@
 #include <string>
 #include <string_view>
 
-#include "core/log_file.h"
 #include "core/log_line.h"
 #include "core/log_queue.h"
 #include "core/log_settings.h"
+#include "core/log_writer.h"
 
 namespace CORE {
-
-/// Makes a record of the calling thread, now.
-LogRecord makeLogRecord(std::uint32_t level, std::wstring label, std::wstring message);
 
 /// What the logger has between its start and its stop: settings, queue and files. Any thread, unless said otherwise.
 class LogSession {
@@ -32,6 +29,9 @@ class LogSession {
   /// From now on submit() writes itself: there is no writer thread.
   void setCallerWrites() { callerWrites_ = true; }
 
+  /// Closes files to which nothing was written for "InactivityTimeoutSeconds"; the next record opens them again.
+  void closeIdleFiles() noexcept;
+
   /// Waits until the records queued before the call are in their files; false when there was no progress for 10
   /// seconds.
   bool flush();
@@ -41,29 +41,17 @@ class LogSession {
   void closeFiles();
 
  private:
-  struct Target {
-    LogFile file;
-    bool enabled = false;
-    bool failing = false;  ///< the present failure has been told
-  };
-
   bool writeBatch() noexcept;
-  void writeRecords(const std::vector<LogRecord>& records);
-  void writeTo(Target& target, Target& other, std::string_view lines);
-  std::string failureLine(const Target& target, const LogFile::Outcome& outcome);
 
   const std::size_t threshold_;
   const std::size_t batch_;
-  const bool readBias_;
   std::uint64_t admittedFrom_;
   std::wstring programName_;
   bool callerWrites_ = false;
   LogQueue queue_;
 
   std::mutex fileMutex_;  ///< guards everything below, and the order of batches
-  LineLayout layout_;
-  Target info_;
-  Target debug_;
+  LogWriter writer_;
   bool closed_ = false;
 };
 

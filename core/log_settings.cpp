@@ -1,5 +1,7 @@
 #include "core/log_settings.h"
 
+#include <algorithm>
+
 #include "core/configuration.h"
 #include "core/exception.h"
 #include "core/number_text.h"
@@ -49,7 +51,27 @@ LogSettings LogSettings::read() {
     value = readSetting(settingName(key), value);
   }
   out.folder_ = readSetting(settingName(L"LogFileDirectory"), L"");
+  out.consoleWanted_ = readSettingBool(std::wstring(kProductKey) + L"\\sysMessageToConsole", false);
+  out.userModePrograms_ = readSetting(settingName(L"userModeLogPrograms"), L"");
   return out;
+}
+
+std::uint32_t LogSettings::readNumber(std::wstring_view key) {
+  LogSettings out;
+  out.values_.find(key)->second = readSetting(settingName(key), out.text(key));
+  return out.number(key);
+}
+
+bool LogSettings::readFlag(std::wstring_view valueName) { return readSettingBool(settingName(valueName), false); }
+
+std::wstring LogSettings::keyPath() { return std::wstring(kProductKey.substr(kProductKey.find(L'\\') + 1)) + L"\\Log"; }
+
+bool LogSettings::isUserModeProgram(std::wstring_view program) const {
+  std::wstring list = userModePrograms_;
+  std::replace(list.begin(), list.end(), L',', L';');
+  const auto names = splitText(list, L';');
+  return std::any_of(names.begin(), names.end(),
+                     [program](const std::wstring& name) { return equalText(trimmed(name), program, true); });
 }
 
 const std::wstring& LogSettings::text(std::wstring_view key) const {

@@ -4,6 +4,7 @@
 
 #include "core/error_text.h"
 #include "core/log.h"
+#include "core/log_folder.h"
 #include "dct/agent_paths.h"
 #include "dct/ensure_folder.h"
 #include "platform/files.h"
@@ -16,12 +17,18 @@ constexpr std::uint32_t kErrorNoTempFolder = 130;
 constexpr std::uint32_t kCancelledExitCode = 200;
 constexpr std::uint32_t kNoExitCode = 0xFFFFFFFF;
 
+/// Makes the logging folder when it is missing, so that what is below it is nobody else's to read.
+bool hasLoggingFolder() {
+  const std::wstring folder = agentLoggingFolder();
+  return platform::current().files._waccess(folder, 0) == 0 || CORE::makeProtectedFolder(folder);
+}
+
 }  // namespace
 
 bool dct_Agent::validate(CORE::PropertyBag& /*request*/, CORE::PropertyBag& result) {
   const std::wstring folder = getTempFolder();
   CORE::log(CORE::kTrace, L"dct_Agent::validate(): Temp folder - %s", folder);
-  if (!ensureFolder(folder)) {
+  if (!hasLoggingFolder() || !ensureFolder(folder)) {
     result.setError(kErrorNoTempFolder, L"Cannot create the temporary directory.");
     return false;
   }

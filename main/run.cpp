@@ -238,8 +238,14 @@ bool Run::judgeUpload() {
 }  // namespace
 
 int runProgram() {
+  CORE::crashHandling::loadSettings();
   CORE::crashHandling::install();
   CORE::log(CORE::kInfo, L"wWinMain(): Starting DCT collection.");
-  Run run;
-  return run.perform();
+  const auto perform = [] {
+    Run run;
+    return run.perform();
+  };
+  const int exitCode = perform();
+  CORE::crashHandling::waitForReport();
+  return exitCode;
 }

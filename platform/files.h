@@ -11,13 +11,41 @@
 
 namespace platform {
 
-inline constexpr std::uint32_t kGenericRead = 0x80000000;             ///< GENERIC_READ
-inline constexpr std::uint32_t kFileAppendData = 0x4;                 ///< FILE_APPEND_DATA: every write goes to the end
-inline constexpr std::uint32_t kFileShareAll = 0x7;                   ///< FILE_SHARE_READ | _WRITE | _DELETE
-inline constexpr std::uint32_t kOpenExisting = 3;                     ///< OPEN_EXISTING
-inline constexpr std::uint32_t kOpenAlways = 4;                       ///< OPEN_ALWAYS
-inline constexpr std::uint32_t kFileAttributeNormal = 0x80;           ///< FILE_ATTRIBUTE_NORMAL
+inline constexpr std::uint32_t kGenericRead = 0x80000000;            ///< GENERIC_READ
+inline constexpr std::uint32_t kGenericWrite = 0x40000000;           ///< GENERIC_WRITE
+inline constexpr std::uint32_t kFileReadData = 0x1;                   ///< FILE_READ_DATA
+inline constexpr std::uint32_t kFileAppendData = 0x4;                ///< FILE_APPEND_DATA: every write goes to the end
+inline constexpr std::uint32_t kFileShareAll = 0x7;                  ///< FILE_SHARE_READ | _WRITE | _DELETE
+inline constexpr std::uint32_t kOpenExisting = 3;                    ///< OPEN_EXISTING
+inline constexpr std::uint32_t kOpenAlways = 4;                      ///< OPEN_ALWAYS
+inline constexpr std::uint32_t kFileAttributeNormal = 0x80;          ///< FILE_ATTRIBUTE_NORMAL
+inline constexpr std::uint32_t kDelete = 0x00010000;                 ///< DELETE
+inline constexpr std::uint32_t kFileFlagDeleteOnClose = 0x04000000;  ///< FILE_FLAG_DELETE_ON_CLOSE
+inline constexpr std::uint32_t kCreateNew = 1;                       ///< CREATE_NEW
+inline constexpr std::uint32_t kMoveFileReplaceExisting = 1;         ///< MOVEFILE_REPLACE_EXISTING
+inline constexpr ErrorCode kErrorNoMoreFiles = 18;
+inline constexpr ErrorCode kErrorSharingViolation = 32;
+inline constexpr ErrorCode kErrorLockViolation = 33;
+inline constexpr ErrorCode kErrorDiskFull = 112;
 inline constexpr std::uint32_t kFileFlagSequentialScan = 0x08000000;  ///< FILE_FLAG_SEQUENTIAL_SCAN
+
+/// One file or folder that a search found.
+struct FoundFile {
+  std::wstring name;  ///< without its folder
+  std::uint64_t size = 0;
+  bool isFolder = false;
+};
+
+/// Traits of a search: closed by FindClose.
+struct FindHandleTraits {
+  using Type = NativeHandle;
+  static Type invalid() { return invalidHandleValue(); }
+  static bool isValid(Type handle) { return handle != nullptr && handle != invalidHandleValue(); }
+  static void close(Type handle);
+};
+
+/// Owner of a search.
+using FindHandle = UniqueHandle<FindHandleTraits>;
 
 /// The file system. Every operation is one platform or library call of that name; any thread may call.
 class Files {
@@ -26,8 +54,8 @@ class Files {
 
   /// 0 when the path is accessible in that mode (0: it exists), otherwise -1.
   virtual int _waccess(const std::wstring& path, int mode) = 0;
-  /// Without security attributes.
-  virtual Status CreateDirectoryW(const std::wstring& path) = 0;
+  /// \param descriptor  a security descriptor for the new folder; null: without security attributes.
+  virtual Status CreateDirectoryW(const std::wstring& path, NativeHandle descriptor = nullptr) = 0;
 
   /// Opens a file without inheritance and security attributes. ok: the handle is not INVALID_HANDLE_VALUE.
   virtual Result<KernelHandle> CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t share,
@@ -36,7 +64,21 @@ class Files {
   virtual Result<std::uint32_t> ReadFile(NativeHandle file, std::span<std::byte> buffer) = 0;
   /// value: bytes written.
   virtual Result<std::uint32_t> WriteFile(NativeHandle file, std::span<const std::byte> data) = 0;
+  /// Locks one byte at that offset for this handle alone; never waits. Other handles may still read and write
+  /// elsewhere.
+  virtual Status LockFileEx(NativeHandle file, std::uint64_t offset) = 0;
+  virtual Status UnlockFileEx(NativeHandle file, std::uint64_t offset) = 0;
   virtual Result<std::uint64_t> GetFileSizeEx(NativeHandle file) = 0;
+
+  /// The first entry that matches; the last part of the pattern may hold "*" and "?". Fails with 2 when none does.
+  virtual Result<FindHandle> FindFirstFileW(const std::wstring& pattern, FoundFile& found) = 0;
+  /// Fails with kErrorNoMoreFiles at the end.
+  virtual Status FindNextFileW(NativeHandle search, FoundFile& found) = 0;
+  virtual Status FindClose(NativeHandle search) = 0;
+  virtual Status MoveFileExW(const std::wstring& from, const std::wstring& to, std::uint32_t flags) = 0;
+  virtual Status DeleteFileW(const std::wstring& path) = 0;
+  /// value: bytes that the caller may still write on the volume of that existing folder.
+  virtual Result<std::uint64_t> GetDiskFreeSpaceExW(const std::wstring& folder) = 0;
 
   /// std::filesystem::file_size of the wide path; all bits set and `error` set on failure.
   virtual std::uintmax_t file_size(const std::wstring& path, std::error_code& error) = 0;

@@ -5,6 +5,7 @@
 
 #include "platform/certificates.h"
 #include "platform/digests.h"
+#include "platform/files.h"
 #include "platform/handle.h"
 #include "platform/objects.h"
 #include "platform/processes.h"
@@ -39,6 +40,8 @@ void freeCertificate(NativeHandle certificate) { current().certificates.CertFree
 void freeChain(NativeHandle chain) { current().certificates.CertFreeCertificateChain(chain); }
 void freeCrl(NativeHandle crl) { current().certificates.CertFreeCRLContext(crl); }
 void closeStore(NativeHandle store) { current().certificates.CertCloseStore(store); }
+void FindHandleTraits::close(NativeHandle search) { current().files.FindClose(search); }
+void freeSecurityDescriptor(NativeHandle descriptor) { current().security.freeDescriptor(descriptor); }
 void closeSid(NativeHandle sid) { current().security.FreeSid(sid); }
 void closeArgumentVector(wchar_t** arguments) { current().processes.LocalFree(arguments); }
 

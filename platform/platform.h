@@ -4,6 +4,7 @@ namespace platform {
 
 class Certificates;
 class Clock;
+class Crash;
 class Digests;
 class Files;
 class Heap;
@@ -20,6 +21,7 @@ class WinHttp;
 struct Platform {
   Certificates& certificates;
   Clock& clock;
+  Crash& crash;
   Digests& digests;
   Files& files;
   Heap& heap;

@@ -50,6 +50,8 @@ class Processes {
   virtual NativeHandle GetCurrentProcess() = 0;
   virtual std::uint32_t GetCurrentProcessId() = 0;
   virtual std::uint32_t GetCurrentThreadId() = 0;
+  /// The session a process runs in.
+  virtual Result<std::uint32_t> ProcessIdToSessionId(std::uint32_t processId) = 0;
 
   /// Starts a child without application name and security attributes, in the parent's environment.
   /// \param currentDirectory  the child's working folder.

@@ -11,6 +11,7 @@
 namespace platform {
 
 inline constexpr std::uint32_t kKeyQueryValue = 0x0001;   ///< KEY_QUERY_VALUE
+inline constexpr std::uint32_t kKeySetValue = 0x0002;     ///< KEY_SET_VALUE
 inline constexpr std::uint32_t kKeyWow64_64Key = 0x0100;  ///< KEY_WOW64_64KEY: the 64-bit view
 inline constexpr std::uint32_t kRegSz = 1;                ///< REG_SZ
 inline constexpr std::uint32_t kRegExpandSz = 2;          ///< REG_EXPAND_SZ
@@ -50,6 +51,10 @@ class Registry {
   /// gives the size needed. String data is UTF-16LE as stored, with or without its terminator.
   virtual Result<RegistryValueInfo> RegQueryValueExW(NativeHandle key, const std::wstring& name,
                                                      std::span<std::byte> buffer) = 0;
+  /// Opens a key, or makes it with every key above it that is missing. Not volatile, without security attributes.
+  virtual Result<RegistryKey> RegCreateKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) = 0;
+  virtual Status RegSetValueExW(NativeHandle key, const std::wstring& name, std::uint32_t type,
+                                std::span<const std::byte> data) = 0;
   virtual void RegCloseKey(NativeHandle key) = 0;
 };
 

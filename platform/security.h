@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
 #include "platform/handle.h"
 #include "platform/result.h"
@@ -24,11 +25,16 @@ struct TokenUser {
 };
 
 void closeSid(NativeHandle sid);
+void freeSecurityDescriptor(NativeHandle descriptor);
 
 /// Owner of an identifier made by AllocateAndInitializeSid, freed with FreeSid.
 using Sid = UniqueHandle<NullHandleTraits<NativeHandle, closeSid>>;
 
-/// Tokens and security identifiers. Every operation is one platform call of that name; any thread may call.
+/// Owner of a security descriptor made from text, freed with LocalFree.
+using SecurityDescriptor = UniqueHandle<NullHandleTraits<NativeHandle, freeSecurityDescriptor>>;
+
+/// Tokens, security identifiers and descriptors. Every operation is one platform call of that name; any thread may
+/// call.
 class Security {
  public:
   virtual ~Security() = default;
@@ -43,6 +49,10 @@ class Security {
                                                std::span<const std::uint32_t> subAuthorities) = 0;
   virtual bool EqualSid(NativeHandle first, NativeHandle second) = 0;
   virtual void FreeSid(NativeHandle sid) = 0;
+  /// A descriptor from its text form (SDDL, revision 1).
+  virtual Result<SecurityDescriptor> ConvertStringSecurityDescriptorToSecurityDescriptorW(const std::wstring& text) = 0;
+  /// LocalFree of such a descriptor.
+  virtual void freeDescriptor(NativeHandle descriptor) = 0;
 };
 
 }  // namespace platform

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "platform/handle.h"
@@ -22,6 +24,19 @@ class System {
   virtual Result<std::wstring> GetModuleFileNameW() = 0;
   /// A loaded module by its file name, not owned; null when it is not loaded.
   virtual NativeHandle GetModuleHandleW(const std::wstring& name) = 0;
+
+  /// Bytes that GetFileVersionInfoW needs for the version resource of a file.
+  virtual Result<std::uint32_t> GetFileVersionInfoSizeW(const std::wstring& path) = 0;
+  virtual Status GetFileVersionInfoW(const std::wstring& path, std::span<std::byte> block) = 0;
+  /// A part of that block by its name ("\\VarFileInfo\\Translation"): its bytes, which stay the block's. A text keeps
+  /// its terminator.
+  virtual Result<std::span<const std::byte>> VerQueryValueW(std::span<const std::byte> block,
+                                                            const std::wstring& name) = 0;
+
+  /// Joins the parent's console.
+  virtual Status AttachConsole() = 0;
+  /// Writes text to a console (CONOUT$).
+  virtual Status WriteConsoleW(NativeHandle console, const std::wstring& text) = 0;
 };
 
 }  // namespace platform

@@ -11,7 +11,7 @@ log=$build/build.log
 objdump=x86_64-w64-mingw32-objdump
 
 # DLLs of Windows itself that the program may import, lower case.
-allowed=" advapi32.dll bcrypt.dll crypt32.dll kernel32.dll msvcrt.dll shell32.dll urlmon.dll user32.dll winhttp.dll wininet.dll "
+allowed=" advapi32.dll bcrypt.dll crypt32.dll kernel32.dll msvcrt.dll shell32.dll urlmon.dll user32.dll version.dll winhttp.dll wininet.dll "
 
 fail() {
   echo "build-windows.sh: $*" >&2

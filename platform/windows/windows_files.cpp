@@ -9,13 +9,16 @@
 
 namespace platform {
 
-static_assert(kGenericRead == GENERIC_READ);
-static_assert(kFileAppendData == FILE_APPEND_DATA);
+static_assert(kGenericRead == GENERIC_READ && kGenericWrite == GENERIC_WRITE && kDelete == DELETE);
+static_assert(kFileReadData == FILE_READ_DATA && kFileAppendData == FILE_APPEND_DATA);
 static_assert(kFileShareAll == (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
-static_assert(kOpenExisting == OPEN_EXISTING);
-static_assert(kOpenAlways == OPEN_ALWAYS);
+static_assert(kCreateNew == CREATE_NEW && kOpenExisting == OPEN_EXISTING && kOpenAlways == OPEN_ALWAYS);
 static_assert(kFileAttributeNormal == FILE_ATTRIBUTE_NORMAL);
 static_assert(kFileFlagSequentialScan == FILE_FLAG_SEQUENTIAL_SCAN);
+static_assert(kFileFlagDeleteOnClose == FILE_FLAG_DELETE_ON_CLOSE);
+static_assert(kMoveFileReplaceExisting == MOVEFILE_REPLACE_EXISTING);
+static_assert(kErrorNoMoreFiles == ERROR_NO_MORE_FILES && kErrorSharingViolation == ERROR_SHARING_VIOLATION);
+static_assert(kErrorLockViolation == ERROR_LOCK_VIOLATION && kErrorDiskFull == ERROR_DISK_FULL);
 static_assert(kErrorHandleEof == ERROR_HANDLE_EOF && kErrorBrokenPipe == ERROR_BROKEN_PIPE);
 
 namespace {
@@ -36,12 +39,29 @@ std::optional<std::wstring> decodeAnsi(const std::string& text, std::error_code&
   return wide;
 }
 
+std::uint64_t join(DWORD high, DWORD low) { return std::uint64_t{high} << 32 | low; }
+
+OVERLAPPED at(std::uint64_t offset) {
+  OVERLAPPED place{};
+  place.Offset = static_cast<DWORD>(offset);
+  place.OffsetHigh = static_cast<DWORD>(offset >> 32);
+  return place;
+}
+
+FoundFile foundOf(const WIN32_FIND_DATAW& data) {
+  return {data.cFileName, join(data.nFileSizeHigh, data.nFileSizeLow),
+          (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0};
+}
+
 }  // namespace
 
 int WindowsFiles::_waccess(const std::wstring& path, int mode) { return ::_waccess(path.c_str(), mode); }
 
-Status WindowsFiles::CreateDirectoryW(const std::wstring& path) {
-  return statusOf(::CreateDirectoryW(path.c_str(), nullptr));
+Status WindowsFiles::CreateDirectoryW(const std::wstring& path, NativeHandle descriptor) {
+  SECURITY_ATTRIBUTES attributes{};
+  attributes.nLength = sizeof(attributes);
+  attributes.lpSecurityDescriptor = descriptor;
+  return statusOf(::CreateDirectoryW(path.c_str(), descriptor != nullptr ? &attributes : nullptr));
 }
 
 Result<KernelHandle> WindowsFiles::CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t share,
@@ -63,10 +83,54 @@ Result<std::uint32_t> WindowsFiles::WriteFile(NativeHandle file, std::span<const
   return resultOf(done, std::uint32_t{written});
 }
 
+Status WindowsFiles::LockFileEx(NativeHandle file, std::uint64_t offset) {
+  OVERLAPPED place = at(offset);
+  return statusOf(::LockFileEx(file, LOCKFILE_EXCLUSIVE_LOCK | LOCKFILE_FAIL_IMMEDIATELY, 0, 1, 0, &place));
+}
+
+Status WindowsFiles::UnlockFileEx(NativeHandle file, std::uint64_t offset) {
+  OVERLAPPED place = at(offset);
+  return statusOf(::UnlockFileEx(file, 0, 1, 0, &place));
+}
+
 Result<std::uint64_t> WindowsFiles::GetFileSizeEx(NativeHandle file) {
   LARGE_INTEGER size{};
   const BOOL done = ::GetFileSizeEx(file, &size);
   return resultOf(done, static_cast<std::uint64_t>(size.QuadPart));
+}
+
+Result<FindHandle> WindowsFiles::FindFirstFileW(const std::wstring& pattern, FoundFile& found) {
+  WIN32_FIND_DATAW data{};
+  const HANDLE search = ::FindFirstFileW(pattern.c_str(), &data);
+  const ErrorCode error = ::GetLastError();
+  const bool ok = search != invalidHandleValue();
+  if (ok) {
+    found = foundOf(data);
+  }
+  return {ok, FindHandle(search), error};
+}
+
+Status WindowsFiles::FindNextFileW(NativeHandle search, FoundFile& found) {
+  WIN32_FIND_DATAW data{};
+  const Status status = statusOf(::FindNextFileW(search, &data));
+  if (status) {
+    found = foundOf(data);
+  }
+  return status;
+}
+
+Status WindowsFiles::FindClose(NativeHandle search) { return statusOf(::FindClose(search)); }
+
+Status WindowsFiles::MoveFileExW(const std::wstring& from, const std::wstring& to, std::uint32_t flags) {
+  return statusOf(::MoveFileExW(from.c_str(), to.c_str(), flags));
+}
+
+Status WindowsFiles::DeleteFileW(const std::wstring& path) { return statusOf(::DeleteFileW(path.c_str())); }
+
+Result<std::uint64_t> WindowsFiles::GetDiskFreeSpaceExW(const std::wstring& folder) {
+  ULARGE_INTEGER available{};
+  const BOOL told = ::GetDiskFreeSpaceExW(folder.c_str(), &available, nullptr, nullptr);
+  return resultOf(told, std::uint64_t{available.QuadPart});
 }
 
 std::uintmax_t WindowsFiles::file_size(const std::wstring& path, std::error_code& error) {

@@ -2,6 +2,7 @@
 
 #include "platform/windows/windows_certificates.h"
 #include "platform/windows/windows_clock.h"
+#include "platform/windows/windows_crash.h"
 #include "platform/windows/windows_digests.h"
 #include "platform/windows/windows_files.h"
 #include "platform/windows/windows_heap.h"
@@ -18,9 +19,9 @@ namespace platform {
 
 const Platform& windowsPlatform() {
   static const Platform* const services = new Platform{
-      *new WindowsCertificates, *new WindowsClock,   *new WindowsDigests,   *new WindowsFiles,    *new WindowsHeap,
-      *new WindowsInternet,     *new WindowsObjects, *new WindowsProcesses, *new WindowsRegistry, *new WindowsSecurity,
-      *new WindowsSystem,       *new WindowsText,    *new WindowsWinHttp,
+      *new WindowsCertificates, *new WindowsClock,    *new WindowsCrash,   *new WindowsDigests,   *new WindowsFiles,
+      *new WindowsHeap,         *new WindowsInternet, *new WindowsObjects, *new WindowsProcesses, *new WindowsRegistry,
+      *new WindowsSecurity,     *new WindowsSystem,   *new WindowsText,    *new WindowsWinHttp,
   };
   return *services;
 }

@@ -30,6 +30,12 @@ std::uint32_t WindowsProcesses::GetCurrentProcessId() { return ::GetCurrentProce
 
 std::uint32_t WindowsProcesses::GetCurrentThreadId() { return ::GetCurrentThreadId(); }
 
+Result<std::uint32_t> WindowsProcesses::ProcessIdToSessionId(std::uint32_t processId) {
+  DWORD session = 0;
+  const BOOL told = ::ProcessIdToSessionId(processId, &session);
+  return resultOf(told, std::uint32_t{session});
+}
+
 Result<ProcessInformation> WindowsProcesses::CreateProcessW(const std::wstring& commandLine, bool inheritHandles,
                                                             std::uint32_t creationFlags,
                                                             const std::wstring& currentDirectory,

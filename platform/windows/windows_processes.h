@@ -13,6 +13,7 @@ class WindowsProcesses final : public Processes {
   NativeHandle GetCurrentProcess() override;
   std::uint32_t GetCurrentProcessId() override;
   std::uint32_t GetCurrentThreadId() override;
+  Result<std::uint32_t> ProcessIdToSessionId(std::uint32_t processId) override;
   Result<ProcessInformation> CreateProcessW(const std::wstring& commandLine, bool inheritHandles,
                                             std::uint32_t creationFlags, const std::wstring& currentDirectory,
                                             const StandardHandles& standardHandles) override;

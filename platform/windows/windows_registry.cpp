@@ -4,7 +4,8 @@
 
 namespace platform {
 
-static_assert(kKeyQueryValue == KEY_QUERY_VALUE && kKeyWow64_64Key == KEY_WOW64_64KEY);
+static_assert(kKeyQueryValue == KEY_QUERY_VALUE && kKeySetValue == KEY_SET_VALUE);
+static_assert(kKeyWow64_64Key == KEY_WOW64_64KEY);
 static_assert(kRegSz == REG_SZ && kRegExpandSz == REG_EXPAND_SZ && kRegBinary == REG_BINARY);
 static_assert(kRegDword == REG_DWORD && kRegMultiSz == REG_MULTI_SZ && kRegQword == REG_QWORD);
 static_assert(kErrorMoreData == ERROR_MORE_DATA);
@@ -12,6 +13,8 @@ static_assert(kErrorMoreData == ERROR_MORE_DATA);
 namespace {
 
 HKEY asKey(NativeHandle key) { return static_cast<HKEY>(key); }
+
+HKEY asKey(RegistryRoot root) { return root == RegistryRoot::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE; }
 
 Result<RegistryKey> openKey(HKEY parent, const std::wstring& path, std::uint32_t access) {
   HKEY key = nullptr;
@@ -22,7 +25,7 @@ Result<RegistryKey> openKey(HKEY parent, const std::wstring& path, std::uint32_t
 }  // namespace
 
 Result<RegistryKey> WindowsRegistry::RegOpenKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) {
-  return openKey(root == RegistryRoot::kCurrentUser ? HKEY_CURRENT_USER : HKEY_LOCAL_MACHINE, path, access);
+  return openKey(asKey(root), path, access);
 }
 
 Result<RegistryKey> WindowsRegistry::RegOpenKeyExW(NativeHandle key, const std::wstring& path, std::uint32_t access) {
@@ -44,6 +47,24 @@ Result<RegistryValueInfo> WindowsRegistry::RegQueryValueExW(NativeHandle key, co
   const bool told = status == ERROR_SUCCESS || status == ERROR_MORE_DATA;
   return {status == ERROR_SUCCESS, told ? RegistryValueInfo{type, size} : RegistryValueInfo{},
           static_cast<ErrorCode>(status)};
+}
+
+Result<RegistryKey> WindowsRegistry::RegCreateKeyExW(RegistryRoot root, const std::wstring& path,
+                                                     std::uint32_t access) {
+  HKEY key = nullptr;
+  const LSTATUS status =
+      ::RegCreateKeyExW(asKey(root), path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, &key, nullptr);
+  return {status == ERROR_SUCCESS, RegistryKey(key), static_cast<ErrorCode>(status)};
+}
+
+Status WindowsRegistry::RegSetValueExW(NativeHandle key, const std::wstring& name, std::uint32_t type,
+                                       std::span<const std::byte> data) {
+  if (!fitsDword(data.size())) {
+    return {false, kErrorInvalidParameter};
+  }
+  const LSTATUS status = ::RegSetValueExW(asKey(key), name.c_str(), 0, type, reinterpret_cast<const BYTE*>(data.data()),
+                                          static_cast<DWORD>(data.size()));
+  return {status == ERROR_SUCCESS, static_cast<ErrorCode>(status)};
 }
 
 void WindowsRegistry::RegCloseKey(NativeHandle key) { ::RegCloseKey(asKey(key)); }

@@ -12,6 +12,9 @@ class WindowsRegistry final : public Registry {
   Result<RegistryKey> RegOpenCurrentUser(std::uint32_t access) override;
   Result<RegistryValueInfo> RegQueryValueExW(NativeHandle key, const std::wstring& name,
                                              std::span<std::byte> buffer) override;
+  Result<RegistryKey> RegCreateKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) override;
+  Status RegSetValueExW(NativeHandle key, const std::wstring& name, std::uint32_t type,
+                        std::span<const std::byte> data) override;
   void RegCloseKey(NativeHandle key) override;
 };
 

@@ -4,6 +4,9 @@
 
 #include "platform/windows/native.h"
 
+// After windows.h, which it needs.
+#include <sddl.h>
+
 namespace platform {
 
 static_assert(kTokenQuery == TOKEN_QUERY);
@@ -58,5 +61,16 @@ Result<Sid> WindowsSecurity::AllocateAndInitializeSid(const SidIdentifierAuthori
 bool WindowsSecurity::EqualSid(NativeHandle first, NativeHandle second) { return ::EqualSid(first, second) != FALSE; }
 
 void WindowsSecurity::FreeSid(NativeHandle sid) { ::FreeSid(sid); }
+
+Result<SecurityDescriptor> WindowsSecurity::ConvertStringSecurityDescriptorToSecurityDescriptorW(
+    const std::wstring& text) {
+  PSECURITY_DESCRIPTOR descriptor = nullptr;
+  const BOOL made =
+      ::ConvertStringSecurityDescriptorToSecurityDescriptorW(text.c_str(), SDDL_REVISION_1, &descriptor, nullptr);
+  const ErrorCode error = ::GetLastError();
+  return {made != FALSE, SecurityDescriptor(descriptor), error};
+}
+
+void WindowsSecurity::freeDescriptor(NativeHandle descriptor) { ::LocalFree(descriptor); }
 
 }  // namespace platform

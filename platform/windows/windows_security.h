@@ -14,6 +14,8 @@ class WindowsSecurity final : public Security {
                                        std::span<const std::uint32_t> subAuthorities) override;
   bool EqualSid(NativeHandle first, NativeHandle second) override;
   void FreeSid(NativeHandle sid) override;
+  Result<SecurityDescriptor> ConvertStringSecurityDescriptorToSecurityDescriptorW(const std::wstring& text) override;
+  void freeDescriptor(NativeHandle descriptor) override;
 };
 
 }  // namespace platform

@@ -2,6 +2,9 @@
 
 #include "platform/windows/native.h"
 
+// After windows.h, which it needs.
+#include <winver.h>
+
 namespace platform {
 
 static_assert(kLoadLibrarySearchSystem32 == LOAD_LIBRARY_SEARCH_SYSTEM32);
@@ -40,5 +43,32 @@ Result<std::wstring> WindowsSystem::GetModuleFileNameW() {
 }
 
 NativeHandle WindowsSystem::GetModuleHandleW(const std::wstring& name) { return ::GetModuleHandleW(name.c_str()); }
+
+Result<std::uint32_t> WindowsSystem::GetFileVersionInfoSizeW(const std::wstring& path) {
+  DWORD ignored = 0;
+  const DWORD size = ::GetFileVersionInfoSizeW(path.c_str(), &ignored);
+  const ErrorCode error = ::GetLastError();
+  return {size != 0, size, error};
+}
+
+Status WindowsSystem::GetFileVersionInfoW(const std::wstring& path, std::span<std::byte> block) {
+  return statusOf(::GetFileVersionInfoW(path.c_str(), 0, atMostDword(block.size()), block.data()));
+}
+
+Result<std::span<const std::byte>> WindowsSystem::VerQueryValueW(std::span<const std::byte> block,
+                                                                 const std::wstring& name) {
+  void* data = nullptr;
+  UINT length = 0;  // of a text in characters
+  const BOOL found = ::VerQueryValueW(block.data(), name.c_str(), &data, &length);
+  const std::size_t unit = name.starts_with(L"\\StringFileInfo\\") ? sizeof(wchar_t) : 1;
+  return resultOf(found, std::span(static_cast<const std::byte*>(data), length * unit));
+}
+
+Status WindowsSystem::AttachConsole() { return statusOf(::AttachConsole(ATTACH_PARENT_PROCESS)); }
+
+Status WindowsSystem::WriteConsoleW(NativeHandle console, const std::wstring& text) {
+  DWORD written = 0;
+  return statusOf(::WriteConsoleW(console, text.data(), atMostDword(text.size()), &written, nullptr));
+}
 
 }  // namespace platform

@@ -12,6 +12,12 @@ class WindowsSystem final : public System {
   Status SetCurrentDirectoryW(const std::wstring& path) override;
   Result<std::wstring> GetModuleFileNameW() override;
   NativeHandle GetModuleHandleW(const std::wstring& name) override;
+  Result<std::uint32_t> GetFileVersionInfoSizeW(const std::wstring& path) override;
+  Status GetFileVersionInfoW(const std::wstring& path, std::span<std::byte> block) override;
+  Result<std::span<const std::byte>> VerQueryValueW(std::span<const std::byte> block,
+                                                    const std::wstring& name) override;
+  Status AttachConsole() override;
+  Status WriteConsoleW(NativeHandle console, const std::wstring& text) override;
 };
 
 }  // namespace platform

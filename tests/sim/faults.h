@@ -4,6 +4,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -47,6 +48,12 @@ class Faults {
     return {calls_.begin(), calls_.end()};
   }
 
+  /// Whether the k-th call (from 1) can be failed at all.
+  bool canFail(std::size_t k) const {
+    const std::lock_guard lock(mutex_);
+    return !fixed_.contains(k);
+  }
+
   /// For the services: passes the point; the error when the call is to fail.
   std::optional<platform::ErrorCode> pass(const char* name) {
     const std::lock_guard lock(mutex_);
@@ -60,7 +67,12 @@ class Faults {
     return std::nullopt;
   }
   /// For the services: passes the point with a call that cannot be failed.
-  void note(const char* name) { static_cast<void>(pass(name)); }
+  void note(const char* name) {
+    const std::lock_guard lock(mutex_);
+    calls_.push_back(name);
+    ++counts_[name];
+    fixed_.insert(calls_.size());
+  }
 
  private:
   using Fault = std::pair<std::string, std::size_t>;  ///< a call's name and its number among those of the name
@@ -70,6 +82,7 @@ class Faults {
   mutable std::mutex mutex_;
   std::vector<const char*> calls_;
   std::map<std::string, std::size_t> counts_;
+  std::set<std::size_t> fixed_;  ///< calls that cannot be failed
   std::map<Fault, platform::ErrorCode> faults_;
 };
 

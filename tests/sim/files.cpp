@@ -3,59 +3,50 @@
 #include <algorithm>
 
 #include "core/convert.h"
-#include "tests/sim/text.h"
+#include "tests/sim/file_state.h"
+#include "tests/sim/security.h"
 
 namespace sim {
 namespace {
 
+constexpr platform::ErrorCode kErrorFileExists = 80;
 constexpr platform::ErrorCode kErrorDirectoryNotEmpty = 145;
+constexpr platform::ErrorCode kErrorNotLocked = 158;
 constexpr std::size_t kPeriod = 65521;  // a prime: no alignment of blocks repeats the bytes
 
-/// A path in the form in which it is compared.
-std::wstring keyOf(const std::wstring& path) {
-  std::wstring key;
-  for (const wchar_t character : lowerCase(path)) {
-    const wchar_t next = character == L'/' ? L'\\' : character;
-    if (next != L'\\' || key.size() < 2 || key.back() != L'\\') {
-      key += next;
-    }
-  }
-  while (key.size() > 1 && key.back() == L'\\') {
-    key.pop_back();
-  }
-  return key;
+/// What an opening needs others to share.
+std::uint32_t neededBy(std::uint32_t access, std::uint32_t flags) {
+  const bool reads = (access & (platform::kGenericRead | platform::kFileReadData)) != 0;
+  const bool writes = (access & (platform::kGenericWrite | platform::kFileAppendData)) != 0;
+  const bool deletes = (access & platform::kDelete) != 0 || (flags & platform::kFileFlagDeleteOnClose) != 0;
+  return (reads ? kReads : 0) | (writes ? kWrites : 0) | (deletes ? kDeletes : 0);
 }
 
-std::wstring parentOf(const std::wstring& path) {
-  const std::wstring key = keyOf(path);
-  const auto cut = key.rfind(L'\\');
-  return cut == std::wstring::npos ? L"" : key.substr(0, cut);
+bool matches(std::wstring_view pattern, std::wstring_view name) {
+  if (pattern.empty() || name.empty()) {
+    return name.empty() && pattern.find_first_not_of(L'*') == std::wstring_view::npos;
+  }
+  if (pattern[0] == L'*') {
+    return matches(pattern.substr(1), name) || matches(pattern, name.substr(1));
+  }
+  return (pattern[0] == L'?' || pattern[0] == name[0]) && matches(pattern.substr(1), name.substr(1));
 }
 
 std::error_code systemError(platform::ErrorCode error) { return {static_cast<int>(error), std::system_category()}; }
 
 }  // namespace
 
-struct Files::OpenFile : Stream {
-  const char* kind() const override { return "file"; }
-  Result<std::uint32_t> read(Guard&, std::span<std::byte> buffer) override {
-    if ((access & platform::kGenericRead) == 0) {
-      return Failure{platform::kErrorAccessDenied};
+struct Files::Search : Object {
+  const char* kind() const override { return "search"; }
+  Status next(platform::FoundFile& entry) {
+    if (at == found.size()) {
+      return Failure{platform::kErrorNoMoreFiles};
     }
-    const std::size_t count = content->copy(position, buffer);
-    position += count;
-    return {true, static_cast<std::uint32_t>(count), 0};
+    entry = found[at++];
+    return kDone;
   }
-  Result<std::uint32_t> write(Guard&, std::span<const std::byte> data) override {
-    if ((access & platform::kFileAppendData) == 0 || content->sparse) {
-      return Failure{platform::kErrorAccessDenied};
-    }
-    content->data.insert(content->data.end(), data.begin(), data.end());
-    return {true, static_cast<std::uint32_t>(data.size()), 0};
-  }
-  Content content;
-  std::uint32_t access = 0;
-  std::uint64_t position = 0;
+  std::vector<platform::FoundFile> found;
+  std::size_t at = 0;
 };
 
 Files::Files(Kernel& kernel) : kernel_(kernel) {
@@ -65,20 +56,39 @@ Files::Files(Kernel& kernel) : kernel_(kernel) {
 
 Files::Content Files::find(const std::wstring& path) const {
   const auto found = entries_.find(keyOf(path));
-  return found == entries_.end() ? nullptr : found->second;
+  return found == entries_.end() || (found->second != nullptr && found->second->deleted) ? nullptr : found->second;
+}
+
+Result<Files::Content> Files::findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share) const {
+  if (hasFolder(path)) {
+    return Failure{platform::kErrorAccessDenied};
+  }
+  if (!hasFolder(parentOf(path))) {
+    return Failure{platform::kErrorPathNotFound};
+  }
+  const auto content = find(path);
+  if (content == nullptr) {
+    return Failure{platform::kErrorFileNotFound};
+  }
+  const bool collides = std::ranges::any_of(
+      content->opens, [&](const OpenFile* open) { return (needs & ~open->share) != 0 || (open->needs & ~share) != 0; });
+  return {!collides, content, collides ? platform::kErrorSharingViolation : 0};
 }
 
 bool Files::hasFolder(const std::wstring& path) const {
   const std::wstring key = keyOf(path);
   const bool isRoot = key.empty() || (key.size() == 2 && key[1] == L':');
-  return isRoot || (entries_.contains(key) && find(key) == nullptr);
+  const auto found = entries_.find(key);
+  return isRoot || (found != entries_.end() && found->second == nullptr);
 }
 
 std::vector<std::wstring> Files::below(const std::wstring& folder) const {
   const std::wstring start = keyOf(folder) + L"\\";
   std::vector<std::wstring> paths;
   for (auto entry = entries_.lower_bound(start); entry != entries_.end() && entry->first.starts_with(start); ++entry) {
-    paths.push_back(entry->first);
+    if (entry->second == nullptr || !entry->second->deleted) {
+      paths.push_back(entry->first);
+    }
   }
   return paths;
 }
@@ -92,7 +102,9 @@ void Files::makeFolders(const std::wstring& path) {
 
 Files::Content Files::make(const std::wstring& path) {
   makeFolders(parentOf(path));
-  return entries_[keyOf(path)] = std::make_shared<FileContent>();
+  const auto content = std::make_shared<FileContent>();
+  content->name = nameOf(path);
+  return entries_[keyOf(path)] = content;
 }
 
 void Files::write(const std::wstring& path, std::string_view bytes) {
@@ -156,6 +168,12 @@ std::vector<std::wstring> Files::list(const std::wstring& folder) const {
   return below(folder);
 }
 
+std::wstring Files::descriptorOf(const std::wstring& folder) const {
+  const Guard guard(kernel_.mutex);
+  const auto found = descriptors_.find(keyOf(folder));
+  return found == descriptors_.end() ? L"" : found->second;
+}
+
 std::byte Files::sparseByte(std::uint64_t offset) {
   return static_cast<std::byte>((offset % kPeriod * 2654435761u >> 11) & 0xFF);
 }
@@ -182,7 +200,7 @@ std::size_t FileContent::copy(std::uint64_t offset, std::span<std::byte> buffer)
 
 int Files::_waccess(const std::wstring& path, int) { return !kernel_.faults.pass("_waccess") && exists(path) ? 0 : -1; }
 
-Status Files::CreateDirectoryW(const std::wstring& path) {
+Status Files::CreateDirectoryW(const std::wstring& path, NativeHandle descriptor) {
   return kernel_.call("CreateDirectoryW", [&]() -> Status {
     if (hasFolder(path) || find(path) != nullptr) {
       return Failure{platform::kErrorAlreadyExists};
@@ -190,28 +208,34 @@ Status Files::CreateDirectoryW(const std::wstring& path) {
     if (!hasFolder(parentOf(path))) {
       return Failure{platform::kErrorPathNotFound};
     }
+    const auto text = descriptor == nullptr ? nullptr : kernel_.get<DescriptorMemory>(descriptor, "CreateDirectoryW");
     entries_[keyOf(path)] = nullptr;
+    descriptors_[keyOf(path)] = text == nullptr ? L"" : text->text;
     return kDone;
   });
 }
 
-Result<KernelHandle> Files::CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t,
-                                        std::uint32_t disposition, std::uint32_t) {
+Result<KernelHandle> Files::CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t share,
+                                        std::uint32_t disposition, std::uint32_t flagsAndAttributes) {
   return kernel_.call("CreateFileW", [&]() -> Result<KernelHandle> {
-    if (hasFolder(path)) {
-      return Failure{platform::kErrorAccessDenied};
+    if (const auto device = kernel_.devices.find(path); device != kernel_.devices.end()) {
+      return kernel_.opened(device->second);
     }
-    const auto old = find(path);
-    if (!hasFolder(parentOf(path))) {
-      return Failure{platform::kErrorPathNotFound};
+    const std::uint32_t needs = neededBy(access, flagsAndAttributes);
+    const auto old = findFor(needs, path, share);
+    const bool missing = old.error == platform::kErrorFileNotFound;
+    if (!old && !(missing && disposition != platform::kOpenExisting)) {
+      return Failure{old.error};
     }
-    if (old == nullptr && disposition != platform::kOpenAlways) {
-      return Failure{platform::kErrorFileNotFound};
+    if (!missing && disposition == platform::kCreateNew) {
+      return Failure{kErrorFileExists};
     }
-    auto file = std::make_shared<OpenFile>();
-    file->content = old != nullptr ? old : make(path);
-    file->access = access;
-    const bool existed = old != nullptr && disposition == platform::kOpenAlways;
+    auto file = std::make_shared<OpenFile>(*this, missing ? make(path) : old.value);
+    file->needs = needs;
+    file->share = share;
+    file->appends = (access & platform::kFileAppendData) != 0;
+    file->deleteOnClose = (flagsAndAttributes & platform::kFileFlagDeleteOnClose) != 0;
+    const bool existed = !missing && disposition == platform::kOpenAlways;
     return kernel_.opened(file, existed ? platform::kErrorAlreadyExists : 0);
   });
 }
@@ -229,6 +253,94 @@ Result<std::uint32_t> Files::WriteFile(NativeHandle handle, std::span<const std:
 Result<std::uint64_t> Files::GetFileSizeEx(NativeHandle handle) {
   return kernel_.callOn<OpenFile>("GetFileSizeEx", handle, [](OpenFile& file) -> Result<std::uint64_t> {
     return {true, file.content->size(), 0};
+  });
+}
+
+Status Files::LockFileEx(NativeHandle handle, std::uint64_t offset) {
+  return kernel_.callOn<OpenFile>("LockFileEx", handle, [&](OpenFile& file) -> Status {
+    if ((file.needs & kReads) == 0 && (file.appends || (file.needs & kWrites) == 0)) {
+      return Failure{platform::kErrorAccessDenied};
+    }
+    return file.content->locks.try_emplace(offset, &file).second ? kDone : Failure{platform::kErrorLockViolation};
+  });
+}
+
+Status Files::UnlockFileEx(NativeHandle handle, std::uint64_t offset) {
+  return kernel_.callOn<OpenFile>("UnlockFileEx", handle, [&](OpenFile& file) -> Status {
+    const auto lock = file.content->locks.find(offset);
+    if (lock == file.content->locks.end() || lock->second != &file) {
+      return Failure{kErrorNotLocked};
+    }
+    file.content->locks.erase(lock);
+    return kDone;
+  });
+}
+
+Result<platform::FindHandle> Files::FindFirstFileW(const std::wstring& pattern, platform::FoundFile& found) {
+  return kernel_.call("FindFirstFileW", [&]() -> Result<platform::FindHandle> {
+    const std::wstring folder = parentOf(pattern);
+    const std::wstring wanted = lowerCase(nameOf(pattern));
+    if (!hasFolder(folder)) {
+      return Failure{platform::kErrorPathNotFound};
+    }
+    auto search = std::make_shared<Search>();
+    for (const wchar_t* const dots : {L".", L".."}) {
+      if (matches(wanted, dots)) {
+        search->found.push_back({dots, 0, true});
+      }
+    }
+    for (const std::wstring& entry : below(folder)) {
+      const auto content = find(entry);
+      if (parentOf(entry) == folder && matches(wanted, nameOf(entry))) {
+        search->found.push_back({content == nullptr ? nameOf(entry) : content->name,
+                                 content == nullptr ? 0 : content->size(), content == nullptr});
+      }
+    }
+    if (!search->next(found)) {
+      return Failure{platform::kErrorFileNotFound};
+    }
+    return kernel_.opened<platform::FindHandle>(search);
+  });
+}
+
+Status Files::FindNextFileW(NativeHandle search, platform::FoundFile& found) {
+  return kernel_.callOn<Search>("FindNextFileW", search, [&](Search& object) { return object.next(found); });
+}
+
+Status Files::FindClose(NativeHandle search) { return kernel_.close<Search>("FindClose", search); }
+
+Status Files::MoveFileExW(const std::wstring& from, const std::wstring& to, std::uint32_t flags) {
+  return kernel_.call("MoveFileExW", [&]() -> Status {
+    const auto source = findFor(kDeletes, from);
+    const auto target = findFor(kDeletes, to);
+    const bool isFree = target.error == platform::kErrorFileNotFound;
+    const bool replaces = (flags & platform::kMoveFileReplaceExisting) != 0;
+    if (!source || target.error == platform::kErrorPathNotFound) {
+      return Failure{source ? target.error : source.error};
+    }
+    if (!isFree && (!replaces || !target || !target.value->opens.empty())) {
+      return Failure{replaces ? platform::kErrorAccessDenied : platform::kErrorAlreadyExists};
+    }
+    entries_.erase(keyOf(from));
+    entries_[keyOf(to)] = source.value;
+    source.value->name = nameOf(to);
+    return kDone;
+  });
+}
+
+Status Files::DeleteFileW(const std::wstring& path) {
+  return kernel_.call("DeleteFileW", [&]() -> Status {
+    const auto content = findFor(kDeletes, path);
+    if (content) {
+      entries_.erase(keyOf(path));
+    }
+    return {content.ok, content.error};
+  });
+}
+
+Result<std::uint64_t> Files::GetDiskFreeSpaceExW(const std::wstring& folder) {
+  return kernel_.call("GetDiskFreeSpaceExW", [&]() -> Result<std::uint64_t> {
+    return hasFolder(folder) ? Result<std::uint64_t>{true, freeBytes, 0} : Failure{platform::kErrorPathNotFound};
   });
 }
 
@@ -253,6 +365,10 @@ bool Files::remove(const std::string& path, std::error_code& error) {
     }
     if (hasFolder(wide) && !below(wide).empty()) {
       return Failure{kErrorDirectoryNotEmpty};
+    }
+    const auto content = findFor(kDeletes, wide);
+    if (content.error == platform::kErrorSharingViolation) {
+      return Failure{content.error};
     }
     return {entries_.erase(keyOf(wide)) != 0, 0};
   });

@@ -111,6 +111,8 @@ class Kernel {
   }
 
   std::set<NativeHandle> inheritable;  ///< open handles that children inherit; lock held
+  /// What CreateFileW opens by a name that is no file's ("CONOUT$"); lock held.
+  std::map<std::wstring, std::shared_ptr<Object>> devices;
 
   // --- handles; lock held, but for the last three
   /// A handle value is never used twice, except where `at` gives it (memory).

@@ -85,6 +85,12 @@ std::uint32_t Processes::GetCurrentProcessId() {
   return processId;
 }
 
+Result<std::uint32_t> Processes::ProcessIdToSessionId(std::uint32_t id) {
+  return kernel_.call("ProcessIdToSessionId", [&]() -> Result<std::uint32_t> {
+    return id == processId ? Result<std::uint32_t>{true, sessionId, 0} : Failure{platform::kErrorInvalidParameter};
+  });
+}
+
 std::uint32_t Processes::GetCurrentThreadId() {
   kernel_.faults.note("GetCurrentThreadId");
   static std::atomic<std::uint32_t> next{4};

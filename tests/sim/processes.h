@@ -63,6 +63,7 @@ class Processes : public platform::Processes {
 
   std::wstring commandLine = L"mdDCT.exe";
   std::uint32_t processId = 4242;
+  std::uint32_t sessionId = 0;
   /// Runs each child's script inside CreateProcessW on the calling thread, with pipes that never fill: cheaper and in a
   /// fixed order, but such a script cannot hang.
   bool inlineChildren = false;
@@ -82,6 +83,7 @@ class Processes : public platform::Processes {
   NativeHandle GetCurrentProcess() override;
   std::uint32_t GetCurrentProcessId() override;
   std::uint32_t GetCurrentThreadId() override;
+  Result<std::uint32_t> ProcessIdToSessionId(std::uint32_t id) override;
   Result<platform::ProcessInformation> CreateProcessW(const std::wstring& childCommandLine, bool inheritHandles,
                                                       std::uint32_t creationFlags, const std::wstring& currentDirectory,
                                                       const platform::StandardHandles& standardHandles) override;

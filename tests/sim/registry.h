@@ -1,9 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <cstring>
 #include <map>
 #include <optional>
 
+#include "core/convert.h"
 #include "platform/registry.h"
 #include "tests/sim/kernel.h"
 #include "tests/sim/text.h"
@@ -68,12 +70,28 @@ class Registry : public platform::Registry {
     values_.clear();
   }
 
+  /// A text value, or a number in decimal; empty when there is no such value.
+  std::wstring textOf(const std::wstring& path) const {
+    const Guard guard(kernel_.mutex);
+    const auto found = values_.find(lowerCase(path));
+    if (found == values_.end() || !found->second) {
+      return L"";
+    }
+    const auto& [type, bytes] = *found->second;
+    std::uint32_t number = 0;
+    if (type == platform::kRegDword && bytes.size() == sizeof(number)) {
+      std::memcpy(&number, bytes.data(), sizeof(number));
+      return std::to_wstring(number);
+    }
+    const std::wstring text = CORE::fromUtf16Bytes(bytes);
+    return text.substr(0, text.find(L'\0'));
+  }
+
   std::vector<Opening> openings() const { return kernel_.copyOf(openings_); }
 
   Result<platform::RegistryKey> RegOpenKeyExW(platform::RegistryRoot root, const std::wstring& path,
                                               std::uint32_t access) override {
-    const wchar_t* const hive = root == platform::RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM";
-    return kernel_.call("RegOpenKeyExW", [&] { return open(hive, path, access); });
+    return kernel_.call("RegOpenKeyExW", [&] { return open(hiveOf(root), path, access); });
   }
   Result<platform::RegistryKey> RegOpenKeyExW(NativeHandle key, const std::wstring& path,
                                               std::uint32_t access) override {
@@ -98,18 +116,39 @@ class Registry : public platform::Registry {
       return {true, info, 0};
     });
   }
+  Result<platform::RegistryKey> RegCreateKeyExW(platform::RegistryRoot root, const std::wstring& path,
+                                                std::uint32_t access) override {
+    return kernel_.call("RegCreateKeyExW", [&] {
+      values_.try_emplace(lowerCase(hiveOf(root) + L"\\" + path + L"\\"));
+      return open(hiveOf(root), path, access);
+    });
+  }
+  Status RegSetValueExW(NativeHandle key, const std::wstring& name, std::uint32_t type,
+                        std::span<const std::byte> data) override {
+    return kernel_.callOn<Key>("RegSetValueExW", key, [&](Key& object) -> Status {
+      if ((object.access & platform::kKeySetValue) == 0) {
+        return Failure{platform::kErrorAccessDenied};
+      }
+      values_[lowerCase(object.path + L"\\" + name)] = Value{type, {data.begin(), data.end()}};
+      return kDone;
+    });
+  }
   void RegCloseKey(NativeHandle key) override { kernel_.close<Key>("RegCloseKey", key); }
 
  private:
   struct Key : Object {
-    explicit Key(std::wstring keyPath) : path(std::move(keyPath)) {}
+    Key(std::wstring keyPath, std::uint32_t rights) : path(std::move(keyPath)), access(rights) {}
     const char* kind() const override { return "registry key"; }
     const std::wstring path;
+    const std::uint32_t access;
   };
   struct Value {
     std::uint32_t type = 0;
     std::vector<std::byte> bytes;
   };
+  static std::wstring hiveOf(platform::RegistryRoot root) {
+    return root == platform::RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM";
+  }
   Result<platform::RegistryKey> open(const std::wstring& parent, const std::wstring& path, std::uint32_t access) {
     const std::wstring whole = path.empty() ? parent : parent + L"\\" + path;
     openings_.push_back({whole, access});
@@ -119,7 +158,7 @@ class Registry : public platform::Registry {
     if (!isHive && (next == values_.end() || !next->first.starts_with(below))) {
       return Failure{platform::kErrorFileNotFound};
     }
-    return kernel_.opened<platform::RegistryKey>(std::make_shared<Key>(whole));
+    return kernel_.opened<platform::RegistryKey>(std::make_shared<Key>(whole, access));
   }
 
   Kernel& kernel_;

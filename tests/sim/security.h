@@ -8,7 +8,14 @@
 
 namespace sim {
 
-/// Tokens and identifiers. Identifiers are made in the platform's own binary layout.
+/// What a security descriptor's handle leads to.
+struct DescriptorMemory : Object {
+  explicit DescriptorMemory(std::wstring definition) : text(std::move(definition)) {}
+  const char* kind() const override { return "security descriptor"; }
+  const std::wstring text;
+};
+
+/// Tokens, identifiers and descriptors. Identifiers are made in the platform's own binary layout.
 class Security : public platform::Security {
  public:
   explicit Security(Kernel& kernel) : kernel_(kernel) {}
@@ -66,6 +73,15 @@ class Security : public platform::Security {
     return one[1] == other[1] && std::memcmp(one, other, 8u + 4u * one[1]) == 0;
   }
   void FreeSid(NativeHandle sid) override { kernel_.close<SidMemory>("FreeSid", sid); }
+  Result<platform::SecurityDescriptor> ConvertStringSecurityDescriptorToSecurityDescriptorW(
+      const std::wstring& text) override {
+    return kernel_.call("ConvertStringSecurityDescriptorToSecurityDescriptorW", [&] {
+      return kernel_.opened<platform::SecurityDescriptor>(std::make_shared<DescriptorMemory>(text));
+    });
+  }
+  void freeDescriptor(NativeHandle descriptor) override {
+    kernel_.close<DescriptorMemory>("freeDescriptor", descriptor);
+  }
 
  private:
   struct Token : KernelObject {

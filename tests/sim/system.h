@@ -1,8 +1,11 @@
 #pragma once
 
+#include <algorithm>
+
 #include "platform/heap.h"
 #include "platform/system.h"
 #include "tests/sim/kernel.h"
+#include "tests/sim/registry.h"
 
 namespace sim {
 
@@ -12,6 +15,12 @@ class System : public platform::System {
   explicit System(Kernel& kernel) : kernel_(kernel) {}
 
   bool winHttpLoaded = true;  ///< whether GetModuleHandleW knows winhttp.dll
+  /// The program's version resource, in American English.
+  std::wstring fileVersion = L"1.2.3.4";
+  std::wstring fileDescription = L"Support bundle collector";
+  bool hasConsole = false;  ///< whether the parent has one to attach to
+  /// What was written to it.
+  std::wstring consoleText() const { return kernel_.copyOf(consoleText_); }
   std::wstring currentDirectory() const { return kernel_.copyOf(currentDirectory_); }
 
   Status SetDefaultDllDirectories(std::uint32_t) override {
@@ -31,14 +40,75 @@ class System : public platform::System {
     const bool known = !kernel_.faults.pass("GetModuleHandleW") && winHttpLoaded && name == L"winhttp.dll";
     return known ? this : nullptr;
   }
+  Result<std::uint32_t> GetFileVersionInfoSizeW(const std::wstring&) override {
+    return kernel_.call("GetFileVersionInfoSizeW", [&]() -> Result<std::uint32_t> {
+      return {true, static_cast<std::uint32_t>(versionBlock().size()), 0};
+    });
+  }
+  Status GetFileVersionInfoW(const std::wstring&, std::span<std::byte> block) override {
+    return kernel_.call("GetFileVersionInfoW", [&]() -> Status {
+      const auto bytes = versionBlock();
+      if (block.size() < bytes.size()) {
+        return Failure{platform::kErrorInsufficientBuffer};
+      }
+      std::ranges::copy(bytes, block.begin());
+      return kDone;
+    });
+  }
+  Result<std::span<const std::byte>> VerQueryValueW(std::span<const std::byte> block,
+                                                    const std::wstring& name) override {
+    return kernel_.call("VerQueryValueW", [&]() -> Result<std::span<const std::byte>> {
+      const std::size_t version = utf16Bytes(fileVersion, true).size();
+      if (name == L"\\VarFileInfo\\Translation") {
+        return {true, block.first(kTranslationSize), 0};
+      }
+      if (name == L"\\StringFileInfo\\040904b0\\FileVersion") {
+        return {true, block.subspan(kTranslationSize, version), 0};
+      }
+      if (name == L"\\StringFileInfo\\040904b0\\FileDescription") {
+        return {true, block.subspan(kTranslationSize + version), 0};
+      }
+      return Failure{kErrorResourceTypeNotFound};
+    });
+  }
+  Status AttachConsole() override {
+    return kernel_.call("AttachConsole", [&]() -> Status {
+      if (!hasConsole || kernel_.devices.contains(L"CONOUT$")) {  // the second: it has been joined before
+        return Failure{hasConsole ? platform::kErrorAccessDenied : platform::kErrorInvalidHandle};
+      }
+      kernel_.devices[L"CONOUT$"] = std::make_shared<Console>();
+      return kDone;
+    });
+  }
+  Status WriteConsoleW(NativeHandle console, const std::wstring& text) override {
+    return kernel_.callOn<Console>("WriteConsoleW", console, [&](Console&) {
+      consoleText_ += text;
+      return kDone;
+    });
+  }
 
  private:
+  static constexpr platform::ErrorCode kErrorResourceTypeNotFound = 1813;
+  static constexpr std::size_t kTranslationSize = 4;
+  struct Console : KernelObject {
+    const char* kind() const override { return "console"; }
+  };
+  /// The translation (0x0409, 0x04B0) and the two texts, in a layout of the simulation's own.
+  std::vector<std::byte> versionBlock() const {
+    std::vector<std::byte> block{std::byte{0x09}, std::byte{0x04}, std::byte{0xB0}, std::byte{0x04}};
+    for (const std::wstring& part : {fileVersion, fileDescription}) {
+      const auto bytes = utf16Bytes(part, true);
+      block.insert(block.end(), bytes.begin(), bytes.end());
+    }
+    return block;
+  }
   Result<std::wstring> text(const char* name, const wchar_t* value) {
     return kernel_.call(name, [&]() -> Result<std::wstring> { return {true, value, 0}; });
   }
 
   Kernel& kernel_;
   std::wstring currentDirectory_ = L"C:\\";
+  std::wstring consoleText_;
 };
 
 /// The process heap, on the native one, so that the sanitizers watch every block.

@@ -3,6 +3,7 @@
 #include "platform/platform.h"
 #include "tests/sim/certificates.h"
 #include "tests/sim/clock.h"
+#include "tests/sim/crash.h"
 #include "tests/sim/digests.h"
 #include "tests/sim/faults.h"
 #include "tests/sim/files.h"
@@ -36,6 +37,7 @@ class Windows {
   Kernel kernel{faults};
   Certificates certificates{kernel};
   Clock clock{kernel};
+  Crash crash{kernel};
   Digests digests{kernel};
   Files files{kernel};
   Heap heap{kernel};
@@ -56,8 +58,8 @@ class Windows {
   std::vector<std::string> misuse() const { return kernel.misuseTexts(); }
 
  private:
-  const platform::Platform platform_{certificates, clock,    digests,  files,  heap, internet, objects,
-                                     processes,    registry, security, system, text, winHttp};
+  const platform::Platform platform_{certificates, clock,     crash,    digests,  files,  heap, internet,
+                                     objects,      processes, registry, security, system, text, winHttp};
 };
 
 }  // namespace sim

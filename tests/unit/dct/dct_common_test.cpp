@@ -34,6 +34,9 @@ TEST(InvokeDCTScript, StartsTheScriptExactlySo) {
     EXPECT_EQ(script.flags, 0U);
     EXPECT_FALSE(script.inheritHandles);
     EXPECT_EQ(script.inheritedCount, 0U);
+    EXPECT_EQ(world.windows.files.descriptorOf(L"C:\\ProgramData\\Calvera\\Meridon\\logs"),
+              L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
+    EXPECT_EQ(world.windows.files.descriptorOf(temp), L"") << "made as ever: it inherits";
     EXPECT_EQ(world.messages(CORE::kDebug),
               (std::vector<std::wstring>{
                   L"dct_common::invokeDCTScript(): Temp folder - " + temp,

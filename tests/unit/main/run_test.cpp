@@ -133,7 +133,7 @@ TEST(Run, EndsWithTheCollection) {
        failed(L"80: Cannot get the AgentInstallPath from registry")},
       {[](RunWorld& world) { world.windows.files.erase(L"C:\\Agent\\dct\\vdx-support.ps1"); }, 4,
        failed(L"70: The DCT script is not found on disk.")},
-      {failing("CreateDirectoryW", 1), 4, noTempFolder},
+      {failing("CreateDirectoryW", 4), 4, noTempFolder},
       {noEnvironment, 4, noTempFolder},
       {failing("CreateProcessW", 2), 4, notStarted + failed(L"60: The DCT script failed to start, error: Message 5."),
        1},

@@ -1,3 +1,5 @@
+#include <map>
+
 #include "tests/unit/main/run_world.h"
 
 /// Whole runs in which each platform call in turn fails. Whatever fails, the run ends by itself with one of its exit
@@ -13,7 +15,8 @@ struct Scenario {
 
 /// Runs with the k-th call failing (0: none) and gives the number of calls. Whatever may stay because of a fault goes
 /// by the name of the call that failed.
-std::size_t runOnce(const Scenario& scenario, std::size_t k) {
+/// \return which calls it made that can fail, by their numbers; of those that only the log makes, the first few
+std::vector<std::size_t> runOnce(const Scenario& scenario, std::size_t k) {
   RunWorld world;
   scenario.prepare(world);
   auto& faults = world.windows.faults;
@@ -42,14 +45,28 @@ std::size_t runOnce(const Scenario& scenario, std::size_t k) {
   if (k == 0 || code == 0) {
     EXPECT_EQ(world.answered, scenario.requests);
   }
-  return calls.size() - before;
+  std::map<std::string, int> ofTheLog = {{"LockFileEx", 0},
+                                         {"UnlockFileEx", 0},
+                                         {"WriteFile", 0},
+                                         {"FileTimeToLocalFileTime", 0},
+                                         {"FileTimeToSystemTime", 0}};
+  std::vector<std::size_t> failable;
+  for (std::size_t n = before + 1; n <= calls.size(); ++n) {
+    const auto log = ofTheLog.find(calls[n - 1]);
+    if (faults.canFail(n) && (log == ofTheLog.end() || ++log->second <= 8)) {
+      failable.push_back(n - before);
+    }
+  }
+  return failable;
 }
 
 void sweep(const Scenario& scenario) {
-  const std::size_t calls = runOnce(scenario, 0);
-  for (std::size_t k = 1; k <= calls && !testing::Test::HasFailure(); ++k) {
+  for (const std::size_t k : runOnce(scenario, 0)) {
     SCOPED_TRACE("call " + std::to_string(k));
     runOnce(scenario, k);
+    if (testing::Test::HasFailure()) {
+      return;
+    }
   }
 }
 

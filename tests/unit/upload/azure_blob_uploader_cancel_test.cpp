@@ -102,9 +102,9 @@ class ThrowingClock : public sim::Clock {
 
  private:
   const platform::Platform& real_ = platform::current();
-  const platform::Platform replaced_{real_.certificates, *this,         real_.digests,   real_.files,    real_.heap,
-                                     real_.internet,     real_.objects, real_.processes, real_.registry, real_.security,
-                                     real_.system,       real_.text,    real_.winHttp};
+  const platform::Platform replaced_{real_.certificates, *this,          real_.crash,   real_.digests,   real_.files,
+                                     real_.heap,         real_.internet, real_.objects, real_.processes, real_.registry,
+                                     real_.security,     real_.system,   real_.text,    real_.winHttp};
 };
 
 TEST_F(UploaderFailureTest, ExceptionWhileARequestIsBeingStarted) {

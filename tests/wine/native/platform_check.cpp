@@ -49,5 +49,6 @@ int main() {
   check::values();
   check::kernel();
   check::storage();
+  check::crash();
   return check::finish();
 }

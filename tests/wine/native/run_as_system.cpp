@@ -2,8 +2,9 @@
 //
 // Runs an unmodified program as if its user were the local system account: before the program's first instruction,
 // EqualSid in the child's memory is made to return 1. MDDCT_PATCH=DLL!FUNCTION=VALUE in the environment lets one more
-// function return a fixed 32-bit value. The program gets its command line character by character; its exit code is
-// this one's. Failures of the launcher itself end with 125 and one line on the standard error stream.
+// function return a fixed 32-bit value; with "crash" as the value, its first instruction becomes an illegal one. The
+// program gets its command line character by character; its exit code is this one's. Failures of the launcher itself
+// end with 125 and one line on the standard error stream.
 
 #include <windows.h>
 
@@ -22,11 +23,20 @@ namespace {
 
 constexpr int kLauncherFailed = 125;
 
+using Code = std::vector<unsigned char>;
+
 struct Patch {
   std::string dll;
   std::string function;
-  std::uint32_t value = 0;
+  Code code;  ///< written over the function's beginning
 };
+
+/// "mov eax, value; ret"
+Code returning(std::uint32_t value) {
+  Code code = {0xB8, 0, 0, 0, 0, 0xC3};
+  std::memcpy(code.data() + 1, &value, sizeof(value));
+  return code;
+}
 
 void demand(bool passed, const std::string& otherwise) {
   if (!passed) {
@@ -35,12 +45,15 @@ void demand(bool passed, const std::string& otherwise) {
 }
 
 std::vector<Patch> patches() {
-  std::vector<Patch> result = {{"advapi32.dll", "EqualSid", 1}};
+  std::vector<Patch> result = {{"advapi32.dll", "EqualSid", returning(1)}};
   std::array<char, 256> more{};
   if (::GetEnvironmentVariableA("MDDCT_PATCH", more.data(), static_cast<DWORD>(more.size())) > 0) {
     std::cmatch parts;
     demand(std::regex_match(more.data(), parts, std::regex("(.+)!(.+)=(.+)")), "MDDCT_PATCH is no patch");
-    result.push_back({parts[1], parts[2], static_cast<std::uint32_t>(std::stoul(parts[3], nullptr, 0))});
+    const std::string value = parts[3];
+    const Code ud2 = {0x0F, 0x0B};
+    result.push_back({parts[1], parts[2],
+                      value == "crash" ? ud2 : returning(static_cast<std::uint32_t>(std::stoul(value, nullptr, 0)))});
   }
   return result;
 }
@@ -58,7 +71,7 @@ std::wstring programsCommandLine() {
   return line.substr(at);
 }
 
-/// Writes "mov eax, value; ret" over the function in the child. A system DLL has the same address in both processes;
+/// Writes the code over the function in the child. A system DLL has the same address in both processes;
 /// that the child holds the same code there is checked first.
 void applyPatch(HANDLE process, const Patch& patch) {
   const std::string name = patch.dll + "!" + patch.function;
@@ -66,18 +79,16 @@ void applyPatch(HANDLE process, const Patch& patch) {
   const FARPROC function = module == nullptr ? nullptr : ::GetProcAddress(module, patch.function.c_str());
   demand(function != nullptr, "no such function: " + name);
   void* const address = reinterpret_cast<void*>(function);
-  std::array<unsigned char, 6> code = {0xB8, 0, 0, 0, 0, 0xC3};
-  std::memcpy(code.data() + 1, &patch.value, sizeof(patch.value));
-  std::array<unsigned char, 6> present{};
+  Code present(patch.code.size());
   SIZE_T moved = 0;
   demand(::ReadProcessMemory(process, address, present.data(), present.size(), &moved) &&
              std::memcmp(present.data(), address, present.size()) == 0,
          "the program has not loaded " + name + " where this launcher has it");
   DWORD protection = 0;
-  demand(::VirtualProtectEx(process, address, code.size(), PAGE_EXECUTE_READWRITE, &protection) &&
-             ::WriteProcessMemory(process, address, code.data(), code.size(), &moved) &&
-             ::VirtualProtectEx(process, address, code.size(), protection, &protection) &&
-             ::FlushInstructionCache(process, address, code.size()),
+  demand(::VirtualProtectEx(process, address, patch.code.size(), PAGE_EXECUTE_READWRITE, &protection) &&
+             ::WriteProcessMemory(process, address, patch.code.data(), patch.code.size(), &moved) &&
+             ::VirtualProtectEx(process, address, patch.code.size(), protection, &protection) &&
+             ::FlushInstructionCache(process, address, patch.code.size()),
          "cannot patch " + name);
 }
 

@@ -5,9 +5,11 @@
 #include <filesystem>
 #include <vector>
 
+#include "packaging/version.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "platform/registry.h"
+#include "platform/security.h"
 #include "platform/system.h"
 #include "tests/wine/native/arguments.h"
 #include "tests/wine/native/check/tap.h"
@@ -69,6 +71,70 @@ void fileFailures() {
   ::CloseHandle(held);
 }
 
+void searchAndLock() {
+  platform::Files& files = platform::current().files;
+  files.CreateDirectoryW(L"found");
+  for (const wchar_t* const name : {L"found\\A-12.txt", L"found\\A-1.txt", L"found\\b-12.txt"}) {
+    const auto file = files.CreateFileW(name, platform::kGenericWrite, 0, platform::kCreateNew, 0);
+    files.WriteFile(file.value.get(), std::as_bytes(std::span("12345", 5)));
+  }
+  equal(files.CreateFileW(L"found\\A-1.txt", platform::kGenericWrite, 0, platform::kCreateNew, 0).error,
+        ERROR_FILE_EXISTS, "files: a new file is not made over another");
+  platform::FoundFile found;
+  const auto search = files.FindFirstFileW(L"found\\a-??.txt", found);
+  that(search.ok && found.name == L"A-12.txt" && found.size == 5 && !found.isFolder &&
+           files.FindNextFileW(search.value.get(), found).error == platform::kErrorNoMoreFiles,
+       "files: a search finds what matches, and ends");
+  that(files.MoveFileExW(L"found\\A-1.txt", L"found\\c", 0).ok && files.DeleteFileW(L"found\\c").ok &&
+           files.DeleteFileW(L"found\\c").error == platform::kErrorFileNotFound,
+       "files: a file is renamed and deleted");
+  constexpr std::uint64_t kFar = 0x4000000000000000;
+  const auto access = platform::kFileAppendData | platform::kFileReadData;
+  const auto open = [&] {
+    return files.CreateFileW(L"lock.txt", access, platform::kFileShareAll, platform::kOpenAlways, 0);
+  };
+  const auto first = open();
+  const auto second = open();
+  that(files.LockFileEx(first.value.get(), kFar).ok && files.WriteFile(second.value.get(), {}).ok &&
+           files.LockFileEx(second.value.get(), kFar).error == platform::kErrorLockViolation &&
+           files.UnlockFileEx(first.value.get(), kFar).ok && files.LockFileEx(second.value.get(), kFar).ok,
+       "files: a byte is locked by one handle at a time");
+  ULARGE_INTEGER whole{};
+  ::GetDiskFreeSpaceExW(L".", nullptr, &whole, nullptr);
+  const auto free = files.GetDiskFreeSpaceExW(L".");
+  that(free.ok && free.value > 0 && free.value <= whole.QuadPart, "files: the disk's free space");
+}
+
+void protectedFolder() {
+  platform::Security& security = platform::current().security;
+  const auto descriptor =
+      security.ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
+  that(descriptor.ok && platform::current().files.CreateDirectoryW(L"protected", descriptor.value.get()).ok,
+       "security: a folder is made with a descriptor from its text");
+  std::array<std::byte, 512> memory{};
+  DWORD needed = 0;
+  ::GetFileSecurityW(L"protected", DACL_SECURITY_INFORMATION, memory.data(), memory.size(), &needed);
+  ACL* entries = nullptr;
+  BOOL present = FALSE;
+  BOOL defaulted = FALSE;
+  ::GetSecurityDescriptorDacl(memory.data(), &present, &entries, &defaulted);
+  that(present && entries != nullptr && entries->AceCount == 2, "security: and has its two entries");
+}
+
+void version() {
+  platform::System& system = platform::current().system;
+  const std::wstring path = system.GetModuleFileNameW().value;
+  std::vector<std::byte> block(system.GetFileVersionInfoSizeW(path).value);
+  const bool read = system.GetFileVersionInfoW(path, block).ok;
+  const auto languages = system.VerQueryValueW(block, L"\\VarFileInfo\\Translation");
+  const auto text = system.VerQueryValueW(block, L"\\StringFileInfo\\040904b0\\FileVersion");
+  constexpr std::uint16_t kLanguages[] = {0x0409, 0x04B0};
+  constexpr wchar_t kVersion[] = L"" MDDCT_VERSION_TEXT;
+  that(read && std::ranges::equal(languages.value, std::as_bytes(std::span(kLanguages))) &&
+           std::ranges::equal(text.value, std::as_bytes(std::span(kVersion))),
+       "system: the program's version, with its terminator");
+}
+
 void registry() {
   struct Value {
     std::wstring name;
@@ -84,15 +150,14 @@ void registry() {
       {L"bytes", platform::kRegBinary, {0xFF, 0, 0x80}},
   };
   platform::Registry& registry = platform::current().registry;
-  HKEY writing = nullptr;
-  ::RegCreateKeyExW(HKEY_LOCAL_MACHINE, kKey, 0, nullptr, 0, KEY_SET_VALUE, nullptr, &writing, nullptr);
+  const auto writing = registry.RegCreateKeyExW(platform::RegistryRoot::kLocalMachine, kKey, platform::kKeySetValue);
   const auto opened = registry.RegOpenKeyExW(platform::RegistryRoot::kLocalMachine, kKey, kRead);
   const platform::NativeHandle key = opened.value.get();
   for (const auto& [name, type, data] : values) {
     // The call takes a terminator that stands right behind the data as forgotten, and adds it.
     std::vector<BYTE> written = data;
     written.insert(written.end(), 2, 0xFF);
-    ::RegSetValueExW(writing, name.c_str(), 0, type, written.data(), static_cast<DWORD>(data.size()));
+    registry.RegSetValueExW(writing.value.get(), name, type, std::as_bytes(std::span(written).first(data.size())));
     const auto asked = registry.RegQueryValueExW(key, name, {});
     std::vector<std::byte> buffer(data.size());
     const auto read = registry.RegQueryValueExW(key, name, buffer);
@@ -100,7 +165,6 @@ void registry() {
              std::ranges::equal(buffer, std::as_bytes(std::span(data))),
          "registry: " + native::narrow(name) + ", type, size and data");
   }
-  ::RegCloseKey(writing);
   std::array<std::byte, 3> small{};
   const auto shortRead = registry.RegQueryValueExW(key, L"number", small);
   that(!shortRead.ok && shortRead.error == platform::kErrorMoreData && shortRead.value.size == 4,
@@ -135,7 +199,10 @@ void system() {
 void storage() {
   sharedAppending();
   fileFailures();
+  searchAndLock();
+  protectedFolder();
   registry();
+  version();
   system();
 }
 

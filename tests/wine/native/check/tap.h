@@ -20,6 +20,7 @@ int finish();
 int runAsChild(const std::wstring& deed);
 
 void certificates();  ///< certificates, chains, CRLs
+void crash();         ///< dumps, stacks and failures that are thrown on; works in the current folder
 void kernel();        ///< objects, processes, security, heap
 void storage();       ///< files, registry, the system's folders; works in the current folder
 void values();        ///< clock, digests, text, URLs, proxies

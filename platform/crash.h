@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/handle.h"
+#include "platform/result.h"
+
+namespace platform {
+
+// Codes of structured exceptions that are failures of the code that runs (STATUS_...).
+inline constexpr std::uint32_t kExceptionAccessViolation = 0xC0000005;
+inline constexpr std::uint32_t kExceptionInPageError = 0xC0000006;
+inline constexpr std::uint32_t kExceptionIllegalInstruction = 0xC000001D;
+inline constexpr std::uint32_t kExceptionIntegerDivideByZero = 0xC0000094;
+inline constexpr std::uint32_t kExceptionIntegerOverflow = 0xC0000095;
+inline constexpr std::uint32_t kExceptionPrivilegedInstruction = 0xC0000096;
+inline constexpr std::uint32_t kExceptionStackOverflow = 0xC00000FD;
+inline constexpr std::uint32_t kExceptionHeapCorruption = 0xC0000374;
+
+// Types of a minidump (MINIDUMP_TYPE).
+inline constexpr std::uint32_t kMiniDumpNormal = 0x0;
+inline constexpr std::uint32_t kMiniDumpWithDataSegs = 0x1;
+inline constexpr std::uint32_t kMiniDumpWithFullMemory = 0x2;
+
+/// A structured exception that nobody handled, as the filter sees it.
+struct CrashInfo {
+  std::uint32_t code = 0;
+  std::uintptr_t address = 0;
+  std::uint32_t threadId = 0;
+  void* exceptionPointers = nullptr;  ///< EXCEPTION_POINTERS; valid until the filter returns
+};
+
+/// What becomes of the thread that raised it.
+enum class CrashAction : std::uint8_t {
+  kEndProcess,  ///< the process ends with the exception's code
+  kThrow,       ///< the thread goes on as if the function of resumeWith() had been called where it failed
+};
+
+/// The filter. Runs on the thread that failed, whose stack may be nearly full.
+using CrashFilter = CrashAction (*)(const CrashInfo& info);
+
+/// One frame of a stack: "function+0x12" or, without symbols, "module+0x1234".
+using StackFrame = std::wstring;
+
+/// What the platform offers to a process that fails. Operations carry the platform's names where they are one call of
+/// it. Any thread.
+class Crash {
+ public:
+  virtual ~Crash() = default;
+
+  /// Installs the filter for exceptions that nobody handled. \param resumeAt  a function that throws; what kThrow
+  /// calls.
+  virtual void SetUnhandledExceptionFilter(CrashFilter filter, void (*resumeAt)()) = 0;
+
+  /// Loads DbgHelp, from System32 only; the other operations need it. Once; it stays loaded.
+  virtual Status loadDbgHelp() = 0;
+  /// Writes a minidump of this process. \param info  null: of the process as it is, without an exception.
+  virtual Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const CrashInfo* info) = 0;
+  /// The stack of the failing thread (info) or of the calling one (null), innermost first; at most `most` frames. Empty
+  /// when it cannot be walked. Loads symbols, so it takes a while and memory.
+  virtual std::vector<StackFrame> walkStack(const CrashInfo* info, std::size_t most) = 0;
+};
+
+}  // namespace platform

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <mutex>
+
+#include "platform/crash.h"
+
+namespace platform {
+
+/// The real Windows, with DbgHelp for dumps and stacks. DbgHelp takes one call at a time, which is seen to here.
+class WindowsCrash final : public Crash {
+ public:
+  void SetUnhandledExceptionFilter(CrashFilter filter, void (*resumeAt)()) override;
+  Status loadDbgHelp() override;
+  Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const CrashInfo* info) override;
+  std::vector<StackFrame> walkStack(const CrashInfo* info, std::size_t most) override;
+
+ private:
+  std::mutex mutex_;
+  bool loaded_ = false;
+};
+
+}  // namespace platform

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdio>
+
+#include "platform/crash.h"
+#include "platform/platform.h"
+#include "platform/processes.h"
+#include "tests/sim/kernel.h"
+
+namespace sim {
+
+/// A process that can be made to fail.
+class Crash : public platform::Crash {
+ public:
+  explicit Crash(Kernel& kernel) : kernel_(kernel) {}
+
+  /// As if the calling thread had failed there and nobody had handled it: runs the filter. Comes back when the process
+  /// would end now; otherwise the function that is to throw is called.
+  platform::CrashAction raise(std::uint32_t code, std::uintptr_t address) {
+    const auto [filter, resumeAt] = kernel_.copyOf(installed_);
+    const std::uint32_t thread = platform::current().processes.GetCurrentThreadId();
+    const auto action =
+        filter == nullptr ? platform::CrashAction::kEndProcess : filter({code, address, thread, nullptr});
+    if (action == platform::CrashAction::kThrow) {
+      resumeAt();
+    }
+    return action;
+  }
+
+  void SetUnhandledExceptionFilter(platform::CrashFilter filter, void (*resumeAt)()) override {
+    kernel_.faults.note("SetUnhandledExceptionFilter");
+    const Guard guard(kernel_.mutex);
+    installed_ = {filter, resumeAt};
+  }
+  Status loadDbgHelp() override {
+    return kernel_.call("loadDbgHelp", [&] {
+      loaded_ = true;
+      return kDone;
+    });
+  }
+  /// Writes "MDMP type=2 code=c0000005"; code=0 without an exception.
+  Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const platform::CrashInfo* info) override {
+    return kernel_.callOn<Stream>("MiniDumpWriteDump", file, [&](Stream& stream, Guard& guard) -> Status {
+      char text[64];
+      const int length = std::snprintf(text, sizeof(text), "MDMP type=%x code=%x", type, info ? info->code : 0);
+      if (!needLoaded("MiniDumpWriteDump")) {
+        return Failure{platform::kErrorInvalidParameter};
+      }
+      const auto written = stream.write(guard, std::as_bytes(std::span(text, static_cast<std::size_t>(length))));
+      return {written.ok, written.error};
+    });
+  }
+  std::vector<platform::StackFrame> walkStack(const platform::CrashInfo* info, std::size_t most) override {
+    const auto walked = kernel_.call("walkStack", [&]() -> Result<std::vector<platform::StackFrame>> {
+      std::vector<platform::StackFrame> frames{info != nullptr ? L"failingFunction+0x12" : L"callingFunction+0x12",
+                                               L"itsCaller+0x34", L"mdDCT.exe+0x1234"};
+      frames.resize(std::min(frames.size(), needLoaded("walkStack") ? most : 0));
+      return {true, frames, 0};
+    });
+    return walked.value;
+  }
+
+ private:
+  bool needLoaded(const char* operation) {
+    if (!loaded_) {
+      kernel_.misuse(std::string(operation) + ": DbgHelp is not loaded");
+    }
+    return loaded_;
+  }
+
+  Kernel& kernel_;
+  std::pair<platform::CrashFilter, void (*)()> installed_{nullptr, nullptr};
+  bool loaded_ = false;
+};
+
+}  // namespace sim
