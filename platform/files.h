@@ -13,7 +13,7 @@ namespace platform {
 
 inline constexpr std::uint32_t kGenericRead = 0x80000000;            ///< GENERIC_READ
 inline constexpr std::uint32_t kGenericWrite = 0x40000000;           ///< GENERIC_WRITE
-inline constexpr std::uint32_t kFileReadData = 0x1;                   ///< FILE_READ_DATA
+inline constexpr std::uint32_t kFileReadData = 0x1;                  ///< FILE_READ_DATA
 inline constexpr std::uint32_t kFileAppendData = 0x4;                ///< FILE_APPEND_DATA: every write goes to the end
 inline constexpr std::uint32_t kFileShareAll = 0x7;                  ///< FILE_SHARE_READ | _WRITE | _DELETE
 inline constexpr std::uint32_t kOpenExisting = 3;                    ///< OPEN_EXISTING
