@@ -266,14 +266,18 @@ Status Files::LockFileEx(NativeHandle handle, std::uint64_t offset) {
 }
 
 Status Files::UnlockFileEx(NativeHandle handle, std::uint64_t offset) {
-  return kernel_.callOn<OpenFile>("UnlockFileEx", handle, [&](OpenFile& file) -> Status {
-    const auto lock = file.content->locks.find(offset);
-    if (lock == file.content->locks.end() || lock->second != &file) {
-      return Failure{kErrorNotLocked};
-    }
-    file.content->locks.erase(lock);
-    return kDone;
-  });
+  kernel_.faults.note("UnlockFileEx");  // a call that gives back cannot be failed
+  const Guard guard(kernel_.mutex);
+  const auto file = kernel_.get<OpenFile>(handle, "UnlockFileEx");
+  if (file == nullptr) {
+    return Failure{platform::kErrorInvalidHandle};
+  }
+  const auto lock = file->content->locks.find(offset);
+  if (lock == file->content->locks.end() || lock->second != file.get()) {
+    return Failure{kErrorNotLocked};
+  }
+  file->content->locks.erase(lock);
+  return kDone;
 }
 
 Result<platform::FindHandle> Files::FindFirstFileW(const std::wstring& pattern, platform::FoundFile& found) {
