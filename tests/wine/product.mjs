@@ -20,7 +20,7 @@ export const kMeanings = ['the bundle arrived', 'not started as the local system
 const kLine = /^(\S+) (.{5}) \(([^()]*)-([0-9A-F]+)\) <([^>]*)> \[([^\]]*)\] ([^]*)$/;
 
 /** Takes the text of a log file apart; a message may hold line breaks. */
-function parseLog(text) {
+export function parseLog(text) {
   const records = text.replace(/\r\n$/, '').split(/\r\n(?=\d{4}-\d\d-\d\dT)/).filter((line) => line !== '');
   return records.map((line) => {
     const [, time, level, pid, tid, name, component, message] = kLine.exec(line) ?? [];
