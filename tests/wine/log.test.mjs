@@ -34,7 +34,7 @@ describe('the log', () => {
       for (const pid of pids) {
         const messages = ofProcess(pid);
         assert.match(messages[0], /^(Log for mdDCT\.exe|Opening latest existing log file)$/);
-        assert.match(messages[1], new RegExp(`^Program 'mdDCT\\.exe' started, version=[\\d.]+, pid=0x0*${pid}, ` +
+        assert.match(messages[1], new RegExp(`^Program 'mdDCT\\.exe' started, version=[\\d.]+, pid=0x${pid.replace(/^0+/, '')}, ` +
           'buildtype=release, usethread=1, closeafterwrite=0, sessionId=\\d+\\r\\n \\*+ Debug log file is enabled for ' +
           'mdDCT\\.exe\\. \\*+$'));
         assert.equal(messages[2], kStarting);
