@@ -110,7 +110,7 @@ void LogWriter::write(const std::vector<LogRecord>& records, bool callerWrites) 
           makeLogRecord(kWarn, {},
                         L"Disk space free threshold for log reached.  No more messages will be logged until more disk "
                         L"space has become available or the threshold is reduced.");
-      lines.push_back({lineOf(last), last.level, last.tickCount});
+      lines.push_back({lineOf(last), last.level, lastWrite_});
       break;
     }
     case LogDiskGuard::Verdict::kSilent:
@@ -123,30 +123,37 @@ void LogWriter::write(const std::vector<LogRecord>& records, bool callerWrites) 
 std::string LogWriter::lineOf(const LogRecord& record) const { return toUtf8Lossy(logLine(record, layout_)); }
 
 void LogWriter::writeTo(Target& target, Target& other, const Lines& lines, std::uint32_t fromLevel) {
-  const std::size_t bytes = textOf(lines, fromLevel, 0).size();
+  std::size_t bytes = 0;
+  for (const Line& line : lines) {
+    bytes += line.level >= fromLevel ? line.text.size() : 0;
+  }
   if (!target.enabled || bytes == 0) {
     return;
   }
-  LogFile& file = target.series.file();
-  platform::Status status{true, platform::kErrorSuccess};
-  std::wstring failure;
-  const LogSeries::Opened opened = target.series.prepare(bytes, lastWrite_, status);
-  if (opened == LogSeries::Opened::kFailed) {
-    failure = format(L"Open file error, errno=0x%p\n\nfile = %s\n\nMessage = %s", status.error, target.series.path(),
-                     systemErrorText(status.error));
-  } else {
-    const std::uint32_t lockWait = file.takeTurn();
-    status = file.write(header(target, opened) + textOf(lines, fromLevel, lockWait));
-    file.endTurn();
-    target.started = target.started || status.ok;
-    failure = format(L"System error occurred while attempting to log a message\n\nError = %s",
-                     status ? std::wstring() : systemErrorText(status.error));
-  }
-  if (!status && !target.failing && other.enabled && other.series.file().isOpen()) {
+  const std::wstring failure = tryToWrite(target, lines, fromLevel, bytes);
+  if (failure.empty()) {
+    target.started = true;
+    target.failing = false;
+  } else if (!target.failing && other.enabled && other.series.file().isOpen()) {
     other.series.file().write(lineOf(makeLogRecord(kError, {}, failure)));
     target.failing = true;
   }
-  target.failing = target.failing && !status;
+}
+
+std::wstring LogWriter::tryToWrite(Target& target, const Lines& lines, std::uint32_t fromLevel, std::size_t bytes) {
+  platform::Status status{true, platform::kErrorSuccess};
+  const LogSeries::Opened opened = target.series.prepare(bytes, lastWrite_, status);
+  if (opened == LogSeries::Opened::kFailed) {
+    return format(L"Open file error, errno=0x%p\n\nfile = %s\n\nMessage = %s", status.error, target.series.path(),
+                  systemErrorText(status.error));
+  }
+  LogFile& file = target.series.file();
+  const std::uint32_t lockWait = file.takeTurn();
+  status = file.write(header(target, opened) + textOf(lines, fromLevel, lockWait));
+  file.endTurn();
+  return status ? std::wstring()
+                : format(L"System error occurred while attempting to log a message\n\nError = %s",
+                         systemErrorText(status.error));
 }
 
 std::string LogWriter::textOf(const Lines& lines, std::uint32_t fromLevel, std::uint32_t lockWait) const {

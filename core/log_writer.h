@@ -48,6 +48,8 @@ class LogWriter {
   using Lines = std::vector<Line>;
 
   void writeTo(Target& target, Target& other, const Lines& lines, std::uint32_t fromLevel);
+  /// \return why it failed; empty when it did not
+  std::wstring tryToWrite(Target& target, const Lines& lines, std::uint32_t fromLevel, std::size_t bytes);
   std::string textOf(const Lines& lines, std::uint32_t fromLevel, std::uint32_t lockWait) const;
   std::string header(const Target& target, LogSeries::Opened opened) const;
   std::wstring startedText() const;
