@@ -1,4 +1,13 @@
 # Fuzz targets: fuzz/<name>_fuzz.cpp with the libraries it needs. The whole build is instrumented (preset "fuzz").
+
+find_package(OpenSSL REQUIRED)
+
+# The platform of the targets: the simulated Windows of the tests.
+file(GLOB fuzz_platform_sources CONFIGURE_DEPENDS tests/sim/*.cpp)
+add_library(mddct_fuzz_platform STATIC fuzz/platform.cpp ${fuzz_platform_sources})
+mddct_options(mddct_fuzz_platform)
+target_link_libraries(mddct_fuzz_platform PUBLIC mddct_core OpenSSL::Crypto)
+
 function(mddct_fuzz name)
   add_executable(${name}_fuzz fuzz/${name}_fuzz.cpp)
   mddct_options(${name}_fuzz)
@@ -6,4 +15,16 @@ function(mddct_fuzz name)
   target_link_options(${name}_fuzz PRIVATE -fsanitize=fuzzer)
 endfunction()
 
+mddct_fuzz(base64 mddct_digest OpenSSL::Crypto)
+mddct_fuzz(capability mddct_dct mddct_fuzz_platform)
+mddct_fuzz(error_code mddct_upload)
+mddct_fuzz(format mddct_core)
+mddct_fuzz(options mddct_main)
+mddct_fuzz(percent_decoding mddct_digest)
+mddct_fuzz(policy_path mddct_core mddct_fuzz_platform)
+mddct_fuzz(property_bag mddct_core mddct_fuzz_platform)
 mddct_fuzz(proxy_list mddct_http)
+mddct_fuzz(request_text mddct_http)
+mddct_fuzz(secrets mddct_core mddct_fuzz_platform)
+mddct_fuzz(signing mddct_upload mddct_fuzz_platform)
+mddct_fuzz(url mddct_http mddct_fuzz_platform)

@@ -41,15 +41,10 @@ constexpr std::array kDefaultLogLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE
 constexpr std::uint32_t kErrorUnreadable = 13;
 constexpr std::size_t kLongestMessage = 8192;  // what a log record holds
 
-struct Supported {
-  std::vector<std::wstring> features;
-  std::set<std::wstring> logLevels;
-};
-
 struct ProcessWide {
   std::mutex loading;  ///< held by the one who asks the script
   std::mutex lock;     ///< guards `supported`; never held while the script runs
-  Supported supported;
+  SupportedLists supported;
 };
 
 ProcessWide& processWide() {
@@ -57,9 +52,18 @@ ProcessWide& processWide() {
   return lists;
 }
 
-/// Reads the answer; an entry without a name is left out, one without readable levels is a feature without levels.
-Supported readAnswer(const CORE::PropertyBag& features) {
-  Supported out;
+std::optional<std::wstring> decoded(const std::string& output) {
+  try {
+    return CORE::to_wstr(output, CORE::kUtf8);
+  } catch (const CORE::coreException&) {
+    return std::nullopt;
+  }
+}
+
+}  // namespace
+
+SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features) {
+  SupportedLists out;
   for (std::size_t i = 0; i < features.count(); ++i) {
     const CORE::wstr name = features.getName(i);
     if (name.empty()) {
@@ -78,16 +82,6 @@ Supported readAnswer(const CORE::PropertyBag& features) {
   }
   return out;
 }
-
-std::optional<std::wstring> decoded(const std::string& output) {
-  try {
-    return CORE::to_wstr(output, CORE::kUtf8);
-  } catch (const CORE::coreException&) {
-    return std::nullopt;
-  }
-}
-
-}  // namespace
 
 bool isSupportedFeature(std::wstring_view name) {
   ProcessWide& lists = processWide();
@@ -138,10 +132,10 @@ void dct_common::loadSupportedLists() {
   if (!supportedFeatures().empty()) {
     return;
   }
-  Supported answer;
+  SupportedLists answer;
   CORE::PropertyBag bag;
   if (getLogLevel(bag) && bag.isBag(L"featureData")) {
-    answer = readAnswer(bag.getBag(L"featureData"));
+    answer = readCapabilityAnswer(bag.getBag(L"featureData"));
   }
   if (answer.features.empty()) {  // also when no entry has a name: an empty list would be asked for again
     answer.features.assign(kDefaultFeatures.begin(), kDefaultFeatures.end());

@@ -2,14 +2,14 @@
 # Runs the fuzz targets, one line each: "ok NAME: N executions" or "not ok NAME: ...". A finding makes the exit code 1;
 # its input is then in build/fuzz/found/ (keep it in fuzz/corpus/NAME/ once the fault is mended).
 #
-#   scripts/fuzz.sh [SECONDS] [NAME...]   every target of fuzz/NAME_fuzz.cpp, or those, for 10 seconds or that many
+#   scripts/fuzz.sh [SECONDS] [NAME...]   every target of fuzz/NAME_fuzz.cpp, or those, for 5 seconds or that many
 #
 # Each starts from its seeds in fuzz/corpus/NAME/ and from what earlier runs found in build/fuzz/corpus/NAME/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build=build/fuzz
-seconds=10
+seconds=5
 if [[ ${1-} =~ ^[1-9][0-9]*$ ]]; then
   seconds=$1
   shift

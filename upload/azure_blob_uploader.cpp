@@ -170,13 +170,17 @@ void AzureBlobUploader::finishFailed(Step step, HttpRequest* request) {
 }
 
 std::string AzureBlobUploader::getStorageErrorCode() {
-  static constexpr std::string_view kOpening = "<Code>";
   const Lock lock(lock_);
-  const std::size_t error = lastResponse_.find("<Error>");
-  const std::size_t code = error == std::string::npos ? error : lastResponse_.find(kOpening, error);
-  const std::size_t end = code == std::string::npos ? code : lastResponse_.find("</Code>", code);
-  if (end == std::string::npos) {
+  return storageErrorCode(lastResponse_);
+}
+
+std::string storageErrorCode(std::string_view response) {
+  static constexpr std::string_view kOpening = "<Code>";
+  const std::size_t error = response.find("<Error>");
+  const std::size_t code = error == response.npos ? error : response.find(kOpening, error);
+  const std::size_t end = code == response.npos ? code : response.find("</Code>", code);
+  if (end == response.npos) {
     return std::string();
   }
-  return lastResponse_.substr(code + kOpening.size(), end - code - kOpening.size());
+  return std::string(response.substr(code + kOpening.size(), end - code - kOpening.size()));
 }

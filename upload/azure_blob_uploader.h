@@ -6,12 +6,17 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/coreref.h"
 #include "core/file_stream.h"
 #include "core/string.h"
 #include "upload/azure_blob_request.h"
+
+/// The code in the storage service's error document: the text of the first "Code" element behind the first "<Error>",
+/// taken as it stands; empty when there is none. Any thread.
+std::string storageErrorCode(std::string_view response);
 
 /// Sends one local file to one blob URL and reports once whether it arrived.
 ///

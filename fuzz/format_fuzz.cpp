@@ -1,0 +1,79 @@
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstdio>
+
+#include "core/format.h"
+#include "fuzz/check.h"
+#include "fuzz/input.h"
+
+// Any format with arguments of every kind, and single conversions beside the C library's.
+
+namespace {
+
+using CORE::FormatArgument;
+using CORE::FormatKind;
+
+template <class C>
+void checkAny(std::basic_string_view<C> format, const std::vector<FormatArgument>& arguments, std::size_t limit) {
+  const std::basic_string<C> whole = CORE::formatArguments(format, arguments);
+  const std::basic_string<C> cut = CORE::formatArguments(format, arguments, limit);
+  std::vector<FormatKind> kinds;
+  for (const FormatArgument& argument : arguments) {
+    kinds.push_back(argument.kind);
+  }
+  if (CORE::detail::matches(format, kinds.data(), kinds.size())) {
+    FUZZ_CHECK(cut == whole.substr(0, limit));
+    FUZZ_CHECK(whole.size() <= format.size() * (CORE::detail::Conversion::kMostDigits + 64));
+  }
+}
+
+/// One conversion that both know, with a number or a text.
+void checkPeer(FuzzedDataProvider& input) {
+  const char letter = input.PickValueInArray({'d', 'i', 'u', 'x', 'X', 's', 'c'});
+  const bool isNumber = letter != 's' && letter != 'c';
+  std::string conversion = "%";
+  for (const char flag : {'-', '0', '+', ' ', '#'}) {
+    // The others mean nothing to a text; what the C library makes of them is its own affair.
+    conversion.append(input.ConsumeBool() && (isNumber || flag == '-') ? 1 : 0, flag);
+  }
+  conversion += input.ConsumeBool() ? std::to_string(input.ConsumeIntegralInRange(1, 600) % 513) : "";
+  conversion += letter != 'c' && input.ConsumeBool() ? "." + std::to_string(input.ConsumeIntegralInRange(0, 512)) : "";
+  const bool is64 = isNumber && input.ConsumeBool();
+  conversion += is64 ? std::string("ll") + letter : std::string(1, letter);
+
+  const auto number = input.ConsumeIntegral<std::uint64_t>();
+  std::string text = input.ConsumeRandomLengthString(40);
+  text = text.substr(0, text.find('\0'));
+  const FormatArgument argument = letter == 's' ? FormatArgument{FormatKind::kNarrow, 0, {}, text}
+                                                : FormatArgument{FormatKind::kInteger, number, {}, {}};
+  std::string wanted(1200, '\0');
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  const int size =
+      letter == 's' ? std::snprintf(wanted.data(), wanted.size(), conversion.c_str(), text.c_str())
+      : is64        ? std::snprintf(wanted.data(), wanted.size(), conversion.c_str(), number)
+                    : std::snprintf(wanted.data(), wanted.size(), conversion.c_str(),
+                             letter == 'c' ? static_cast<unsigned char>(number) : static_cast<std::uint32_t>(number));
+#pragma GCC diagnostic pop
+  FUZZ_CHECK(size >= 0 && static_cast<std::size_t>(size) < wanted.size());
+  wanted.resize(static_cast<std::size_t>(size));
+  FUZZ_CHECK(CORE::formatArguments(conversion, {&argument, 1}) == wanted);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  FuzzedDataProvider input(data, size);
+  checkPeer(input);
+  std::vector<FormatArgument> arguments;
+  for (int left = input.ConsumeIntegralInRange(0, 4); left > 0; --left) {
+    arguments.push_back(
+        {input.PickValueInArray({FormatKind::kInteger, FormatKind::kPointer, FormatKind::kWide, FormatKind::kNarrow}),
+         input.ConsumeIntegral<std::uint64_t>(), L"wide \u00E4", "narrow \xC3\xA4\xFF"});
+  }
+  const std::size_t limit = input.ConsumeIntegralInRange<std::size_t>(0, 100);
+  const std::string format = input.ConsumeRemainingBytesAsString();
+  checkAny<char>(format, arguments, limit);
+  checkAny<wchar_t>(std::wstring(format.begin(), format.end()), arguments, limit);
+  return 0;
+}

@@ -1,0 +1,46 @@
+#include "core/convert.h"
+#include "core/log_line.h"
+#include "core/sensitive_names.h"
+#include "core/text.h"
+#include "fuzz/check.h"
+#include "fuzz/input.h"
+
+// What a log must not show: the former maker's word in a line, the value of an entry with a sensitive name.
+
+namespace {
+
+bool standsAt(std::wstring_view text, std::size_t at) {
+  const auto is = [&](std::size_t i, wchar_t small) { return text[i] == small || text[i] == small - 32; };
+  return at + 3 <= text.size() && is(at, L'v') && is(at + 1, L't') && is(at + 2, L'x');
+}
+
+std::wstring maskedPlainly(std::wstring text) {
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    if (standsAt(text, at)) {
+      text[at] = text[at + 1] = text[at + 2] = L'*';
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::Platform platform;
+  const std::wstring text = CORE::toWideLossy(fuzz::bytes(data, size));
+  std::wstring masked = text;
+  CORE::maskLegacyWord(masked);
+  FUZZ_CHECK(masked.size() == text.size());
+  FUZZ_CHECK(masked == maskedPlainly(text));
+
+  const bool sensitive = CORE::isSensitiveName(text);
+  FUZZ_CHECK(sensitive == CORE::isSensitiveName(CORE::lowered(text)));
+  if (sensitive) {
+    for (const wchar_t* const more : {L" ", L"s", L"\\"}) {
+      FUZZ_CHECK(!CORE::isSensitiveName(text + more));
+      FUZZ_CHECK(!CORE::isSensitiveName(more + text));
+    }
+    FUZZ_CHECK(!CORE::isSensitiveName(text + std::wstring(1, L'\0')));
+  }
+  return 0;
+}

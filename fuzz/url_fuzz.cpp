@@ -1,0 +1,61 @@
+#include <tuple>
+
+#include "core/convert.h"
+#include "fuzz/check.h"
+#include "fuzz/input.h"
+#include "http/win_http_request.h"
+#include "http/wininet_url.h"
+
+// The two URL splitters, one beside the other, above the simulated platform's reading of URLs.
+
+namespace {
+
+using Parts = std::tuple<std::uint32_t, std::wstring, std::uint16_t, std::wstring, std::wstring>;
+using InetParts = std::tuple<std::wstring, std::wstring, std::uint16_t, std::wstring>;
+
+Parts crack(const std::wstring& url, bool plain) {
+  Parts out(9, url, 9, L"old", L"old");
+  auto& [scheme, host, port, path, extra] = out;
+  const bool cracked = WinHttpRequest::CrackURL(host, scheme, host, port, path, extra, plain);  // from its own output
+  FUZZ_CHECK(cracked == (out != Parts()));
+  return out;
+}
+
+InetParts crackInet(const std::wstring& url, bool plain) {
+  InetParts out(L"old", url, 9, L"old");
+  auto& [scheme, host, port, path] = out;
+  const bool cracked = util::WinInet::CrackUrl(host, scheme, host, port, path, plain);
+  FUZZ_CHECK(cracked == (out != InetParts()));
+  return out;
+}
+
+void check(const std::wstring& url, bool plain) {
+  const Parts parts = crack(url, plain);
+  const InetParts inet = crackInet(url, plain);
+  const auto& [scheme, host, port, path, extra] = parts;
+  const std::wstring prefix = plain ? L"http://" : L"https://";
+  const bool hasScheme = url.find(L"://") != url.npos;
+  FUZZ_CHECK(parts == crack(hasScheme ? url : prefix + url, !plain));
+  FUZZ_CHECK(parts == Parts() || ((scheme == 1 || scheme == 2) && !host.empty()));
+  FUZZ_CHECK(parts == Parts() || hasScheme || scheme == (plain ? 1U : 2U));
+  FUZZ_CHECK(url.ends_with(path + extra));
+  FUZZ_CHECK(path.find_first_of(L"?#") == path.npos && (extra.empty() || extra[0] == L'?' || extra[0] == L'#'));
+
+  if (url.find(L' ') != url.npos) {
+    FUZZ_CHECK(inet == InetParts());
+  } else if (hasScheme == (url.find(L"//") != url.npos)) {  // else they disagree on whether there is a scheme
+    FUZZ_CHECK((parts == Parts()) == (inet == InetParts()));
+    FUZZ_CHECK(host == std::get<1>(inet) && port == std::get<2>(inet) && path + extra == std::get<3>(inet));
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const fuzz::Platform platform;
+  const std::wstring url = CORE::toWideLossy(fuzz::bytes(data, size));
+  check(url, false);
+  check(url, true);
+  check(L"https://" + url, false);
+  return 0;
+}
