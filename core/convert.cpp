@@ -135,7 +135,11 @@ std::string toUtf8Lossy(std::wstring_view text) {
   std::string out;
   out.reserve(text.size());
   for (std::size_t i = 0; i < text.size();) {
-    appendUtf8(out, nextWide(text, i).value_or(kReplacement));
+    if (static_cast<std::uint32_t>(text[i]) < 0x80) {  // nearly all of a log is ASCII
+      out.push_back(static_cast<char>(text[i++]));
+    } else {
+      appendUtf8(out, nextWide(text, i).value_or(kReplacement));
+    }
   }
   return out;
 }

@@ -9,6 +9,9 @@ namespace {
 
 using detail::Conversion;
 
+/// Longer formats are messages, for which room is made at once.
+constexpr std::size_t kShortFormat = 32;
+
 template <class C>
 class Expansion {
  public:
@@ -18,6 +21,9 @@ class Expansion {
       : format_(format), arguments_(arguments), limit_(limit) {}
 
   std::basic_string<C> run() {
+    if (format_.size() > kShortFormat) {
+      out_.reserve(std::min(limit_, format_.size() * 2));
+    }
     std::size_t at = 0;
     while (at < format_.size() && !full()) {
       const std::size_t percent = std::min(format_.find(static_cast<C>('%'), at), format_.size());
@@ -107,7 +113,7 @@ class Expansion {
           is64 ? static_cast<std::int64_t>(number) : static_cast<std::int32_t>(static_cast<std::uint32_t>(number));
       magnitude = value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
       prefix = value < 0 ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
-    } else if (conversion.alternate && number != 0 && (conversion.letter == 'x' || conversion.letter == 'X')) {
+    } else if (conversion.alternate && magnitude != 0 && (conversion.letter == 'x' || conversion.letter == 'X')) {
       prefix = {'0', conversion.letter};
     }
     std::size_t least = conversion.precision == Conversion::kNoPrecision ? 1 : conversion.precision;

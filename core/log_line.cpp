@@ -5,7 +5,6 @@
 #include "core/configuration.h"
 #include "core/format.h"
 #include "core/number_text.h"
-#include "core/text.h"
 #include "platform/platform.h"
 
 namespace CORE {
@@ -78,10 +77,13 @@ std::wstring logLine(const LogRecord& record, const LineLayout& layout) {
 }
 
 void maskLegacyWord(std::wstring& text) {
-  constexpr std::wstring_view kWord = L"vtx";
-  const std::wstring small = lowered(text);
-  for (std::size_t at = small.find(kWord); at != std::wstring::npos; at = small.find(kWord, at + kWord.size())) {
-    text.replace(at, kWord.size(), kWord.size(), L'*');
+  // ASCII is enough: no other character has one of these letters as its lower case.
+  const auto is = [&text](std::size_t at, wchar_t small) { return (text[at] | 0x20) == small; };
+  for (std::size_t at = 0; at + 3 <= text.size(); ++at) {
+    if (is(at, L'v') && is(at + 1, L't') && is(at + 2, L'x')) {
+      text.replace(at, 3, 3, L'*');
+      at += 2;
+    }
   }
 }
 
