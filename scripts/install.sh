@@ -3,6 +3,7 @@
 #
 #   scripts/install.sh run     what ./run.sh needs
 #   scripts/install.sh test    what ./test.sh needs (the same and more)
+#   scripts/install.sh bench   what bench/run.sh needs
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,6 +11,7 @@ run_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x8
   ca-certificates)
 test_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev clang libclang-rt-dev clang-format clang-tidy
   git zip unzip tinyproxy-bin)
+bench_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev libspdlog-dev nlohmann-json3-dev)
 
 fail() {
   echo "install.sh: $*" >&2
@@ -19,7 +21,8 @@ fail() {
 case "${1-}" in
   run) wanted=("${run_packages[@]}") ;;
   test) wanted=("${test_packages[@]}") ;;
-  *) fail "say what for: run or test" ;;
+  bench) wanted=("${bench_packages[@]}") ;;
+  *) fail "say what for: run, test or bench" ;;
 esac
 
 # Node may be there in another way than as Debian's package; npm comes with it then.

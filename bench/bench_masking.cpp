@@ -1,0 +1,58 @@
+#include <cwchar>
+#include <string>
+
+#include "bench/benchmarks.h"
+#include "bench/harness.h"
+#include "bench/real_windows.h"
+#include "core/log_line.h"
+
+namespace bench {
+namespace {
+
+/// A text of the log's kind without the letter that the word begins with, but for one word at its end.
+std::wstring textOf(std::size_t characters) {
+  constexpr std::wstring_view kPiece = L"AzureBlobUploader::upload(): block 17 of bundle.zip has been written; ";
+  std::wstring text;
+  while (text.size() < characters) {
+    text += kPiece;
+  }
+  text.resize(characters - 3);
+  return text + L"VTX";
+}
+
+void benchSize(const std::string& what, std::size_t characters) {
+  const std::size_t calls = (std::size_t{32} << 20) / characters;
+  std::wstring text = textOf(characters);
+  const auto repeat = [&](const auto& body) {
+    return secondsOf([&] {
+      for (std::size_t i = 0; i < calls; ++i) {
+        text[characters - 3] = L'V';
+        body();
+      }
+    });
+  };
+  const Pair pair = inTurns(
+      9,
+      [&] {
+        return repeat([&] {
+          text[characters - 2] = L'T';
+          text[characters - 1] = L'X';
+          CORE::maskLegacyWord(text);
+        });
+      },
+      [&] { return repeat([&] { sink = sink + (std::wmemchr(text.data(), L'V', text.size()) != nullptr); }); });
+  const double megabytes = static_cast<double>(calls * characters * sizeof(wchar_t)) / 1e6;
+  printRow("legacy masking, " + what, "wmemchr", pair, Unit::kRate, megabytes, "MB", "at least 1000 MB/s",
+           megabytes / pair.ours >= 1000);
+}
+
+}  // namespace
+
+void benchMasking(const std::filesystem::path& folder) {
+  const RealWindows windows(folder);
+  benchSize("8192 characters", 8192);
+  benchSize("1 Mi characters", std::size_t{1} << 20);
+  benchSize("16 Mi characters", std::size_t{16} << 20);
+}
+
+}  // namespace bench
