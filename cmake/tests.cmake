@@ -23,7 +23,6 @@ function(mddct_tests folder library)
 endfunction()
 
 mddct_tests(platform mddct_core)
-mddct_tests(sim mddct_core)
 mddct_tests(core mddct_core)
 mddct_tests(digest mddct_digest)
 mddct_tests(http mddct_http)

@@ -68,7 +68,6 @@ set_target_properties(mddct_powershell PROPERTIES
   OUTPUT_NAME powershell RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/standin)
 
 file(GLOB check_sources CONFIGURE_DEPENDS ${native}/check/*.cpp)
-mddct_native_program(mddct_platform_check ${native}/platform_check.cpp ${check_sources} packaging/mdDCT.rc)
-target_include_directories(mddct_platform_check PRIVATE packaging)
+mddct_native_program(mddct_platform_check ${native}/platform_check.cpp ${check_sources})
 target_compile_options(mddct_platform_check PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fnon-call-exceptions>)
 target_link_libraries(mddct_platform_check PRIVATE mddct_windows)

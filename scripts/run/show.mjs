@@ -1,6 +1,11 @@
 // What ./run.sh prints. The functions that judge return what is wrong, in words; an empty list is well.
 import { alive } from '../../tests/wine/proc.mjs';
-import { kMeanings, kProgramFolder } from '../../tests/wine/product.mjs';
+import { kProgramFolder } from '../../tests/wine/product.mjs';
+
+/** What the exit codes mean. */
+const kMeanings = ['the bundle arrived', 'not started as the local system account',
+  'another collection is running', 'the command line or the URL cannot be used', 'the collection failed: no bundle',
+  'the upload could not start', 'waiting for the upload failed', 'the upload failed'];
 
 /** One line, as soon as the step begins. */
 export const step = (text) => console.log(`== ${text}`);

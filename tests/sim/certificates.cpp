@@ -1,6 +1,9 @@
 #include "tests/sim/certificates.h"
 
+#include <openssl/evp.h>
+
 #include <algorithm>
+#include <cstring>
 
 #include "tests/sim/certificate_objects.h"
 
@@ -34,32 +37,26 @@ std::optional<std::string_view> withoutPemLines(std::string_view text) {
 }
 
 std::optional<std::string> fromBase64(std::string_view text) {
-  static constexpr std::string_view kDigits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string result;
-  std::uint32_t bits = 0;
-  std::size_t digits = 0;
-  std::size_t padding = 0;
-  for (const char character : text) {
-    const auto digit = kDigits.find(character);
-    if (std::string_view(" \t\r\n").find(character) != std::string_view::npos) {
-      continue;
-    }
-    padding += character == '=' ? 1 : 0;
-    if (character != '=' && (digit == std::string_view::npos || padding != 0)) {
-      return std::nullopt;
-    }
-    bits = bits << 6 | (character == '=' ? 0 : static_cast<std::uint32_t>(digit));
-    if (++digits % 4 == 0) {
-      for (const int shift : {16, 8, 0}) {
-        result += static_cast<char>(bits >> shift & 0xFF);
-      }
-    }
-  }
-  if (digits == 0 || digits % 4 != 0 || padding > 2) {
+  std::string digits(text);
+  std::erase_if(digits,
+                [](char character) { return character != '\0' && std::strchr(" \t\r\n", character) != nullptr; });
+  const auto padding = digits.size() - std::min(digits.find_last_not_of('=') + 1, digits.size());
+  std::string bytes(digits.size(), '\0');
+  const int length =
+      EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
+                      reinterpret_cast<const unsigned char*>(digits.data()), static_cast<int>(digits.size()));
+  if (length <= 0 || padding > 2) {
     return std::nullopt;
   }
-  result.resize(result.size() - padding);
-  return result;
+  return bytes.substr(0, static_cast<std::size_t>(length) - padding);
+}
+
+std::vector<std::string> dersOf(const ServerChain& chain) {
+  std::vector<std::string> ders;
+  for (const auto& spec : chain.certificates) {
+    ders.push_back(spec.der);
+  }
+  return ders;
 }
 
 }  // namespace
@@ -90,12 +87,8 @@ NativeHandle Certificates::addChain(const ServerChain& chain, std::uint32_t erro
   object->shown = chain;
   object->errorStatus = errorStatus;
   object->infoStatus = infoStatus;
-  std::vector<std::string> peers;
   for (const auto& spec : chain.certificates) {
-    peers.push_back(spec.der);
-  }
-  for (const auto& spec : chain.certificates) {
-    object->certificates.push_back(add(spec, peers, true));
+    object->certificates.push_back(add(spec, dersOf(chain), true));
   }
   return kernel_.add(object);
 }
@@ -107,12 +100,10 @@ NativeHandle Certificates::add(const CertificateSpec& spec, const std::vector<st
   object->encoded = bytesOf(spec.der);
   object->extension = extensionOf(spec);
   object->peers = peers;
-  if (spec.hasStore) {
-    auto store = std::make_shared<StoreObject>();
-    store->dependent = true;
-    store->certificates.insert(peers.begin(), peers.end());
-    object->store = kernel_.add(store);
-  }
+  auto store = std::make_shared<StoreObject>();
+  store->dependent = true;
+  store->certificates.insert(peers.begin(), peers.end());
+  object->store = kernel_.add(store);
   return kernel_.add(object);
 }
 
@@ -147,14 +138,7 @@ const CertificateSpec* Certificates::knownSpec(const std::string& der) const {
 
 std::vector<std::string> Certificates::peersOf(const std::string& der) const {
   const auto found = known_.find(der);
-  if (found == known_.end()) {
-    return {der};
-  }
-  std::vector<std::string> peers;
-  for (const auto& spec : found->second.certificates) {
-    peers.push_back(spec.der);
-  }
-  return peers;
+  return found == known_.end() ? std::vector{der} : dersOf(found->second);
 }
 
 /// A certificate's handle goes, with that of its own store. Lock held.

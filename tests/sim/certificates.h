@@ -20,7 +20,6 @@ struct CertificateSpec {
   bool hasExtensions = true;
   /// Instead of crlUrls: the points as they are decoded; one that holds nothing makes the decoding give null.
   std::optional<std::optional<std::vector<platform::DistributionPoint>>> points = std::nullopt;
-  bool hasStore = true;  ///< of its own: a store that holds the chain with which the certificate was shown
 };
 
 /// What a server shows in the handshake, and what the platform thinks of it.

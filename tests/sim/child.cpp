@@ -101,11 +101,6 @@ void Child::hang() {
   throw ChildTerminated{};
 }
 
-bool Child::terminated() const {
-  const Guard guard(owner_.kernel_.mutex);
-  return state_->hasEnded();
-}
-
 void Child::spawn(std::function<void(Child&)> script) {
   const Guard guard = runningGuard();
   const auto state = owner_.addChild(L"grandchild", state_->record.folder);

@@ -20,7 +20,7 @@ struct HttpExchange {
   std::wstring path;                                         ///< with the query
   std::uint32_t requestFlags = 0;                            ///< of WinHttpOpenRequest
   std::wstring headersText;                                  ///< as given to WinHttpSendRequest
-  std::vector<std::pair<std::string, std::string>> headers;  ///< in order; values without blanks around
+  std::vector<std::pair<std::string, std::string>> headers;  ///< in order
   std::uint32_t totalLength = 0;
   std::vector<std::uint64_t> writes;  ///< sizes of the WinHttpWriteData calls
   std::uint64_t bodySize = 0;         ///< bytes that arrived
@@ -53,7 +53,6 @@ enum class HttpStage : std::uint8_t { kReceive = 1, kQueryData = 2, kRead = 3, k
 struct HttpFailure {
   HttpStage stage = HttpStage::kSend;
   platform::ErrorCode error = 12030;
-  std::uint64_t afterBytes = 0;  ///< kWrite: once so many body bytes have arrived; kRead, kQueryData: of the answer
 };
 
 /// What the server does with a request.

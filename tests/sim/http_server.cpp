@@ -10,9 +10,9 @@ constexpr std::uint32_t kLargestPiece = 8192;  // what the platform tells as ava
 }
 
 /// Whether the script lets this call fail now; then it has been answered.
-bool WinHttp::fails(HttpRequestHandle& request, const HttpPending& call, std::uint64_t bytes) {
+bool WinHttp::fails(HttpRequestHandle& request, const HttpPending& call) {
   const auto failure = request.reply ? request.reply->failure : std::nullopt;
-  if (!failure || failure->stage != call.stage || bytes < failure->afterBytes) {
+  if (!failure || failure->stage != call.stage) {
     return false;
   }
   fail(request, call, failure->error);
@@ -76,25 +76,21 @@ void WinHttp::completeSend(HttpRequestHandle& request, const HttpPending& call) 
   if (!refused) {
     askServer(request, false);
   }
-  if (fails(request, call, 0)) {
+  if (fails(request, call)) {
     return;
   }
   takeBody(request, call.data);
-  if (fails(request, call, 0)) {
+  if (fails(request, call)) {
     return;
   }
   finish(request, call, platform::kStatusSendRequestComplete);
 }
 
 void WinHttp::completeWrite(HttpRequestHandle& request, const HttpPending& call) {
-  const auto failure = request.reply ? request.reply->failure : std::nullopt;
-  const bool breaks = failure && failure->stage == HttpStage::kWrite;
-  const std::uint64_t before = request.known.bodySize;
-  const std::uint64_t limit = breaks ? std::max(failure->afterBytes, before) - before : call.data.size();
-  takeBody(request, call.data.first(static_cast<std::size_t>(std::min<std::uint64_t>(limit, call.data.size()))));
-  if (breaks && limit <= call.data.size() && fails(request, call, request.known.bodySize)) {
+  if (fails(request, call)) {
     return;
   }
+  takeBody(request, call.data);
   std::uint32_t written = static_cast<std::uint32_t>(call.data.size());
   finish(request, call, platform::kStatusWriteComplete, &written, sizeof(written));
 }
@@ -103,7 +99,7 @@ void WinHttp::completeReceive(HttpRequestHandle& request, const HttpPending& cal
   if (!request.reply) {
     return fail(request, call, platform::kErrorWinHttpTimeout);  // the server still waits for the body
   }
-  if (fails(request, call, 0)) {
+  if (fails(request, call)) {
     return;
   }
   {
@@ -114,7 +110,7 @@ void WinHttp::completeReceive(HttpRequestHandle& request, const HttpPending& cal
 }
 
 void WinHttp::completeQuery(HttpRequestHandle& request, const HttpPending& call) {
-  if (fails(request, call, request.bodyRead)) {
+  if (fails(request, call)) {
     return;
   }
   const auto& pieces = request.reply->pieces;
@@ -129,7 +125,7 @@ void WinHttp::completeQuery(HttpRequestHandle& request, const HttpPending& call)
 }
 
 void WinHttp::completeRead(HttpRequestHandle& request, const HttpPending& call) {
-  if (fails(request, call, request.bodyRead)) {
+  if (fails(request, call)) {
     return;
   }
   const std::uint64_t rest = request.replySize() - request.bodyRead;

@@ -110,16 +110,16 @@ bool Kernel::waitUntil(Guard& guard, std::uint32_t milliseconds, const std::stri
   std::uint64_t quietGeneration = generation_;
   while (!done() && (infinite || now_ < deadline)) {
     scope.settle();
-    changed_.wait_for(guard, infinite ? hangLimit : grace);
+    changed_.wait_for(guard, infinite ? kHangLimit : kGrace);
     const auto now = Real::now();
-    if (now - start >= hangLimit && infinite && !done()) {
+    if (now - start >= kHangLimit && infinite && !done()) {
       std::fprintf(stderr, "sim: a wait without limit has not ended: %s\n", what.c_str());
       std::abort();
     }
-    if ((!isQuiet() && now - start < hangLimit) || quietGeneration != generation_) {
+    if ((!isQuiet() && now - start < kHangLimit) || quietGeneration != generation_) {
       quietSince = now;
       quietGeneration = generation_;
-    } else if (!infinite && now - quietSince >= grace && deadline <= *deadlines_.begin()) {
+    } else if (!infinite && now - quietSince >= kGrace && deadline <= *deadlines_.begin()) {
       jumpTo(deadline);
     }
   }
@@ -143,7 +143,7 @@ void Kernel::sleep(std::uint32_t milliseconds) {
   const platform::FileTime deadline = now_ + milliseconds * kTicksPerMillisecond;
   {
     WaitScope scope(*this);
-    changed_.wait_for(guard, grace, [&] {
+    changed_.wait_for(guard, kGrace, [&] {
       scope.settle();
       return isQuiet() || now_ >= deadline;
     });

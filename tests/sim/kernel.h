@@ -71,9 +71,9 @@ class Kernel {
   mutable std::mutex mutex;  ///< never held while code of the program or of a test runs
 
   /// How long, in real time, a wait with a limit stays before the clock jumps to its end.
-  std::chrono::milliseconds grace{20};
+  static constexpr std::chrono::milliseconds kGrace{20};
   /// How long, in real time, a wait without limit may last before the test is ended with a message.
-  std::chrono::milliseconds hangLimit{60000};
+  static constexpr std::chrono::milliseconds kHangLimit{60000};
 
   // --- calls
   /// A platform call: passes the fault point of its name, then does `work` (given the guard, if it takes one) with the

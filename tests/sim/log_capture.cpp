@@ -84,6 +84,16 @@ std::size_t LogCapture::count(std::wstring_view text) const {
   return count;
 }
 
+std::vector<std::wstring> LogCapture::messages(CORE::LogLevel level) const {
+  std::vector<std::wstring> out;
+  for (const LogLine& line : lines()) {
+    if (line.level == level) {
+      out.push_back(line.message);
+    }
+  }
+  return out;
+}
+
 std::string LogCapture::text() const {
   std::string out;
   for (const LogLine& line : lines()) {

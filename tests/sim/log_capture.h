@@ -37,6 +37,8 @@ class LogCapture {
   bool has(CORE::LogLevel level, std::wstring_view text) const;
   /// How many records contain the text, whatever their level.
   std::size_t count(std::wstring_view text) const;
+  /// The messages of that level.
+  std::vector<std::wstring> messages(CORE::LogLevel level) const;
   /// All of it, a record a line: "ERROR wWinMain(): ...".
   std::string text() const;
   /// Forgets the records so far.

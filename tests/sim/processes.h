@@ -32,7 +32,6 @@ class Child {
  public:
   /// The argument that follows `option` ("-f"), or empty.
   std::wstring argumentAfter(const std::wstring& option) const;
-  bool contains(const std::wstring& text) const { return commandLine_.find(text) != std::wstring::npos; }
 
   /// Writes to the standard output; false when nobody reads any more or none is there.
   bool write(std::string_view text);
@@ -42,7 +41,6 @@ class Child {
   void exit(std::uint32_t code);
   /// Stays until somebody terminates the child.
   [[noreturn]] void hang();
-  bool terminated() const;
   /// Starts a process below this one with the same standard handles (and so holding the same pipe), in the same job.
   void spawn(std::function<void(Child&)> script);
 

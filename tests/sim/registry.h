@@ -1,11 +1,9 @@
 #pragma once
 
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <optional>
 
-#include "core/convert.h"
 #include "platform/registry.h"
 #include "tests/sim/kernel.h"
 #include "tests/sim/text.h"
@@ -68,23 +66,6 @@ class Registry : public platform::Registry {
   void clear() {
     const Guard guard(kernel_.mutex);
     values_.clear();
-  }
-
-  /// A text value, or a number in decimal; empty when there is no such value.
-  std::wstring textOf(const std::wstring& path) const {
-    const Guard guard(kernel_.mutex);
-    const auto found = values_.find(lowerCase(path));
-    if (found == values_.end() || !found->second) {
-      return L"";
-    }
-    const auto& [type, bytes] = *found->second;
-    std::uint32_t number = 0;
-    if (type == platform::kRegDword && bytes.size() == sizeof(number)) {
-      std::memcpy(&number, bytes.data(), sizeof(number));
-      return std::to_wstring(number);
-    }
-    const std::wstring text = CORE::fromUtf16Bytes(bytes);
-    return text.substr(0, text.find(L'\0'));
   }
 
   std::vector<Opening> openings() const { return kernel_.copyOf(openings_); }

@@ -15,10 +15,7 @@ class System : public platform::System {
   explicit System(Kernel& kernel) : kernel_(kernel) {}
 
   bool winHttpLoaded = true;  ///< whether GetModuleHandleW knows winhttp.dll
-  /// The program's version resource, in American English.
-  std::wstring fileVersion = L"1.2.3.4";
-  std::wstring fileDescription = L"Support bundle collector";
-  bool hasConsole = false;  ///< whether the parent has one to attach to
+  bool hasConsole = false;    ///< whether the parent has one to attach to
   /// What was written to it.
   std::wstring consoleText() const { return kernel_.copyOf(consoleText_); }
   std::wstring currentDirectory() const { return kernel_.copyOf(currentDirectory_); }
@@ -58,7 +55,7 @@ class System : public platform::System {
   Result<std::span<const std::byte>> VerQueryValueW(std::span<const std::byte> block,
                                                     const std::wstring& name) override {
     return kernel_.call("VerQueryValueW", [&]() -> Result<std::span<const std::byte>> {
-      const std::size_t version = utf16Bytes(fileVersion, true).size();
+      const std::size_t version = utf16Bytes(kFileVersion, true).size();
       if (name == L"\\VarFileInfo\\Translation") {
         return {true, block.first(kTranslationSize), 0};
       }
@@ -90,13 +87,14 @@ class System : public platform::System {
  private:
   static constexpr platform::ErrorCode kErrorResourceTypeNotFound = 1813;
   static constexpr std::size_t kTranslationSize = 4;
+  static constexpr const wchar_t* kFileVersion = L"1.2.3.4";
   struct Console : KernelObject {
     const char* kind() const override { return "console"; }
   };
   /// The translation (0x0409, 0x04B0) and the two texts, in a layout of the simulation's own.
   std::vector<std::byte> versionBlock() const {
     std::vector<std::byte> block{std::byte{0x09}, std::byte{0x04}, std::byte{0xB0}, std::byte{0x04}};
-    for (const std::wstring& part : {fileVersion, fileDescription}) {
+    for (const wchar_t* const part : {kFileVersion, L"Support bundle collector"}) {
       const auto bytes = utf16Bytes(part, true);
       block.insert(block.end(), bytes.begin(), bytes.end());
     }

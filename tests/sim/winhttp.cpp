@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/convert.h"
 #include "tests/sim/http_handles.h"
 #include "tests/sim/internet.h"
 #include "tests/sim/text.h"
@@ -12,28 +13,14 @@ namespace {
 constexpr platform::ErrorCode kErrorHeaderNotFound = 12150;
 constexpr platform::ErrorCode kErrorIncorrectHandleType = 12018;
 
-std::string narrow(std::wstring_view text) {
-  std::string result;
-  for (const wchar_t character : text) {
-    const auto code = codeOf(character);
-    result += code < 0x100 ? static_cast<char>(code) : '?';
-  }
-  return result;
-}
-
-std::string trim(const std::string& text) {
-  const auto first = text.find_first_not_of(" \t");
-  return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 std::vector<std::pair<std::string, std::string>> parseHeaders(const std::wstring& block) {
   std::vector<std::pair<std::string, std::string>> headers;
   for (std::size_t at = 0; at < block.size();) {
     const auto end = std::min(block.find(L"\r\n", at), block.size());
-    const std::string line = narrow(std::wstring_view(block).substr(at, end - at));
+    const std::string line = CORE::toUtf8Lossy(block.substr(at, end - at));
     const auto colon = line.find(':');
     if (colon != std::string::npos) {
-      headers.emplace_back(line.substr(0, colon), trim(line.substr(colon + 1)));
+      headers.emplace_back(line.substr(0, colon), line.substr(colon + 1));
     }
     at = end + 2;
   }

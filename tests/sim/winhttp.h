@@ -123,7 +123,7 @@ class WinHttp : public platform::WinHttp {
   Result<platform::InternetHandle> openBelow(const char* name, NativeHandle parent, const Describe& describe);
   template <class Read>
   Result<std::uint32_t> queryHeaders(NativeHandle handle, bool known, const Read& read);
-  bool fails(HttpRequestHandle& request, const HttpPending& call, std::uint64_t bytes);
+  bool fails(HttpRequestHandle& request, const HttpPending& call);
   bool proxyRefuses(const HttpExchange& seen) const;
   bool shakeHands(HttpRequestHandle& request, const HttpPending& call);
   void askServer(HttpRequestHandle& request, bool whole);

@@ -12,19 +12,14 @@ export const kLogFolder = 'C:\\ProgramData\\Calvera\\Meridon\\logs';
 export const kSettingsKey = 'HKEY_LOCAL_MACHINE\\Software\\Calvera\\Meridon';
 const kStandinFolder = 'C:\\standin';  // its records: no part of what a run may leave
 
-/** What the exit codes mean. */
-export const kMeanings = ['the bundle arrived', 'not started as the local system account',
-  'another collection is running', 'the command line or the URL cannot be used', 'the collection failed: no bundle',
-  'the upload could not start', 'waiting for the upload failed', 'the upload failed'];
-
-const kLine = /^(\S+) (.{5}) \(([^()]*)-([0-9A-F]+)\) <([^>]*)> \[([^\]]*)\] ([^]*)$/;
+const kLine = /^(\S+) (.{5}) \(([^()]*)-([0-9A-F]+)\) <[^>]*> \[[^\]]*\] ([^]*)$/;
 
 /** Takes the text of a log file apart; a message may hold line breaks. */
 export function parseLog(text) {
   const records = text.replace(/\r\n$/, '').split(/\r\n(?=\d{4}-\d\d-\d\dT)/).filter((line) => line !== '');
   return records.map((line) => {
-    const [, time, level, pid, tid, name, component, message] = kLine.exec(line) ?? [];
-    return { time, level: level?.trim(), pid, tid, name, component, message, line };
+    const [, time, level, pid, tid, message] = kLine.exec(line) ?? [];
+    return { time, level: level?.trim(), pid, tid, message, line };
   });
 }
 

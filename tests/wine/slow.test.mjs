@@ -9,8 +9,8 @@ const runInto = (name, plan, standin, judge) => withProduct(name, {}, (product) 
 }));
 
 describe('at length', { concurrency: 3 }, () => {
-  it('a query that hangs is ended after a minute, and the run goes on', () => runInto('hang', undefined,
-    { query: 'hang' }, async (result, sink) => {
+  it('a query that hangs is ended after a minute with its own child, and the run goes on', () => runInto('hang', undefined,
+    { query: 'hang', grandchild: 300000 }, async (result, sink) => {
       assertEnded(result, 0, [/^dct_common::runDctCommand\(\): Timed out reading script output from the pipe when /]);
       assert.equal(sink.service.blobs.get('/logs/a.zip').sha256, result.bundles[0].sha256);
       assert.ok(result.ms > 60000 && result.ms < 90000, `${result.ms} ms`);

@@ -11,7 +11,7 @@ TEST(InvokeDCTScript, StartsTheScriptExactlySo) {
     world.windows.registry.set(kInstallPathSetting, install);
     world.windows.files.write(L"C:\\The Agent\\dct\\vdx-support.ps1", "#");
     world.windows.processes.onStart([&](sim::Child& child) {
-      if (child.contains(L"vdx-support")) {
+      if (!child.argumentAfter(L"-d").empty()) {
         world.windows.files.write(kBundlePath, "PK");
       }
     });

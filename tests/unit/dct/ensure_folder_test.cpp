@@ -37,6 +37,7 @@ TEST(EnsureFolder, CreatesTheMissingLevels) {
 
   windows.files.write(L"D:\\file", "a name that is taken counts as there");
   EXPECT_TRUE(ensureFolder(L"D:\\file"));
+  EXPECT_FALSE(ensureFolder(L""));
 }
 
 TEST(EnsureFolder, AnyLevelThatFailsIsAFailure) {
@@ -46,8 +47,7 @@ TEST(EnsureFolder, AnyLevelThatFailsIsAFailure) {
     EXPECT_FALSE(ensureFolder(L"D:\\a\\b\\c")) << level;
     EXPECT_EQ(windows.faults.callCount("CreateDirectoryW"), level) << "goes on after a failure";
   }
-  sim::Windows windows;
-  EXPECT_FALSE(ensureFolder(L""));
+  const sim::Windows windows;
   std::wstring hostile = L"C:";
   while (hostile.size() < 2'000'000) {
     hostile += L"\\a";

@@ -37,15 +37,7 @@ struct ScriptWorld {
   }
 
   /// The messages of that level so far.
-  std::vector<std::wstring> messages(CORE::LogLevel level) const {
-    std::vector<std::wstring> out;
-    for (const sim::LogLine& line : log.lines()) {
-      if (line.level == level) {
-        out.push_back(line.message);
-      }
-    }
-    return out;
-  }
+  std::vector<std::wstring> messages(CORE::LogLevel level) const { return log.messages(level); }
 
   sim::Windows windows;
   sim::LogCapture log{windows};

@@ -82,15 +82,7 @@ struct World {
     return all.empty() ? sim::HttpExchange{} : all.back();
   }
   /// The ERROR records so far.
-  Errors errors() const {
-    Errors out;
-    for (const auto& line : log.lines()) {
-      if (line.level == CORE::kError) {
-        out.push_back(line.message);
-      }
-    }
-    return out;
-  }
+  Errors errors() const { return log.messages(CORE::kError); }
 
   sim::Windows windows;
   sim::LogCapture log{windows};

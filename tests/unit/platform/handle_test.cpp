@@ -12,46 +12,25 @@ void closeIt(int* handle) { closed.push_back(handle); }
 
 using Owner = platform::UniqueHandle<platform::NullHandleTraits<int*, closeIt>>;
 
-class UniqueHandle : public testing::Test {
- protected:
-  void SetUp() override { closed.clear(); }
-  int a_ = 0;
-  int b_ = 0;
-};
-
-TEST_F(UniqueHandle, ClosesOnceAndNeverAnInvalidOne) {
+TEST(UniqueHandle, ClosesEachValidHandleOnce) {
+  int a = 0, b = 0;
+  closed.clear();
   {
-    Owner none;
-    Owner one(&a_);
-    EXPECT_FALSE(none);
-    EXPECT_TRUE(one);
+    const Owner none;
+    Owner one(&a);
+    Owner& same = one;
+    one = std::move(same);
+    EXPECT_TRUE(!none && one && closed.empty()) << "not by a move to itself";
+    one = Owner(&b);
+    EXPECT_EQ(one.get(), &b);
+    EXPECT_EQ(closed, (std::vector<int*>{&a})) << "over a live one";
+    EXPECT_EQ(one.release(), &b);
+    EXPECT_FALSE(one);
+    one.reset(&a);
+    one.reset();
+    one.reset(&b);
   }
-  EXPECT_EQ(closed, (std::vector<int*>{&a_}));
-}
-
-TEST_F(UniqueHandle, AssignmentOverALiveHandleClosesTheOldOne) {
-  Owner first(&a_);
-  Owner second(&b_);
-  first = std::move(second);
-  EXPECT_EQ(first.get(), &b_);
-  EXPECT_EQ(closed, (std::vector<int*>{&a_}));
-}
-
-TEST_F(UniqueHandle, SelfMoveKeepsTheHandle) {
-  Owner owner(&a_);
-  Owner& same = owner;
-  owner = std::move(same);
-  EXPECT_EQ(owner.get(), &a_);
-  EXPECT_TRUE(closed.empty());
-}
-
-TEST_F(UniqueHandle, ReleaseGivesUpAndResetReplaces) {
-  Owner owner(&a_);
-  EXPECT_EQ(owner.release(), &a_);
-  EXPECT_FALSE(owner);
-  owner.reset(&b_);
-  owner.reset();
-  EXPECT_EQ(closed, (std::vector<int*>{&b_}));
+  EXPECT_EQ(closed, (std::vector<int*>{&a, &a, &b}));
 }
 
 TEST(KernelHandle, BothInvalidValuesAreNoHandle) {

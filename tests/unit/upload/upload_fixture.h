@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <map>
 #include <mutex>
 
@@ -28,10 +27,7 @@ class UploadFixture : public ::testing::Test, protected World {
     void operator()(AzureBlobUploader* owned) const { owned->release(); }
   };
 
-  UploadFixture() {
-    windows.winHttp.storeBodyUpTo = 0;
-    windows.kernel.hangLimit = std::chrono::minutes(1);
-  }
+  UploadFixture() { windows.winHttp.storeBodyUpTo = 0; }
   static sim::HttpReply answer(std::uint32_t status, bool hold = false) {
     sim::HttpReply out;
     out.status = status;

@@ -1,12 +1,10 @@
 // https_client get URL | putfile URL FILE, then any of
-//   --revocation --ignore-name --ignore-all --plain-http --pin TEXT --proxy LIST --bypass LIST --pac URL --user NAME
-//   --password TEXT --timeout-ms N
+//   --revocation --ignore-name --ignore-all --plain-http --pin TEXT --pac URL --user NAME --password TEXT
 // runs one request as the program would, for tests of requests that the shipped program never makes. It logs where the
 // program does and prints one line of JSON: "ok" is what the operation returned, "bytes" the length of the response
-// body. --pin may come several times. --timeout-ms sets the four limits, in milliseconds, to a quarter of N each; N is
-// 4 at least. The exit code is 0 when the request was run, whatever came of it, and 2 for bad usage.
+// body. --pin may come several times. The exit code is 0 when the request was run, whatever came of it, and 2 for bad
+// usage.
 
-#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -33,7 +31,6 @@ class Client {
  private:
   bool takeSwitch(const std::wstring& name);
   bool takeValue(const std::wstring& name, const std::wstring& value);
-  bool takeTimeout(const std::string& text);
 
   std::shared_ptr<WinHttpRequest> request_ = WinHttpRequest::create();
   std::wstring user_, password_;
@@ -56,23 +53,9 @@ bool Client::takeSwitch(const std::wstring& name) {
   return true;
 }
 
-bool Client::takeTimeout(const std::string& text) {
-  std::uint32_t total = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), total);
-  if (error != std::errc() || end != text.data() + text.size() || total < 4) {
-    return false;
-  }
-  request_->setTimeoutsMs(total / 4, total / 4, total / 4, total / 4);
-  return true;
-}
-
 bool Client::takeValue(const std::wstring& name, const std::wstring& value) {
   if (name == L"--pin") {
     request_->addThumbprint(native::narrow(value));
-  } else if (name == L"--proxy") {
-    request_->setProxy(value);
-  } else if (name == L"--bypass") {
-    request_->setProxyBypass(value);
   } else if (name == L"--pac") {
     request_->setPacUrl(value);
   } else if (name == L"--user") {
@@ -80,7 +63,7 @@ bool Client::takeValue(const std::wstring& name, const std::wstring& value) {
   } else if (name == L"--password") {
     password_ = value;
   } else {
-    return name == L"--timeout-ms" && takeTimeout(native::narrow(value));
+    return false;
   }
   return true;
 }

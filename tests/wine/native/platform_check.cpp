@@ -40,14 +40,9 @@ int finish() {
 
 int main() {
   platform::install(&platform::windowsPlatform());
-  const std::wstring argument = native::arguments().at(0);
-  if (argument.starts_with(L"--child=")) {
-    return check::runAsChild(argument.substr(8));
-  }
-  std::filesystem::current_path(argument);
+  std::filesystem::current_path(native::arguments().at(0));
   check::certificates();
-  check::values();
-  check::kernel();
+  check::digests();
   check::storage();
   check::crash();
   return check::finish();

@@ -16,13 +16,9 @@ void equal(std::uint64_t got, std::uint64_t wanted, std::string_view name);
 /// Writes the plan. 0 when every check passed, otherwise 1.
 int finish();
 
-/// The program as a child of its own, which kernel() starts: the exit code.
-int runAsChild(const std::wstring& deed);
-
-void certificates();  ///< certificates, chains, CRLs
+void certificates();  ///< certificates, policies, CRLs
 void crash();         ///< dumps, stacks and failures that are thrown on; works in the current folder
-void kernel();        ///< objects, processes, security, heap
-void storage();       ///< files, registry, the system's folders; works in the current folder
-void values();        ///< clock, digests, text, URLs, proxies
+void digests();       ///< known answers
+void storage();       ///< files, registry, security, the search for DLLs; works in the current folder
 
 }  // namespace check
