@@ -5,7 +5,7 @@
 #include "fuzz/check.h"
 #include "fuzz/input.h"
 
-// What a log must not show: the former maker's word in a line, the value of an entry with a sensitive name.
+// What a log must not show: the masked word in a line, the value of an entry with a sensitive name.
 
 namespace {
 

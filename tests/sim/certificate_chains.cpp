@@ -49,7 +49,7 @@ Status Certificates::CertAddCertificateContextToStore(NativeHandle store, Native
     if (object == nullptr) {
       return Failure{platform::kErrorInvalidHandle};
     }
-    into.certificates.insert(object->spec.der);
+    into.certificates.insert(object->about.der);
     return kDone;
   });
 }
@@ -69,10 +69,10 @@ Result<platform::ChainHandle> Certificates::CertGetCertificateChain(NativeHandle
     if (store != nullptr && from == nullptr) {
       return Failure{platform::kErrorInvalidHandle};
     }
-    const auto known = known_.find(leaf.spec.der);
-    ServerChain chain = known != known_.end() ? known->second : ServerChain{{leaf.spec}};
-    const auto missing = std::find_if(chain.certificates.begin() + 1, chain.certificates.end(), [&](const auto& spec) {
-      return from == nullptr || !from->certificates.contains(spec.der);
+    const auto known = known_.find(leaf.about.der);
+    ServerChain chain = known != known_.end() ? known->second : ServerChain{{leaf.about}};
+    const auto missing = std::find_if(chain.certificates.begin() + 1, chain.certificates.end(), [&](const auto& about) {
+      return from == nullptr || !from->certificates.contains(about.der);
     });
     const bool partial = known == known_.end() || missing != chain.certificates.end();
     chain.certificates.erase(missing, chain.certificates.end());
@@ -123,8 +123,8 @@ platform::CertificateView Certificates::certificate(NativeHandle certificate) {
   if (object == nullptr) {
     return {};
   }
-  const std::uint32_t extensions = !object->spec.hasExtensions ? 0 : object->extension.empty() ? 1 : 2;
-  return {object->encoded, object->spec.hasInfo, extensions, object->store};
+  const std::uint32_t extensions = !object->about.hasExtensions ? 0 : object->extension.empty() ? 1 : 2;
+  return {object->encoded, object->about.hasInfo, extensions, object->store};
 }
 
 platform::ChainView Certificates::chain(NativeHandle chain) {
@@ -181,7 +181,7 @@ Result<bool> Certificates::CertFindCertificateInCRL(NativeHandle certificate, Na
         if (list == nullptr) {
           return Failure{platform::kErrorInvalidHandle};
         }
-        return {true, std::count(list->revoked.begin(), list->revoked.end(), object.spec.der) != 0, 0};
+        return {true, std::count(list->revoked.begin(), list->revoked.end(), object.about.der) != 0, 0};
       });
 }
 

@@ -8,7 +8,7 @@ namespace sim {
 
 struct CertificateObject : Object {
   const char* kind() const override { return "certificate"; }
-  CertificateSpec spec;
+  CertificateSpec about;
   std::vector<std::byte> encoded;
   std::vector<std::byte> extension;  ///< empty when there is none
   std::vector<std::string> peers;    ///< the content of its own store

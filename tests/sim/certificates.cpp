@@ -53,8 +53,8 @@ std::optional<std::string> fromBase64(std::string_view text) {
 
 std::vector<std::string> dersOf(const ServerChain& chain) {
   std::vector<std::string> ders;
-  for (const auto& spec : chain.certificates) {
-    ders.push_back(spec.der);
+  for (const auto& about : chain.certificates) {
+    ders.push_back(about.der);
   }
   return ders;
 }
@@ -70,9 +70,9 @@ void Certificates::know(const ServerChain& chain) {
   }
 }
 
-platform::CertificateHandle Certificates::certificateOf(const CertificateSpec& spec) {
+platform::CertificateHandle Certificates::certificateOf(const CertificateSpec& about) {
   const Guard guard(kernel_.mutex);
-  return platform::CertificateHandle(addCertificate(spec));
+  return platform::CertificateHandle(addCertificate(about));
 }
 
 platform::ChainHandle Certificates::chainOf(const ServerChain& chain) {
@@ -80,25 +80,27 @@ platform::ChainHandle Certificates::chainOf(const ServerChain& chain) {
   return platform::ChainHandle(addChain(chain, chain.trustError()));
 }
 
-NativeHandle Certificates::addCertificate(const CertificateSpec& spec) { return add(spec, peersOf(spec.der), false); }
+NativeHandle Certificates::addCertificate(const CertificateSpec& about) {
+  return add(about, peersOf(about.der), false);
+}
 
 NativeHandle Certificates::addChain(const ServerChain& chain, std::uint32_t errorStatus, std::uint32_t infoStatus) {
   auto object = std::make_shared<ChainObject>();
   object->shown = chain;
   object->errorStatus = errorStatus;
   object->infoStatus = infoStatus;
-  for (const auto& spec : chain.certificates) {
-    object->certificates.push_back(add(spec, dersOf(chain), true));
+  for (const auto& about : chain.certificates) {
+    object->certificates.push_back(add(about, dersOf(chain), true));
   }
   return kernel_.add(object);
 }
 
-NativeHandle Certificates::add(const CertificateSpec& spec, const std::vector<std::string>& peers, bool dependent) {
+NativeHandle Certificates::add(const CertificateSpec& about, const std::vector<std::string>& peers, bool dependent) {
   auto object = std::make_shared<CertificateObject>();
   object->dependent = dependent;
-  object->spec = spec;
-  object->encoded = bytesOf(spec.der);
-  object->extension = extensionOf(spec);
+  object->about = about;
+  object->encoded = bytesOf(about.der);
+  object->extension = extensionOf(about);
   object->peers = peers;
   auto store = std::make_shared<StoreObject>();
   store->dependent = true;
@@ -108,14 +110,14 @@ NativeHandle Certificates::add(const CertificateSpec& spec, const std::vector<st
 }
 
 /// A value that no other certificate's extension has, or none.
-std::vector<std::byte> Certificates::extensionOf(const CertificateSpec& spec) {
-  if (!spec.hasExtensions || (!spec.points && spec.crlUrls.empty())) {
+std::vector<std::byte> Certificates::extensionOf(const CertificateSpec& about) {
+  if (!about.hasExtensions || (!about.points && about.crlUrls.empty())) {
     return {};
   }
-  Points points = spec.points.value_or(std::nullopt);
-  if (!spec.points) {
+  Points points = about.points.value_or(std::nullopt);
+  if (!about.points) {
     platform::DistributionPoint point{true, {}};
-    for (const auto& url : spec.crlUrls) {
+    for (const auto& url : about.crlUrls) {
       point.names.push_back({platform::kAltNameUrl, url});
     }
     points = {point};
@@ -127,9 +129,9 @@ std::vector<std::byte> Certificates::extensionOf(const CertificateSpec& spec) {
 
 const CertificateSpec* Certificates::knownSpec(const std::string& der) const {
   for (const auto& [leaf, chain] : known_) {
-    for (const auto& spec : chain.certificates) {
-      if (spec.der == der) {
-        return &spec;
+    for (const auto& about : chain.certificates) {
+      if (about.der == der) {
+        return &about;
       }
     }
   }
@@ -181,14 +183,14 @@ Result<platform::CertificateHandle> Certificates::CertCreateCertificateContext(s
     if (der.empty() || der.compare(0, 4, "junk") == 0) {
       return Failure{kBadTag};
     }
-    const CertificateSpec* const spec = knownSpec(der);
-    return {true, platform::CertificateHandle(addCertificate(spec != nullptr ? *spec : CertificateSpec{der})), 0};
+    const CertificateSpec* const about = knownSpec(der);
+    return {true, platform::CertificateHandle(addCertificate(about != nullptr ? *about : CertificateSpec{der})), 0};
   });
 }
 
 Result<platform::CertificateHandle> Certificates::CertDuplicateCertificateContext(NativeHandle certificate) {
   const auto work = [&](CertificateObject& object) -> Result<platform::CertificateHandle> {
-    return {true, platform::CertificateHandle(add(object.spec, object.peers, false)), 0};
+    return {true, platform::CertificateHandle(add(object.about, object.peers, false)), 0};
   };
   return callOn<CertificateObject>("CertDuplicateCertificateContext", certificate, work);
 }
@@ -235,7 +237,7 @@ std::uint32_t Certificates::CertGetNameStringW(NativeHandle certificate, std::ui
                                                std::span<wchar_t> buffer) {
   const auto name = callOn<CertificateObject>("CertGetNameStringW", certificate, [&](CertificateObject& object) {
     std::wstring text = L"CN=";
-    for (const char character : object.spec.der) {
+    for (const char character : object.about.der) {
       text += static_cast<wchar_t>(static_cast<unsigned char>(character));
     }
     return Result<std::wstring>{true, type == platform::kNameRdn ? text : L"", 0};

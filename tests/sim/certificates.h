@@ -51,10 +51,10 @@ class Certificates : public platform::Certificates {
   /// Makes the chain known. Lock not held.
   void know(const ServerChain& chain);
   /// Contexts for tests of the helpers themselves; the caller owns them. Lock not held.
-  platform::CertificateHandle certificateOf(const CertificateSpec& spec);
+  platform::CertificateHandle certificateOf(const CertificateSpec& about);
   platform::ChainHandle chainOf(const ServerChain& chain);
   /// For services that hand contexts out. Lock held.
-  NativeHandle addCertificate(const CertificateSpec& spec);
+  NativeHandle addCertificate(const CertificateSpec& about);
   NativeHandle addChain(const ServerChain& chain, std::uint32_t errorStatus = 0, std::uint32_t infoStatus = 0);
 
   /// The flags of every CertGetCertificateChain, in order.
@@ -96,11 +96,11 @@ class Certificates : public platform::Certificates {
   auto callOn(const char* name, NativeHandle handle, const Work& work);
   template <class T>
   std::shared_ptr<T> read(NativeHandle handle, const char* what);
-  NativeHandle add(const CertificateSpec& spec, const std::vector<std::string>& peers, bool dependent);
+  NativeHandle add(const CertificateSpec& about, const std::vector<std::string>& peers, bool dependent);
   const CertificateSpec* knownSpec(const std::string& der) const;
   std::vector<std::string> peersOf(const std::string& der) const;
   void drop(NativeHandle certificate);
-  std::vector<std::byte> extensionOf(const CertificateSpec& spec);
+  std::vector<std::byte> extensionOf(const CertificateSpec& about);
 
   Kernel& kernel_;
   std::map<std::string, ServerChain> known_;  ///< by the leaf's bytes

@@ -150,14 +150,14 @@ TEST(WinCertImplementationTest, CertificatesAndTheirCrlUrls) {
   EXPECT_EQ(found[2].certificate, world.windows.certificates.chain(world.chain.get()).certificates[2]);
   world.log.clear();
 
-  const auto urlsOf = [&](const sim::CertificateSpec& spec) {
-    return Certs::ExtractCrlUrlsFromCert(world.windows.certificates.certificateOf(spec).get());
+  const auto urlsOf = [&](const sim::CertificateSpec& about) {
+    return Certs::ExtractCrlUrlsFromCert(world.windows.certificates.certificateOf(about).get());
   };
-  sim::CertificateSpec spec{"c"};
-  spec.points = Points{{true, {{7, L"http://b"}, {2, L"dns"}, {7, L"http://a"}}}, {false, {{7, L"http://n"}}}, {true}};
-  EXPECT_EQ(urlsOf(spec), Texts({"http://b", "http://a"})) << "in their order; names of other kinds are not URLs";
-  spec.points.emplace(std::nullopt);
-  EXPECT_EQ(urlsOf(spec), Texts());
+  sim::CertificateSpec about{"c"};
+  about.points = Points{{true, {{7, L"http://b"}, {2, L"dns"}, {7, L"http://a"}}}, {false, {{7, L"http://n"}}}, {true}};
+  EXPECT_EQ(urlsOf(about), Texts({"http://b", "http://a"})) << "in their order; names of other kinds are not URLs";
+  about.points.emplace(std::nullopt);
+  EXPECT_EQ(urlsOf(about), Texts());
   EXPECT_EQ(urlsOf({.der = "c", .crlUrls = {L"http://a"}, .hasInfo = false}), Texts());
   EXPECT_EQ(urlsOf({.der = "c", .hasExtensions = false}), Texts());
   EXPECT_EQ(world.logged(),
