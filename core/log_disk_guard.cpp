@@ -11,7 +11,7 @@ namespace CORE {
 namespace {
 
 constexpr std::uint32_t kInterval = 5000;  // milliseconds
-constexpr std::uint64_t kMiB = 1024 * 1024;
+constexpr std::uint64_t kMiB = 1 << 20;
 constexpr wchar_t kReached[] = L"loggedThresholdReached";
 
 }  // namespace

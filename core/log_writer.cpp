@@ -18,7 +18,7 @@ namespace CORE {
 namespace {
 
 constexpr std::uint64_t kTicksPerSecond = 1000;
-constexpr std::uint64_t kMiB = 1024 * 1024;
+constexpr std::uint64_t kMiB = 1 << 20;
 
 /// With its separator at the end.
 std::wstring folderOf(const LogSettings& settings, const std::wstring& program) {
