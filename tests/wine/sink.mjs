@@ -14,13 +14,14 @@ import { BlobService, errorBody } from './blob_service.mjs';
  * @property {number} [lateMs] answers that much later.
  * @property {number} [resetAfter] resets the connection after that many bytes of the body.
  * @property {number} [stallAfter] stops reading for good after that many bytes.
+ * @property {boolean} [silent] never answers.
  * @property {number} [bodyBytes] the reply has a body of that size.
  * @property {number} [headerBytes] the reply has headers of that size together.
  */
 
 class Sink {
-  constructor({ leaf, plan = () => ({}) }) {
-    this.service = new BlobService();
+  constructor({ leaf, plan = () => ({}), account }) {
+    this.service = new BlobService(account);
     this.plan = plan;
     /** One entry a request, in the order of arrival; its fields are filled as the request goes on. */
     this.requests = [];
@@ -75,7 +76,7 @@ class Sink {
     if (!(await this.#read(request, entry, behaviour, hash))) return;
     if (verdict.operation && !behaviour.status) this.service.store(verdict.operation, entry.path, entry.bytes, hash);
     if (behaviour.lateMs) await sleep(behaviour.lateMs);
-    await this.#answer(response, behaviour, verdict);
+    if (!behaviour.silent) await this.#answer(response, behaviour, verdict);
   }
 
   async #answerEarly(request, response, entry, behaviour, verdict) {
@@ -129,7 +130,7 @@ class Sink {
 
 /**
  * Starts a sink on a free port of 127.0.0.1.
- * @param {object} options leaf: the certificate; plan: (request, index) => Behaviour.
+ * @param {object} options leaf: the certificate; plan: (request, index) => Behaviour; account: BlobService's.
  */
 export async function startSink(options) {
   const sink = new Sink(options);

@@ -6,21 +6,23 @@ import { createRequire } from 'node:module';
 const require = createRequire(import.meta.url);
 const { BlobServiceClient, StorageSharedKeyCredential, newPipeline } = require('@azure/storage-blob');
 
+/** A step of the SDK's pipeline that sends every request through an agent of ours, which trusts the test authority. */
+const through = (agent) => ({
+  create: (next) => ({ sendRequest: (request) => next.sendRequest(Object.assign(request, { agent })) }),
+});
+
 /**
  * Opens an account.
  * @param {string} origin the account's URL.
  * @param {{name: string, key: string}} account
- * @returns {{createContainer, facts, close}} facts(container, blob): name, type, size and SHA-256 of what the
+ * @returns {{service, createContainer, facts, close}} facts(container, blob): name, type, size and SHA-256 of what the
  *   service hands out, or null when there is no such blob.
  */
 export function openStorage(origin, account, authorityPem) {
   const agent = new Agent({ ca: authorityPem });
   const credential = new StorageSharedKeyCredential(account.name, account.key);
   const pipeline = newPipeline(credential, { retryOptions: { maxTries: 1 } });
-  // Every request goes through an agent of ours, which trusts the test authority.
-  pipeline.factories.unshift({
-    create: (next) => ({ sendRequest: (request) => next.sendRequest(Object.assign(request, { agent })) }),
-  });
+  pipeline.factories.unshift(through(agent));
   const service = new BlobServiceClient(origin, pipeline);
   const facts = async (container, name) => {
     const blob = service.getContainerClient(container).getBlobClient(name);
@@ -32,6 +34,7 @@ export function openStorage(origin, account, authorityPem) {
     return { name, type, size, contentType, blocks, sha256: hash.digest('hex') };
   };
   return {
+    service,
     createContainer: (container) => service.getContainerClient(container).createIfNotExists(),
     facts,
     close: () => agent.destroy(),
