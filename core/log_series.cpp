@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/format.h"
+#include "core/local_time.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/platform.h"
@@ -21,16 +22,15 @@ constexpr std::size_t kDayLength = 10;
 constexpr std::uint32_t kLookInterval = 1000;  // milliseconds
 constexpr platform::FileTime kDay = 24ULL * 3600 * 10'000'000;
 
+/// As file names have it.
 std::wstring textOf(const platform::SystemTime& t) {
   return format(L"%04d-%02d-%02d-%02d%02d%02d", t.year, t.month, t.day, t.hour, t.minute, t.second);
 }
 
-/// The local date and time that many days ago, as file names have it; empty when it cannot be told.
-std::wstring dateTimeText(std::uint32_t daysAgo) {
-  platform::Clock& clock = platform::current().clock;
-  const auto local = clock.FileTimeToLocalFileTime(clock.GetSystemTimeAsFileTime() - daysAgo * kDay);
-  const auto fields = local ? clock.FileTimeToSystemTime(local.value) : platform::Result<platform::SystemTime>();
-  return fields ? textOf(fields.value) : std::wstring();
+/// The local date and time that many days ago; empty, before every other, when it cannot be told.
+std::wstring textOfDaysAgo(std::uint32_t days) {
+  const auto local = localTimeOf(platform::current().clock.GetSystemTimeAsFileTime() - days * kDay);
+  return local ? textOf(*local) : std::wstring();
 }
 
 bool isDateTime(std::wstring_view text) {
@@ -85,8 +85,7 @@ LogSeries::Opened LogSeries::prepare(std::size_t bytes, std::uint32_t ticks, pla
     return Opened::kNothing;
   }
   lookedAt_ = ticks;
-  std::wstring now = dateTimeText(0);
-  now = now.empty() ? textOf(platform::current().clock.GetSystemTime()) : now;
+  const std::wstring now = textOf(localTimeNow());
   const std::wstring today = now.substr(0, kDayLength);
   const bool ofToday = !path_.empty() && path_.starts_with(folder_ + base_ + L"-" + today);
   // One that fills up within the second it was begun in has to do until the next.
@@ -114,7 +113,7 @@ LogSeries::Opened LogSeries::prepare(std::size_t bytes, std::uint32_t ticks, pla
 
 void LogSeries::removeOld() const {
   const auto all = names();
-  const std::wstring oldest = dateTimeText(limits_.mostDays);
+  const std::wstring oldest = textOfDaysAgo(limits_.mostDays);
   for (std::size_t i = 0; i < all.size(); ++i) {
     const std::wstring path = pathOf(all[i]);
     if ((all.size() - i > limits_.mostFiles || all[i] < oldest) && path != path_) {

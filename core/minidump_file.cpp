@@ -7,8 +7,8 @@
 
 #include "core/error_text.h"
 #include "core/format.h"
+#include "core/local_time.h"
 #include "core/log_folder.h"
-#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
@@ -44,12 +44,9 @@ bool isOwn(std::wstring_view name, std::wstring_view ending) {
 }
 
 std::wstring newName() {
-  const platform::Platform& platform = platform::current();
-  const platform::FileTime now = platform.clock.GetSystemTimeAsFileTime();
-  const auto local = platform.clock.FileTimeToLocalFileTime(now);
-  const platform::SystemTime t = platform.clock.FileTimeToSystemTime(local ? local.value : now).value;
+  const platform::SystemTime t = localTimeNow();
   return format(L"mdDCT-%04u-%02u-%02u-%02u%02u%02u-%u.dmp", t.year, t.month, t.day, t.hour, t.minute, t.second,
-                platform.processes.GetCurrentProcessId());
+                platform::current().processes.GetCurrentProcessId());
 }
 
 /// The files with that ending. The search also matches by short names, in which an ending has three characters.

@@ -3,8 +3,8 @@
 #include "core/configuration.h"
 #include "core/environment.h"
 #include "core/format.h"
+#include "core/local_time.h"
 #include "core/log_folder.h"
-#include "platform/clock.h"
 #include "platform/platform.h"
 
 namespace {
@@ -20,14 +20,6 @@ std::wstring withoutTrailingSeparators(std::wstring path) {
 bool isSet(const wchar_t* variable) {
   const std::wstring value = CORE::expandEnvironment(variable).value_or(L"");
   return !value.empty() && value != variable;
-}
-
-platform::SystemTime localTimeNow() {
-  auto& clock = platform::current().clock;
-  const platform::FileTime utc = clock.GetSystemTimeAsFileTime();
-  const auto local = clock.FileTimeToLocalFileTime(utc);
-  const auto fields = clock.FileTimeToSystemTime(local ? local.value : utc);
-  return fields ? fields.value : clock.GetSystemTime();
 }
 
 }  // namespace
@@ -52,7 +44,7 @@ std::wstring agentLoggingFolder() {
 }
 
 std::wstring newBundlePath(const std::wstring& folder) {
-  const platform::SystemTime now = localTimeNow();
+  const platform::SystemTime now = CORE::localTimeNow();
   return folder + L"\\agentDCT_" + CORE::format(L"%04d%c%02d%c%02d", now.year, L'-', now.month, L'-', now.day) + L"_" +
          CORE::format(L"%02d%c%02d%c%02d", now.hour, L'-', now.minute, L'-', now.second) +
          CORE::format(L"%c%03d", L'_', now.milliseconds) + L".zip";
