@@ -14,6 +14,7 @@ const std::wstring kLegacy = L"Software\\Policies\\Vantix, Inc.\\";
 const std::wstring kLog = kProduct + L"\\Log";
 const std::wstring kLogPolicy = L"Software\\Policies\\Calvera\\Meridon\\Log";
 const std::wstring kLogLegacy = kLegacy + L"Vantix VDX\\Log";
+const std::wstring kValue = L"HKLM\\Key\\Value";
 const std::wstring kSwitch = L"HKLM\\" + kProduct + L"\\FallbackToLegacyGPO";
 const std::wstring kSwitchPolicy = L"HKLM\\Software\\Policies\\Calvera\\Meridon\\FallbackToLegacyGPO";
 
@@ -25,10 +26,6 @@ class ConfigurationTest : public testing::Test {
     foundAt_.clear();
     return CORE::readConfig(path, type, false, text_, &foundAt_);
   }
-  std::uint32_t readKeyValue(std::uint32_t type = CORE::kAnyType) {
-    return CORE::readPath(L"HKLM\\Key\\Value", type, false, text_);
-  }
-
   sim::Windows windows_;
   std::wstring text_;
   std::wstring foundAt_;
@@ -43,34 +40,24 @@ TEST_F(ConfigurationTest, ValuesAsText) {
       {platform::kRegDword, "", L"0"},
       {platform::kRegDword, "\1\0\0\0\x9\x9"s, L"1"},
       {platform::kRegQword, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", L"18446744073709551615"},
-      {platform::kRegQword, "\7", L"7"},
       {platform::kRegSz, "\xE4\0b\0\0\0"s, L"\u00E4b"},
       {platform::kRegSz, "a\0b\0"s, L"ab"},  // no terminator
-      {platform::kRegSz, "", L""},
-      {platform::kRegSz, "\0\0"s, L""},
-      {platform::kRegSz, "a\0b"s, L"a"},
       {platform::kRegSz, "a\0\0\0b\0\0\0"s, L"a\0b"s},
       {platform::kRegExpandSz, "%\0S\0y\0s\0t\0e\0m\0R\0o\0o\0t\0%\0\\\0T\0\0\0"s, L"C:\\Windows\\T"},
-      {platform::kRegExpandSz, "%\0G\0%\0\0\0"s, L"%G%"},
-      {platform::kRegExpandSz, "\0\0"s, L""},
-      {platform::kRegBinary, "a\0\0\0"s, L"a\0"s},
       {platform::kRegMultiSz, "a\0\0\0b\0\0\0\0\0"s, L"a\0b\0\0"s},
       {99, "x\0"s, L"x"},
   };
   for (const auto& [type, data, text] : rows) {
     const auto bytes = std::as_bytes(std::span(data));
-    windows_.registry.setRaw(L"HKLM\\Key\\Value", type, {bytes.begin(), bytes.end()});
-    EXPECT_EQ(readKeyValue(type), type);
+    windows_.registry.setRaw(kValue, type, {bytes.begin(), bytes.end()});
+    EXPECT_EQ(CORE::readPath(kValue, type, false, text_), type);
+    EXPECT_EQ(CORE::readPath(kValue, type + 1, false, text_), CORE::kNotFound);
     EXPECT_EQ(text_, text) << type << ": " << data;
-    text_ = L"before";
-    EXPECT_EQ(readKeyValue(type + 1), CORE::kNotFound);
-    EXPECT_EQ(text_, L"before");
-    EXPECT_EQ(readKeyValue(), type);
   }
 }
 
 TEST_F(ConfigurationTest, NamesThatLeadNowhere) {
-  windows_.registry.set(L"HKLM\\Key\\Value", L"x");
+  windows_.registry.set(kValue, L"x");
   for (const wchar_t* path : {L"", L"HKLM", L"Key\\Value", L"HKLM\\Value", L"HKLM\\Key\\Other", L"HKLM\\Other\\Value",
                               L"HKEY_LOCAL_MACHINE\\Key\\Value", L"\\Key\\Value", L"HKCU\\Other\\Value"}) {
     EXPECT_EQ(read(path), CORE::kNotFound) << CORE::toUtf8Lossy(path);
@@ -78,100 +65,75 @@ TEST_F(ConfigurationTest, NamesThatLeadNowhere) {
   }
   EXPECT_EQ(CORE::readPathDefault(L"hklm\\Key\\Value", L"default", true), L"x");
   EXPECT_EQ(windows_.registry.openings().back().access, 0x101U);  // the 64-bit view
-}
 
-TEST_F(ConfigurationTest, FailingCallsCountAsNotFound) {
-  windows_.registry.setExpandSz(L"HKLM\\Key\\Value", L"%SystemRoot%");
+  windows_.registry.setExpandSz(kValue, L"%SystemRoot%");
   windows_.text.setVariable(L"SystemRoot", L"C:\\Windows");
-  const std::tuple<const char*, std::size_t, platform::ErrorCode, std::uint32_t, std::wstring> rows[] = {
-      {"RegOpenKeyExW", 1, platform::kErrorAccessDenied, CORE::kNotFound, L"before"},
-      {"RegQueryValueExW", 1, platform::kErrorAccessDenied, CORE::kNotFound, L"before"},
-      {"RegQueryValueExW", 2, platform::kErrorAccessDenied, CORE::kNotFound, L"before"},
-      {"RegQueryValueExW", 2, platform::kErrorMoreData, platform::kRegExpandSz, L"C:\\Windows"},  // grew: asked again
-      {"ExpandEnvironmentStringsW", 1, platform::kErrorNotEnoughMemory, platform::kRegExpandSz, L"%SystemRoot%"},
-      {"ExpandEnvironmentStringsW", 2, platform::kErrorNotEnoughMemory, platform::kRegExpandSz, L"%SystemRoot%"},
+  const std::tuple<const char*, std::size_t, platform::ErrorCode, std::wstring> rows[] = {
+      {"RegOpenKeyExW", 1, platform::kErrorAccessDenied, L"default"},
+      {"RegQueryValueExW", 1, platform::kErrorAccessDenied, L"default"},
+      {"RegQueryValueExW", 2, platform::kErrorAccessDenied, L"default"},
+      {"RegQueryValueExW", 2, platform::kErrorMoreData, L"C:\\Windows"},  // grew: asked again
+      {"ExpandEnvironmentStringsW", 1, platform::kErrorNotEnoughMemory, L"%SystemRoot%"},
+      {"ExpandEnvironmentStringsW", 2, platform::kErrorNotEnoughMemory, L"%SystemRoot%"},
   };
-  for (const auto& [call, nth, error, type, text] : rows) {
-    text_ = L"before";
+  for (const auto& [call, nth, error, text] : rows) {
     windows_.faults.failNth(call, nth, error);
-    EXPECT_EQ(readKeyValue(), type) << call << nth;
-    EXPECT_EQ(text_, text) << call << nth;
+    EXPECT_EQ(CORE::readPathDefault(kValue, L"default", false), text) << call << nth;
   }
   windows_.faults.failAll("RegQueryValueExW", platform::kErrorMoreData);
-  EXPECT_EQ(readKeyValue(), CORE::kNotFound);
+  EXPECT_EQ(read(kValue), CORE::kNotFound);
 }
 
 /// Each place of a look-up holds its own name; the first is found, then taken away.
 TEST_F(ConfigurationTest, PlacesInTheirOrder) {
-  const std::pair<std::wstring, std::vector<std::wstring>> rows[] = {
-      {L"HKLM\\", {L"HKLM\\" + kLogPolicy, L"HKLM\\" + kLogLegacy, L"HKLM\\" + kLog}},
-      {L"HKCU\\",
-       {L"HKCU\\" + kLogPolicy, L"HKCU\\" + kLogLegacy, L"HKLM\\" + kLogPolicy, L"HKLM\\" + kLogLegacy,
-        L"HKCU\\" + kLog, L"HKLM\\" + kLog}},
-  };
-  for (const bool legacy : {true, false}) {
-    for (const auto& [root, places] : rows) {
-      windows_.registry.clear();
-      windows_.registry.set(kSwitch, legacy ? L"true" : L"false");
-      for (const std::wstring& place : places) {
-        windows_.registry.set(place + L"\\Value", place);
-      }
-      for (const std::wstring& place : places) {
-        if (legacy || place.find(L"Vantix") == place.npos) {
-          EXPECT_EQ(read(root + kLog + L"\\Value"), platform::kRegSz);
-          EXPECT_EQ(CORE::toUtf8Lossy(text_), CORE::toUtf8Lossy(place));
-          EXPECT_EQ(CORE::toUtf8Lossy(foundAt_), CORE::toUtf8Lossy(place + L"\\Value"));
-        }
-        windows_.registry.eraseValue(place + L"\\Value");
-      }
-      EXPECT_EQ(read(root + kLog + L"\\Value"), CORE::kNotFound);
-      EXPECT_EQ(text_ + foundAt_, L"");
+  const std::wstring places[] = {L"HKCU\\" + kLogPolicy, L"HKCU\\" + kLogLegacy, L"HKLM\\" + kLogPolicy,
+                                 L"HKLM\\" + kLogLegacy, L"HKCU\\" + kLog,       L"HKLM\\" + kLog};
+  for (const std::wstring root : {L"HKLM\\", L"HKCU\\"}) {
+    for (const std::wstring& place : places) {
+      windows_.registry.set(place + L"\\Value", place);
     }
+    for (const std::wstring& place : places) {
+      if (root == L"HKCU\\" || place.starts_with(root)) {
+        EXPECT_EQ(read(root + kLog + L"\\Value"), platform::kRegSz);
+        EXPECT_EQ(CORE::toUtf8Lossy(text_), CORE::toUtf8Lossy(place));
+        EXPECT_EQ(CORE::toUtf8Lossy(foundAt_), CORE::toUtf8Lossy(place + L"\\Value"));
+      }
+      windows_.registry.eraseValue(place + L"\\Value");
+    }
+    EXPECT_EQ(read(root + kLog + L"\\Value"), CORE::kNotFound);
+    EXPECT_EQ(text_ + foundAt_, L"");
   }
 }
 
 TEST_F(ConfigurationTest, FallbackSwitch) {
-  struct Row {
-    const wchar_t *policy, *plain;  ///< null: none
-    bool legacy;
-  };
-  const Row rows[] = {
-      {nullptr, nullptr, true},   {L"false", nullptr, false}, {L"true", L"false", true}, {L"", L"false", false},
-      {nullptr, L"FALSE", false}, {nullptr, L"Yes", true},    {nullptr, L"", false},     {L"0", L"true", false},
-  };
-  for (const Row& row : rows) {
-    windows_.registry.clear();
-    windows_.registry.set(L"HKLM\\" + kLogLegacy + L"\\Value", L"legacy");
-    if (row.policy != nullptr) {
-      windows_.registry.set(kSwitchPolicy, row.policy);
-    }
-    if (row.plain != nullptr) {
-      windows_.registry.set(kSwitch, row.plain);
-    }
-    EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value") == platform::kRegSz, row.legacy) << &row - rows;
+  const auto legacyCounts = [this] { return read(L"HKLM\\" + kLog + L"\\Value") == platform::kRegSz; };
+  windows_.registry.set(L"HKLM\\" + kLogLegacy + L"\\Value", L"legacy");
+  EXPECT_TRUE(legacyCounts());
+  windows_.registry.set(kSwitchPolicy, L"false");
+  EXPECT_FALSE(legacyCounts());
+  for (const auto& [policy, plain, legacy] : {std::tuple(L"true", L"false", true), std::tuple(L"", L"FALSE", false),
+                                              std::tuple(L"", L"", false), std::tuple(L"0", L"true", false)}) {
+    windows_.registry.set(kSwitchPolicy, policy);
+    windows_.registry.set(kSwitch, plain);
+    EXPECT_EQ(legacyCounts(), legacy) << CORE::toUtf8Lossy(policy);
   }
 }
 
 TEST_F(ConfigurationTest, OddLookups) {
-  windows_.registry.set(L"HKLM\\" + kLogPolicy + L"\\Value", L"policy");
-  windows_.registry.set(L"HKLM\\" + kLog + L"\\Value", 7U);
-  EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value", platform::kRegDword), platform::kRegDword);  // a wrong type is no hit
+  const std::wstring path = L"HKLM\\" + kLog + L"\\Value";
+  EXPECT_EQ(CORE::readSetting(path, L"default"), L"default");
+  EXPECT_TRUE(CORE::readSettingBool(path, true));
+  windows_.registry.set(path, L"");
+  EXPECT_EQ(CORE::readSetting(path, L"default"), L"");
+  windows_.registry.set(path, std::wstring(L"true\0\0", 6));
+  EXPECT_EQ(CORE::readSetting(path, L"default"), L"true");
+  windows_.registry.set(L"HKLM\\" + kLogPolicy + L"\\Value", 7U);
+  EXPECT_EQ(read(path, platform::kRegSz), platform::kRegSz);  // a wrong type is no hit
   windows_.registry.set(L"HKLM\\Other\\Policies\\Key\\Value", L"policy");
   EXPECT_EQ(read(L"HKLM\\Other\\Key\\Value"), platform::kRegSz);  // outside the product: a policy, no legacy
   windows_.registry.set(L"HKCU\\" + kLogPolicy + L"\\Value", L"user");
   windows_.faults.failAll("RegOpenCurrentUser", platform::kErrorAccessDenied);
-  EXPECT_EQ(read(L"HKCU\\" + kLog + L"\\Value"), platform::kRegSz);  // the hive is that of the thread's user
-  EXPECT_EQ(text_, L"policy");
-}
-
-TEST_F(ConfigurationTest, SettingsOfTheProgram) {
-  const std::wstring path = L"HKLM\\" + kLog + L"\\Value";
-  EXPECT_EQ(CORE::readSetting(path, L"default"), L"default");
-  EXPECT_TRUE(CORE::readSettingBool(path, true));
-  windows_.registry.set(path, std::wstring(L"true\0\0", 6));
-  EXPECT_EQ(CORE::readSetting(path, L"default"), L"true");
-  windows_.registry.set(path, L"");
-  EXPECT_EQ(CORE::readSetting(path, L"default"), L"");
+  EXPECT_EQ(read(L"HKCU\\" + kLog + L"\\Value"), platform::kRegDword);  // the hive is that of the thread's user
 }
 
 /// The agreed components. Their policies were below kLegacy, under a prefix and their own name.
@@ -194,29 +156,23 @@ TEST(LegacyPolicy, EveryComponent) {
   const sim::Windows windows;
   for (const auto& [prefix, names] : kComponents) {
     for (const std::wstring& name : CORE::splitText(names, L',')) {
-      const std::wstring path = kProduct + L"\\" + name;
-      EXPECT_EQ(CORE::legacyPolicyPath(path), kLegacy + prefix + name);
-      EXPECT_EQ(CORE::legacyPolicyPath(path + L"\\Sub Key\\More"), kLegacy + prefix + name + L"\\Sub Key\\More");
+      EXPECT_EQ(CORE::legacyPolicyPath(kProduct + L"\\" + name + L"\\Sub Key\\More"),
+                kLegacy + prefix + name + L"\\Sub Key\\More");
     }
   }
-}
-
-TEST(LegacyPolicy, PathsAtTheEdge) {
-  const sim::Windows windows;
   const std::pair<std::wstring, std::wstring> rows[] = {
-      {L"", L"Vantix VDX"},
-      {L"\\NODE MANAGER\\Sub", L"Vantix VDX\\Node Manager\\Sub"},
-      {L"\\Agent\\configuration", L"Vantix VDX\\Agent\\configuration"},
-      {L"\\instant clone agent", L"LensComposer"},
-      {L"\\Log\\", L"Vantix VDX\\Log"},
-      {L"XAgent", L"Vantix VDX\\Agent"},  // whatever the 25th character is
+      {L"SOFTWARE\\calvera\\MERIDON", L"Vantix VDX"},
+      {kProduct + L"\\NODE MANAGER\\Sub", L"Vantix VDX\\Node Manager\\Sub"},
+      {kProduct + L"\\Agent\\configuration", L"Vantix VDX\\Agent\\configuration"},
+      {kProduct + L"\\instant clone agent", L"LensComposer"},
+      {kProduct + L"\\Log\\", L"Vantix VDX\\Log"},
+      {kProduct + L"XAgent", L"Vantix VDX\\Agent"},  // whatever the 25th character is
+      {kProduct + L"\\Unknown", L""},
+      {kProduct + L"X\\Agent", L""},
+      {L"Software\\Calvera\\Merido", L""},
   };
-  for (const auto& [below, legacy] : rows) {
-    EXPECT_EQ(CORE::legacyPolicyPath(L"SOFTWARE\\calvera\\MERIDON" + below), kLegacy + legacy);
-  }
-  for (const std::wstring& path : {kProduct + L"\\Unknown", kProduct + L"\\", kProduct + L"X\\Agent",
-                                   std::wstring(L"Software\\Calvera\\Merido"), std::wstring()}) {
-    EXPECT_EQ(CORE::legacyPolicyPath(path), L"") << CORE::toUtf8Lossy(path);
+  for (const auto& [path, legacy] : rows) {
+    EXPECT_EQ(CORE::legacyPolicyPath(path), legacy.empty() ? L"" : kLegacy + legacy) << CORE::toUtf8Lossy(path);
   }
 }
 
