@@ -19,6 +19,7 @@ inline constexpr const wchar_t* kWidePath = L"C:\\\u00E9.zip";
 inline constexpr ContentType kZip = ContentType::kZip;
 inline constexpr sim::Delivery kDeliveries[] = {sim::Delivery::kWorker, sim::Delivery::kInline, sim::Delivery::kLate,
                                                 sim::Delivery::kMixed};
+inline constexpr sim::OnClose kOnClose[] = {sim::OnClose::kCancelled, sim::OnClose::kDropped, sim::OnClose::kDelivered};
 inline constexpr std::uint64_t kMiB = 1u << 20;
 using Errors = std::vector<std::wstring>;
 
@@ -33,14 +34,13 @@ class TestRequest : public WinHttpRequest {
 
   void finalizeHeaders() override { onFinalize(*this); }
   bool preflightCertVerification() override {
-    return checksCertificates ? WinHttpRequest::preflightCertVerification() : preflight;
+    return !checksCertificates || WinHttpRequest::preflightCertVerification();
   }
   bool SendingRequest() override { return checksCertificates ? WinHttpRequest::SendingRequest() : onSending(); }
 
   std::function<void(TestRequest&)> onFinalize = [](TestRequest&) {};
   std::function<bool()> onSending = [] { return true; };
-  bool preflight = true;
-  bool checksCertificates = false;  ///< the checks are the request's own, not the scripted ones
+  bool checksCertificates = false;  ///< the checks are the request's own
 };
 
 /// One simulated Windows with a log, a server that answers everything with `reply`, and a request. It ends idle,
@@ -72,7 +72,6 @@ struct World {
   bool get(const std::string& url = kUrl) { return request->getAsync(url, completion()); }
   bool putFile() { return request->putFileAsync(kZip, kUrl, kPath, completion()); }
 
-  /// Lets everything that is under way come to its end.
   void settle() {
     windows.winHttp.release();
     windows.winHttp.waitUntilIdle();
@@ -81,7 +80,6 @@ struct World {
     const auto all = windows.winHttp.requests();
     return all.empty() ? sim::HttpExchange{} : all.back();
   }
-  /// The ERROR records so far.
   Errors errors() const { return log.messages(CORE::kError); }
 
   sim::Windows windows;
