@@ -1,6 +1,7 @@
 #include "upload/digest/base64.h"
 
 #include <algorithm>
+#include <array>
 #include <new>
 #include <utility>
 
@@ -8,54 +9,97 @@
 
 namespace {
 
-std::string zeros(std::size_t characters) {
+/// Gives the text that length; what it holds then means nothing.
+void makeRoom(std::string& text, std::size_t characters) {
   try {
-    return std::string(characters, '\0');
+    text.resize(characters);
   } catch (const std::bad_alloc&) {
     CORE::throwOutOfMemory();
   }
 }
 
+/// The two characters of every 12 bits: half as many steps as by single characters.
+using PairTable = std::array<std::array<char, 2>, 4096>;
+
+constexpr PairTable pairsOf(std::string_view alphabet) {
+  PairTable pairs{};
+  for (std::size_t i = 0; i < pairs.size(); ++i) {
+    pairs[i] = {alphabet[i >> 6], alphabet[i & 0x3F]};
+  }
+  return pairs;
+}
+
+constexpr PairTable kBase64Pairs = pairsOf(kBase64Alphabet);
+
 std::uint32_t byteAt(std::string_view bytes, std::size_t i) { return static_cast<unsigned char>(bytes[i]); }
 
-/// Encodes a last group of one or two bytes.
-void encodeRest(std::string_view group, char* to, std::string_view alphabet) {
-  const std::uint32_t bits = byteAt(group, 0) << 16 | (group.size() > 1 ? byteAt(group, 1) << 8 : 0U);
-  for (std::size_t i = 0; i < 4; ++i) {
-    to[i] = i <= group.size() ? alphabet[(bits >> (18 - 6 * i)) & 0x3F] : '=';
+void encode(std::string_view bytes, char* to, const PairTable& pairs) {
+  std::size_t i = 0;
+  for (; i + 3 <= bytes.size(); i += 3, to += 4) {
+    const std::uint32_t bits = byteAt(bytes, i) << 16 | byteAt(bytes, i + 1) << 8 | byteAt(bytes, i + 2);
+    std::copy_n(pairs[bits >> 12].data(), 2, to);
+    std::copy_n(pairs[bits & 0xFFF].data(), 2, to + 2);
+  }
+  if (i < bytes.size()) {
+    const bool two = i + 2 == bytes.size();
+    const std::uint32_t bits = byteAt(bytes, i) << 16 | (two ? byteAt(bytes, i + 1) << 8 : 0U);
+    std::copy_n(pairs[bits >> 12].data(), 2, to);
+    to[2] = two ? pairs[bits & 0xFFF][0] : '=';
+    to[3] = '=';
   }
 }
 
-/// What the four values of a whole group carry; those of characters outside the alphabet are -1.
-void putGroup(const std::int32_t (&values)[4], char* to) {
-  to[0] = static_cast<char>(((values[0] << 2) | ((values[1] >> 4) & 0x3)) & 0xFF);
-  to[1] = static_cast<char>(((values[1] << 4) | ((values[2] >> 2) & 0xF)) & 0xFF);
-  to[2] = static_cast<char>(((values[2] << 6) | values[3]) & 0xFF);
+/// What a character gives in each of the four places of a group; one outside the alphabet counts as -1.
+using PlaceTables = std::array<std::array<std::uint32_t, 128>, 4>;
+
+constexpr PlaceTables placesOf(const Base64Table& table) {
+  PlaceTables places{};
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    const auto value = static_cast<std::uint32_t>(table[i]);
+    places[0][i] = (value & 0x3F) << 18;
+    places[1][i] = (value & 0x3F) << 12;
+    places[2][i] = (value & 0x3F) << 6;
+    places[3][i] = value & 0xFF;  // -1 fills the whole byte
+  }
+  return places;
+}
+
+constexpr PlaceTables kBase64Places = placesOf(kBase64Table);
+
+/// Decodes a whole group to three bytes.
+void decodeGroup(const char* group, char* to, const PlaceTables& places) {
+  std::uint32_t bits = 0;
+  for (std::size_t i = 0; i < 4; ++i) {
+    bits |= places[i][static_cast<std::size_t>(group[i]) & 0x7F];
+  }
+  to[0] = static_cast<char>(bits >> 16);
+  to[1] = static_cast<char>(bits >> 8 & 0xFF);
+  to[2] = static_cast<char>(bits & 0xFF);
 }
 
 /// Decodes the group that padding or the end of the text cuts short, and returns the number of its bytes.
-std::size_t decodeRest(std::string_view group, char* to, const Base64Table& table) {
-  std::int32_t values[4];
-  for (std::size_t i = 0; i < 4; ++i) {
-    values[i] = table[static_cast<std::size_t>(i < group.size() ? group[i] : '\0') & 0x7F];
-  }
+std::size_t decodeRest(std::string_view group, char* to, const PlaceTables& places) {
+  char whole[4] = {};  // a missing character counts as NUL
+  std::copy(group.begin(), group.end(), whole);
   char bytes[3];
-  putGroup(values, bytes);
+  decodeGroup(whole, bytes, places);
   const std::size_t count = group.size() < 3 || group[2] == '=' ? 1 : group.size() < 4 || group[3] == '=' ? 2 : 3;
   std::copy_n(bytes, count, to);
   return count;
 }
 
 /// Decodes a text into room for three bytes a group, and returns how many bytes it gave.
-std::size_t decode(std::string_view text, char* const output, const Base64Table& table) {
+std::size_t decode(std::string_view text, char* const output, const PlaceTables& places) {
   char* to = output;
-  const auto value = [&](std::size_t i) { return table[static_cast<std::size_t>(text[i]) & 0x7F]; };
   std::size_t i = 0;
+  for (const std::size_t plain = std::min(text.find('='), text.size()); i + 4 <= plain; i += 4, to += 3) {
+    decodeGroup(text.data() + i, to, places);
+  }
   for (; i + 4 <= text.size() && text[i + 2] != '=' && text[i + 3] != '='; i += 4, to += 3) {
-    putGroup({value(i), value(i + 1), value(i + 2), value(i + 3)}, to);
+    decodeGroup(text.data() + i, to, places);
   }
   if (i < text.size()) {
-    to += decodeRest(text.substr(i, 4), to, table);
+    to += decodeRest(text.substr(i, 4), to, places);
   }
   return static_cast<std::size_t>(to - output);
 }
@@ -63,26 +107,21 @@ std::size_t decode(std::string_view text, char* const output, const Base64Table&
 }  // namespace
 
 void base64Encode(std::string_view bytes, std::string& text, std::string_view alphabet) {
-  std::string out = zeros((bytes.size() + 2) / 3 * 4);
-  char* to = out.data();
-  std::size_t i = 0;
-  for (; i + 3 <= bytes.size(); i += 3, to += 4) {
-    const std::uint32_t bits = byteAt(bytes, i) << 16 | byteAt(bytes, i + 1) << 8 | byteAt(bytes, i + 2);
-    to[0] = alphabet[bits >> 18];
-    to[1] = alphabet[bits >> 12 & 0x3F];
-    to[2] = alphabet[bits >> 6 & 0x3F];
-    to[3] = alphabet[bits & 0x3F];
+  makeRoom(text, (bytes.size() + 2) / 3 * 4);
+  if (alphabet == kBase64Alphabet) {
+    encode(bytes, text.data(), kBase64Pairs);
+  } else {
+    encode(bytes, text.data(), pairsOf(alphabet));
   }
-  if (i < bytes.size()) {
-    encodeRest(bytes.substr(i), to, alphabet);
-  }
-  text = std::move(out);
 }
 
 void base64Decode(const CORE::mstr& text, CORE::mstr& output, const Base64Table& table) {
   const std::string_view characters = text;
-  std::string bytes = zeros((characters.size() + 3) / 4 * 3);
-  bytes.resize(decode(characters, bytes.data(), table));
+  std::string bytes;
+  makeRoom(bytes, (characters.size() + 3) / 4 * 3);
+  const bool usual = &table == &kBase64Table;
+  bytes.resize(usual ? decode(characters, bytes.data(), kBase64Places)
+                     : decode(characters, bytes.data(), placesOf(table)));
   if (!text.isSecret()) {
     output = CORE::mstr(std::move(bytes));
     return;

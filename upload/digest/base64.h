@@ -25,7 +25,8 @@ constexpr Base64Table base64TableOf(std::string_view alphabet) {
 
 inline constexpr Base64Table kBase64Table = base64TableOf(kBase64Alphabet);
 
-/// Encodes bytes with padding and without line breaks (RFC 4648, section 4); replaces the text.
+/// Encodes bytes with padding and without line breaks (RFC 4648, section 4); replaces the text, in which the
+/// bytes must not lie.
 /// \throws CORE::coreException "OutOfMem".
 void base64Encode(std::string_view bytes, std::string& text, std::string_view alphabet = kBase64Alphabet);
 

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/clock.h"
+
+namespace CORE {
+
+/// Most characters of a message.
+inline constexpr std::size_t kMostMessageCharacters = 8192;
+
+/// One log record, as its log call makes it. The texts are the caller's.
+struct LogRecord {
+  std::uint32_t level = 0;
+  std::wstring_view label;  ///< the caller's own label; empty for the level's name
+  std::wstring_view message;
+  std::wstring_view context;    ///< the logging context of the thread
+  platform::FileTime time = 0;  ///< GetSystemTimeAsFileTime at creation
+  std::uint32_t tickCount = 0;  ///< GetTickCount at creation, milliseconds
+  std::uint32_t threadId = 0;
+};
+
+/// A record that waits for the writer. The texts are UTF-8 and belong to the WaitingRecords.
+struct WaitingRecord {
+  std::uint32_t level = 0;
+  std::string_view label;
+  std::string_view message;
+  std::string_view context;
+  platform::FileTime time = 0;
+  std::uint32_t tickCount = 0;
+  std::uint32_t threadId = 0;
+};
+
+/// Records in the order of their calls, their texts side by side in one block: a log call allocates nothing of its own
+/// that another thread would have to free. Guarded by its owner.
+class WaitingRecords {
+ public:
+  void add(const LogRecord& record);
+  std::size_t size() const { return entries_.size(); }
+  bool empty() const { return entries_.empty(); }
+  WaitingRecord at(std::size_t index) const;
+  /// Keeps the memory for the next records, unless it is much.
+  void clear();
+
+ private:
+  struct Entry {
+    platform::FileTime time;
+    std::size_t begin;  ///< of the label; context and message follow
+    std::size_t context;
+    std::size_t message;
+    std::size_t end;
+    std::uint32_t level;
+    std::uint32_t tickCount;
+    std::uint32_t threadId;
+  };
+
+  std::vector<Entry> entries_;
+  std::string texts_;
+};
+
+}  // namespace CORE
