@@ -37,14 +37,13 @@ class OpensslDigests : public platform::Digests {
     return 0;
   }
   void BCryptCloseAlgorithmProvider(platform::NativeHandle) override {}
-  platform::NtStatus BCryptGetProperty(platform::NativeHandle, const std::wstring& property,
-                                       std::uint32_t& value) override {
-    value = property == L"ObjectLength" ? 286 : 32;
+  platform::NtStatus BCryptGetProperty(platform::NativeHandle, const wchar_t* property, std::uint32_t& value) override {
+    value = property[0] == L'O' ? 286 : 32;  // ObjectLength, HashDigestLength
     return 0;
   }
-  platform::NtStatus BCryptCreateHash(platform::NativeHandle provider, platform::HashHandle& hash, std::span<std::byte>,
-                                      std::span<const std::byte> key) override {
-    auto made = std::make_unique<Hash>();
+  platform::NtStatus BCryptCreateHash(platform::NativeHandle provider, platform::HashHandle& hash,
+                                      std::span<std::byte> object, std::span<const std::byte> key) override {
+    auto* const made = new (object.data()) Hash;  // which is what that memory is for
     if (provider == &keyed_) {
       made->keyed = newMacContext();
       EVP_MAC_init(made->keyed, reinterpret_cast<const unsigned char*>(key.data()), key.size(), nullptr);
@@ -52,7 +51,7 @@ class OpensslDigests : public platform::Digests {
       made->plain = EVP_MD_CTX_new();
       EVP_DigestInit_ex(made->plain, sha256(), nullptr);
     }
-    hash = platform::HashHandle(made.release());
+    hash = platform::HashHandle(made);
     return 0;
   }
   platform::NtStatus BCryptHashData(platform::NativeHandle handle, std::span<const std::byte> data) override {
@@ -69,7 +68,7 @@ class OpensslDigests : public platform::Digests {
                                            : EVP_DigestFinal_ex(hash.plain, out, nullptr);
     return done == 1 ? 0 : -1;
   }
-  void BCryptDestroyHash(platform::NativeHandle handle) override { delete static_cast<Hash*>(handle); }
+  void BCryptDestroyHash(platform::NativeHandle handle) override { static_cast<Hash*>(handle)->~Hash(); }
 
  private:
   struct Hash {

@@ -1,11 +1,14 @@
 #include "core/string.h"
 
+#include <cstring>
+
 namespace CORE {
 
 void wipe(void* memory, std::size_t bytes) noexcept {
-  auto* at = static_cast<volatile unsigned char*>(memory);
-  for (std::size_t i = 0; i < bytes; ++i) {
-    at[i] = 0;
+  // Through a pointer that the compiler must read: it cannot know what is called, and leave the call out.
+  static void* (*volatile const fill)(void*, int, std::size_t) = std::memset;
+  if (bytes > 0) {
+    fill(memory, 0, bytes);
   }
 }
 

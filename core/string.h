@@ -12,7 +12,7 @@
 
 namespace CORE {
 
-/// Overwrites memory in a way that the optimiser keeps. Source: the standard's rules on volatile accesses.
+/// Overwrites memory with zeros in a way that the optimiser keeps.
 void wipe(void* memory, std::size_t bytes) noexcept;
 
 /// The framework string, wide (wstr) or narrow (mstr): text with its length, and two marks.

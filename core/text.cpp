@@ -11,7 +11,8 @@ bool equalText(std::wstring_view first, std::wstring_view second, bool ignoreCas
   if (first.size() != second.size()) {
     return false;
   }
-  return platform::current().text.CompareStringW(platform::kLocaleUserDefault,
+  return first == second ||  // which the platform says of it, too
+         platform::current().text.CompareStringW(platform::kLocaleUserDefault,
                                                  ignoreCase ? platform::kNormIgnoreCase : 0, first,
                                                  second) == platform::kCstrEqual;
 }

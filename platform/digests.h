@@ -33,7 +33,7 @@ class Digests {
                                                std::uint32_t flags) = 0;
   virtual void BCryptCloseAlgorithmProvider(NativeHandle provider) = 0;
   /// A property of four bytes ("ObjectLength", "HashDigestLength"), in bytes.
-  virtual NtStatus BCryptGetProperty(NativeHandle provider, const std::wstring& property, std::uint32_t& value) = 0;
+  virtual NtStatus BCryptGetProperty(NativeHandle provider, const wchar_t* property, std::uint32_t& value) = 0;
   /// The hash lives in `object`, which the caller frees after the hash. An empty key passes null.
   virtual NtStatus BCryptCreateHash(NativeHandle provider, HashHandle& hash, std::span<std::byte> object,
                                     std::span<const std::byte> key) = 0;

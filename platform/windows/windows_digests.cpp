@@ -38,11 +38,11 @@ void WindowsDigests::BCryptCloseAlgorithmProvider(NativeHandle provider) {
   ::BCryptCloseAlgorithmProvider(provider, 0);
 }
 
-NtStatus WindowsDigests::BCryptGetProperty(NativeHandle provider, const std::wstring& property, std::uint32_t& value) {
+NtStatus WindowsDigests::BCryptGetProperty(NativeHandle provider, const wchar_t* property, std::uint32_t& value) {
   DWORD read = 0;
   ULONG size = 0;
   const NTSTATUS status =
-      ::BCryptGetProperty(provider, property.c_str(), reinterpret_cast<PUCHAR>(&read), sizeof(read), &size, 0);
+      ::BCryptGetProperty(provider, property, reinterpret_cast<PUCHAR>(&read), sizeof(read), &size, 0);
   if (status >= 0) {
     value = read;
   }

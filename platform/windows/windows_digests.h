@@ -10,7 +10,7 @@ class WindowsDigests final : public Digests {
   NtStatus BCryptOpenAlgorithmProvider(AlgorithmProvider& provider, const std::wstring& algorithm,
                                        std::uint32_t flags) override;
   void BCryptCloseAlgorithmProvider(NativeHandle provider) override;
-  NtStatus BCryptGetProperty(NativeHandle provider, const std::wstring& property, std::uint32_t& value) override;
+  NtStatus BCryptGetProperty(NativeHandle provider, const wchar_t* property, std::uint32_t& value) override;
   NtStatus BCryptCreateHash(NativeHandle provider, HashHandle& hash, std::span<std::byte> object,
                             std::span<const std::byte> key) override;
   NtStatus BCryptHashData(NativeHandle hash, std::span<const std::byte> data) override;

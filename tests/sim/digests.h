@@ -41,8 +41,8 @@ class Digests : public platform::Digests {
   void BCryptCloseAlgorithmProvider(NativeHandle provider) override {
     kernel_.close<Provider>("BCryptCloseAlgorithmProvider", provider);
   }
-  platform::NtStatus BCryptGetProperty(NativeHandle provider, const std::wstring& property,
-                                       std::uint32_t& value) override {
+  platform::NtStatus BCryptGetProperty(NativeHandle provider, const wchar_t* name, std::uint32_t& value) override {
+    const std::wstring_view property = name;
     return ntStatus(kernel_.callOn<Provider>("BCryptGetProperty", provider, [&](Provider& object) -> Status {
       if (property != L"ObjectLength" && property != L"HashDigestLength") {
         return Failure{kNotFound};
