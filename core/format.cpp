@@ -1,6 +1,7 @@
 #include "core/format.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "core/convert.h"
 
@@ -8,6 +9,8 @@ namespace CORE {
 namespace {
 
 using detail::Conversion;
+
+constexpr std::size_t kMostDigitsOf64Bits = 20;
 
 /// Longer formats are messages, for which room is made at once.
 constexpr std::size_t kShortFormat = 32;
@@ -107,44 +110,55 @@ class Expansion {
     const bool isSigned = conversion.letter == 'd' || conversion.letter == 'i';
     const bool is64 = conversion.is64 || conversion.letter == 'p';
     std::uint64_t magnitude = is64 ? number : static_cast<std::uint32_t>(number);
-    std::string prefix;
+    C prefix[2];
+    std::size_t prefixSize = 0;
     if (isSigned) {
       const std::int64_t value =
           is64 ? static_cast<std::int64_t>(number) : static_cast<std::int32_t>(static_cast<std::uint32_t>(number));
       magnitude = value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
-      prefix = value < 0 ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
+      prefix[0] = static_cast<C>(value < 0 ? '-' : conversion.plus ? '+' : ' ');
+      prefixSize = value < 0 || conversion.plus || conversion.blank ? 1 : 0;
     } else if (conversion.alternate && magnitude != 0 && (conversion.letter == 'x' || conversion.letter == 'X')) {
-      prefix = {'0', conversion.letter};
+      prefix[0] = static_cast<C>('0');
+      prefix[1] = static_cast<C>(conversion.letter);
+      prefixSize = 2;
     }
-    std::size_t least = conversion.precision == Conversion::kNoPrecision ? 1 : conversion.precision;
-    if (conversion.letter == 'p') {
-      least = 16;
-    }
-    putDigits(conversion, prefix, digits(conversion.letter, magnitude, least));
+    C digits[kMostDigitsOf64Bits];
+    C* const end = std::end(digits);
+    const View shown = digitsOf(conversion.letter, magnitude, end);
+    putDigits(conversion, View(prefix, prefixSize), shown);
   }
 
-  static std::string digits(char letter, std::uint64_t magnitude, std::size_t least) {
-    const bool hex = letter == 'x' || letter == 'X' || letter == 'p';
-    const char* alphabet = letter == 'x' ? "0123456789abcdef" : "0123456789ABCDEF";
-    const std::uint64_t base = hex ? 16 : 10;
-    std::string out;
-    for (; magnitude != 0 || out.size() < least; magnitude /= base) {
-      out.push_back(alphabet[magnitude % base]);
+  /// Writes the digits of a number, none for 0, so that they end at `end`.
+  static View digitsOf(char letter, std::uint64_t magnitude, C* const end) {
+    const char* const alphabet = letter == 'x' ? "0123456789abcdef" : "0123456789ABCDEF";
+    C* begin = end;
+    if (letter == 'x' || letter == 'X' || letter == 'p') {
+      for (; magnitude != 0; magnitude /= 16) {
+        *--begin = static_cast<C>(alphabet[magnitude % 16]);
+      }
+    } else {
+      for (; magnitude != 0; magnitude /= 10) {
+        *--begin = static_cast<C>(alphabet[magnitude % 10]);
+      }
     }
-    std::reverse(out.begin(), out.end());
-    return out;
+    return View(begin, static_cast<std::size_t>(end - begin));
   }
 
-  void putDigits(const Conversion& conversion, const std::string& prefix, std::string text) {
-    const std::size_t size = prefix.size() + text.size();
-    if (conversion.zeroPadded && !conversion.leftAligned && conversion.precision == Conversion::kNoPrecision &&
-        conversion.width > size) {
-      text.insert(0, conversion.width - size, '0');
+  void putDigits(const Conversion& conversion, View prefix, View digits) {
+    const bool hasPrecision = conversion.precision != Conversion::kNoPrecision;
+    std::size_t least = conversion.letter == 'p' ? 16 : hasPrecision ? conversion.precision : 1;
+    if (conversion.zeroPadded && !conversion.leftAligned && !hasPrecision) {
+      least = std::max(least, conversion.width - std::min(conversion.width, prefix.size()));
     }
-    text.insert(0, prefix);
-    Conversion plain = conversion;
-    plain.precision = Conversion::kNoPrecision;
-    putPadded(plain, std::basic_string<C>(text.begin(), text.end()));
+    const std::size_t zeros = least - std::min(least, digits.size());
+    const std::size_t size = prefix.size() + zeros + digits.size();
+    const std::size_t pad = conversion.width - std::min(conversion.width, size);
+    fill(conversion.leftAligned ? 0 : pad, ' ');
+    append(prefix);
+    fill(zeros, '0');
+    append(digits);
+    fill(conversion.leftAligned ? pad : 0, ' ');
   }
 
   View format_;

@@ -147,7 +147,7 @@ constexpr Conversion readConversion(std::basic_string_view<C> text, std::size_t&
       ++at;
     }
   }
-  constexpr std::string_view kLetters = "diuxXpcsS%";
+  constexpr std::string_view kLetters = "sSuxdiXpc%";
   for (const char letter : kLetters) {
     if (is(letter)) {
       out.letter = letter;
