@@ -26,6 +26,8 @@ std::wstring toWideLossy(std::string_view text);
 
 /// As to_mstr, for texts that are only shown: what cannot be encoded becomes U+FFFD.
 std::string toUtf8Lossy(std::wstring_view text);
+/// The same, behind what `out` already holds.
+void appendUtf8Lossy(std::string& out, std::wstring_view text);
 
 /// Text from UTF-16LE bytes as the registry stores it; a trailing odd byte is ignored, unpaired surrogates are kept.
 std::wstring fromUtf16Bytes(std::span<const std::byte> bytes);

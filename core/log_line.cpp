@@ -1,8 +1,11 @@
 #include "core/log_line.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <utility>
 
 #include "core/configuration.h"
+#include "core/convert.h"
 #include "core/format.h"
 #include "core/number_text.h"
 #include "platform/platform.h"
@@ -11,11 +14,27 @@ namespace CORE {
 namespace {
 
 constexpr std::int64_t kStepsPerMinute = 600'000'000;  // FILETIME counts 100 ns
+constexpr platform::FileTime kStepsPerSecond = 10'000'000;
+constexpr platform::FileTime kStepsPerMillisecond = 10'000;
+constexpr std::size_t kMillisecondsAt = 20;  // in a stamp
 constexpr std::int64_t kMinutesPerDay = 1440;
 
 std::wstring utcStamp(const platform::SystemTime& t) {
   return format(L"%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", t.year, t.month, t.day, t.hour, t.minute, t.second,
                 t.milliseconds);
+}
+
+constexpr std::size_t kMaskBlock = 64;
+
+/// Whether the masked word's first two letters stand anywhere from a place in the block on; hardly any block holds
+/// them, and wide steps find that out. Reads one character behind the block.
+bool holdsStartOfWord(const char* block) {
+  unsigned char found = 0;
+  for (std::size_t i = 0; i < kMaskBlock; ++i) {
+    const bool starts = ((block[i] | 0x20) == 'v') & ((block[i + 1] | 0x20) == 't');
+    found = static_cast<unsigned char>(found | static_cast<unsigned char>(starts));
+  }
+  return found != 0;
 }
 
 struct LocalTime {
@@ -59,30 +78,19 @@ std::wstring timeStamp(platform::FileTime time, std::int32_t bias) {
                 t.milliseconds, local.offsetMinutes < 0 ? L'-' : L'+', offset / 60, offset % 60);
 }
 
-std::wstring logLine(const LogRecord& record, const LineLayout& layout) {
-  std::wstring line = timeStamp(record.time, layout.bias);
-  line.append(L" ").append(record.label.empty() ? levelName(record.level) : std::wstring_view(record.label));
-  if (layout.truncateIds) {
-    line += format(L" (%04X-%04X)", layout.processId & 0xFFFFU, record.threadId & 0xFFFFU);
-  } else {
-    line.append(L" (").append(layout.processIdText);
-    line += record.threadId <= 0xFFFFU ? format(L"-%04X)", record.threadId) : format(L"-%X)", record.threadId);
-  }
-  line.append(L" <").append(record.context).append(L"> [").append(layout.component).append(L"] ");
-  line.append(record.message).append(L"\r\n");
-  if (layout.maskLegacyWord) {
-    maskLegacyWord(line);
-  }
-  return line;
-}
-
-void maskLegacyWord(std::wstring& text) {
+void maskLegacyWord(std::string& text, std::size_t from) {
   // ASCII is enough: no other character has one of these letters as its lower case.
-  const auto is = [&text](std::size_t at, wchar_t small) { return (text[at] | 0x20) == small; };
-  for (std::size_t at = 0; at + 3 <= text.size(); ++at) {
-    if (is(at, L'v') && is(at + 1, L't') && is(at + 2, L'x')) {
-      text.replace(at, 3, 3, L'*');
-      at += 2;
+  const auto is = [&text](std::size_t at, char small) { return (text[at] | 0x20) == small; };
+  const std::size_t end = std::max<std::size_t>(text.size(), 2) - 2;
+  for (std::size_t at = from; at < end;) {
+    if (at + kMaskBlock < text.size() && !holdsStartOfWord(text.data() + at)) {
+      at += kMaskBlock;
+      continue;
+    }
+    for (const std::size_t stop = std::min(at + kMaskBlock, end); at < stop; ++at) {
+      if (is(at, 'v') && is(at + 1, 't') && is(at + 2, 'x')) {
+        text.replace(at, 3, 3, '*');
+      }
     }
   }
 }
@@ -99,6 +107,61 @@ std::int32_t currentBias(bool readFromRegistry) {
   }
   const auto bias = static_cast<std::int32_t>(textToUint32(text));  // a DWORD that may be negative
   return bias < -kMinutesPerDay || bias > kMinutesPerDay ? kUnknownBias : bias;
+}
+
+LineMaker::LineMaker(LineLayout layout)
+    : layout_(std::move(layout)), component_(toUtf8Lossy(L"> [" + layout_.component + L"] ")) {}
+
+void LineMaker::setBias(std::int32_t bias) {
+  layout_.bias = bias;
+  stamp_.clear();
+}
+
+std::string_view LineMaker::stamp(platform::FileTime time) {
+  const platform::FileTime second = time / kStepsPerSecond;
+  if (stamp_.empty() || second != stampSecond_ || layout_.bias == kUnknownBias) {
+    stamp_ = toUtf8Lossy(timeStamp(time, layout_.bias)) + ' ';
+    stampSecond_ = second;
+  }
+  // Offsets are whole minutes, so that only the milliseconds differ within a second.
+  const auto milliseconds = static_cast<std::uint32_t>(time / kStepsPerMillisecond % 1000);
+  if (layout_.bias != kUnknownBias) {
+    stamp_[kMillisecondsAt] = static_cast<char>('0' + milliseconds / 100);
+    stamp_[kMillisecondsAt + 1] = static_cast<char>('0' + milliseconds / 10 % 10);
+    stamp_[kMillisecondsAt + 2] = static_cast<char>('0' + milliseconds % 10);
+  }
+  return stamp_;
+}
+
+std::string_view LineMaker::ids(std::uint32_t threadId) {
+  if (ids_.empty() || threadId != idsThread_) {
+    idsThread_ = threadId;
+    ids_ = layout_.truncateIds   ? formatNarrow(" (%04X-%04X) <", layout_.processId & 0xFFFFU, threadId & 0xFFFFU)
+           : threadId <= 0xFFFFU ? formatNarrow(" (%S-%04X) <", layout_.processIdText, threadId)
+                                 : formatNarrow(" (%S-%X) <", layout_.processIdText, threadId);
+  }
+  return ids_;
+}
+
+void LineMaker::append(const WaitingRecord& record, std::string& out) {
+  const std::size_t begin = out.size();
+  out.append(stamp(record.time));
+  if (record.label.empty()) {
+    appendUtf8Lossy(out, levelName(record.level));
+  }
+  out.append(record.label).append(ids(record.threadId)).append(record.context).append(component_);
+  out.append(record.message).append("\r\n");
+  if (layout_.maskLegacyWord) {
+    maskLegacyWord(out, begin);
+  }
+}
+
+std::string LineMaker::line(const LogRecord& record) {
+  WaitingRecords one;
+  one.add(record);
+  std::string out;
+  append(one.at(0), out);
+  return out;
 }
 
 }  // namespace CORE

@@ -5,23 +5,10 @@
 #include <string>
 #include <string_view>
 
+#include "core/waiting_records.h"
 #include "platform/clock.h"
 
 namespace CORE {
-
-/// Most characters of a message.
-inline constexpr std::size_t kMostMessageCharacters = 8192;
-
-/// One log record, as its log call made it.
-struct LogRecord {
-  std::uint32_t level = 0;
-  std::wstring label;  ///< the caller's own label; empty for the level's name
-  std::wstring message;
-  std::wstring context;         ///< the logging context of the thread
-  platform::FileTime time = 0;  ///< GetSystemTimeAsFileTime at creation
-  std::uint32_t tickCount = 0;  ///< GetTickCount at creation, milliseconds
-  std::uint32_t threadId = 0;
-};
 
 /// A time-zone bias that nobody knows.
 inline constexpr std::int32_t kUnknownBias = 8888;
@@ -43,14 +30,36 @@ std::wstring_view levelName(std::uint32_t level);
 /// kUnknownBias it is the time of the call, not the record's, in UTC.
 std::wstring timeStamp(platform::FileTime time, std::int32_t bias);
 
-/// The whole line of a record, with its line end.
-std::wstring logLine(const LogRecord& record, const LineLayout& layout);
-
-/// Overwrites every "vtx", in any case, with three asterisks. Linear in the length of the text.
-void maskLegacyWord(std::wstring& text);
+/// Overwrites every "vtx", in any case, from that byte of a UTF-8 text on with three asterisks. Linear in its length.
+void maskLegacyWord(std::string& text, std::size_t from = 0);
 
 /// The bias now: 0 unless it is to be read; then "ActiveTimeBias" of the system, kUnknownBias when that cannot be read
 /// or is no bias (more than a day).
 std::int32_t currentBias(bool readFromRegistry);
+
+/// Makes lines of records; what one line has in common with the line before is not made again. Guarded by its owner.
+class LineMaker {
+ public:
+  LineMaker() = default;
+  explicit LineMaker(LineLayout layout);
+
+  void setBias(std::int32_t bias);
+  const LineLayout& layout() const { return layout_; }
+  /// Appends the whole line of a record, with its line end.
+  void append(const WaitingRecord& record, std::string& out);
+  /// The same of a record that did not wait.
+  std::string line(const LogRecord& record);
+
+ private:
+  std::string_view stamp(platform::FileTime time);
+  std::string_view ids(std::uint32_t threadId);
+
+  LineLayout layout_;
+  std::string component_;  ///< with all that stands between context and message
+  std::string stamp_;      ///< of the second stampSecond_
+  platform::FileTime stampSecond_ = 0;
+  std::string ids_;  ///< of the thread idsThread_
+  std::uint32_t idsThread_ = 0;
+};
 
 }  // namespace CORE

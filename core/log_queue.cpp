@@ -1,81 +1,75 @@
 #include "core/log_queue.h"
 
-#include <algorithm>
-#include <iterator>
+#include <utility>
 
 namespace CORE {
 
-void LogQueue::append(LogRecord record) {
-  records_.push_back(std::move(record));
+void LogQueue::append(const LogRecord& record, std::unique_lock<std::mutex>& lock) {
+  records_.add(record);
   ++queued_;
+  const bool wakes = std::exchange(writerSleeps_, false);
+  lock.unlock();
+  if (wakes) {
+    arrived_.notify_one();
+  }
 }
 
-LogQueue::Push LogQueue::push(LogRecord record) {
-  {
-    const std::lock_guard lock(mutex_);
-    if (records_.size() >= threshold_) {
-      const bool first = !overflown_;
-      overflown_ = true;
-      return first ? Push::kFirstDropped : Push::kDropped;
-    }
-    append(std::move(record));
+LogQueue::Push LogQueue::push(const LogRecord& record) {
+  std::unique_lock lock(mutex_);
+  if (queued_ - written_ >= threshold_) {
+    return std::exchange(overflown_, true) ? Push::kDropped : Push::kFirstDropped;
   }
-  arrived_.notify_one();
+  append(record, lock);
   return Push::kQueued;
 }
 
-void LogQueue::pushNotice(LogRecord record) {
-  {
-    const std::lock_guard lock(mutex_);
-    append(std::move(record));
-  }
-  arrived_.notify_one();
+void LogQueue::pushNotice(const LogRecord& record) {
+  std::unique_lock lock(mutex_);
+  append(record, lock);
 }
 
 LogQueue::Wait LogQueue::waitForRecords(std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
-  if (!arrived_.wait_for(lock, patience, [this] { return closed_ || !records_.empty(); })) {
+  writerSleeps_ = records_.empty() && !closed_;
+  const bool woken = arrived_.wait_for(lock, patience, [this] { return closed_ || !records_.empty(); });
+  writerSleeps_ = false;
+  if (!woken) {
     return Wait::kNothing;
   }
   return records_.empty() ? Wait::kClosed : Wait::kRecords;
 }
 
-std::vector<LogRecord> LogQueue::take(std::size_t most) {
+void LogQueue::take(WaitingRecords& records) {
+  records.clear();
   const std::lock_guard lock(mutex_);
-  const auto end = records_.begin() + static_cast<std::ptrdiff_t>(std::min(most, records_.size()));
-  std::vector<LogRecord> out(std::make_move_iterator(records_.begin()), std::make_move_iterator(end));
-  records_.erase(records_.begin(), end);
-  if (records_.empty()) {
-    overflown_ = false;
-  }
-  return out;
+  std::swap(records, records_);
 }
 
 void LogQueue::markWritten(std::size_t count) {
-  {
-    const std::lock_guard lock(mutex_);
-    written_ += count;
+  const std::lock_guard lock(mutex_);
+  written_ += count;
+  overflown_ = overflown_ && written_ != queued_;
+  if (flushing_ > 0) {
+    progressed_.notify_all();
   }
-  progressed_.notify_all();
 }
 
 bool LogQueue::waitUntilWritten(std::chrono::milliseconds withoutProgress) {
   std::unique_lock lock(mutex_);
   const std::uint64_t target = queued_;
-  while (written_ < target) {
+  bool progress = true;
+  ++flushing_;
+  while (progress && written_ < target) {
     const std::uint64_t seen = written_;
-    if (!progressed_.wait_for(lock, withoutProgress, [&] { return written_ != seen; })) {
-      return false;
-    }
+    progress = progressed_.wait_for(lock, withoutProgress, [&] { return written_ != seen; });
   }
-  return true;
+  --flushing_;
+  return progress;
 }
 
 void LogQueue::close() {
-  {
-    const std::lock_guard lock(mutex_);
-    closed_ = true;
-  }
+  const std::lock_guard lock(mutex_);
+  closed_ = true;
   arrived_.notify_all();
 }
 

@@ -35,22 +35,21 @@ std::wstring programName() {
 
 LogSession::LogSession(const LogSettings& settings, std::wstring component)
     : threshold_(settings.number(L"msgQueueSizeThreshold")),
-      batch_(settings.flag(L"DeveloperMachine") ? 1 : settings.number(L"batchLogMessageCount")),
       admittedFrom_(lowestLevel(settings)),
       programName_(programName()),
       queue_(threshold_),
       writer_(settings, programName_, std::move(component),
-              [this](LogRecord record) { queue_.pushNotice(std::move(record)); }) {}
+              [this](const LogRecord& record) { queue_.pushNotice(record); }) {}
 
-void LogSession::submit(LogRecord record) {
-  if (queue_.push(std::move(record)) == LogQueue::Push::kFirstDropped) {
+void LogSession::submit(const LogRecord& record) {
+  if (queue_.push(record) == LogQueue::Push::kFirstDropped) {
     queue_.pushNotice(
         makeLogRecord(kWarn, {},
                       format(L"Log message threshold %zu reached dropping log messages for exe %s with PID %u.",
                              threshold_, programName_, platform::current().processes.GetCurrentProcessId())));
   }
   if (callerWrites_) {
-    while (writeBatch()) {
+    while (writeWaiting()) {
     }
   }
 }
@@ -59,7 +58,7 @@ void LogSession::run() noexcept {
   for (;;) {
     switch (queue_.waitForRecords(kIdleLook)) {
       case LogQueue::Wait::kRecords:
-        writeBatch();
+        writeWaiting();
         break;
       case LogQueue::Wait::kNothing:
         closeIdleFiles();
@@ -77,7 +76,7 @@ void LogSession::closeIdleFiles() noexcept {
 
 bool LogSession::flush() {
   if (callerWrites_) {
-    while (writeBatch()) {
+    while (writeWaiting()) {
     }
   }
   return queue_.waitUntilWritten(kFlushPatience);
@@ -89,19 +88,22 @@ void LogSession::closeFiles() {
   writer_.close();
 }
 
-bool LogSession::writeBatch() noexcept {
+bool LogSession::writeWaiting() noexcept {
   const std::lock_guard lock(fileMutex_);
-  std::vector<LogRecord> records;
-  try {
-    records = queue_.take(batch_);
-    if (!closed_ && !records.empty()) {
-      writer_.write(records, callerWrites_);
+  queue_.take(taken_);
+  for (std::size_t done = 0; done < taken_.size();) {
+    std::size_t count = taken_.size() - done;
+    try {
+      if (!closed_) {
+        count = writer_.write(taken_, done, callerWrites_);
+      }
+    } catch (...) {
+      // Out of memory: these records are lost. There is nobody to tell.
     }
-  } catch (...) {
-    // Out of memory: this batch is lost. There is nobody to tell.
+    queue_.markWritten(count);
+    done += count;
   }
-  queue_.markWritten(records.size());
-  return !records.empty();
+  return !taken_.empty();
 }
 
 }  // namespace CORE

@@ -23,7 +23,7 @@ class LogSession {
   std::uint64_t admittedFrom() const { return admittedFrom_; }
 
   /// Queues a record, or drops it when too many wait. Without a writer thread it is in its file on return.
-  void submit(LogRecord record);
+  void submit(const LogRecord& record);
   /// The writer thread: writes until close() and then what is left.
   void run() noexcept;
   /// From now on submit() writes itself: there is no writer thread.
@@ -41,16 +41,16 @@ class LogSession {
   void closeFiles();
 
  private:
-  bool writeBatch() noexcept;
+  bool writeWaiting() noexcept;
 
   const std::size_t threshold_;
-  const std::size_t batch_;
   std::uint64_t admittedFrom_;
   std::wstring programName_;
   bool callerWrites_ = false;
   LogQueue queue_;
 
-  std::mutex fileMutex_;  ///< guards everything below, and the order of batches
+  std::mutex fileMutex_;  ///< guards everything below, and the order of records
+  WaitingRecords taken_;
   LogWriter writer_;
   bool closed_ = false;
 };

@@ -19,6 +19,18 @@ namespace {
 
 constexpr std::uint64_t kTicksPerSecond = 1000;
 constexpr std::uint64_t kMiB = 1 << 20;
+/// What a process writes before others have their turn; much more than a wait for the turn costs, and soon written.
+constexpr std::size_t kBytesOfTurn = 64 << 10;
+
+LineLayout layoutOf(const LogSettings& settings, std::wstring component) {
+  LineLayout layout;
+  layout.processId = platform::current().processes.GetCurrentProcessId();
+  layout.processIdText = format(L"%04X", layout.processId);
+  layout.component = std::move(component);
+  layout.truncateIds = settings.flag(L"truncateProcIdThreadId");
+  layout.maskLegacyWord = settings.flag(L"legacyRedactEnabled");
+  return layout;
+}
 
 /// With its separator at the end.
 std::wstring folderOf(const LogSettings& settings, const std::wstring& program) {
@@ -35,17 +47,15 @@ std::wstring folderOf(const LogSettings& settings, const std::wstring& program) 
 
 }  // namespace
 
-LogRecord makeLogRecord(std::uint32_t level, std::wstring label, std::wstring message) {
+LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message) {
   const platform::Platform& platform = platform::current();
-  LogRecord record;
-  record.level = level;
-  record.label = std::move(label);
-  record.message = std::move(message);
-  record.context = logContext();
-  record.time = platform.clock.GetSystemTimeAsFileTime();
-  record.tickCount = platform.clock.GetTickCount();
-  record.threadId = platform.processes.GetCurrentThreadId();
-  return record;
+  return {level,
+          label,
+          message,
+          logContext(),
+          platform.clock.GetSystemTimeAsFileTime(),
+          platform.clock.GetTickCount(),
+          platform.processes.GetCurrentThreadId()};
 }
 
 LogWriter::LogWriter(const LogSettings& settings, std::wstring program, std::wstring component, Notice notice)
@@ -53,12 +63,9 @@ LogWriter::LogWriter(const LogSettings& settings, std::wstring program, std::wst
       notice_(std::move(notice)),
       readBias_(settings.flag(L"readActiveTimeBiasFromRegistry")),
       slowTicks_(settings.number(L"LogDelayNotificationTreshold")),
-      idleTicks_(settings.number(L"InactivityTimeoutSeconds") * kTicksPerSecond) {
-  layout_.processId = platform::current().processes.GetCurrentProcessId();
-  layout_.processIdText = format(L"%04X", layout_.processId);
-  layout_.component = std::move(component);
-  layout_.truncateIds = settings.flag(L"truncateProcIdThreadId");
-  layout_.maskLegacyWord = settings.flag(L"legacyRedactEnabled");
+      idleTicks_(settings.number(L"InactivityTimeoutSeconds") * kTicksPerSecond),
+      group_(settings.flag(L"DeveloperMachine") ? 1 : settings.number(L"batchLogMessageCount")),
+      maker_(layoutOf(settings, std::move(component))) {
   const std::wstring folder = folderOf(settings, programName_);
   const LogSeries::Limits limits{settings.number(L"MaxDebugLogs"), settings.number(L"MaxDaysKept"),
                                  settings.number(L"MaxDebugLogSizeMB") * kMiB};
@@ -93,54 +100,65 @@ void LogWriter::close() {
   debug_.series.file().close();
 }
 
-void LogWriter::write(const std::vector<LogRecord>& records, bool callerWrites) {
+std::size_t LogWriter::write(const WaitingRecords& records, std::size_t first, bool callerWrites) {
   callerWrites_ = callerWrites;
-  layout_.bias = currentBias(readBias_);
+  maker_.setBias(currentBias(readBias_));
   lastWrite_ = platform::current().clock.GetTickCount();
-  Lines lines;
+  lines_.clear();
+  text_.clear();
+  std::size_t count = records.size() - first;
   switch (diskGuard_.look(lastWrite_)) {
     case LogDiskGuard::Verdict::kWrite:
-      for (const LogRecord& record : records) {
-        lines.push_back({lineOf(record), record.level, record.tickCount});
-      }
-      writeToConsole(records);
+      count = makeLines(records, first);
+      writeToConsole();
       break;
-    case LogDiskGuard::Verdict::kLastLine: {
-      const LogRecord last =
+    case LogDiskGuard::Verdict::kLastLine:
+      text_ = maker_.line(
           makeLogRecord(kWarn, {},
                         L"Disk space free threshold for log reached.  No more messages will be logged until more disk "
-                        L"space has become available or the threshold is reduced.");
-      lines.push_back({lineOf(last), last.level, lastWrite_});
+                        L"space has become available or the threshold is reduced."));
+      lines_.push_back({text_.size(), kWarn, lastWrite_});
       break;
-    }
     case LogDiskGuard::Verdict::kSilent:
-      return;
+      return count;
   }
-  writeTo(debug_, info_, lines, kTrace);
-  writeTo(info_, debug_, lines, kInfo);
+  writeTo(debug_, info_, kTrace);
+  writeTo(info_, debug_, kInfo);
+  return count;
 }
 
-std::string LogWriter::lineOf(const LogRecord& record) const { return toUtf8Lossy(logLine(record, layout_)); }
+std::size_t LogWriter::makeLines(const WaitingRecords& records, std::size_t first) {
+  std::size_t next = first;
+  for (; next < records.size() && text_.size() < kBytesOfTurn; ++next) {
+    const WaitingRecord record = records.at(next);
+    maker_.append(record, text_);
+    lines_.push_back({text_.size(), record.level, record.tickCount});
+  }
+  return next - first;
+}
 
-void LogWriter::writeTo(Target& target, Target& other, const Lines& lines, std::uint32_t fromLevel) {
+void LogWriter::writeTo(Target& target, Target& other, std::uint32_t fromLevel) {
   std::size_t bytes = 0;
-  for (const Line& line : lines) {
-    bytes += line.level >= fromLevel ? line.text.size() : 0;
+  std::size_t begin = 0;
+  for (const Line& line : lines_) {
+    bytes += line.level >= fromLevel ? line.end - begin : 0;
+    begin = line.end;
   }
   if (!target.enabled || bytes == 0) {
     return;
   }
-  const std::wstring failure = tryToWrite(target, lines, fromLevel, bytes);
+  const std::wstring failure = tryToWrite(target, fromLevel, bytes);
   if (failure.empty()) {
     target.started = true;
     target.failing = false;
   } else if (!target.failing && other.enabled && other.series.file().isOpen()) {
-    other.series.file().write(lineOf(makeLogRecord(kError, {}, failure)));
+    other.series.file().write(maker_.line(makeLogRecord(kError, {}, failure)));
     target.failing = true;
   }
 }
 
-std::wstring LogWriter::tryToWrite(Target& target, const Lines& lines, std::uint32_t fromLevel, std::size_t bytes) {
+/// \return why it failed; empty when it did not
+std::wstring LogWriter::tryToWrite(Target& target, std::uint32_t fromLevel, std::size_t bytes) {
   platform::Status status{true, platform::kErrorSuccess};
   const LogSeries::Opened opened = target.series.prepare(bytes, lastWrite_, status);
   if (opened == LogSeries::Opened::kFailed) {
@@ -149,31 +167,47 @@ std::wstring LogWriter::tryToWrite(Target& target, const Lines& lines, std::uint
   }
   LogFile& file = target.series.file();
   const std::uint32_t lockWait = file.takeTurn();
-  status = file.write(header(target, opened) + textOf(lines, fromLevel, lockWait));
+  status = writeLines(file, header(target, opened), fromLevel, lockWait);
   file.endTurn();
   return status ? std::wstring()
                 : format(L"System error occurred while attempting to log a message\n\nError = %s",
                          systemErrorText(status.error));
 }
 
-std::string LogWriter::textOf(const Lines& lines, std::uint32_t fromLevel, std::uint32_t lockWait) const {
-  std::string text;
-  for (const Line& line : lines) {
-    if (line.level < fromLevel) {
-      continue;
+/// Writes the text and then the lines of this turn, so many with a call. Gives the last failure, if any.
+platform::Status LogWriter::writeLines(LogFile& file, std::string text, std::uint32_t fromLevel,
+                                       std::uint32_t lockWait) const {
+  platform::Status status{true, platform::kErrorSuccess};
+  std::size_t waiting = 0;
+  const auto write = [&] {
+    const platform::Status written = file.write(text);
+    status = written ? status : written;
+    text.clear();
+    waiting = 0;
+  };
+  std::size_t begin = 0;
+  for (const Line& line : lines_) {
+    if (line.level >= fromLevel) {
+      text.append(text_, begin, line.end - begin);
+      const std::uint32_t delay = lastWrite_ - line.tickCount;
+      if (slowTicks_ != 0 && delay > slowTicks_) {
+        text += formatNarrow("(LogDelayTicks=%u, LogLockWaitTicks=%u)\r\n", delay, lockWait);
+      }
+      if (++waiting == group_) {
+        write();
+      }
     }
-    text += line.text;
-    const std::uint32_t delay = lastWrite_ - line.tickCount;
-    if (slowTicks_ != 0 && delay > slowTicks_) {
-      text += toUtf8Lossy(format(L"(LogDelayTicks=%u, LogLockWaitTicks=%u)\r\n", delay, lockWait));
-    }
+    begin = line.end;
   }
-  return text;
+  if (waiting > 0) {
+    write();
+  }
+  return status;
 }
 
-std::string LogWriter::header(const Target& target, LogSeries::Opened opened) const {
+std::string LogWriter::header(const Target& target, LogSeries::Opened opened) {
   std::string text;
-  const auto add = [&](std::wstring message) { text += lineOf(makeLogRecord(kInfo, {}, std::move(message))); };
+  const auto add = [&](const std::wstring& message) { text += maker_.line(makeLogRecord(kInfo, {}, message)); };
   if (opened == LogSeries::Opened::kNew) {
     add(format(L"Log for %s", programName_));
   } else if (opened == LogSeries::Opened::kExisting) {
@@ -196,17 +230,21 @@ std::wstring LogWriter::startedText() const {
 #endif
   const auto path = platform::current().system.GetModuleFileNameW();
   const std::wstring version = path ? ProgramVersion::of(path.value).version : std::wstring();
-  const auto session = platform::current().processes.ProcessIdToSessionId(layout_.processId);
+  const auto session = platform::current().processes.ProcessIdToSessionId(maker_.layout().processId);
   return format(
       L"Program '%s' started, version=%s, pid=0x%X, buildtype=%s, usethread=%u, closeafterwrite=%u, sessionId=%d",
-      programName_, version, layout_.processId, kBuildType, callerWrites_ ? 0 : 1, 0,
+      programName_, version, maker_.layout().processId, kBuildType, callerWrites_ ? 0 : 1, 0,
       session ? static_cast<std::int32_t>(session.value) : -1);
 }
 
-void LogWriter::writeToConsole(const std::vector<LogRecord>& records) {
+void LogWriter::writeToConsole() {
   std::wstring text;
-  for (const LogRecord& record : records) {
-    text += console_.isOpen() && record.level >= kInfo ? logLine(record, layout_) : std::wstring();
+  std::size_t begin = 0;
+  for (const Line& line : lines_) {
+    if (console_.isOpen() && line.level >= kInfo) {
+      text += toWideLossy(std::string_view(text_).substr(begin, line.end - begin));
+    }
+    begin = line.end;
   }
   if (text.empty()) {
     return;

@@ -13,21 +13,22 @@
 
 namespace CORE {
 
-/// Makes a record of the calling thread, now.
-LogRecord makeLogRecord(std::uint32_t level, std::wstring label, std::wstring message);
+/// Makes a record of the calling thread, now. The texts stay the caller's.
+LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message);
 
 /// From records to lines in the info file (INFO and above), the debug file (all) and the console. Guarded by its owner.
 class LogWriter {
  public:
   /// Takes a record of the logger's own that is to be written like any other.
-  using Notice = std::function<void(LogRecord)>;
+  using Notice = std::function<void(const LogRecord&)>;
 
   /// \param program  file name of the executable. \param component  name of the process in its lines.
   LogWriter(const LogSettings& settings, std::wstring program, std::wstring component, Notice notice);
 
-  /// Writes the records; those that cannot be written are lost, which the other file tells once.
+  /// Writes as many of the records, from that one on, as one turn at the files takes, and returns their number. Those
+  /// that cannot be written are lost, which the other file tells once.
   /// \param callerWrites  there is no writer thread; for the banner.
-  void write(const std::vector<LogRecord>& records, bool callerWrites);
+  std::size_t write(const WaitingRecords& records, std::size_t first, bool callerWrites);
   /// Closes files to which nothing was written for "InactivityTimeoutSeconds"; the next record opens them again.
   void closeIdleFiles();
   void close();
@@ -39,30 +40,31 @@ class LogWriter {
     bool failing = false;  ///< the present failure has been told
     bool started = false;  ///< it has the banner of this process
   };
-  /// A finished line and when its record was made.
+  /// Where a finished line ends, and what its record was.
   struct Line {
-    std::string text;
+    std::size_t end;
     std::uint32_t level;
     std::uint32_t tickCount;
   };
-  using Lines = std::vector<Line>;
 
-  void writeTo(Target& target, Target& other, const Lines& lines, std::uint32_t fromLevel);
-  /// \return why it failed; empty when it did not
-  std::wstring tryToWrite(Target& target, const Lines& lines, std::uint32_t fromLevel, std::size_t bytes);
-  std::string textOf(const Lines& lines, std::uint32_t fromLevel, std::uint32_t lockWait) const;
-  std::string header(const Target& target, LogSeries::Opened opened) const;
+  std::size_t makeLines(const WaitingRecords& records, std::size_t first);
+  void writeTo(Target& target, Target& other, std::uint32_t fromLevel);
+  std::wstring tryToWrite(Target& target, std::uint32_t fromLevel, std::size_t bytes);
+  platform::Status writeLines(LogFile& file, std::string text, std::uint32_t fromLevel, std::uint32_t lockWait) const;
+  std::string header(const Target& target, LogSeries::Opened opened);
   std::wstring startedText() const;
-  void writeToConsole(const std::vector<LogRecord>& records);
-  std::string lineOf(const LogRecord& record) const;
+  void writeToConsole();
 
   const std::wstring programName_;
   const Notice notice_;
   const bool readBias_;
   const std::uint32_t slowTicks_;  ///< a line written later is followed by its delay; 0: none
   const std::uint64_t idleTicks_;
+  const std::size_t group_;  ///< most lines of one write
   bool callerWrites_ = false;
-  LineLayout layout_;
+  LineMaker maker_;
+  std::string text_;         ///< the lines of this turn
+  std::vector<Line> lines_;  ///< where they are
   Target info_;
   Target debug_;
   LogDiskGuard diskGuard_;

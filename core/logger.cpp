@@ -100,7 +100,7 @@ void corelogger::submit(LogSession& session, std::uint32_t level, std::wstring_v
     filter(level, message);
     message.resize(std::min(message.size(), kMostMessageCharacters));
   }
-  session.submit(makeLogRecord(level, std::wstring(label), std::move(message)));
+  session.submit(makeLogRecord(level, label, message));
 }
 
 void corelogger::write(std::uint32_t level, std::wstring_view label, std::wstring_view format,

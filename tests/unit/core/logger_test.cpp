@@ -328,17 +328,24 @@ TEST_F(LoggerTest, TimeStamps) {
 TEST_F(LoggerTest, LinesByTheirLayout) {
   const CORE::LineLayout plain{0x1092, L"1092", L"Xvtxx", false, true, 0};
   const CORE::LineLayout cut{0x51092, L"1092", L"mdDCT", true, false, 0};
-  const std::tuple<CORE::LogRecord, CORE::LineLayout, std::wstring> rows[] = {
-      {{0, L"", L"m(): a", L"main", 0, 0, 0x2C}, plain, L"TRACE (1092-002C) <main> [X***x] m(): a"},
-      {{1, L"", L"", L"main", 0, 0, 0x10000}, plain, L"DEBUG (1092-10000) <main> [X***x] "},
-      {{3, L"", L"a", L"main", 0, 0, 0x12345}, cut, L"WARN  (1092-2345) <main> [mdDCT] a"},
-      {{4, L"", L"a\r\nb", L"main", 0, 0, 1}, cut, L"ERROR (1092-0001) <main> [mdDCT] a\r\nb"},
-      {{5, L"", L"VtX vtx", L"main", 0, 0, 1}, cut, L"FATAL (1092-0001) <main> [mdDCT] VtX vtx"},
-      {{6, L"", L"VtX vvtxtx", L"vTx", 0, 0, 1}, plain, L"UNKNOWN (1092-0001) <***> [X***x] *** v***tx"},
+  const std::tuple<CORE::LogRecord, CORE::LineLayout, std::string> rows[] = {
+      {{0, L"", L"m(): a", L"main", 0, 0, 0x2C}, plain, "TRACE (1092-002C) <main> [X***x] m(): a"},
+      {{1, L"", L"", L"main", 0, 0, 0x10000}, plain, "DEBUG (1092-10000) <main> [X***x] "},
+      {{3, L"", L"a", L"main", 0, 0, 0x12345}, cut, "WARN  (1092-2345) <main> [mdDCT] a"},
+      {{4, L"", L"a\r\nb", L"main", 0, 0, 1}, cut, "ERROR (1092-0001) <main> [mdDCT] a\r\nb"},
+      {{5, L"", L"VtX vtx", L"main", 0, 0, 1}, cut, "FATAL (1092-0001) <main> [mdDCT] VtX vtx"},
+      {{6, L"", L"VtX vvtxtx", L"vTx", 0, 0, 1}, plain, "UNKNOWN (1092-0001) <***> [X***x] *** v***tx"},
   };
   for (const auto& [record, layout, rest] : rows) {
-    EXPECT_EQ(CORE::toUtf8Lossy(CORE::logLine(record, layout)),
-              CORE::toUtf8Lossy(L"1601-01-01T00:00:00.000Z " + rest + L"\r\n"));
+    EXPECT_EQ(CORE::LineMaker(layout).line(record), "1601-01-01T00:00:00.000Z " + rest + "\r\n");
+  }
+  CORE::LineMaker maker(cut);  // keeps what lines have in common, and nothing else
+  CORE::LogRecord record = {2, L"", L"", L"c", 0, 0, 7};
+  for (const std::uint64_t step : {0U, 9'990'000U, 9'999U, 1U, 123'456'789U}) {
+    record.time += step;
+    ++record.threadId;
+    EXPECT_EQ(maker.line(record), CORE::toUtf8Lossy(CORE::timeStamp(record.time, 0)) +
+                                      CORE::formatNarrow(" INFO  (1092-%04X) <c> [mdDCT] \r\n", record.threadId));
   }
 }
 
