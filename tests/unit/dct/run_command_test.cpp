@@ -127,11 +127,11 @@ TEST(RunDctCommand, ReadErrorsAreLoggedAndEndTheReading) {
 TEST(PipeReader, DropsWhatIsTooMuch) {
   ScriptWorld world;
   auto pipe = world.windows.processes.CreatePipe(false);
-  const std::string text(3000, 'x');
-  ASSERT_TRUE(world.windows.files.WriteFile(pipe.value.write.get(), std::as_bytes(std::span(text))).ok);
-  pipe.value.write.reset();
   PipeReader reader(std::move(pipe.value.read), 1000);
   ASSERT_TRUE(reader.start());
+  const std::string text(10'000, 'x');  // more than one read gives
+  ASSERT_TRUE(world.windows.files.WriteFile(pipe.value.write.get(), std::as_bytes(std::span(text))).ok);
+  pipe.value.write.reset();
   reader.finish();
   EXPECT_EQ(reader.takeOutput(), std::string(1000, 'x'));
   EXPECT_EQ(world.log.messages(CORE::kWarn),
