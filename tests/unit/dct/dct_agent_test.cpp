@@ -61,7 +61,7 @@ TEST(MonitorDCTProcess, CancelEventAndTimeLimit) {
   EXPECT_TRUE(monitor(ImpatientAgent(), false, late)) << "kept: finished or not";
   EXPECT_FALSE(monitor(dct_Agent(cancel.get()), true, result));
   world.windows.faults.failAll("TerminateProcess", 5);
-  EXPECT_FALSE(monitor(dct_Agent(cancel.get()), true, result));
+  EXPECT_FALSE(monitor(dct_Agent(cancel.get()), false, result)) << "it is still set";
   EXPECT_EQ(result.getErrorText().str(), L"The DCT script was cancelled");
   EXPECT_EQ(result.count(), 1U);
   const std::wstring terminate = L"dct_Agent::monitorDCTProcess(): Terminate process on DCT collection ";
