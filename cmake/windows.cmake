@@ -62,12 +62,11 @@ mddct_native_program(mddct_https_client ${native}/https_client.cpp)
 target_link_libraries(mddct_https_client PRIVATE mddct_http mddct_windows)
 
 # In a folder of its own: Windows finds it there by its bare name only for who asks for that folder.
-file(GLOB standin_sources CONFIGURE_DEPENDS ${native}/standin/*.cpp)
-mddct_native_program(mddct_powershell ${native}/powershell.cpp ${standin_sources})
+mddct_native_program(mddct_powershell ${native}/powershell.cpp)
 set_target_properties(mddct_powershell PROPERTIES
   OUTPUT_NAME powershell RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/standin)
 
 file(GLOB check_sources CONFIGURE_DEPENDS ${native}/check/*.cpp)
 mddct_native_program(mddct_platform_check ${native}/platform_check.cpp ${check_sources})
 target_compile_options(mddct_platform_check PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fnon-call-exceptions>)
-target_link_libraries(mddct_platform_check PRIVATE mddct_windows)
+target_link_libraries(mddct_platform_check PRIVATE mddct_digest mddct_windows)

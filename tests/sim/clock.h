@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "platform/clock.h"
 #include "tests/sim/kernel.h"
 
@@ -16,9 +18,12 @@ class Clock : public platform::Clock {
   void advance(std::uint64_t milliseconds) { kernel_.advance(milliseconds); }
   /// UTC = local time + bias, minutes (as the platform counts it: -60 is one hour east of Greenwich).
   int biasMinutes = 0;
+  /// Runs in GetSystemTime, which throws what it throws.
+  std::function<void()> onGetSystemTime = [] {};
 
   platform::SystemTime GetSystemTime() override {
     kernel_.faults.note("GetSystemTime");
+    onGetSystemTime();
     return toSystemTime(kernel_.now());
   }
   platform::FileTime GetSystemTimeAsFileTime() override {

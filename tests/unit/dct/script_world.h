@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,16 +11,16 @@
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
 
-inline constexpr const wchar_t* kInstallPathSetting = L"HKLM\\Software\\Calvera\\Meridon\\Agent\\AgentInstallPath";
+using Texts = std::vector<std::wstring>;
 
-inline constexpr const wchar_t* kTempFolder = L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp";
-inline const std::wstring kBundlePath = std::wstring(kTempFolder) + L"\\agentDCT_2026-11-13_04-13-48_123.zip";
+inline const std::wstring kBundlePath =
+    L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp\\agentDCT_2026-11-13_04-13-48_123.zip";
 
-/// A machine with an installed agent whose query script answers as told. Nothing else may be left open at its end.
+/// A machine with an installed agent. Nothing else may be left open at its end.
 struct ScriptWorld {
   ScriptWorld() {
     forgetSupportedListsForTests();
-    windows.registry.set(kInstallPathSetting, L"C:\\Agent");
+    windows.registry.set(L"HKLM\\Software\\Calvera\\Meridon\\Agent\\AgentInstallPath", L"C:\\Agent");
     windows.files.write(L"C:\\Agent\\dct\\vdx-support.ps1", "#");
     windows.text.setVariable(L"ProgramData", L"C:\\ProgramData");
   }
@@ -31,13 +32,10 @@ struct ScriptWorld {
     forgetSupportedListsForTests();
   }
 
-  /// The script of a query child that prints a text.
-  static auto printing(std::string text) {
-    return [text](sim::Child& child) { child.write(text); };
+  /// Every child from now on prints that.
+  void print(const std::string& text) {
+    windows.processes.onStart([text](sim::Child& child) { child.write(text); });
   }
-
-  /// The messages of that level so far.
-  std::vector<std::wstring> messages(CORE::LogLevel level) const { return log.messages(level); }
 
   sim::Windows windows;
   sim::LogCapture log{windows};

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <mutex>
 
 #include "tests/unit/http/http_test.h"
 #include "upload/azure_blob_uploader.h"
@@ -15,17 +14,12 @@ inline constexpr const char* kBlobUrl = "https://acct.blob.example/c/b.zip?sv=1&
 
 /// What the completion function was told, in order.
 using Outcomes = std::vector<bool>;
-inline const Outcomes kSucceeded{true};
-inline const Outcomes kFailed{false};
-inline const Outcomes kNothing;
+inline const Outcomes kSucceeded{true}, kFailed{false}, kNothing;
 
 /// A blob service, and the checks that hold after every upload.
 class UploadFixture : public ::testing::Test, protected World {
  protected:
   using Replies = std::map<std::size_t, sim::HttpReply>;
-  struct Releaser {
-    void operator()(AzureBlobUploader* owned) const { owned->release(); }
-  };
 
   UploadFixture() { windows.winHttp.storeBodyUpTo = 0; }
   static sim::HttpReply answer(std::uint32_t status, bool hold = false) {
@@ -41,31 +35,21 @@ class UploadFixture : public ::testing::Test, protected World {
     windows.files.writeSparse(kWidePath, size);
     windows.winHttp.onRequest([this, special = std::move(special)](const sim::HttpExchange& exchange) {
       const std::size_t index = exchange.index - first_;
-      if (onRequest) {
-        onRequest(index);
-      }
+      onRequest(index);
       const auto found = special.find(index);
       return found == special.end() ? answer(201) : found->second;
     });
     first_ = windows.winHttp.requests().size();
-    outcomes_.clear();
+    outcomes.clear();
     log.clear();
     uploader.reset(new AzureBlobUploader);
   }
 
   AzureBlobUploader::Completion record() {
-    return [this](AzureBlobUploader* self, bool succeeded) {
-      EXPECT_NE(self, nullptr);
-      const std::lock_guard guard(mutex_);
-      outcomes_.push_back(succeeded);
-    };
+    return [this](AzureBlobUploader*, bool succeeded) { outcomes.push_back(succeeded); };
   }
   bool upload() { return uploader->uploadFile(kPath, kBlobUrl, "", record()); }
 
-  Outcomes outcomes() const {
-    const std::lock_guard guard(mutex_);
-    return outcomes_;
-  }
   /// The requests of this upload.
   std::vector<sim::HttpExchange> sent() const {
     auto all = windows.winHttp.sentRequests();
@@ -75,16 +59,17 @@ class UploadFixture : public ::testing::Test, protected World {
   /// What the upload has come to, when nothing more can come.
   void expectEnd(const Outcomes& wanted, std::size_t requests) {
     windows.winHttp.waitUntilIdle();
-    EXPECT_EQ(outcomes(), wanted) << log.text();
+    EXPECT_EQ(outcomes, wanted) << log.text();
     EXPECT_EQ(sent().size(), requests);
     EXPECT_EQ(uploader->refCount(), 1U) << "only the owner's";
   }
 
-  std::function<void(std::size_t)> onRequest;  ///< runs before the service answers, with the request's number
-  std::unique_ptr<AzureBlobUploader, Releaser> uploader{new AzureBlobUploader};
+  /// Runs before the service answers, with the request's number.
+  std::function<void(std::size_t)> onRequest = [](std::size_t) {};
+  std::unique_ptr<AzureBlobUploader, void (*)(AzureBlobUploader*)> uploader{new AzureBlobUploader,
+                                                                            [](auto* owned) { owned->release(); }};
+  Outcomes outcomes;  ///< the test's once it is settled
 
  private:
-  mutable std::mutex mutex_;
-  Outcomes outcomes_;
   std::size_t first_ = 0;
 };

@@ -2,13 +2,12 @@
 //   --revocation --ignore-name --ignore-all --plain-http --pin TEXT --pac URL --user NAME --password TEXT
 // runs one request as the program would, for tests of requests that the shipped program never makes. It logs where the
 // program does and prints one line of JSON: "ok" is what the operation returned, "bytes" the length of the response
-// body. --pin may come several times. The exit code is 0 when the request was run, whatever came of it, and 2 for bad
-// usage.
+// body. --pin may come several times. The exit code is 0 when the request was run, whatever came of it, otherwise 1.
 
 #include <cstdio>
 #include <exception>
-#include <memory>
-#include <optional>
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,94 +20,43 @@
 
 namespace {
 
-class Client {
- public:
-  /// False for bad usage.
-  bool configure(const std::vector<std::wstring>& arguments);
-  /// The line of JSON.
-  std::string run();
-
- private:
-  bool takeSwitch(const std::wstring& name);
-  bool takeValue(const std::wstring& name, const std::wstring& value);
-
-  std::shared_ptr<WinHttpRequest> request_ = WinHttpRequest::create();
-  std::wstring user_, password_;
-  std::string url_;
-  std::optional<std::string> file_;
-};
-
-bool Client::takeSwitch(const std::wstring& name) {
-  if (name == L"--revocation") {
-    request_->enableRevocationCheck();
-  } else if (name == L"--ignore-name") {
-    request_->ignoreCertNameMismatch();
-  } else if (name == L"--ignore-all") {
-    request_->ignoreCertErrors();
-  } else if (name == L"--plain-http") {
-    request_->allowPlainHttp();
-  } else {
-    return false;
-  }
-  return true;
-}
-
-bool Client::takeValue(const std::wstring& name, const std::wstring& value) {
-  if (name == L"--pin") {
-    request_->addThumbprint(native::narrow(value));
-  } else if (name == L"--pac") {
-    request_->setPacUrl(value);
-  } else if (name == L"--user") {
-    user_ = value;
-  } else if (name == L"--password") {
-    password_ = value;
-  } else {
-    return false;
-  }
-  return true;
-}
-
-bool Client::configure(const std::vector<std::wstring>& arguments) {
-  const bool isPut = !arguments.empty() && arguments[0] == L"putfile";
-  std::size_t next = isPut ? 3 : 2;
-  if (arguments.size() < next || (!isPut && arguments[0] != L"get")) {
-    return false;
-  }
-  url_ = native::narrow(arguments[1]);
-  if (isPut) {
-    file_ = native::narrow(arguments[2]);
-  }
-  for (; next < arguments.size(); ++next) {
-    if (takeSwitch(arguments[next])) {
-      continue;
+void configure(WinHttpRequest& request, const std::vector<std::wstring>& options) {
+  std::wstring user, password;
+  const std::map<std::wstring, std::function<void()>> switches = {
+      {L"--revocation", [&] { request.enableRevocationCheck(); }},
+      {L"--ignore-name", [&] { request.ignoreCertNameMismatch(); }},
+      {L"--ignore-all", [&] { request.ignoreCertErrors(); }},
+      {L"--plain-http", [&] { request.allowPlainHttp(); }},
+  };
+  const std::map<std::wstring, std::function<void(const std::wstring&)>> values = {
+      {L"--pin", [&](const std::wstring& text) { request.addThumbprint(native::narrow(text)); }},
+      {L"--pac", [&](const std::wstring& url) { request.setPacUrl(url); }},
+      {L"--user", [&](const std::wstring& text) { user = text; }},
+      {L"--password", [&](const std::wstring& text) { password = text; }},
+  };
+  for (std::size_t i = 0; i < options.size(); ++i) {
+    if (switches.contains(options[i])) {
+      switches.at(options[i])();
+    } else {
+      values.at(options[i])(options.at(i + 1));
+      ++i;
     }
-    if (next + 1 == arguments.size() || !takeValue(arguments[next], arguments[next + 1])) {
-      return false;
-    }
-    ++next;
   }
-  if (!user_.empty() || !password_.empty()) {
-    request_->setProxyCredentials(user_, password_);
+  if (!user.empty() || !password.empty()) {
+    request.setProxyCredentials(user, password);
   }
-  return true;
 }
 
-std::string Client::run() {
+void perform(const std::vector<std::wstring>& arguments) {
+  const auto request = WinHttpRequest::create();
+  const bool gets = arguments.at(0) == L"get";
+  configure(*request, {arguments.begin() + (gets ? 2 : 3), arguments.end()});
+  const std::string url = native::narrow(arguments.at(1));
   std::string response;
-  const bool succeeded =
-      !file_ ? request_->get(url_, response) : request_->putFile(ContentType::kOctetStream, url_, *file_, response);
-  return std::string(R"({"ok":)") + (succeeded ? "true" : "false") + R"(,"status":)" +
-         std::to_string(request_->getResponseCode()) + R"(,"bytes":)" + std::to_string(response.size()) + "}";
-}
-
-int perform() {
-  Client client;
-  if (!client.configure(native::arguments())) {
-    native::complain("https_client", "bad usage; see the top of its source");
-    return 2;
-  }
-  std::printf("%s\n", client.run().c_str());
-  return 0;
+  const bool ok = gets ? request->get(url, response)
+                       : request->putFile(ContentType::kOctetStream, url, native::narrow(arguments[2]), response);
+  std::printf("{\"ok\":%s,\"status\":%s,\"bytes\":%s}\n", ok ? "true" : "false",
+              std::to_string(request->getResponseCode()).c_str(), std::to_string(response.size()).c_str());
 }
 
 }  // namespace
@@ -117,11 +65,12 @@ int main() {
   platform::install(&platform::windowsPlatform());
   CORE::corelogger::instance().start(L"mdDCT");
   CORE::setLogContext(L"main");
-  int exitCode = 1;
+  int exitCode = 0;
   try {
-    exitCode = perform();
+    perform(native::arguments());
   } catch (const std::exception& exception) {
     native::complain("https_client", exception.what());
+    exitCode = 1;
   }
   CORE::corelogger::instance().flush();
   return exitCode;

@@ -1,6 +1,6 @@
 // Stand-in for powershell.exe as the agent's two scripts are run by it: answers the capability query, writes the
-// collection's bundle, and misbehaves when it is told to (standin/control.h). Any other command line ends with exit
-// code 64 and a line in the record; trouble of its own ends with 65.
+// collection's bundle, and misbehaves when it is told to. Any other command line ends with exit code 64 and a line in
+// the record; trouble of its own ends with 65.
 
 #include <windows.h>
 
@@ -10,131 +10,176 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <map>
 #include <random>
+#include <regex>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "tests/wine/native/arguments.h"
-#include "tests/wine/native/standin/call.h"
-#include "tests/wine/native/standin/control.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
 constexpr int kRefused = 64;
 constexpr int kOwnTrouble = 65;
 
-constexpr const char* kAnswer = R"({
-  "featureData": {
-    "AgentCore": {"supportedLogLevels": "INFO,DEBUG,TRACE"},
-    "Clipboard": {"supportedLogLevels": "INFO,VERBOSE"},
-    "USB": {"supportedLogLevels": "DEBUG"}
+constexpr const wchar_t* kQuery =
+    L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
+constexpr const wchar_t* kCollection =
+    LR"re(powershell\.exe -nologo -ExecutionPolicy RemoteSigned -File "([^"]+)\\vdx-support\.ps1")re"
+    LR"re( -f "(([^"]+)\\agentDCT_\d{4}-\d\d-\d\d_\d\d-\d\d-\d\d_\d{3}\.zip)" -d "\3")re"
+    LR"re( -s(?: -c [^ ,]+(?:,[^ ,]+)*)?(?: -dumps (?:none|prod|sys|prod,sys))?)re";
+
+/// What it is told to do: "key=value;key=value" in the environment variable MDDCT_STANDIN.
+std::map<std::wstring, std::wstring> told = {
+    {L"query", L"json"},    // or: garbage huge deep notutf8 silent fail hang
+    {L"grandchild", L"0"},  // milliseconds for which a copy keeps the query's standard output open
+    {L"collect", L"ok"},    // or: none (no bundle) empty
+    {L"delay", L"0"},       // milliseconds before the bundle is written
+    {L"size", L"1M"},       // of the bundle, with K, M or G for powers of 1024
+    {L"exit", L"0"},        // exit code of the collection
+    {L"record", L""},       // file that gets a line a call; none when empty
+};
+
+void readOrders() {
+  std::array<wchar_t, 1024> text{};
+  ::GetEnvironmentVariableW(L"MDDCT_STANDIN", text.data(), static_cast<DWORD>(text.size()));
+  std::wistringstream entries(text.data());
+  for (std::wstring entry; std::getline(entries, entry, L';');) {
+    const std::size_t equals = std::min(entry.find(L'='), entry.size() - 1);
+    told.at(entry.substr(0, equals)) = entry.substr(equals + 1);
   }
 }
-)";
 
-constexpr int kDepth = 1000000;
+std::uint64_t number(const std::wstring& key) {
+  static const std::map<std::wstring, int> shifts = {{L"", 0}, {L"K", 10}, {L"M", 20}, {L"G", 30}};
+  std::size_t used = 0;
+  const std::uint64_t value = std::stoull(told.at(key), &used);
+  return value << shifts.at(told.at(key).substr(used));
+}
 
-std::string deepAnswer() {
-  std::string text = R"({"featureData":)";
-  for (int i = 0; i < kDepth; ++i) {
-    text += R"({"a":)";
+std::wstring kindOf(DWORD which) {
+  const HANDLE handle = ::GetStdHandle(which);
+  const bool none = handle == nullptr || handle == INVALID_HANDLE_VALUE;
+  return none ? L"none" : ::GetFileType(handle) == FILE_TYPE_PIPE ? L"pipe" : L"other";
+}
+
+/// Appends a line to the record: mode, outcome, working folder, kinds of standard output and error ("pipe", "none",
+/// "other") and the arguments, with tabs between them.
+void record(const std::wstring& mode, const std::wstring& outcome) {
+  std::wstring line = mode + L'\t' + outcome + L'\t' + fs::current_path().wstring() + L'\t' +
+                      kindOf(STD_OUTPUT_HANDLE) + L'\t' + kindOf(STD_ERROR_HANDLE);
+  for (const std::wstring& argument : native::arguments()) {
+    line += L'\t' + argument;
   }
-  return text + "1" + std::string(kDepth + 1, '}');
+  if (!told.at(L"record").empty()) {
+    std::ofstream(fs::path(told.at(L"record")), std::ios::binary | std::ios::app) << native::narrow(line) << '\n';
+  }
+}
+
+int refuse(const std::wstring& objection) {
+  record(L"refused", objection);
+  native::complain("powershell", native::narrow(objection));
+  return kRefused;
 }
 
 std::string answerOf(const std::wstring& kind) {
-  if (kind == L"json") {
-    return kAnswer;
-  }
-  if (kind == L"garbage") {
-    return "vdx-query : the term is not recognised }{ \"featureData\": [\r\n";
-  }
   if (kind == L"huge") {
-    const std::string note(100 << 20, 'x');
-    return R"({"featureData":{"AgentCore":{"supportedLogLevels":"INFO"}},"note":")" + note + "\"}\n";
+    return R"({"featureData":{"AgentCore":{}},"note":")" + std::string(100 << 20, 'x') + "\"}\n";
   }
   if (kind == L"deep") {
-    return deepAnswer();
+    std::string text = R"({"featureData":)";
+    constexpr int kDepth = 1000000;
+    for (int i = 0; i < kDepth; ++i) {
+      text += R"({"a":)";
+    }
+    return text + "1" + std::string(kDepth + 1, '}');
   }
-  if (kind == L"notutf8") {
-    return "{\"featureData\":{\"Agent\xFF\xFE\xC0\":{\"supportedLogLevels\":\"INFO\"}}}";
-  }
-  if (kind == L"silent" || kind == L"fail" || kind == L"hang") {
-    return {};
-  }
-  throw std::runtime_error("no such query: " + native::narrow(kind));
+  static const std::map<std::wstring, std::string> others = {
+      {L"json", R"({"featureData": {
+  "AgentCore": {"supportedLogLevels": "INFO,DEBUG,TRACE"}, "USB": {"supportedLogLevels": "DEBUG"}
+}})"},
+      {L"garbage", "vdx-query : the term is not recognised }{ \"featureData\": [\r\n"},
+      {L"notutf8", "{\"featureData\":{\"Agent\xFF\xFE\xC0\":{\"supportedLogLevels\":\"INFO\"}}}"},
+      {L"silent", ""},
+      {L"fail", ""},
+      {L"hang", ""}};
+  return others.at(kind);
 }
 
-// Starts a copy that keeps this process's standard output open for that long.
+/// Starts a copy that keeps this process's standard output open for that long.
 void startPipeHolder(const std::wstring& milliseconds) {
-  std::array<wchar_t, MAX_PATH> self{};
-  ::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
-  std::wstring line = L"\"" + std::wstring(self.data()) + L"\" --hold " + milliseconds;
+  std::wstring line = L"powershell.exe --hold " + milliseconds;
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION child{};
-  if (!::CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &child)) {
+  std::array<wchar_t, MAX_PATH> self{};
+  ::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
+  if (!::CreateProcessW(self.data(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &child)) {
     throw std::runtime_error("cannot start the copy");
   }
 }
 
-// Answers the capability query on the standard output as it was told to. Gives the exit code.
-int answerQuery(const standin::Control& control) {
-  if (control.number(L"grandchild") > 0) {
-    startPipeHolder(control.text(L"grandchild"));
+/// Answers the capability query on the standard output. Gives the exit code.
+int answerQuery() {
+  const std::wstring& kind = told.at(L"query");
+  record(L"query", kind);
+  if (number(L"grandchild") > 0) {
+    startPipeHolder(told.at(L"grandchild"));
   }
-  const std::wstring& kind = control.text(L"query");
   const std::string answer = answerOf(kind);
   DWORD written = 0;
   ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), answer.data(), static_cast<DWORD>(answer.size()), &written, nullptr);
-  if (kind == L"hang") {
-    ::Sleep(INFINITE);
-  }
+  ::Sleep(kind == L"hang" ? INFINITE : 0);
   return kind == L"fail" ? 1 : 0;
 }
 
-// Bytes that do not compress, the same ones every time: nobody looks into a bundle.
-void writeBundle(const std::filesystem::path& path, std::uint64_t size) {
-  std::ofstream file(path, std::ios::binary);
-  std::mt19937_64 random;  // with its own seed
-  std::vector<std::uint64_t> words(1 << 17);
-  for (std::uint64_t left = size, part = 0; left > 0; left -= part) {
-    std::generate(words.begin(), words.end(), std::ref(random));
-    part = std::min<std::uint64_t>(left, words.size() * sizeof(words[0]));
-    file.write(reinterpret_cast<const char*>(words.data()), static_cast<std::streamsize>(part));
+/// Writes bytes that do not compress, the same ones every time: nobody looks into a bundle. Gives the exit code.
+int collect(const std::wstring& bundle) {
+  const std::wstring& kind = told.at(L"collect");
+  record(L"collect", kind);
+  ::Sleep(static_cast<DWORD>(number(L"delay")));
+  if (kind != L"none") {
+    std::ofstream file(fs::path(bundle), std::ios::binary);
+    std::mt19937_64 random;  // with its own seed
+    std::vector<std::uint64_t> words(1 << 17);
+    for (std::uint64_t left = kind == L"empty" ? 0 : number(L"size"), part = 0; left > 0; left -= part) {
+      std::generate(words.begin(), words.end(), std::ref(random));
+      part = std::min<std::uint64_t>(left, words.size() * sizeof(words[0]));
+      file.write(reinterpret_cast<const char*>(words.data()), static_cast<std::streamsize>(part));
+    }
+    if (!file.flush()) {
+      throw std::runtime_error("cannot write the bundle");
+    }
   }
-  if (!file.flush()) {
-    throw std::runtime_error("cannot write the bundle");
-  }
+  return static_cast<int>(number(L"exit"));
 }
 
-int collect(const standin::Control& control, const std::filesystem::path& bundle) {
-  ::Sleep(static_cast<DWORD>(control.number(L"delay")));
-  const std::wstring& kind = control.text(L"collect");
-  if (kind == L"ok" || kind == L"empty") {
-    writeBundle(bundle, kind == L"ok" ? control.number(L"size") : 0);
-  } else if (kind != L"none") {
-    throw std::runtime_error("no such collect: " + native::narrow(kind));
-  }
-  return static_cast<int>(control.number(L"exit"));
-}
-
+/// Judges the command line, every character of it, and what it names.
 int run() {
   const std::vector<std::wstring> arguments = native::arguments();
   if (arguments.size() == 2 && arguments.front() == L"--hold") {  // the grandchild
     ::Sleep(std::stoul(arguments.back()));
     return 0;
   }
-  const standin::Control control;
-  const standin::Call call = standin::thisCall();
-  const bool refused = !call.objection.empty();
-  standin::record(control.text(L"record"), call.mode, refused ? call.objection : control.text(call.mode));
-  if (refused) {
-    native::complain("powershell", native::narrow(call.objection));
-    return kRefused;
+  readOrders();
+  const std::wstring line = ::GetCommandLineW();
+  if (line == kQuery) {
+    return fs::exists(L"vdx-query.ps1") ? answerQuery() : refuse(L"vdx-query.ps1 is not in the working folder");
   }
-  return call.mode == L"query" ? answerQuery(control) : collect(control, call.bundle);
+  std::wsmatch parts;
+  if (!std::regex_match(line, parts, std::wregex(kCollection))) {
+    return refuse(L"unknown command line");
+  }
+  std::error_code error;
+  if (!fs::equivalent(parts[1].str(), fs::current_path(), error) || !fs::exists(L"vdx-support.ps1")) {
+    return refuse(L"vdx-support.ps1 is not in the working folder");
+  }
+  return fs::is_directory(parts[3].str(), error) ? collect(parts[2]) : refuse(L"the temporary folder does not exist");
 }
 
 }  // namespace

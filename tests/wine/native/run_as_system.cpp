@@ -9,7 +9,6 @@
 #include <windows.h>
 
 #include <array>
-#include <cstdint>
 #include <cstring>
 #include <exception>
 #include <regex>
@@ -23,39 +22,10 @@ namespace {
 
 constexpr int kLauncherFailed = 125;
 
-using Code = std::vector<unsigned char>;
-
-struct Patch {
-  std::string dll;
-  std::string function;
-  Code code;  ///< written over the function's beginning
-};
-
-/// "mov eax, value; ret"
-Code returning(std::uint32_t value) {
-  Code code = {0xB8, 0, 0, 0, 0, 0xC3};
-  std::memcpy(code.data() + 1, &value, sizeof(value));
-  return code;
-}
-
 void demand(bool passed, const std::string& otherwise) {
   if (!passed) {
     throw std::runtime_error(otherwise + ", error " + std::to_string(::GetLastError()));
   }
-}
-
-std::vector<Patch> patches() {
-  std::vector<Patch> result = {{"advapi32.dll", "EqualSid", returning(1)}};
-  std::array<char, 256> more{};
-  if (::GetEnvironmentVariableA("MDDCT_PATCH", more.data(), static_cast<DWORD>(more.size())) > 0) {
-    std::cmatch parts;
-    demand(std::regex_match(more.data(), parts, std::regex("(.+)!(.+)=(.+)")), "MDDCT_PATCH is no patch");
-    const std::string value = parts[3];
-    const Code ud2 = {0x0F, 0x0B};
-    result.push_back({parts[1], parts[2],
-                      value == "crash" ? ud2 : returning(static_cast<std::uint32_t>(std::stoul(value, nullptr, 0)))});
-  }
-  return result;
 }
 
 /// The command line of this process from its first argument on.
@@ -71,25 +41,32 @@ std::wstring programsCommandLine() {
   return line.substr(at);
 }
 
-/// Writes the code over the function in the child. A system DLL has the same address in both processes;
-/// that the child holds the same code there is checked first.
-void applyPatch(HANDLE process, const Patch& patch) {
-  const std::string name = patch.dll + "!" + patch.function;
-  const HMODULE module = ::LoadLibraryA(patch.dll.c_str());
-  const FARPROC function = module == nullptr ? nullptr : ::GetProcAddress(module, patch.function.c_str());
-  demand(function != nullptr, "no such function: " + name);
+/// Lets "DLL!FUNCTION=VALUE" hold in the child. A system DLL has the same address in both processes; that the child
+/// holds the same code there is checked first.
+void applyPatch(HANDLE process, const std::string& patch) {
+  std::smatch parts;
+  demand(std::regex_match(patch, parts, std::regex("(.+)!(.+)=(.+)")), "no patch: " + patch);
+  std::vector<unsigned char> code = {0x0F, 0x0B};  // ud2
+  if (parts[3] != "crash") {
+    code = {0xB8, 0, 0, 0, 0, 0xC3};  // mov eax, value; ret
+    const DWORD value = std::stoul(parts[3], nullptr, 0);
+    std::memcpy(code.data() + 1, &value, sizeof(value));
+  }
+  const HMODULE module = ::LoadLibraryA(parts[1].str().c_str());
+  const FARPROC function = module == nullptr ? nullptr : ::GetProcAddress(module, parts[2].str().c_str());
+  demand(function != nullptr, "no such function: " + patch);
   void* const address = reinterpret_cast<void*>(function);
-  Code present(patch.code.size());
+  std::vector<unsigned char> present(code.size());
   SIZE_T moved = 0;
   demand(::ReadProcessMemory(process, address, present.data(), present.size(), &moved) &&
              std::memcmp(present.data(), address, present.size()) == 0,
-         "the program has not loaded " + name + " where this launcher has it");
+         "the program has not loaded it where this launcher has it: " + patch);
   DWORD protection = 0;
-  demand(::VirtualProtectEx(process, address, patch.code.size(), PAGE_EXECUTE_READWRITE, &protection) &&
-             ::WriteProcessMemory(process, address, patch.code.data(), patch.code.size(), &moved) &&
-             ::VirtualProtectEx(process, address, patch.code.size(), protection, &protection) &&
-             ::FlushInstructionCache(process, address, patch.code.size()),
-         "cannot patch " + name);
+  demand(::VirtualProtectEx(process, address, code.size(), PAGE_EXECUTE_READWRITE, &protection) &&
+             ::WriteProcessMemory(process, address, code.data(), code.size(), &moved) &&
+             ::VirtualProtectEx(process, address, code.size(), protection, &protection) &&
+             ::FlushInstructionCache(process, address, code.size()),
+         "cannot patch " + patch);
 }
 
 /// Lets the child run up to the loader's breakpoint: the imports are mapped and none of its own code has run.
@@ -117,8 +94,10 @@ DWORD runPatched(std::wstring commandLine, PROCESS_INFORMATION& child) {
                           nullptr, &startup, &child),
          "cannot start " + native::narrow(commandLine));
   const DWORD threadId = waitForLoaderBreakpoint();
-  for (const Patch& patch : patches()) {
-    applyPatch(child.hProcess, patch);
+  applyPatch(child.hProcess, "advapi32.dll!EqualSid=1");
+  std::array<char, 256> more{};
+  if (::GetEnvironmentVariableA("MDDCT_PATCH", more.data(), static_cast<DWORD>(more.size())) > 0) {
+    applyPatch(child.hProcess, more.data());
   }
   ::DebugSetProcessKillOnExit(FALSE);
   ::ContinueDebugEvent(child.dwProcessId, threadId, DBG_CONTINUE);
