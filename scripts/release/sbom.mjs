@@ -17,9 +17,10 @@ const part = (id, name, version, supplier, licence) => ({
 });
 
 // Linked statically; what else the executable needs is part of Windows.
+const kGccLicence = 'GPL-3.0-or-later WITH GCC-exception-3.1';
 const runtimes = (gcc, mingw) => [
-  part('libstdcxx', 'libstdc++', gcc, 'Organization: Free Software Foundation', 'GPL-3.0-or-later WITH GCC-exception-3.1'),
-  part('libgcc', 'libgcc', gcc, 'Organization: Free Software Foundation', 'GPL-3.0-or-later WITH GCC-exception-3.1'),
+  part('libstdcxx', 'libstdc++', gcc, 'Organization: Free Software Foundation', kGccLicence),
+  part('libgcc', 'libgcc', gcc, 'Organization: Free Software Foundation', kGccLicence),
   part('mingw-w64-crt', 'mingw-w64 C runtime start-up', mingw, 'Organization: mingw-w64', 'ZPL-2.1'),
   part('winpthreads', 'winpthreads', mingw, 'Organization: mingw-w64', 'MIT AND BSD-3-Clause'),
 ];
