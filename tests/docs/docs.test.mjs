@@ -1,6 +1,6 @@
 // The guide and the policy templates against the code, in both directions; the version; the bill of materials.
 import assert from 'node:assert/strict';
-import { describe, it } from 'node:test';
+import { before, describe, it } from 'node:test';
 import { document } from '../../scripts/release/sbom.mjs';
 import { exitCodes, knownReaders, legacyKey, literals, logDefaults, logTexts, read, readers, resultTexts, settings,
   version } from './source.mjs';
@@ -80,12 +80,15 @@ function checkRules(element, rules) {
 }
 
 describe('the policy templates', () => {
-  const [admx, adml] = ['mddct.admx', 'en-US/mddct.adml'].map((name) => parseXml(read(`packaging/policy/${name}`)));
+  let admx, adml, policies;
+  before(() => {
+    [admx, adml] = ['mddct.admx', 'en-US/mddct.adml'].map((name) => parseXml(read(`packaging/policy/${name}`)));
+    policies = below(admx, 'policy');
+  });
   const below = (element, name) => element.children.flatMap(
     (child) => [...(child.name === name ? [child] : []), ...below(child, name)]);
   const attribute = (elements, name) => elements.map(({ attributes }) => attributes[name]);
   const unique = (values) => assert.deepEqual(sorted(new Set(values)), sorted(values));
-  const policies = below(admx, 'policy');
 
   it('keep the format\'s rules', () => {
     checkRules(admx, kRules);
