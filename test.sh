@@ -2,12 +2,12 @@
 # Every test, from nothing, on this machine. The last line is "N passed, N failed".
 #
 #   ./test.sh            all stages
-#   ./test.sh STAGE...   only those: style debug tsan fuzz windows wine tidy
+#   ./test.sh STAGE...   only those: style docs debug tsan fuzz windows wine tidy
 set -uo pipefail
 cd "$(dirname "$0")"
 
 stages=("$@")
-[ ${#stages[@]} -gt 0 ] || stages=(style debug tsan fuzz windows wine tidy)
+[ ${#stages[@]} -gt 0 ] || stages=(style docs debug tsan fuzz windows wine tidy)
 
 passed=0
 failed=0
@@ -49,9 +49,11 @@ native() {
   [ $rc -eq 0 ] || tail -n 80 "$log"
 }
 
-wine_tests() {
-  local log="$logs/wine.log"
-  scripts/wine-tests.sh >"$log" 2>&1
+# Tests that node counts: node_tests STAGE COMMAND...
+node_tests() {
+  local log="$logs/$1.log"
+  shift
+  "$@" >"$log" 2>&1
   local rc=$? good bad
   good=$(sed -n 's/^# pass \([0-9]*\)$/\1/p' "$log" | tail -n 1)
   bad=$(sed -n 's/^# fail \([0-9]*\)$/\1/p' "$log" | tail -n 1)
@@ -83,7 +85,8 @@ run_stage() {
     debug | tsan) native "$1" ;;
     fuzz) fuzz_tests ;;
     windows) whole_stage windows scripts/build-windows.sh ;;
-    wine) wine_tests ;;
+    docs) node_tests docs node --test --test-reporter=tap tests/docs/docs.test.mjs ;;
+    wine) node_tests wine scripts/wine-tests.sh ;;
     *)
       echo "test.sh: no stage '$1'" >&2
       exit 2

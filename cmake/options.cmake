@@ -2,12 +2,22 @@
 
 find_package(Threads REQUIRED)
 
+# One static file with any compiler. (Read by Microsoft's only.)
+set(CMAKE_MSVC_RUNTIME_LIBRARY MultiThreaded)
+
+if(MSVC)
+  # /EHa is what -fnon-call-exceptions is elsewhere: see cmake/windows.cmake.
+  set(mddct_warnings /W4 /permissive- /utf-8 /EHa)
+else()
+  set(mddct_warnings
+    -Wall -Wextra -Werror -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wnon-virtual-dtor
+    -Woverloaded-virtual -Wcast-align -Wundef -Wformat=2 -Wimplicit-fallthrough -Wno-missing-field-initializers)
+endif()
+
 # What every target of ours is compiled with; warnings are errors.
 function(mddct_options target)
   target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
-  target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Werror -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wnon-virtual-dtor
-    -Woverloaded-virtual -Wcast-align -Wundef -Wformat=2 -Wimplicit-fallthrough -Wno-missing-field-initializers)
+  target_compile_options(${target} PRIVATE ${mddct_warnings})
   if(MDDCT_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${MDDCT_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(${target} PUBLIC -fsanitize=${MDDCT_SANITIZE})

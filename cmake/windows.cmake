@@ -5,8 +5,12 @@ function(mddct_windows_program target)
   mddct_options(${target})
   target_compile_definitions(${target} PRIVATE
     UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00)
-  target_link_options(${target} PRIVATE -static
-    -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
+  if(MSVC)
+    target_link_options(${target} PRIVATE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /Brepro /MANIFEST:NO)
+  else()
+    target_link_options(${target} PRIVATE -static
+      -Wl,--dynamicbase -Wl,--high-entropy-va -Wl,--nxcompat -Wl,--no-insert-timestamp)
+  endif()
 endfunction()
 
 # The shipped executable: the library, the Windows layer and the entry point in one static file.
@@ -19,10 +23,13 @@ target_link_libraries(mddct_windows PUBLIC mddct_platform
   advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 version winhttp wininet)
 
 # A failure of the code is thrown on from the very instruction: catch blocks have to know all that may fail, not the
-# calls alone, or the run-time library ends the program.
-foreach(target mddct_platform mddct_core mddct_digest mddct_http mddct_upload mddct_dct mddct_main mddct_windows)
-  target_compile_options(${target} PRIVATE -fnon-call-exceptions)
-endforeach()
+# calls alone, or the run-time library ends the program. And a build tells nothing of the folder it was made in, so that
+# another one gives the same bytes.
+if(NOT MSVC)
+  foreach(target mddct_platform mddct_core mddct_digest mddct_http mddct_upload mddct_dct mddct_main mddct_windows)
+    target_compile_options(${target} PRIVATE -fnon-call-exceptions -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  endforeach()
+endif()
 
 add_executable(mdDCT WIN32 main/entry.cpp packaging/mdDCT.rc)
 mddct_windows_program(mdDCT)
@@ -30,6 +37,11 @@ set_property(SOURCE packaging/mdDCT.rc APPEND PROPERTY OBJECT_DEPENDS
   "${PROJECT_SOURCE_DIR}/packaging/version.h;${PROJECT_SOURCE_DIR}/packaging/mdDCT.manifest")
 target_include_directories(mdDCT PRIVATE packaging)
 target_link_libraries(mdDCT PRIVATE mddct_main mddct_windows)
+
+# With Microsoft's compiler that is all: what follows, the tests' programs too, is made for the one the release comes from.
+if(MSVC)
+  return()
+endif()
 target_link_options(mdDCT PRIVATE -municode)
 
 # The symbols stay out of the shipped file, in one beside it. objcopy writes the time of day unless it is told one.
