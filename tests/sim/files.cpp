@@ -60,9 +60,9 @@ bool matches(std::wstring_view pattern, std::wstring_view name) {
 
 std::error_code systemError(platform::ErrorCode error) { return {static_cast<int>(error), std::system_category()}; }
 
-struct OpenFile;
-
 }  // namespace
+
+struct OpenFile;
 
 /// A file's bytes: either stored, or made from their offset (see Files::sparseByte).
 struct FileContent {
@@ -76,8 +76,6 @@ struct FileContent {
   /// Copies what there is from `offset` on; returns how much.
   std::size_t copy(std::uint64_t offset, std::span<std::byte> buffer) const;
 };
-
-namespace {
 
 /// What the handle of a file leads to. Under the kernel's mutex, as is its end.
 struct OpenFile : Stream {
@@ -114,8 +112,6 @@ struct OpenFile : Stream {
   bool deleteOnClose = false;
   std::uint64_t position = 0;
 };
-
-}  // namespace
 
 struct Files::Search : Object {
   const char* kind() const override { return "search"; }
