@@ -2,66 +2,94 @@
 
 #include <openssl/evp.h>
 
-#include <algorithm>
-#include <cstring>
-
-#include "tests/sim/certificate_objects.h"
+#include <sstream>
 
 namespace sim {
 namespace {
 
+constexpr std::uint32_t kPartialChain = 0x10000;   // CERT_TRUST_IS_PARTIAL_CHAIN
+constexpr std::uint32_t kNotValidForUsage = 0x10;  // CERT_TRUST_IS_NOT_VALID_FOR_USAGE
+constexpr std::uint32_t kCertEChaining = 0x800B010A;
+constexpr const char* kServerAuthentication = "1.3.6.1.5.5.7.3.1";
 constexpr platform::ErrorCode kInvalidArgument = 0x80070057;
-constexpr platform::ErrorCode kBadTag = 0x8009310B;  // CRYPT_E_ASN1_BADTAG
+constexpr platform::ErrorCode kBadEncode = 0x80092002;  // CRYPT_E_BAD_ENCODE
+constexpr platform::ErrorCode kBadTag = 0x8009310B;     // CRYPT_E_ASN1_BADTAG
+
+/// What a store holds, by its bytes.
+struct Store {
+  std::set<std::string> content;
+};
+
+struct StoreObject : Object, Store {
+  const char* kind() const override { return "certificate store"; }
+};
+
+/// A certificate and, under the same handle, its own store.
+struct CertificateObject : Object, Store {
+  const char* kind() const override { return "certificate"; }
+  CertificateSpec about;
+  std::vector<std::byte> extension;  ///< empty when there is none
+};
+
+struct ChainObject : Object {
+  const char* kind() const override { return "certificate chain"; }
+  ServerChain shown;
+  std::vector<NativeHandle> certificates;
+  std::uint32_t errorStatus = 0;
+  std::uint32_t infoStatus = 0;
+};
+
+struct CrlObject : Object {
+  const char* kind() const override { return "CRL"; }
+  bool hasInfo = true;
+  platform::FileTime nextUpdate = 0;
+  std::vector<std::string> revoked;
+};
 
 std::string textOf(std::span<const std::byte> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-std::vector<std::byte> bytesOf(std::string_view text) {
-  const auto bytes = std::as_bytes(std::span(text));
-  return {bytes.begin(), bytes.end()};
+/// The bytes of a text in base64, with or without PEM's lines.
+std::string fromBase64(std::string_view text) {
+  if (const auto begin = text.find("-----BEGIN "); begin != text.npos) {
+    text = text.substr(text.find('\n', begin), text.find("-----END ") - text.find('\n', begin));
+  }
+  std::string bytes(text.size(), '\0');
+  auto* const out = reinterpret_cast<unsigned char*>(bytes.data());
+  const std::unique_ptr<EVP_ENCODE_CTX, void (*)(EVP_ENCODE_CTX*)> context(EVP_ENCODE_CTX_new(), EVP_ENCODE_CTX_free);
+  int length = 0, rest = 0;
+  EVP_DecodeInit(context.get());
+  const int result = EVP_DecodeUpdate(context.get(), out, &length, reinterpret_cast<const unsigned char*>(text.data()),
+                                      static_cast<int>(text.size()));
+  refuseIf(result < 0 || EVP_DecodeFinal(context.get(), out + length, &rest) < 0, platform::kErrorInvalidData);
+  return bytes.substr(0, static_cast<std::size_t>(length + rest));
 }
 
-/// The text between the first pair of PEM lines, or the whole of it when there are none.
-std::optional<std::string_view> withoutPemLines(std::string_view text) {
-  const auto begin = text.find("-----BEGIN ");
-  if (begin == std::string_view::npos) {
-    return text;
+/// The opposite of Certificates::crlText.
+std::shared_ptr<CrlObject> parseCrl(const std::string& text) {
+  auto crl = std::make_shared<CrlObject>();
+  crl->hasInfo = text != Certificates::kCrlWithoutInfo;
+  std::istringstream in(text);
+  std::string word;
+  refuseIf(crl->hasInfo && (!(in >> word >> crl->nextUpdate) || word != "CRL"), kBadEncode);
+  while (crl->hasInfo && in >> word) {
+    crl->revoked.push_back(word);
   }
-  const auto first = text.find('\n', begin);
-  const auto end = text.find("-----END ", begin);
-  if (first == std::string_view::npos || end == std::string_view::npos || first > end) {
-    return std::nullopt;
-  }
-  return text.substr(first, end - first);
-}
-
-std::optional<std::string> fromBase64(std::string_view text) {
-  std::string digits(text);
-  std::erase_if(digits,
-                [](char character) { return character != '\0' && std::strchr(" \t\r\n", character) != nullptr; });
-  const auto padding = digits.size() - std::min(digits.find_last_not_of('=') + 1, digits.size());
-  std::string bytes(digits.size(), '\0');
-  const int length =
-      EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
-                      reinterpret_cast<const unsigned char*>(digits.data()), static_cast<int>(digits.size()));
-  if (length <= 0 || padding > 2) {
-    return std::nullopt;
-  }
-  return bytes.substr(0, static_cast<std::size_t>(length) - padding);
-}
-
-std::vector<std::string> dersOf(const ServerChain& chain) {
-  std::vector<std::string> ders;
-  for (const auto& about : chain.certificates) {
-    ders.push_back(about.der);
-  }
-  return ders;
+  return crl;
 }
 
 }  // namespace
 
 // What a test describes, and the handles to it.
+
+std::string Certificates::crlText(platform::FileTime nextUpdate, const std::vector<std::string>& revoked) {
+  std::string text = "CRL " + std::to_string(nextUpdate) + "\n";
+  for (const auto& certificate : revoked) {
+    text += certificate + "\n";
+  }
+  return text;
+}
 
 void Certificates::know(const ServerChain& chain) {
   const Guard guard(kernel_.mutex);
@@ -81,7 +109,8 @@ platform::ChainHandle Certificates::chainOf(const ServerChain& chain) {
 }
 
 NativeHandle Certificates::addCertificate(const CertificateSpec& about) {
-  return add(about, peersOf(about.der), false);
+  const auto found = known_.find(about.der);
+  return add(about, found == known_.end() ? std::vector{about} : found->second.certificates, false);
 }
 
 NativeHandle Certificates::addChain(const ServerChain& chain, std::uint32_t errorStatus, std::uint32_t infoStatus) {
@@ -90,22 +119,20 @@ NativeHandle Certificates::addChain(const ServerChain& chain, std::uint32_t erro
   object->errorStatus = errorStatus;
   object->infoStatus = infoStatus;
   for (const auto& about : chain.certificates) {
-    object->certificates.push_back(add(about, dersOf(chain), true));
+    object->certificates.push_back(add(about, chain.certificates, true));
   }
   return kernel_.add(object);
 }
 
-NativeHandle Certificates::add(const CertificateSpec& about, const std::vector<std::string>& peers, bool dependent) {
+NativeHandle Certificates::add(const CertificateSpec& about, const std::vector<CertificateSpec>& peers,
+                               bool dependent) {
   auto object = std::make_shared<CertificateObject>();
   object->dependent = dependent;
   object->about = about;
-  object->encoded = bytesOf(about.der);
   object->extension = extensionOf(about);
-  object->peers = peers;
-  auto store = std::make_shared<StoreObject>();
-  store->dependent = true;
-  store->certificates.insert(peers.begin(), peers.end());
-  object->store = kernel_.add(store);
+  for (const auto& peer : peers) {
+    object->content.insert(peer.der);
+  }
   return kernel_.add(object);
 }
 
@@ -114,140 +141,183 @@ std::vector<std::byte> Certificates::extensionOf(const CertificateSpec& about) {
   if (!about.hasExtensions || (!about.points && about.crlUrls.empty())) {
     return {};
   }
-  Points points = about.points.value_or(std::nullopt);
-  if (!about.points) {
-    platform::DistributionPoint point{true, {}};
-    for (const auto& url : about.crlUrls) {
-      point.names.push_back({platform::kAltNameUrl, url});
-    }
-    points = {point};
+  platform::DistributionPoint point{true, {}};
+  for (const auto& url : about.crlUrls) {
+    point.names.push_back({platform::kAltNameUrl, url});
   }
   const std::string value = "distribution points " + std::to_string(extensions_.size());
-  extensions_[value] = points;
-  return bytesOf(value);
-}
-
-const CertificateSpec* Certificates::knownSpec(const std::string& der) const {
-  for (const auto& [leaf, chain] : known_) {
-    for (const auto& about : chain.certificates) {
-      if (about.der == der) {
-        return &about;
-      }
-    }
-  }
-  return nullptr;
-}
-
-std::vector<std::string> Certificates::peersOf(const std::string& der) const {
-  const auto found = known_.find(der);
-  return found == known_.end() ? std::vector{der} : dersOf(found->second);
-}
-
-/// A certificate's handle goes, with that of its own store. Lock held.
-void Certificates::drop(NativeHandle certificate) {
-  if (const auto object = std::dynamic_pointer_cast<CertificateObject>(kernel_.find(certificate))) {
-    kernel_.remove(object->store);
-    kernel_.remove(certificate);
-  }
+  extensions_[value] = about.points.value_or(std::vector{point});
+  const auto bytes = std::as_bytes(std::span(value));
+  return {bytes.begin(), bytes.end()};
 }
 
 // The platform's calls.
 
 Result<std::uint32_t> Certificates::CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
                                                          std::span<std::byte> buffer) {
-  return kernel_.call("CryptStringToBinaryA", [&]() -> Result<std::uint32_t> {
-    const auto body = withoutPemLines(text);
-    const auto bytes = body && flags == platform::kCryptStringBase64Any ? fromBase64(*body) : std::nullopt;
-    if (!bytes) {
-      return Failure{platform::kErrorInvalidData};
-    }
-    const auto size = static_cast<std::uint32_t>(bytes->size());
-    if (!buffer.empty() && buffer.size() < bytes->size()) {
-      return {false, size, platform::kErrorMoreData};
-    }
-    if (!buffer.empty()) {
-      const auto source = std::as_bytes(std::span(*bytes));
-      std::copy(source.begin(), source.end(), buffer.begin());
-    }
-    return {true, size, 0};
+  return kernel_.call(__func__, [&] {
+    refuseIf(flags != platform::kCryptStringBase64Any, platform::kErrorInvalidData);
+    const std::string bytes = fromBase64(text);
+    refuseIf(!buffer.empty() && buffer.size() < bytes.size(), platform::kErrorMoreData);
+    std::copy_n(std::as_bytes(std::span(bytes)).begin(), std::min(buffer.size(), bytes.size()), buffer.begin());
+    return static_cast<std::uint32_t>(bytes.size());
   });
 }
 
 Result<platform::CertificateHandle> Certificates::CertCreateCertificateContext(std::uint32_t encoding,
                                                                                std::span<const std::byte> encoded) {
-  return kernel_.call("CertCreateCertificateContext", [&]() -> Result<platform::CertificateHandle> {
-    const std::string der = textOf(encoded);
-    if (encoding != platform::kEncodingX509Pkcs7) {
-      return Failure{kInvalidArgument};
-    }
-    if (der.empty() || der.compare(0, 4, "junk") == 0) {
-      return Failure{kBadTag};
-    }
-    const CertificateSpec* const about = knownSpec(der);
-    return {true, platform::CertificateHandle(addCertificate(about != nullptr ? *about : CertificateSpec{der})), 0};
+  return kernel_.call(__func__, [&] {
+    refuseIf(encoding != platform::kEncodingX509Pkcs7, kInvalidArgument);
+    refuseIf(encoded.empty(), kBadTag);
+    return platform::CertificateHandle(addCertificate({textOf(encoded)}));
   });
 }
 
 Result<platform::CertificateHandle> Certificates::CertDuplicateCertificateContext(NativeHandle certificate) {
-  const auto work = [&](CertificateObject& object) -> Result<platform::CertificateHandle> {
-    return {true, platform::CertificateHandle(add(object.about, object.peers, false)), 0};
-  };
-  return callOn<CertificateObject>("CertDuplicateCertificateContext", certificate, work);
+  return kernel_.callOn<CertificateObject>(__func__, certificate, [&](CertificateObject& object) {
+    auto copy = std::make_shared<CertificateObject>(object);
+    copy->dependent = false;
+    return kernel_.opened<platform::CertificateHandle>(std::move(copy));
+  });
 }
 
 void Certificates::CertFreeCertificateContext(NativeHandle certificate) {
-  kernel_.faults.note("CertFreeCertificateContext");
-  const Guard guard(kernel_.mutex);
-  const auto object =
-      certificate != nullptr ? kernel_.take<CertificateObject>(certificate, "CertFreeCertificateContext") : nullptr;
-  if (object != nullptr) {
-    kernel_.remove(object->store);
-  }
+  kernel_.close<CertificateObject>(__func__, certificate);
 }
 
 void Certificates::CertFreeCertificateChain(NativeHandle chain) {
-  kernel_.faults.note("CertFreeCertificateChain");
+  kernel_.faults.note(__func__);
   const Guard guard(kernel_.mutex);
-  const auto object = chain != nullptr ? kernel_.take<ChainObject>(chain, "CertFreeCertificateChain") : nullptr;
-  if (object != nullptr) {
-    std::for_each(object->certificates.begin(), object->certificates.end(), [&](auto handle) { drop(handle); });
+  if (const auto object = kernel_.take<ChainObject>(chain, __func__)) {
+    std::ranges::for_each(object->certificates, [&](auto handle) { kernel_.remove(handle); });
   }
 }
 
 Result<std::span<const std::byte>> Certificates::CertFindExtension(const std::string& oid, NativeHandle certificate) {
-  const auto work = [&](CertificateObject& object) -> Result<std::span<const std::byte>> {
-    const bool found = oid == "2.5.29.31" && !object.extension.empty();
-    return {found, found ? std::span<const std::byte>(object.extension) : std::span<const std::byte>(), 0};
-  };
-  return callOn<CertificateObject>("CertFindExtension", certificate, work);
+  return kernel_.callOn<CertificateObject>(__func__, certificate, [&](CertificateObject& object) {
+    refuseIf(oid != "2.5.29.31" || object.extension.empty(), 0);
+    return std::span<const std::byte>(object.extension);
+  });
 }
 
 Result<std::optional<std::vector<platform::DistributionPoint>>> Certificates::CryptDecodeObjectEx(
     std::uint32_t encoding, std::span<const std::byte> encoded) {
-  return kernel_.call("CryptDecodeObjectEx", [&]() -> Result<Points> {
+  return kernel_.call(__func__, [&] {
     const auto found = extensions_.find(textOf(encoded));
-    if (found == extensions_.end() || encoding != platform::kEncodingX509Pkcs7) {
-      return Failure{kBadTag};
-    }
-    return {true, found->second, 0};
+    refuseIf(found == extensions_.end() || encoding != platform::kEncodingX509Pkcs7, kBadTag);
+    return found->second;
   });
 }
 
 std::uint32_t Certificates::CertGetNameStringW(NativeHandle certificate, std::uint32_t type,
                                                std::span<wchar_t> buffer) {
-  const auto name = callOn<CertificateObject>("CertGetNameStringW", certificate, [&](CertificateObject& object) {
-    std::wstring text = L"CN=";
-    for (const char character : object.about.der) {
-      text += static_cast<wchar_t>(static_cast<unsigned char>(character));
-    }
-    return Result<std::wstring>{true, type == platform::kNameRdn ? text : L"", 0};
+  const auto name = kernel_.callOn<CertificateObject>(__func__, certificate, [&](CertificateObject& object) {
+    const std::wstring text(object.about.der.begin(), object.about.der.end());
+    return type == platform::kNameRdn ? L"CN=" + text : L"";
   });
   if (buffer.empty()) {
     return static_cast<std::uint32_t>(name.value.size() + 1);
   }
   const std::wstring text = name.value.substr(0, buffer.size() - 1);  // without a name: empty, as the platform
-  *std::copy(text.begin(), text.end(), buffer.begin()) = L'\0';
+  *std::ranges::copy(text, buffer.begin()).out = L'\0';
   return static_cast<std::uint32_t>(text.size() + 1);
+}
+
+Result<platform::StoreHandle> Certificates::CertOpenStore() {
+  return kernel_.call(__func__, [&] { return kernel_.opened<platform::StoreHandle>(std::make_shared<StoreObject>()); });
+}
+
+Status Certificates::CertAddCertificateContextToStore(NativeHandle store, NativeHandle certificate,
+                                                      std::uint32_t disposition) {
+  const char* const name = __func__;
+  return kernel_.callOn<StoreObject>(name, store, [&](StoreObject& into) {
+    refuseIf(disposition != platform::kStoreAddReplaceExisting, platform::kErrorInvalidParameter);
+    into.content.insert(kernel_.need<CertificateObject>(certificate, name)->about.der);
+  });
+}
+
+void Certificates::CertCloseStore(NativeHandle store) { kernel_.close<StoreObject>(__func__, store); }
+
+Result<platform::ChainHandle> Certificates::CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
+                                                                    const std::vector<std::string>& usages,
+                                                                    std::uint32_t flags) {
+  const char* const name = __func__;
+  return kernel_.callOn<CertificateObject>(name, certificate, [&](CertificateObject& leaf) {
+    chainFlags_.push_back(flags);
+    const auto from = kernel_.need<Store>(store, name);
+    const auto known = known_.find(leaf.about.der);
+    ServerChain chain = known != known_.end() ? known->second : ServerChain{{leaf.about}};
+    const auto missing = std::find_if(chain.certificates.begin() + 1, chain.certificates.end(),
+                                      [&](const auto& about) { return !from->content.contains(about.der); });
+    const bool partial = known == known_.end() || missing != chain.certificates.end();
+    chain.certificates.erase(missing, chain.certificates.end());
+    const bool checked = (flags & platform::kChainRevocationCheckChain) != 0;
+    const bool forServers = usages.empty() || std::ranges::count(usages, kServerAuthentication) != 0;
+    const std::uint32_t error = (partial ? kPartialChain : chain.trustError()) | (forServers ? 0 : kNotValidForUsage) |
+                                (checked ? chain.revocationError : 0);
+    return platform::ChainHandle(addChain(chain, error, checked ? chain.revocationInfo : 0));
+  });
+}
+
+Result<std::uint32_t> Certificates::CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,
+                                                                     const platform::SslPolicy& parameters) {
+  return kernel_.callOn<ChainObject>(__func__, chain, [&](ChainObject& object) {
+    refuseIf(policy != platform::kChainPolicySsl || parameters.authType != platform::kAuthTypeServer,
+             platform::kErrorInvalidParameter);
+    serverNames_.push_back(parameters.serverName);
+    const ServerChain& shown = object.shown;
+    const bool allowsUnknown = (parameters.flags & platform::kChainPolicyAllowUnknownCa) != 0;
+    const bool checksName = !parameters.serverName.empty() && (parameters.checks & 0x1000) == 0;
+    return shown.policyStatus != 0                                       ? shown.policyStatus
+           : !allowsUnknown && (object.errorStatus & kPartialChain) != 0 ? kCertEChaining
+           : !allowsUnknown && !shown.trustedRoot                        ? platform::kCertEUntrustedRoot
+           : checksName && !shown.nameMatches                            ? platform::kCertECnNoMatch
+                                                                         : 0;
+  });
+}
+
+Result<platform::CrlHandle> Certificates::CertCreateCRLContext(std::uint32_t encoding,
+                                                               std::span<const std::byte> encoded) {
+  return kernel_.call(__func__, [&] {
+    refuseIf(encoding != platform::kEncodingX509Pkcs7, kInvalidArgument);
+    return kernel_.opened<platform::CrlHandle>(parseCrl(textOf(encoded)));
+  });
+}
+
+void Certificates::CertFreeCRLContext(NativeHandle crl) { kernel_.close<CrlObject>(__func__, crl); }
+
+Result<bool> Certificates::CertFindCertificateInCRL(NativeHandle certificate, NativeHandle crl) {
+  const char* const name = __func__;
+  return kernel_.callOn<CertificateObject>(name, certificate, [&](CertificateObject& object) {
+    return std::ranges::count(kernel_.need<CrlObject>(crl, name)->revoked, object.about.der) != 0;
+  });
+}
+
+// Reading. A null context gives an empty view.
+
+platform::CertificateView Certificates::certificate(NativeHandle certificate) {
+  const Guard guard(kernel_.mutex);
+  const auto object = certificate == nullptr ? nullptr : kernel_.get<CertificateObject>(certificate, __func__);
+  if (object == nullptr) {
+    return {};
+  }
+  const CertificateSpec& about = object->about;
+  return {std::as_bytes(std::span(about.der)), about.hasInfo, about.hasExtensions ? 1u : 0u, certificate};
+}
+
+platform::ChainView Certificates::chain(NativeHandle chain) {
+  const Guard guard(kernel_.mutex);
+  const auto object = chain == nullptr ? nullptr : kernel_.get<ChainObject>(chain, __func__);
+  if (object == nullptr) {
+    return {};
+  }
+  return {object->errorStatus, object->infoStatus, object->certificates.empty() ? 0u : 1u, object->certificates};
+}
+
+platform::CrlView Certificates::crl(NativeHandle crl) {
+  const Guard guard(kernel_.mutex);
+  const auto object = crl == nullptr ? nullptr : kernel_.get<CrlObject>(crl, __func__);
+  return object == nullptr ? platform::CrlView{} : platform::CrlView{object->hasInfo, object->nextUpdate};
 }
 
 }  // namespace sim

@@ -1,11 +1,6 @@
 #pragma once
 
-#include <map>
-#include <memory>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "platform/certificates.h"
 #include "tests/sim/kernel.h"
@@ -31,8 +26,7 @@ struct ServerChain {
   std::uint32_t revocationError = 0;          ///< added to the trust error of a chain built with revocation checks
   std::uint32_t revocationInfo = 0;
   bool silent = false;  ///< the handshake never ends
-
-  /// What is wrong with the chain itself, in the words of its trust status.
+  /// In the words of the chain's trust status.
   std::uint32_t trustError() const { return trustedRoot ? 0 : 0x20; }
 };
 
@@ -44,22 +38,18 @@ class Certificates : public platform::Certificates {
 
   /// The bytes of a CRL that lists these certificates (by their bytes), with a next update (0: none).
   static std::string crlText(platform::FileTime nextUpdate, const std::vector<std::string>& revoked = {});
+  static constexpr std::string_view kCrlWithoutInfo = "CRL without info";  ///< its context tells nothing
 
-  /// The bytes of a CRL whose context tells nothing.
-  static constexpr std::string_view kCrlWithoutInfo = "CRL without info";
-
-  /// Makes the chain known. Lock not held.
   void know(const ServerChain& chain);
-  /// Contexts for tests of the helpers themselves; the caller owns them. Lock not held.
+  /// Contexts for tests of the helpers themselves; the caller owns them.
   platform::CertificateHandle certificateOf(const CertificateSpec& about);
   platform::ChainHandle chainOf(const ServerChain& chain);
   /// For services that hand contexts out. Lock held.
   NativeHandle addCertificate(const CertificateSpec& about);
   NativeHandle addChain(const ServerChain& chain, std::uint32_t errorStatus = 0, std::uint32_t infoStatus = 0);
 
-  /// The flags of every CertGetCertificateChain, in order.
+  /// The flags of every CertGetCertificateChain, and the server names that the SSL policy was given, in order.
   std::vector<std::uint32_t> chainFlags() const { return kernel_.copyOf(chainFlags_); }
-  /// The server names that the SSL policy was given, in order.
   std::vector<std::wstring> serverNames() const { return kernel_.copyOf(serverNames_); }
 
   Result<std::uint32_t> CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
@@ -92,14 +82,7 @@ class Certificates : public platform::Certificates {
  private:
   using Points = std::optional<std::vector<platform::DistributionPoint>>;
 
-  template <class T, class Work>
-  auto callOn(const char* name, NativeHandle handle, const Work& work);
-  template <class T>
-  std::shared_ptr<T> read(NativeHandle handle, const char* what);
-  NativeHandle add(const CertificateSpec& about, const std::vector<std::string>& peers, bool dependent);
-  const CertificateSpec* knownSpec(const std::string& der) const;
-  std::vector<std::string> peersOf(const std::string& der) const;
-  void drop(NativeHandle certificate);
+  NativeHandle add(const CertificateSpec& about, const std::vector<CertificateSpec>& peers, bool dependent);
   std::vector<std::byte> extensionOf(const CertificateSpec& about);
 
   Kernel& kernel_;

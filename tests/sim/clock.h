@@ -15,42 +15,38 @@ class Clock : public platform::Clock {
   void set(platform::FileTime time) { kernel_.setNow(time); }
   void set(const platform::SystemTime& utc) { set(toFileTime(utc)); }
   /// Moves on; waits whose limit has come end.
-  void advance(std::uint64_t milliseconds) { kernel_.advance(milliseconds); }
+  void advance(std::uint64_t milliseconds) { set(kernel_.now() + milliseconds * kTicksPerMillisecond); }
   /// UTC = local time + bias, minutes (as the platform counts it: -60 is one hour east of Greenwich).
   int biasMinutes = 0;
   /// Runs in GetSystemTime, which throws what it throws.
   std::function<void()> onGetSystemTime = [] {};
 
   platform::SystemTime GetSystemTime() override {
-    kernel_.faults.note("GetSystemTime");
+    kernel_.faults.note(__func__);
     onGetSystemTime();
     return toSystemTime(kernel_.now());
   }
   platform::FileTime GetSystemTimeAsFileTime() override {
-    kernel_.faults.note("GetSystemTimeAsFileTime");
+    kernel_.faults.note(__func__);
     return kernel_.now();
   }
   Result<platform::FileTime> FileTimeToLocalFileTime(platform::FileTime utc) override {
-    return kernel_.call("FileTimeToLocalFileTime", [&]() -> Result<platform::FileTime> {
-      return {true, utc - static_cast<platform::FileTime>(biasMinutes * 60 * kTicksPerSecond), 0};
-    });
+    return kernel_.call(__func__,
+                        [&] { return utc - static_cast<platform::FileTime>(biasMinutes * 60 * kTicksPerSecond); });
   }
   Result<platform::SystemTime> FileTimeToSystemTime(platform::FileTime time) override {
-    return kernel_.call("FileTimeToSystemTime", [&]() -> Result<platform::SystemTime> {
-      if (time >> 63 != 0) {
-        return Failure{platform::kErrorInvalidParameter};
-      }
-      return {true, toSystemTime(time), 0};
+    return kernel_.call(__func__, [&] {
+      refuseIf(time >> 63 != 0, platform::kErrorInvalidParameter);
+      return toSystemTime(time);
     });
   }
   std::uint32_t GetTickCount() override {
-    kernel_.faults.note("GetTickCount");
+    kernel_.faults.note(__func__);
     return static_cast<std::uint32_t>(kernel_.now() / kTicksPerMillisecond);
   }
   std::int64_t _time64() override {
-    kernel_.faults.note("_time64");
-    return static_cast<std::int64_t>(kernel_.now()) / kTicksPerSecond +
-           days(kFirstDay.time_since_epoch()).count() * 86400;
+    kernel_.faults.note(__func__);
+    return static_cast<std::int64_t>(kernel_.now()) / kTicksPerSecond - 11'644'473'600;  // from 1601 to 1970
   }
 
  private:
@@ -79,10 +75,9 @@ class Clock : public platform::Clock {
 
   static platform::FileTime toFileTime(const platform::SystemTime& time) {
     using namespace std::chrono;
-    const sys_days day = year(time.year) / month(time.month) / std::chrono::day(time.day);
-    const std::int64_t seconds = (time.hour * 60 + time.minute) * 60 + time.second;
-    return static_cast<platform::FileTime>((day - kFirstDay).count() * kTicksPerDay + seconds * kTicksPerSecond +
-                                           time.milliseconds * kTicksPerSecond / 1000);
+    const auto sinceFirst = sys_days(year(time.year) / month(time.month) / day(time.day)) - kFirstDay;
+    const auto whole = sinceFirst + hours(time.hour) + minutes(time.minute) + seconds(time.second);
+    return static_cast<platform::FileTime>((whole + milliseconds(time.milliseconds)).count()) * kTicksPerMillisecond;
   }
 
   Kernel& kernel_;

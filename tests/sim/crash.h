@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdio>
 
 #include "platform/crash.h"
@@ -29,44 +28,39 @@ class Crash : public platform::Crash {
   }
 
   void SetUnhandledExceptionFilter(platform::CrashFilter filter, void (*resumeAt)()) override {
-    kernel_.faults.note("SetUnhandledExceptionFilter");
-    const Guard guard(kernel_.mutex);
-    installed_ = {filter, resumeAt};
+    kernel_.faults.note(__func__);
+    kernel_.set(installed_, {filter, resumeAt});
   }
   Status loadDbgHelp() override {
-    return kernel_.call("loadDbgHelp", [&] {
-      loaded_ = true;
-      return kDone;
-    });
+    return kernel_.call(__func__, [&] { loaded_ = true; });
   }
   /// Writes "MDMP type=2 code=c0000005"; code=0 without an exception.
   Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const platform::CrashInfo* info) override {
-    return kernel_.callOn<Stream>("MiniDumpWriteDump", file, [&](Stream& stream, Guard& guard) -> Status {
+    return kernel_.callOn<Stream>(__func__, file, [&](Stream& stream, Guard& guard) {
+      needLoaded();
       char text[64];
       const int length = std::snprintf(text, sizeof(text), "MDMP type=%x code=%x", type, info ? info->code : 0);
-      if (!needLoaded("MiniDumpWriteDump")) {
-        return Failure{platform::kErrorInvalidParameter};
-      }
-      const auto written = stream.write(guard, std::as_bytes(std::span(text, static_cast<std::size_t>(length))));
-      return {written.ok, written.error};
+      stream.write(guard, std::as_bytes(std::span(text, static_cast<std::size_t>(length))));
+      return kDone;
     });
   }
   std::vector<platform::StackFrame> walkStack(const platform::CrashInfo* info, std::size_t most) override {
-    const auto walked = kernel_.call("walkStack", [&]() -> Result<std::vector<platform::StackFrame>> {
+    const auto walked = kernel_.call(__func__, [&] {
+      needLoaded();
       std::vector<platform::StackFrame> frames{info != nullptr ? L"failingFunction+0x12" : L"callingFunction+0x12",
                                                L"itsCaller+0x34", L"mdDCT.exe+0x1234"};
-      frames.resize(std::min(frames.size(), needLoaded("walkStack") ? most : 0));
-      return {true, frames, 0};
+      frames.resize(std::min(frames.size(), most));
+      return frames;
     });
     return walked.value;
   }
 
  private:
-  bool needLoaded(const char* operation) {
+  void needLoaded() {
     if (!loaded_) {
-      kernel_.misuse(std::string(operation) + ": DbgHelp is not loaded");
+      kernel_.misuse("DbgHelp is not loaded");
+      throw Failure{platform::kErrorInvalidParameter};
     }
-    return loaded_;
   }
 
   Kernel& kernel_;

@@ -33,8 +33,7 @@ std::string Sha256::hex() const {
   EVP_DigestFinal_ex(copy.context_.get(), digest.data(), nullptr);
   std::string text;
   for (const unsigned char value : digest) {
-    text += "0123456789abcdef"[value >> 4];
-    text += "0123456789abcdef"[value & 15];
+    text += {"0123456789abcdef"[value >> 4], "0123456789abcdef"[value & 15]};
   }
   return text;
 }

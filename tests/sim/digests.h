@@ -28,63 +28,47 @@ class Digests : public platform::Digests {
 
   platform::NtStatus BCryptOpenAlgorithmProvider(platform::AlgorithmProvider& provider, const std::wstring& algorithm,
                                                  std::uint32_t flags) override {
-    return opening(provider, kernel_.call("BCryptOpenAlgorithmProvider", [&]() -> Result<platform::AlgorithmProvider> {
-      if (algorithm != L"MD5" && algorithm != L"SHA256") {
-        return Failure{kNotFound};
-      }
+    return ntStatus(kernel_.call(__func__, [&] {
+      refuseIf(algorithm != L"MD5" && algorithm != L"SHA256", kNotFound);
       auto object = std::make_shared<Provider>();
       object->md5 = algorithm == L"MD5";
       object->keyed = (flags & platform::kBcryptAlgHandleHmacFlag) != 0;
-      return kernel_.opened<platform::AlgorithmProvider>(object);
+      provider = kernel_.opened<platform::AlgorithmProvider>(object);
     }));
   }
-  void BCryptCloseAlgorithmProvider(NativeHandle provider) override {
-    kernel_.close<Provider>("BCryptCloseAlgorithmProvider", provider);
-  }
+  void BCryptCloseAlgorithmProvider(NativeHandle provider) override { kernel_.close<Provider>(__func__, provider); }
   platform::NtStatus BCryptGetProperty(NativeHandle provider, const wchar_t* name, std::uint32_t& value) override {
     const std::wstring_view property = name;
-    return ntStatus(kernel_.callOn<Provider>("BCryptGetProperty", provider, [&](Provider& object) -> Status {
-      if (property != L"ObjectLength" && property != L"HashDigestLength") {
-        return Failure{kNotFound};
-      }
+    return ntStatus(kernel_.callOn<Provider>(__func__, provider, [&](Provider& object) {
+      refuseIf(property != L"ObjectLength" && property != L"HashDigestLength", kNotFound);
       value = property == L"ObjectLength" ? kObjectLength : object.length();
-      return kDone;
     }));
   }
   platform::NtStatus BCryptCreateHash(NativeHandle provider, platform::HashHandle& hash, std::span<std::byte> object,
                                       std::span<const std::byte> key) override {
-    const auto create = [&](Provider& algorithm) -> Result<platform::HashHandle> {
-      if (object.size() < kObjectLength || (!key.empty() && !algorithm.keyed)) {
-        return Failure{platform::kErrorInvalidParameter};
-      }
+    return ntStatus(kernel_.callOn<Provider>(__func__, provider, [&](Provider& algorithm) {
+      refuseIf(object.size() < kObjectLength || (!key.empty() && !algorithm.keyed), platform::kErrorInvalidParameter);
       auto result = std::make_shared<Hash>(object, algorithm);
       result->key.assign(key.begin(), key.end());
-      return kernel_.opened<platform::HashHandle>(result);
-    };
-    return opening(hash, kernel_.callOn<Provider>("BCryptCreateHash", provider, create));
+      hash = kernel_.opened<platform::HashHandle>(result);
+    }));
   }
   platform::NtStatus BCryptHashData(NativeHandle hash, std::span<const std::byte> data) override {
-    return ntStatus(kernel_.callOn<Hash>("BCryptHashData", hash, [&](Hash& object) -> Status {
-      if (object.finished) {
-        return Failure{platform::kErrorInvalidHandle};
-      }
+    return ntStatus(kernel_.callOn<Hash>(__func__, hash, [&](Hash& object) {
+      refuseIf(object.finished, platform::kErrorInvalidHandle);
       object.touch();
       object.data.insert(object.data.end(), data.begin(), data.end());
-      return kDone;
     }));
   }
   platform::NtStatus BCryptFinishHash(NativeHandle hash, std::span<std::byte> digest) override {
-    return ntStatus(kernel_.callOn<Hash>("BCryptFinishHash", hash, [&](Hash& object) -> Status {
-      if (object.finished || digest.size() != object.provider.length()) {
-        return Failure{platform::kErrorInvalidParameter};
-      }
+    return ntStatus(kernel_.callOn<Hash>(__func__, hash, [&](Hash& object) {
+      refuseIf(object.finished || digest.size() != object.provider.length(), platform::kErrorInvalidParameter);
       object.touch();
       object.finished = true;
       compute(object, digest);
-      return kDone;
     }));
   }
-  void BCryptDestroyHash(NativeHandle hash) override { kernel_.close<Hash>("BCryptDestroyHash", hash); }
+  void BCryptDestroyHash(NativeHandle hash) override { kernel_.close<Hash>(__func__, hash); }
 
  private:
   static constexpr platform::ErrorCode kNotFound = 0x225;
@@ -115,13 +99,6 @@ class Digests : public platform::Digests {
   /// NTSTATUS of a failure has the two top bits set.
   static platform::NtStatus ntStatus(Status status) {
     return status.ok ? 0 : static_cast<platform::NtStatus>(status.error | 0xC0000000);
-  }
-  template <class Handle>
-  static platform::NtStatus opening(Handle& handle, Result<Handle> opened) {
-    if (opened.ok) {
-      handle = std::move(opened.value);
-    }
-    return ntStatus({opened.ok, opened.error});
   }
   static void compute(const Hash& hash, std::span<std::byte> digest);
 

@@ -4,9 +4,9 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
+#include <ranges>
 #include <string>
-#include <utility>
+#include <string_view>
 #include <vector>
 
 #include "platform/result.h"
@@ -14,25 +14,17 @@
 namespace sim {
 
 /// The one point that every platform call passes, under its own name ("CreateEventW"), before it does anything.
-/// Closing and freeing calls and pure getters are counted but cannot be failed. Any thread.
+/// Closing and freeing calls and pure getters are counted but cannot be failed. The latest fault wins. Any thread.
 class Faults {
  public:
   /// Fails the n-th call (from 1, counted from now on) of that name, once.
   void failNth(const std::string& name, std::size_t n, platform::ErrorCode error) {
-    const std::lock_guard lock(mutex_);
-    faults_[{name, counts_[name] + n}] = error;
+    add({name, callCount(name) + n, error});
   }
   /// Fails every call of that name from now on.
-  void failAll(const std::string& name, platform::ErrorCode error) {
-    const std::lock_guard lock(mutex_);
-    faults_[{name, kEvery}] = error;
-  }
+  void failAll(const std::string& name, platform::ErrorCode error) { add({name, kEvery, error}); }
   /// Fails the k-th platform call (from 1) of the whole run whatever it is; nothing happens when it cannot be failed.
-  void failCall(std::size_t k, platform::ErrorCode error) {
-    const std::lock_guard lock(mutex_);
-    faults_[{kAnyName, k}] = error;
-  }
-  /// Forgets every fault asked for.
+  void failCall(std::size_t k, platform::ErrorCode error) { add({"", k, error}); }
   void clear() {
     const std::lock_guard lock(mutex_);
     faults_.clear();
@@ -40,50 +32,60 @@ class Faults {
 
   std::size_t callCount(const std::string& name) const {
     const std::lock_guard lock(mutex_);
-    return counts_.contains(name) ? counts_.at(name) : 0;
+    const auto found = counts_.find(name);
+    return found == counts_.end() ? 0 : found->second;
   }
   /// The names of all calls so far, in order: calls()[k - 1] is what failCall(k, ...) meets.
   std::vector<std::string> calls() const {
     const std::lock_guard lock(mutex_);
-    return {calls_.begin(), calls_.end()};
+    std::vector<std::string> names;
+    for (const Call& call : calls_) {
+      names.emplace_back(call.name);
+    }
+    return names;
   }
-
   /// Whether the k-th call (from 1) can be failed at all.
   bool canFail(std::size_t k) const {
     const std::lock_guard lock(mutex_);
-    return !fixed_.contains(k);
+    return calls_.at(k - 1).canFail;
   }
 
-  /// For the services: passes the point; the error when the call is to fail.
-  std::optional<platform::ErrorCode> pass(const char* name) {
+  /// For the services: passes the point; the error when the call is to fail. Names are literals.
+  std::optional<platform::ErrorCode> pass(const char* name, bool canFail = true) {
     const std::lock_guard lock(mutex_);
-    calls_.push_back(name);
+    calls_.push_back({name, canFail});
     const std::size_t count = ++counts_[name];
-    for (const Fault& fault : {Fault(kAnyName, calls_.size()), Fault(name, count), Fault(name, kEvery)}) {
-      if (const auto found = faults_.find(fault); found != faults_.end()) {
-        return found->second;
+    for (const Fault& fault : faults_ | std::views::reverse) {
+      const std::size_t number = fault.name.empty() ? calls_.size() : count;
+      if ((fault.name.empty() || fault.name == name) && (fault.n == number || fault.n == kEvery)) {
+        return fault.error;
       }
     }
     return std::nullopt;
   }
   /// For the services: passes the point with a call that cannot be failed.
-  void note(const char* name) {
-    const std::lock_guard lock(mutex_);
-    calls_.push_back(name);
-    ++counts_[name];
-    fixed_.insert(calls_.size());
-  }
+  void note(const char* name) { pass(name, false); }
 
  private:
-  using Fault = std::pair<std::string, std::size_t>;  ///< a call's name and its number among those of the name
-  static constexpr const char* kAnyName = "";         ///< the number counts all calls
+  struct Call {
+    const char* name;
+    bool canFail;
+  };
+  struct Fault {
+    std::string name;  ///< empty: of any name
+    std::size_t n;     ///< among those of the name
+    platform::ErrorCode error;
+  };
   static constexpr std::size_t kEvery = 0;
+  void add(const Fault& fault) {
+    const std::lock_guard lock(mutex_);
+    faults_.push_back(fault);
+  }
 
   mutable std::mutex mutex_;
-  std::vector<const char*> calls_;
-  std::map<std::string, std::size_t> counts_;
-  std::set<std::size_t> fixed_;  ///< calls that cannot be failed
-  std::map<Fault, platform::ErrorCode> faults_;
+  std::vector<Call> calls_;
+  std::map<std::string_view, std::size_t> counts_;
+  std::vector<Fault> faults_;
 };
 
 }  // namespace sim

@@ -1,10 +1,10 @@
 #include "tests/sim/files.h"
 
-#include <algorithm>
+#include <optional>
 
 #include "core/convert.h"
-#include "tests/sim/file_state.h"
 #include "tests/sim/security.h"
+#include "tests/sim/text.h"
 
 namespace sim {
 namespace {
@@ -13,6 +13,32 @@ constexpr platform::ErrorCode kErrorFileExists = 80;
 constexpr platform::ErrorCode kErrorDirectoryNotEmpty = 145;
 constexpr platform::ErrorCode kErrorNotLocked = 158;
 constexpr std::size_t kPeriod = 65521;  // a prime: no alignment of blocks repeats the bytes
+
+// The bits of FILE_SHARE_READ, _WRITE and _DELETE.
+constexpr std::uint32_t kReads = 1;
+constexpr std::uint32_t kWrites = 2;
+constexpr std::uint32_t kDeletes = 4;
+
+/// A path in the form in which it is compared.
+std::wstring keyOf(const std::wstring& path) {
+  std::wstring key;
+  for (const wchar_t character : path) {
+    const wchar_t next = character == L'/' ? L'\\' : lowerCase(character);
+    if (next != L'\\' || key.size() < 2 || key.back() != L'\\') {
+      key += next;
+    }
+  }
+  key.resize(std::max(key.find_last_not_of(L'\\') + 1, std::min<std::size_t>(key.size(), 1)));
+  return key;
+}
+
+std::wstring parentOf(const std::wstring& path) {
+  const std::wstring key = keyOf(path);
+  const auto cut = key.rfind(L'\\');
+  return cut == std::wstring::npos ? L"" : key.substr(0, cut);
+}
+
+std::wstring nameOf(const std::wstring& path) { return path.substr(path.find_last_of(L"\\/") + 1); }
 
 /// What an opening needs others to share.
 std::uint32_t neededBy(std::uint32_t access, std::uint32_t flags) {
@@ -36,18 +62,86 @@ std::error_code systemError(platform::ErrorCode error) { return {static_cast<int
 
 }  // namespace
 
+struct OpenFile;
+
+/// A file's bytes: either stored, or made from their offset (see Files::sparseByte).
+struct FileContent {
+  std::vector<std::byte> data;
+  std::optional<std::uint64_t> sparseSize;
+  bool deleted = false;  ///< the name is gone; handles still lead here
+  std::wstring name;     ///< its last part, as it was written when the file was made
+  std::vector<const OpenFile*> opens;
+  std::map<std::uint64_t, const OpenFile*> locks;  ///< by offset
+  std::uint64_t size() const { return sparseSize.value_or(data.size()); }
+  /// Copies what there is from `offset` on; returns how much.
+  std::size_t copy(std::uint64_t offset, std::span<std::byte> buffer) const;
+};
+
+/// What the handle of a file leads to. Under the kernel's mutex, as is its end.
+struct OpenFile : Stream {
+  OpenFile(const Files& owner, std::shared_ptr<FileContent> file) : files(owner), content(std::move(file)) {
+    content->opens.push_back(this);
+  }
+  ~OpenFile() override {
+    std::erase(content->opens, this);
+    std::erase_if(content->locks, [this](const auto& lock) { return lock.second == this; });
+    content->deleted = content->deleted || deleteOnClose;
+  }
+  const char* kind() const override { return "file"; }
+  std::uint32_t read(Guard&, std::span<std::byte> buffer) override {
+    refuseIf((needs & kReads) == 0, platform::kErrorAccessDenied);
+    const std::size_t count = content->copy(position, buffer);
+    position += count;
+    return static_cast<std::uint32_t>(count);
+  }
+  std::uint32_t write(Guard&, std::span<const std::byte> written) override {
+    refuseIf((needs & kWrites) == 0, platform::kErrorAccessDenied);
+    refuseIf(files.diskFull, platform::kErrorDiskFull);
+    std::vector<std::byte>& bytes = content->data;
+    position = appends ? bytes.size() : position;
+    bytes.resize(std::max<std::size_t>(bytes.size(), position + written.size()));
+    std::ranges::copy(written, bytes.begin() + static_cast<std::ptrdiff_t>(position));
+    position += written.size();
+    return static_cast<std::uint32_t>(written.size());
+  }
+  const Files& files;  ///< not for the destructor, which may come later than its own
+  const std::shared_ptr<FileContent> content;
+  std::uint32_t needs = 0;  ///< bits of the access
+  std::uint32_t share = 0;
+  bool appends = false;
+  bool deleteOnClose = false;
+  std::uint64_t position = 0;
+};
+
 struct Files::Search : Object {
   const char* kind() const override { return "search"; }
-  Status next(platform::FoundFile& entry) {
-    if (at == found.size()) {
-      return Failure{platform::kErrorNoMoreFiles};
-    }
-    entry = found[at++];
-    return kDone;
-  }
   std::vector<platform::FoundFile> found;
   std::size_t at = 0;
 };
+
+std::byte Files::sparseByte(std::uint64_t offset) {
+  return static_cast<std::byte>((offset % kPeriod * 2654435761u >> 11) & 0xFF);
+}
+
+std::size_t FileContent::copy(std::uint64_t offset, std::span<std::byte> buffer) const {
+  static const auto pattern = [] {
+    std::vector<std::byte> bytes;
+    for (std::size_t i = 0; i < kPeriod; ++i) {
+      bytes.push_back(Files::sparseByte(i));
+    }
+    return bytes;
+  }();
+  const std::vector<std::byte>& source = sparseSize ? pattern : data;
+  const std::uint64_t rest = size() - std::min(offset, size());
+  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), rest));
+  for (std::size_t done = 0; done < count;) {
+    const auto from = static_cast<std::size_t>((offset + done) % source.size());
+    const std::size_t part = std::min(count - done, source.size() - from);
+    std::copy_n(source.data() + from, part, buffer.data() + done);
+    done += part;
+  }
+  return count;
+}
 
 Files::Files(Kernel& kernel) : kernel_(kernel) {
   makeFolders(L"C:\\Windows\\System32");
@@ -59,20 +153,15 @@ Files::Content Files::find(const std::wstring& path) const {
   return found == entries_.end() || (found->second != nullptr && found->second->deleted) ? nullptr : found->second;
 }
 
-Result<Files::Content> Files::findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share) const {
-  if (hasFolder(path)) {
-    return Failure{platform::kErrorAccessDenied};
-  }
-  if (!hasFolder(parentOf(path))) {
-    return Failure{platform::kErrorPathNotFound};
-  }
+Files::Content Files::findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share) const {
+  refuseIf(hasFolder(path), platform::kErrorAccessDenied);
+  refuseIf(!hasFolder(parentOf(path)), platform::kErrorPathNotFound);
   const auto content = find(path);
-  if (content == nullptr) {
-    return Failure{platform::kErrorFileNotFound};
-  }
-  const bool collides = std::ranges::any_of(
-      content->opens, [&](const OpenFile* open) { return (needs & ~open->share) != 0 || (open->needs & ~share) != 0; });
-  return {!collides, content, collides ? platform::kErrorSharingViolation : 0};
+  const auto collides = [&](const OpenFile* open) {
+    return (needs & ~open->share) != 0 || (open->needs & ~share) != 0;
+  };
+  refuseIf(content != nullptr && std::ranges::any_of(content->opens, collides), platform::kErrorSharingViolation);
+  return content;
 }
 
 bool Files::hasFolder(const std::wstring& path) const {
@@ -107,6 +196,8 @@ Files::Content Files::make(const std::wstring& path) {
   return entries_[keyOf(path)] = content;
 }
 
+// For the test.
+
 void Files::write(const std::wstring& path, std::string_view bytes) {
   const Guard guard(kernel_.mutex);
   const auto data = std::as_bytes(std::span(bytes));
@@ -115,17 +206,15 @@ void Files::write(const std::wstring& path, std::string_view bytes) {
 
 void Files::writeSparse(const std::wstring& path, std::uint64_t size) {
   const Guard guard(kernel_.mutex);
-  const auto content = make(path);
-  content->sparse = true;
-  content->sparseSize = size;
+  make(path)->sparseSize = size;
 }
 
 void Files::resize(const std::wstring& path, std::uint64_t size) {
   const Guard guard(kernel_.mutex);
   const auto content = find(path);
-  if (content != nullptr && content->sparse) {
+  if (content->sparseSize) {
     content->sparseSize = size;
-  } else if (content != nullptr) {
+  } else {
     content->data.resize(size);
   }
 }
@@ -137,9 +226,7 @@ void Files::makeFolder(const std::wstring& path) {
 
 void Files::erase(const std::wstring& path) {
   const Guard guard(kernel_.mutex);
-  for (const std::wstring& entry : below(path)) {
-    entries_.erase(entry);
-  }
+  std::ranges::for_each(below(path), [&](const std::wstring& entry) { entries_.erase(entry); });
   entries_.erase(keyOf(path));
 }
 
@@ -174,119 +261,72 @@ std::wstring Files::descriptorOf(const std::wstring& folder) const {
   return found == descriptors_.end() ? L"" : found->second;
 }
 
-std::byte Files::sparseByte(std::uint64_t offset) {
-  return static_cast<std::byte>((offset % kPeriod * 2654435761u >> 11) & 0xFF);
-}
+// The platform's calls.
 
-std::size_t FileContent::copy(std::uint64_t offset, std::span<std::byte> buffer) const {
-  static const auto pattern = [] {
-    std::vector<std::byte> bytes;
-    for (std::size_t i = 0; i < kPeriod; ++i) {
-      bytes.push_back(Files::sparseByte(i));
-    }
-    return bytes;
-  }();
-  const std::vector<std::byte>& source = sparse ? pattern : data;
-  const std::uint64_t rest = size() - std::min(offset, size());
-  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), rest));
-  for (std::size_t done = 0; done < count;) {
-    const auto from = static_cast<std::size_t>((offset + done) % source.size());
-    const std::size_t part = std::min(count - done, source.size() - from);
-    std::copy_n(source.data() + from, part, buffer.data() + done);
-    done += part;
-  }
-  return count;
-}
-
-int Files::_waccess(const std::wstring& path, int) { return !kernel_.faults.pass("_waccess") && exists(path) ? 0 : -1; }
+int Files::_waccess(const std::wstring& path, int) { return !kernel_.faults.pass(__func__) && exists(path) ? 0 : -1; }
 
 Status Files::CreateDirectoryW(const std::wstring& path, NativeHandle descriptor) {
-  return kernel_.call("CreateDirectoryW", [&]() -> Status {
-    if (hasFolder(path) || find(path) != nullptr) {
-      return Failure{platform::kErrorAlreadyExists};
-    }
-    if (!hasFolder(parentOf(path))) {
-      return Failure{platform::kErrorPathNotFound};
-    }
-    const auto text = descriptor == nullptr ? nullptr : kernel_.get<DescriptorMemory>(descriptor, "CreateDirectoryW");
+  const char* const name = __func__;
+  return kernel_.call(name, [&] {
+    refuseIf(hasFolder(path) || find(path) != nullptr, platform::kErrorAlreadyExists);
+    refuseIf(!hasFolder(parentOf(path)), platform::kErrorPathNotFound);
+    descriptors_[keyOf(path)] = descriptor == nullptr ? L"" : kernel_.need<DescriptorMemory>(descriptor, name)->text;
     entries_[keyOf(path)] = nullptr;
-    descriptors_[keyOf(path)] = text == nullptr ? L"" : text->text;
-    return kDone;
   });
 }
 
 Result<KernelHandle> Files::CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t share,
                                         std::uint32_t disposition, std::uint32_t flagsAndAttributes) {
-  return kernel_.call("CreateFileW", [&]() -> Result<KernelHandle> {
+  return kernel_.call(__func__, [&]() -> Result<KernelHandle> {
     if (const auto device = kernel_.devices.find(path); device != kernel_.devices.end()) {
-      return kernel_.opened(device->second);
+      return {true, kernel_.opened(device->second), 0};
     }
     const std::uint32_t needs = neededBy(access, flagsAndAttributes);
     const auto old = findFor(needs, path, share);
-    const bool missing = old.error == platform::kErrorFileNotFound;
-    if (!old && !(missing && disposition != platform::kOpenExisting)) {
-      return Failure{old.error};
-    }
-    if (!missing && disposition == platform::kCreateNew) {
-      return Failure{kErrorFileExists};
-    }
-    auto file = std::make_shared<OpenFile>(*this, missing ? make(path) : old.value);
+    refuseIf(old == nullptr && disposition == platform::kOpenExisting, platform::kErrorFileNotFound);
+    refuseIf(old != nullptr && disposition == platform::kCreateNew, kErrorFileExists);
+    auto file = std::make_shared<OpenFile>(*this, old == nullptr ? make(path) : old);
     file->needs = needs;
     file->share = share;
     file->appends = (access & platform::kFileAppendData) != 0;
     file->deleteOnClose = (flagsAndAttributes & platform::kFileFlagDeleteOnClose) != 0;
-    const bool existed = !missing && disposition == platform::kOpenAlways;
-    return kernel_.opened(file, existed ? platform::kErrorAlreadyExists : 0);
+    const bool existed = old != nullptr && disposition == platform::kOpenAlways;
+    return {true, kernel_.opened(file), existed ? platform::kErrorAlreadyExists : 0};
   });
 }
 
 Result<std::uint32_t> Files::ReadFile(NativeHandle handle, std::span<std::byte> buffer) {
-  return kernel_.callOn<Stream>("ReadFile", handle,
-                                [&](Stream& stream, Guard& guard) { return stream.read(guard, buffer); });
+  return kernel_.callOn<Stream>(__func__, handle, [&](Stream& from, Guard& guard) { return from.read(guard, buffer); });
 }
 
 Result<std::uint32_t> Files::WriteFile(NativeHandle handle, std::span<const std::byte> data) {
-  return kernel_.callOn<Stream>("WriteFile", handle,
-                                [&](Stream& stream, Guard& guard) { return stream.write(guard, data); });
+  return kernel_.callOn<Stream>(__func__, handle, [&](Stream& to, Guard& guard) { return to.write(guard, data); });
 }
 
 Result<std::uint64_t> Files::GetFileSizeEx(NativeHandle handle) {
-  return kernel_.callOn<OpenFile>("GetFileSizeEx", handle, [](OpenFile& file) -> Result<std::uint64_t> {
-    return {true, file.content->size(), 0};
-  });
+  return kernel_.callOn<OpenFile>(__func__, handle, [](OpenFile& file) { return file.content->size(); });
 }
 
 Status Files::LockFileEx(NativeHandle handle, std::uint64_t offset) {
-  return kernel_.callOn<OpenFile>("LockFileEx", handle, [&](OpenFile& file) -> Status {
-    if ((file.needs & kReads) == 0 && (file.appends || (file.needs & kWrites) == 0)) {
-      return Failure{platform::kErrorAccessDenied};
-    }
-    return file.content->locks.try_emplace(offset, &file).second ? kDone : Failure{platform::kErrorLockViolation};
+  return kernel_.callOn<OpenFile>(__func__, handle, [&](OpenFile& file) {
+    refuseIf((file.needs & kReads) == 0 && file.appends, platform::kErrorAccessDenied);
+    refuseIf(!file.content->locks.try_emplace(offset, &file).second, platform::kErrorLockViolation);
   });
 }
 
 Status Files::UnlockFileEx(NativeHandle handle, std::uint64_t offset) {
-  kernel_.faults.note("UnlockFileEx");  // a call that gives back cannot be failed
+  kernel_.faults.note(__func__);  // a call that gives back cannot be failed
   const Guard guard(kernel_.mutex);
-  const auto file = kernel_.get<OpenFile>(handle, "UnlockFileEx");
-  if (file == nullptr) {
-    return Failure{platform::kErrorInvalidHandle};
-  }
-  const auto lock = file->content->locks.find(offset);
-  if (lock == file->content->locks.end() || lock->second != file.get()) {
-    return Failure{kErrorNotLocked};
-  }
-  file->content->locks.erase(lock);
-  return kDone;
+  const auto file = kernel_.get<OpenFile>(handle, __func__);
+  const auto isOwn = [&](const auto& lock) { return lock.first == offset && lock.second == file.get(); };
+  return file != nullptr && std::erase_if(file->content->locks, isOwn) != 0 ? kDone : Failure{kErrorNotLocked};
 }
 
 Result<platform::FindHandle> Files::FindFirstFileW(const std::wstring& pattern, platform::FoundFile& found) {
-  return kernel_.call("FindFirstFileW", [&]() -> Result<platform::FindHandle> {
+  return kernel_.call(__func__, [&] {
     const std::wstring folder = parentOf(pattern);
     const std::wstring wanted = lowerCase(nameOf(pattern));
-    if (!hasFolder(folder)) {
-      return Failure{platform::kErrorPathNotFound};
-    }
+    refuseIf(!hasFolder(folder), platform::kErrorPathNotFound);
     auto search = std::make_shared<Search>();
     for (const wchar_t* const dots : {L".", L".."}) {
       if (matches(wanted, dots)) {
@@ -300,84 +340,72 @@ Result<platform::FindHandle> Files::FindFirstFileW(const std::wstring& pattern, 
                                  content == nullptr ? 0 : content->size(), content == nullptr});
       }
     }
-    if (!search->next(found)) {
-      return Failure{platform::kErrorFileNotFound};
-    }
+    refuseIf(search->found.empty(), platform::kErrorFileNotFound);
+    found = search->found[search->at++];
     return kernel_.opened<platform::FindHandle>(search);
   });
 }
 
 Status Files::FindNextFileW(NativeHandle search, platform::FoundFile& found) {
-  return kernel_.callOn<Search>("FindNextFileW", search, [&](Search& object) { return object.next(found); });
+  return kernel_.callOn<Search>(__func__, search, [&](Search& object) {
+    refuseIf(object.at == object.found.size(), platform::kErrorNoMoreFiles);
+    found = object.found[object.at++];
+  });
 }
 
-Status Files::FindClose(NativeHandle search) { return kernel_.close<Search>("FindClose", search); }
+Status Files::FindClose(NativeHandle search) { return kernel_.close<Search>(__func__, search); }
 
 Status Files::MoveFileExW(const std::wstring& from, const std::wstring& to, std::uint32_t flags) {
-  return kernel_.call("MoveFileExW", [&]() -> Status {
+  return kernel_.call(__func__, [&] {
     const auto source = findFor(kDeletes, from);
     const auto target = findFor(kDeletes, to);
-    const bool isFree = target.error == platform::kErrorFileNotFound;
-    const bool replaces = (flags & platform::kMoveFileReplaceExisting) != 0;
-    if (!source || target.error == platform::kErrorPathNotFound) {
-      return Failure{source ? target.error : source.error};
-    }
-    if (!isFree && (!replaces || !target || !target.value->opens.empty())) {
-      return Failure{replaces ? platform::kErrorAccessDenied : platform::kErrorAlreadyExists};
-    }
+    refuseIf(source == nullptr, platform::kErrorFileNotFound);
+    refuseIf(target != nullptr && (flags & platform::kMoveFileReplaceExisting) == 0, platform::kErrorAlreadyExists);
     entries_.erase(keyOf(from));
-    entries_[keyOf(to)] = source.value;
-    source.value->name = nameOf(to);
-    return kDone;
+    entries_[keyOf(to)] = source;
+    source->name = nameOf(to);
   });
 }
 
 Status Files::DeleteFileW(const std::wstring& path) {
-  return kernel_.call("DeleteFileW", [&]() -> Status {
-    const auto content = findFor(kDeletes, path);
-    if (content) {
-      entries_.erase(keyOf(path));
-    }
-    return {content.ok, content.error};
+  return kernel_.call(__func__, [&] {
+    refuseIf(findFor(kDeletes, path) == nullptr, platform::kErrorFileNotFound);
+    entries_.erase(keyOf(path));
   });
 }
 
 Result<std::uint64_t> Files::GetDiskFreeSpaceExW(const std::wstring& folder) {
-  return kernel_.call("GetDiskFreeSpaceExW", [&]() -> Result<std::uint64_t> {
-    return hasFolder(folder) ? Result<std::uint64_t>{true, freeBytes, 0} : Failure{platform::kErrorPathNotFound};
+  return kernel_.call(__func__, [&] {
+    refuseIf(!hasFolder(folder), platform::kErrorPathNotFound);
+    return freeBytes.load();
   });
 }
 
 std::uintmax_t Files::file_size(const std::wstring& path, std::error_code& error) {
-  const auto size = kernel_.call("file_size", [&]() -> Result<std::uintmax_t> {
+  const auto size = kernel_.call(__func__, [&] {
     const auto content = find(path);
-    return content == nullptr ? Result<std::uintmax_t>(Failure{platform::kErrorFileNotFound})
-                              : Result<std::uintmax_t>{true, content->size(), 0};
+    refuseIf(content == nullptr, platform::kErrorFileNotFound);
+    return content->size();
   });
   error = size.ok ? std::error_code() : systemError(size.error);
   return size.ok ? size.value : static_cast<std::uintmax_t>(-1);
 }
 
 bool Files::remove(const std::string& path, std::error_code& error) {
-  const auto removed = kernel_.call("remove", [&]() -> Status {
-    std::wstring wide(path.size(), L' ');
+  const auto removed = kernel_.call(__func__, [&] {
+    std::wstring wide = CORE::toWideLossy(path);
     if (ansiIsLatin1) {
-      std::transform(path.begin(), path.end(), wide.begin(),
-                     [](char byte) { return static_cast<unsigned char>(byte); });
-    } else {
-      wide = CORE::toWideLossy(path);
+      wide.resize(path.size());
+      std::ranges::transform(path, wide.begin(), [](char byte) { return static_cast<unsigned char>(byte); });
     }
-    if (hasFolder(wide) && !below(wide).empty()) {
-      return Failure{kErrorDirectoryNotEmpty};
+    refuseIf(hasFolder(wide) && !below(wide).empty(), kErrorDirectoryNotEmpty);
+    if (find(wide) != nullptr) {
+      findFor(kDeletes, wide);
     }
-    const auto content = findFor(kDeletes, wide);
-    if (content.error == platform::kErrorSharingViolation) {
-      return Failure{content.error};
-    }
-    return {entries_.erase(keyOf(wide)) != 0, 0};
+    return entries_.erase(keyOf(wide)) != 0;
   });
-  error = removed.error != 0 ? systemError(removed.error) : std::error_code();
-  return removed.ok;
+  error = removed.ok ? std::error_code() : systemError(removed.error);
+  return removed.ok && removed.value;
 }
 
 }  // namespace sim

@@ -1,23 +1,19 @@
 // When, where and in which order the notifications of a simulated request reach the program.
-#include <algorithm>
 
 #include "tests/sim/http_handles.h"
 
 namespace sim {
 
-void WinHttp::release() {
-  const Guard guard(kernel_.mutex);
-  released_ = true;
-  kernel_.wake();
-}
+void WinHttp::release() { kernel_.set(released_, true); }
+
+void WinHttp::endAll() { kernel_.set(ended_, true); }
 
 void WinHttp::waitUntilHeld() {
   Guard guard(kernel_.mutex);
   kernel_.waitUntil(guard, platform::kInfinite, "a completion to hold", [&] {
-    return std::any_of(requests_.begin(), requests_.end(), [&](const Request& request) {
+    return std::ranges::any_of(requests_, [&](const Request& request) {
       const bool late = (request->pending || (request->closing && request->bound)) && !isOpenTo(*request);
-      const bool silent = request->silenced && !request->closing;
-      return !request->finished && (late || silent);
+      return !request->finished && (late || (request->silenced && !request->closing));
     });
   });
 }
@@ -25,16 +21,10 @@ void WinHttp::waitUntilHeld() {
 void WinHttp::waitUntilIdle() {
   Guard guard(kernel_.mutex);
   kernel_.waitUntil(guard, platform::kInfinite, "the end of all deliveries", [&] {
-    return std::all_of(requests_.begin(), requests_.end(), [&](const Request& request) {
+    return std::ranges::all_of(requests_, [&](const Request& request) {
       return !hasWork(*request) && request->delivering.empty() && (!request->inFlight || request->pending);
     });
   });
-}
-
-void WinHttp::endAll() {
-  const Guard guard(kernel_.mutex);
-  ended_ = true;
-  kernel_.wake();
 }
 
 /// Whether the call in flight (or the closing) may go on, as far as the test is concerned.
@@ -46,10 +36,7 @@ bool WinHttp::isOpenTo(const HttpRequestHandle& request) const {
 }
 
 bool WinHttp::hasWork(const HttpRequestHandle& request) const {
-  if (request.finished || !isOpenTo(request)) {
-    return false;
-  }
-  return request.closing || (request.pending && !request.silenced);
+  return !request.finished && isOpenTo(request) && (request.closing || (request.pending && !request.silenced));
 }
 
 bool WinHttp::goesInline(const HttpRequestHandle& request, bool closing) {
@@ -96,7 +83,7 @@ void WinHttp::work(const Request& request) {
 }
 
 Status WinHttp::start(NativeHandle handle, HttpStage stage, const char* operation,
-                      const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare, std::uintptr_t context) {
+                      const std::function<void(HttpRequestHandle&)>& prepare, std::uintptr_t context) {
   const auto fault = kernel_.faults.pass(operation);
   Guard guard(kernel_.mutex);
   const auto request = kernel_.get<HttpRequestHandle>(handle, operation);
@@ -113,9 +100,11 @@ Status WinHttp::start(NativeHandle handle, HttpStage stage, const char* operatio
     return Failure{platform::kErrorWinHttpIncorrectHandleState};
   }
   request->pending = HttpPending{stage, {}, {}};
-  if (const platform::ErrorCode error = prepare(*request); error != 0) {
+  try {
+    prepare(*request);
+  } catch (const Failure& failure) {
     request->pending.reset();
-    return Failure{error};
+    return failure;
   }
   request->inFlight = true;
   if (goesInline(*request, false)) {
@@ -133,10 +122,7 @@ void WinHttp::complete(Guard& guard, const Request& request) {
   request->taken = call;
   request->delivering.push_back(std::this_thread::get_id());
   guard.unlock();
-  using Completion = void (WinHttp::*)(HttpRequestHandle&, const HttpPending&);
-  constexpr Completion kCompletions[] = {&WinHttp::completeReceive, &WinHttp::completeQuery, &WinHttp::completeRead,
-                                         &WinHttp::completeWrite, &WinHttp::completeSend};  // by stage
-  (this->*kCompletions[static_cast<int>(call.stage) - 1])(*request, call);
+  answer(*request, call);
   guard.lock();
   leave(*request);
 }
@@ -218,9 +204,9 @@ void WinHttp::unbound(HttpHandle& object, std::uint32_t status) {
 }
 
 Status WinHttp::WinHttpCloseHandle(NativeHandle handle) {
-  kernel_.faults.note("WinHttpCloseHandle");
+  kernel_.faults.note(__func__);
   Guard guard(kernel_.mutex);
-  const auto object = kernel_.take<HttpHandle>(handle, "WinHttpCloseHandle");
+  const auto object = kernel_.take<HttpHandle>(handle, __func__);
   if (object == nullptr) {
     return Failure{platform::kErrorInvalidHandle};
   }

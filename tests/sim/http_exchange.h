@@ -41,8 +41,7 @@ struct HttpExchange {
   std::map<std::uint32_t, std::uint32_t> numberOptions;
   std::map<std::uint32_t, std::wstring> textOptions;
 
-  /// The value of a header by name without case; empty when there is none.
-  std::string header(const std::string& name) const;
+  std::string header(const std::string& name) const;  ///< by name without case; empty when there is none
   std::uint32_t securityFlags() const;
 };
 

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <algorithm>
 #include <optional>
-#include <thread>
 
 #include "tests/sim/digests.h"
 #include "tests/sim/winhttp.h"
@@ -26,7 +24,7 @@ struct HttpConnectionHandle : HttpHandle {
 
 /// A call that has been made and not yet answered, with the memory that it borrowed.
 struct HttpPending {
-  HttpStage stage = HttpStage::kSend;
+  HttpStage stage{};
   std::span<std::byte> buffer;
   std::span<const std::byte> data;
 };
@@ -56,8 +54,7 @@ struct HttpRequestHandle : HttpHandle {
 
   std::uint64_t replySize() const { return reply->repeatedBody != 0 ? reply->repeatedBody : reply->body.size(); }
   bool othersDeliver() const {
-    return std::any_of(delivering.begin(), delivering.end(),
-                       [](std::thread::id id) { return id != std::this_thread::get_id(); });
+    return std::ranges::any_of(delivering, [](auto thread) { return thread != std::this_thread::get_id(); });
   }
 };
 

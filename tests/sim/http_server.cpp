@@ -1,12 +1,122 @@
-// What the simulated network and the scripted server do with a request.
-#include <algorithm>
-
+// What the simulated network, the handshake and the scripted server do with a request.
 #include "tests/sim/http_handles.h"
 
 namespace sim {
-
 namespace {
+
 constexpr std::uint32_t kLargestPiece = 8192;  // what the platform tells as available at once
+constexpr std::uint32_t kCertEExpired = 0x800B0101;
+constexpr std::uint32_t kCertEWrongUsage = 0x800B0110;
+constexpr std::uint32_t kTrustIsRevoked = 0x4;  // CERT_TRUST_IS_REVOKED
+
+/// The bits of SECURE_FAILURE that are left of the chain's faults; 0 when the handshake succeeds.
+std::uint32_t failureBits(const ServerChain& chain, const HttpExchange& seen) {
+  const auto feature = seen.numberOptions.find(platform::kOptionEnableFeature);
+  const bool checksRevocation =
+      feature != seen.numberOptions.end() && (feature->second & platform::kEnableSslRevocation) != 0;
+  const bool expired = chain.policyStatus == kCertEExpired;
+  const bool misused = chain.policyStatus == kCertEWrongUsage;
+  const bool revoked = (chain.revocationError & kTrustIsRevoked) != 0;
+  const struct {
+    bool found;
+    std::uint32_t bit;
+    std::uint32_t forgivenBy;  ///< a security flag
+  } faults[] = {
+      {checksRevocation && chain.revocationError != 0 && !revoked, 0x1, 0},
+      {chain.policyStatus != 0 && !expired && !misused, 0x2, 0},
+      {checksRevocation && revoked, 0x4, 0},
+      {!chain.trustedRoot, 0x8, platform::kSecurityFlagIgnoreUnknownCa},
+      {!chain.nameMatches, 0x10, platform::kSecurityFlagIgnoreCertCnInvalid},
+      {expired, 0x20, 0x2000},
+      {misused, 0x40, 0x200},
+  };
+  std::uint32_t bits = 0;
+  for (const auto& [found, bit, forgivenBy] : faults) {
+    bits |= found && (seen.securityFlags() & forgivenBy) == 0 ? bit : 0;
+  }
+  return bits;
+}
+
+}  // namespace
+
+bool WinHttp::proxyRefuses(const HttpExchange& seen) const {
+  const auto is = [&](std::uint32_t option, const std::wstring& value) {
+    const auto found = seen.textOptions.find(option);
+    return found != seen.textOptions.end() && found->second == value;
+  };
+  return proxyCredentials && seen.accessType == platform::kAccessTypeNamedProxy &&
+         !(is(platform::kOptionProxyUsername, proxyCredentials->first) &&
+           is(platform::kOptionProxyPassword, proxyCredentials->second));
+}
+
+/// The handshake of a send. False when the send does not go on: it failed, or stays unanswered.
+bool WinHttp::shakeHands(HttpRequestHandle& request, const HttpPending& call) {
+  const HttpExchange seen = kernel_.copyOf(request.known);
+  const auto server = kernel_.copyOf(handshake_);
+  const ServerChain chain = server != nullptr ? server(seen) : ServerChain{{{"leaf"}, {"root"}}};
+  if (chain.silent) {
+    const Guard guard(kernel_.mutex);
+    request.pending = call;
+    request.silenced = true;
+    kernel_.wake();
+    return false;
+  }
+  certificates_.know(chain);
+  if (std::uint32_t bits = failureBits(chain, seen); bits != 0) {
+    notify(request, platform::kStatusSecureFailure, &bits, sizeof(bits));
+    fail(request, call, platform::kErrorWinHttpSecureFailure);
+    return false;
+  }
+  kernel_.set(request.shown, std::optional(chain));
+  return true;
+}
+
+Result<NativeHandle> WinHttp::WinHttpQueryOption(NativeHandle handle, std::uint32_t option) {
+  return kernel_.callOn<HttpRequestHandle>(__func__, handle, [&](HttpRequestHandle& request) -> NativeHandle {
+    const bool asksChain = option == platform::kOptionServerCertChainContext;
+    refuseIf(asksChain ? !knowsChainOption : option != platform::kOptionServerCertContext,
+             platform::kErrorWinHttpInvalidOption);
+    refuseIf(!request.shown, platform::kErrorWinHttpIncorrectHandleState);
+    const ServerChain& shown = *request.shown;
+    return asksChain ? certificates_.addChain(shown, shown.trustError())
+                     : certificates_.addCertificate(shown.certificates.front());
+  });
+}
+
+// Where the simulated WinHTTP finds proxies.
+
+Result<platform::IeProxySettings> WinHttp::WinHttpGetIEProxyConfigForCurrentUser() {
+  return kernel_.call(__func__, [&] { return proxies.ie; });
+}
+
+Result<std::wstring> WinHttp::WinHttpDetectAutoProxyConfigUrl(std::uint32_t flags) {
+  return kernel_.call(__func__, [&] {
+    refuseIf(flags != platform::kAutoDetectDhcpAndDnsA, platform::kErrorInvalidParameter);
+    refuseIf(proxies.wpadUrl.empty(), platform::kErrorWinHttpAutodetectionFailed);
+    return proxies.wpadUrl;
+  });
+}
+
+Result<platform::ProxyInfo> WinHttp::WinHttpGetDefaultProxyConfiguration() {
+  return kernel_.call(__func__, [&] {
+    platform::ProxyInfo info = proxies.winHttpDefault;
+    info.accessType = info.proxy.empty() ? platform::kAccessTypeNoProxy : platform::kAccessTypeNamedProxy;
+    return info;
+  });
+}
+
+Result<platform::ProxyInfo> WinHttp::WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
+                                                           const platform::AutoProxyOptions& options) {
+  return kernel_.callOn<HttpSessionHandle>(__func__, session, [&](HttpSessionHandle&, Guard& guard) {
+    refuseIf(options.flags != platform::kAutoProxyConfigUrl || options.detectFlags != 0,
+             platform::kErrorInvalidParameter);
+    const auto file = proxies.pacFiles.find(options.configUrl);
+    refuseIf(file == proxies.pacFiles.end(), platform::kErrorWinHttpUnableToDownloadScript);
+    guard.unlock();
+    const std::wstring proxy = file->second(url);
+    const auto type = proxy.empty() ? platform::kAccessTypeNoProxy : platform::kAccessTypeNamedProxy;
+    return platform::ProxyInfo{type, proxy, {}};
+  });
 }
 
 /// Whether the script lets this call fail now; then it has been answered.
@@ -21,19 +131,16 @@ bool WinHttp::fails(HttpRequestHandle& request, const HttpPending& call) {
 
 /// Asks for the answer: `whole` once the body is complete, otherwise at its beginning.
 void WinHttp::askServer(HttpRequestHandle& request, bool whole) {
-  Guard guard(kernel_.mutex);
-  const HttpExchange seen = request.known;
-  const auto server = server_;
-  const auto early = headersServer_;
-  guard.unlock();
+  const HttpExchange seen = kernel_.copyOf(request.known);
+  const auto server = kernel_.copyOf(server_);
+  const auto early = kernel_.copyOf(headersServer_);
   std::optional<HttpReply> reply;
   if (whole) {
     reply = server != nullptr ? server(seen) : HttpReply{};
   } else if (early != nullptr) {
     reply = early(seen);
   }
-  guard.lock();
-  request.reply = std::move(reply);
+  kernel_.set(request.reply, std::move(reply));
 }
 
 void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> data) {
@@ -46,98 +153,75 @@ void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> da
   } else {
     known.body.clear();
   }
-  if (known.bodySize < known.totalLength || !known.bodySha256.empty()) {
-    return;
-  }
-  known.bodySha256 = request.hash.hex();
-  const bool decided = request.reply.has_value();
-  guard.unlock();
-  if (!decided) {
-    askServer(request, true);
+  if (known.bodySize == known.totalLength && known.bodySha256.empty()) {
+    known.bodySha256 = request.hash.hex();
+    guard.unlock();
+    if (!request.reply) {
+      askServer(request, true);
+    }
   }
 }
 
-void WinHttp::completeSend(HttpRequestHandle& request, const HttpPending& call) {
+void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
+  if (call.stage == HttpStage::kSend) {
+    return answerSend(request, call);
+  }
+  if (fails(request, call)) {
+    return;
+  }
+  const std::uint64_t rest = request.reply ? request.replySize() - request.bodyRead : 0;
+  if (call.stage == HttpStage::kWrite) {
+    takeBody(request, call.data);
+    auto written = static_cast<std::uint32_t>(call.data.size());
+    finish(request, call, platform::kStatusWriteComplete, &written, sizeof(written));
+  } else if (!request.reply) {
+    fail(request, call, platform::kErrorWinHttpTimeout);  // the server still waits for the body
+  } else if (call.stage == HttpStage::kReceive) {
+    kernel_.set(request.headersReady, true);
+    finish(request, call, platform::kStatusHeadersAvailable);
+  } else if (call.stage == HttpStage::kQueryData) {
+    const auto& pieces = request.reply->pieces;
+    if (request.available == 0) {
+      const std::uint32_t piece = request.piece < pieces.size() ? pieces[request.piece] : kLargestPiece;
+      ++request.piece;
+      request.available = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece, rest));
+    }
+    std::uint32_t available = request.available;
+    finish(request, call, platform::kStatusDataAvailable, &available, sizeof(available));
+  } else {
+    const auto count = std::min<std::uint64_t>(call.buffer.size(), rest);
+    const std::string repeated(request.reply->repeatedBody != 0 ? count : 0, 'x');
+    const auto part =
+        repeated.empty() ? std::string_view(request.reply->body).substr(request.bodyRead, count) : repeated;
+    std::ranges::copy(std::as_bytes(std::span(part)), call.buffer.begin());
+    request.bodyRead += count;
+    request.available -= static_cast<std::uint32_t>(std::min<std::uint64_t>(count, request.available));
+    finish(request, call, platform::kStatusReadComplete, call.buffer.data(), static_cast<std::uint32_t>(count));
+  }
+}
+
+void WinHttp::answerSend(HttpRequestHandle& request, const HttpPending& call) {
   const HttpExchange seen = kernel_.copyOf(request.known);
   const bool secure = (seen.requestFlags & platform::kWinHttpFlagSecure) != 0;
   const bool refused = secure && proxyRefuses(seen);
   if (secure && !refused && !shakeHands(request, call)) {
     return;
   }
-  if (!notify(request, platform::kStatusSendingRequest, nullptr, 0)) {
+  if (!notify(request, platform::kStatusSendingRequest)) {
     return finish(request, call, 0);
   }
-  Guard guard(kernel_.mutex);
-  request.known.reached = !refused;
+  kernel_.set(request.known.reached, !refused);
   if (refused) {
-    request.reply.emplace().status = 407;
-  }
-  guard.unlock();
-  if (!refused) {
+    kernel_.set(request.reply, std::optional(HttpReply{407}));
+  } else {
     askServer(request, false);
   }
-  if (fails(request, call)) {
-    return;
+  if (!fails(request, call)) {
+    takeBody(request, call.data);
+    if (!fails(request, call)) {
+      finish(request, call, platform::kStatusSendRequestComplete);
+    }
   }
-  takeBody(request, call.data);
-  if (fails(request, call)) {
-    return;
-  }
-  finish(request, call, platform::kStatusSendRequestComplete);
-}
-
-void WinHttp::completeWrite(HttpRequestHandle& request, const HttpPending& call) {
-  if (fails(request, call)) {
-    return;
-  }
-  takeBody(request, call.data);
-  std::uint32_t written = static_cast<std::uint32_t>(call.data.size());
-  finish(request, call, platform::kStatusWriteComplete, &written, sizeof(written));
-}
-
-void WinHttp::completeReceive(HttpRequestHandle& request, const HttpPending& call) {
-  if (!request.reply) {
-    return fail(request, call, platform::kErrorWinHttpTimeout);  // the server still waits for the body
-  }
-  if (fails(request, call)) {
-    return;
-  }
-  {
-    const Guard guard(kernel_.mutex);
-    request.headersReady = true;
-  }
-  finish(request, call, platform::kStatusHeadersAvailable);
-}
-
-void WinHttp::completeQuery(HttpRequestHandle& request, const HttpPending& call) {
-  if (fails(request, call)) {
-    return;
-  }
-  const auto& pieces = request.reply->pieces;
-  if (request.available == 0) {
-    const std::uint32_t piece = request.piece < pieces.size() ? pieces[request.piece] : kLargestPiece;
-    ++request.piece;
-    const std::uint64_t rest = request.replySize() - request.bodyRead;
-    request.available = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece, rest));
-  }
-  std::uint32_t available = request.available;
-  finish(request, call, platform::kStatusDataAvailable, &available, sizeof(available));
-}
-
-void WinHttp::completeRead(HttpRequestHandle& request, const HttpPending& call) {
-  if (fails(request, call)) {
-    return;
-  }
-  const std::uint64_t rest = request.replySize() - request.bodyRead;
-  const auto count = static_cast<std::size_t>(std::min<std::uint64_t>(call.buffer.size(), rest));
-  for (std::size_t i = 0; i < count; ++i) {
-    const bool repeats = request.reply->repeatedBody != 0;
-    const char value = repeats ? 'x' : request.reply->body[static_cast<std::size_t>(request.bodyRead) + i];
-    call.buffer[i] = static_cast<std::byte>(value);
-  }
-  request.bodyRead += count;
-  request.available -= static_cast<std::uint32_t>(std::min<std::size_t>(count, request.available));
-  finish(request, call, platform::kStatusReadComplete, call.buffer.data(), static_cast<std::uint32_t>(count));
 }
 
 }  // namespace sim

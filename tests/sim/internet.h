@@ -1,7 +1,5 @@
 #pragma once
 
-#include <algorithm>
-
 #include "platform/internet.h"
 #include "platform/winhttp.h"
 #include "tests/sim/kernel.h"
@@ -10,18 +8,14 @@
 namespace sim {
 
 /// Takes a URL apart: error 12005 (not a URL) or 12006 (a scheme that is neither http nor https) as WinHttpCrackUrl.
-inline Result<platform::UrlComponents> splitUrl(const std::wstring& url) {
+inline platform::UrlComponents splitUrl(const std::wstring& url) {
   const auto colon = std::min(url.find(L':'), url.size());
   platform::UrlComponents parts;
   parts.scheme = url.substr(0, colon);
   const bool secure = lowerCase(parts.scheme) == L"https";
-  if (!secure && lowerCase(parts.scheme) != L"http") {
-    return Failure{platform::kErrorWinHttpUnrecognizedScheme};
-  }
+  refuseIf(!secure && lowerCase(parts.scheme) != L"http", platform::kErrorWinHttpUnrecognizedScheme);
   parts.schemeNumber = secure ? platform::kSchemeHttps : platform::kSchemeHttp;
-  if (url.compare(colon, 3, L"://") != 0) {
-    return Failure{platform::kErrorWinHttpInvalidUrl};
-  }
+  refuseIf(url.compare(colon, 3, L"://") != 0, platform::kErrorWinHttpInvalidUrl);
   const auto end = std::min(url.find_first_of(L"/?#\\", colon + 3), url.size());
   const auto extra = std::min(url.find_first_of(L"?#", end), url.size());
   parts.path = url.substr(end, extra - end);
@@ -32,11 +26,10 @@ inline Result<platform::UrlComponents> splitUrl(const std::wstring& url) {
   parts.host = authority.substr(0, hostEnd);
   const std::wstring port = hostEnd + 1 < authority.size() ? authority.substr(hostEnd + 1) : secure ? L"443" : L"80";
   const bool isNumber = port.size() <= 5 && port.find_first_not_of(L"0123456789") == std::wstring::npos;
-  if (!isNumber || std::stoul(port) > 65535 || parts.host.empty() || parts.host.find(L' ') != std::wstring::npos) {
-    return Failure{platform::kErrorWinHttpInvalidUrl};
-  }
+  refuseIf(!isNumber || std::stoul(port) > 65535 || parts.host.empty() || parts.host.find(L' ') != parts.host.npos,
+           platform::kErrorWinHttpInvalidUrl);
   parts.port = static_cast<std::uint16_t>(std::stoul(port));
-  return {true, parts, 0};
+  return parts;
 }
 
 /// URL services of WinINet and urlmon.
@@ -46,17 +39,16 @@ class Internet : public platform::Internet {
 
   /// S_OK for an absolute URL, S_FALSE (1) otherwise.
   std::int32_t IsValidURL(const std::wstring& url) override {
-    if (const auto error = kernel_.faults.pass("IsValidURL")) {
+    if (const auto error = kernel_.faults.pass(__func__)) {
       return static_cast<std::int32_t>(0x80070000 | *error);
     }
     const auto colon = url.find(L"://");
     return colon != std::wstring::npos && colon > 1 && url.size() > colon + 3 ? 0 : 1;
   }
   Result<platform::UrlComponents> InternetCrackUrlW(const std::wstring& url) override {
-    return kernel_.call("InternetCrackUrlW", [&] {
+    return kernel_.call(__func__, [&] {
       auto parts = splitUrl(url);
-      parts.value.path += parts.value.extra;  // without a pointer for it, the extra part stays with the path
-      parts.value.extra.clear();
+      parts.path += std::exchange(parts.extra, L"");  // without a pointer for it, it stays with the path
       return parts;
     });
   }

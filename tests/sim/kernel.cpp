@@ -1,6 +1,5 @@
 #include "tests/sim/kernel.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
@@ -14,42 +13,9 @@ thread_local bool isSimulated = false;
 
 }  // namespace
 
-/// Takes a simulated thread off the busy ones while it waits, and notes when it has looked at the last change.
-class Kernel::WaitScope {
- public:
-  explicit WaitScope(Kernel& kernel) : kernel_(kernel), seen_(kernel.generation_) {
-    if (isSimulated) {
-      --kernel_.busy_;
-      ++kernel_.waiting_;
-      kernel_.changed_.notify_all();
-    }
-  }
-  ~WaitScope() {
-    settle();
-    if (isSimulated) {
-      --kernel_.waiting_;
-      ++kernel_.busy_;
-    }
-  }
-  WaitScope(const WaitScope&) = delete;
-  WaitScope& operator=(const WaitScope&) = delete;
-
-  void settle() {
-    if (isSimulated && seen_ != kernel_.generation_) {
-      --kernel_.unsettled_;
-      kernel_.changed_.notify_all();
-    }
-    seen_ = kernel_.generation_;
-  }
-
- private:
-  Kernel& kernel_;
-  std::uint64_t seen_;
-};
-
 NativeHandle Kernel::add(std::shared_ptr<Object> object, NativeHandle at) {
   const auto handle = at != nullptr ? at : std::bit_cast<NativeHandle>(nextHandle_);
-  nextHandle_ += at != nullptr ? 0 : 4;
+  nextHandle_ += 4;
   handles_[handle] = std::move(object);
   return handle;
 }
@@ -65,22 +31,20 @@ void Kernel::recordMisuse(NativeHandle handle, const char* operation) {
 }
 
 std::size_t Kernel::openHandles() const {
-  const std::lock_guard lock(mutex);
-  return static_cast<std::size_t>(
-      std::count_if(handles_.begin(), handles_.end(), [](const auto& entry) { return !entry.second->dependent; }));
+  const Guard guard(mutex);
+  const auto counts = [](const auto& entry) { return !entry.second->dependent; };
+  return static_cast<std::size_t>(std::ranges::count_if(handles_, counts));
 }
 
 std::string Kernel::openHandlesText() const {
-  const std::lock_guard lock(mutex);
+  const Guard guard(mutex);
   std::map<std::string, int> kinds;
   for (const auto& [handle, object] : handles_) {
-    if (!object->dependent) {
-      ++kinds[object->kind()];
-    }
+    kinds[object->kind()] += object->dependent ? 0 : 1;
   }
   std::string text;
   for (const auto& [kind, count] : kinds) {
-    text += (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind;
+    text += count == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind;
   }
   return text;
 }
@@ -92,62 +56,65 @@ void Kernel::jumpTo(platform::FileTime time) {
 
 void Kernel::wake() {
   ++generation_;
-  unsettled_ = waiting_;
+  busy_ += waiting_;
+  waiting_ = 0;
   changed_.notify_all();
+}
+
+/// One look of a thread that waits. A simulated one is not busy until something changes, and from then on.
+void Kernel::rest(Guard& guard) {
+  const auto seen = generation_;
+  busy_ -= isSimulated ? 1 : 0;
+  waiting_ += isSimulated ? 1 : 0;
+  if (busy_ == 0) {
+    quiet_.notify_all();
+  }
+  changed_.wait_for(guard, kGrace);
+  if (isSimulated && seen == generation_) {  // else wake() has moved it
+    ++busy_;
+    --waiting_;
+  }
 }
 
 bool Kernel::waitUntil(Guard& guard, std::uint32_t milliseconds, const std::string& what,
                        const std::function<bool()>& done) {
-  if (done() || milliseconds == 0) {
-    return done();
-  }
-  WaitScope scope(*this);
   const bool infinite = milliseconds == platform::kInfinite;
+  const platform::FileTime deadline = infinite ? ~platform::FileTime{0} : now_ + milliseconds * kTicksPerMillisecond;
+  const auto entry = deadlines_.insert(deadline);
   const auto start = Real::now();
-  const platform::FileTime deadline = now_ + milliseconds * kTicksPerMillisecond;
-  const auto entry = infinite ? deadlines_.end() : deadlines_.insert(deadline);
   auto quietSince = start;
   std::uint64_t quietGeneration = generation_;
-  while (!done() && (infinite || now_ < deadline)) {
-    scope.settle();
-    changed_.wait_for(guard, infinite ? kHangLimit : kGrace);
+  while (!done() && now_ < deadline) {
+    rest(guard);
     const auto now = Real::now();
-    if (now - start >= kHangLimit && infinite && !done()) {
+    const bool hangs = now - start >= kHangLimit;
+    if (hangs && infinite && !done()) {
       std::fprintf(stderr, "sim: a wait without limit has not ended: %s\n", what.c_str());
       std::abort();
     }
-    if ((!isQuiet() && now - start < kHangLimit) || quietGeneration != generation_) {
+    if ((busy_ != (isSimulated ? 1 : 0) && !hangs) || quietGeneration != generation_) {
       quietSince = now;
       quietGeneration = generation_;
     } else if (!infinite && now - quietSince >= kGrace && deadline <= *deadlines_.begin()) {
       jumpTo(deadline);
     }
   }
-  if (!infinite) {
-    deadlines_.erase(entry);
-    changed_.notify_all();
-  }
+  deadlines_.erase(entry);
   return done();
 }
 
 void Kernel::idle(Guard& guard, const std::function<bool()>& done) {
-  WaitScope scope(*this);
   while (!done()) {
-    scope.settle();
-    changed_.wait(guard);
+    rest(guard);
   }
 }
 
 void Kernel::sleep(std::uint32_t milliseconds) {
   Guard guard(mutex);
   const platform::FileTime deadline = now_ + milliseconds * kTicksPerMillisecond;
-  {
-    WaitScope scope(*this);
-    changed_.wait_for(guard, kGrace, [&] {
-      scope.settle();
-      return isQuiet() || now_ >= deadline;
-    });
-  }
+  busy_ -= isSimulated ? 1 : 0;
+  quiet_.wait_for(guard, kGrace, [&] { return busy_ == 0 || now_ >= deadline; });
+  busy_ += isSimulated ? 1 : 0;
   jumpTo(deadline);
   guard.unlock();
   std::this_thread::yield();
@@ -158,9 +125,10 @@ void Kernel::startThread(std::function<void()> body) {
   threads_.emplace_back([this, body = std::move(body)] {
     isSimulated = true;
     body();
-    const std::lock_guard lock(mutex);
+    const Guard guard(mutex);
     --busy_;
     wake();
+    quiet_.notify_all();
   });
 }
 

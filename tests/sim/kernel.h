@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -30,7 +31,7 @@ using platform::Status;
 inline constexpr Status kDone{true, 0};
 inline constexpr platform::FileTime kTicksPerMillisecond = 10000;  ///< of the clock
 
-/// A failed call, whatever its output is.
+/// A failed call, whatever its output is: returned, or thrown out of the call's work.
 struct Failure {
   platform::ErrorCode error;
   operator Status() const { return {false, error}; }
@@ -39,6 +40,11 @@ struct Failure {
     return {false, {}, error};
   }
 };
+inline void refuseIf(bool wrong, platform::ErrorCode error) {
+  if (wrong) {
+    throw Failure{error};
+  }
+}
 
 /// Anything a handle leads to.
 struct Object {
@@ -56,45 +62,62 @@ struct Waitable : KernelObject {
   virtual void consume() {}  ///< a wait has been satisfied: an auto-reset event falls, a mutex is taken
 };
 
-/// What ReadFile and WriteFile take: files and ends of pipes. The lock is held, given up while they wait.
+/// What ReadFile and WriteFile take: files and ends of pipes. The lock is held, given up while they wait. Both give how
+/// many bytes, or throw a Failure.
 struct Stream : KernelObject {
-  virtual Result<std::uint32_t> read(Guard& guard, std::span<std::byte> buffer) = 0;
-  virtual Result<std::uint32_t> write(Guard& guard, std::span<const std::byte> data) = 0;
+  virtual std::uint32_t read(Guard& guard, std::span<std::byte> buffer) = 0;
+  virtual std::uint32_t write(Guard& guard, std::span<const std::byte> data) = 0;
 };
 
 /// What the services share: the handle table, the time, the waits and the threads, under one mutex.
 class Kernel {
+  // What a call gives back: what its work does, or success with that.
+  template <class T>
+  static Result<T> success(T value) {
+    return {true, std::move(value), 0};
+  }
+  template <class T>
+  static Result<T> success(Result<T> result) {
+    return result;
+  }
+  static Status success(Status status) { return status; }
+  template <class Work, class... Objects>
+  static auto invoke(const Work& work, Guard& guard, Objects&... objects) {
+    if constexpr (std::is_invocable_v<Work, Objects&..., Guard&>) {
+      return success(work(objects..., guard));
+    } else if constexpr (std::is_void_v<std::invoke_result_t<Work, Objects&...>>) {
+      work(objects...);
+      return kDone;
+    } else {
+      return success(work(objects...));
+    }
+  }
+
  public:
   explicit Kernel(Faults& faultPoints) : faults(faultPoints) {}
 
   Faults& faults;
   mutable std::mutex mutex;  ///< never held while code of the program or of a test runs
 
-  /// How long, in real time, a wait with a limit stays before the clock jumps to its end.
-  static constexpr std::chrono::milliseconds kGrace{20};
-  /// How long, in real time, a wait without limit may last before the test is ended with a message.
-  static constexpr std::chrono::milliseconds kHangLimit{60000};
-
   // --- calls
   /// A platform call: passes the fault point of its name, then does `work` (given the guard, if it takes one) with the
   /// lock held.
-  template <class Work>
-  auto call(const char* name, const Work& work) {
-    using R = decltype(invoke(work, std::declval<Guard&>()));
+  template <class Work, class R = std::remove_const_t<decltype(invoke(std::declval<Work>(), std::declval<Guard&>()))>>
+  R call(const char* name, const Work& work) {
     if (const auto error = faults.pass(name)) {
-      return R(Failure{*error});
+      return Failure{*error};
     }
-    Guard guard(mutex);
-    return invoke(work, guard);
+    try {
+      Guard guard(mutex);
+      return invoke(work, guard);
+    } catch (const Failure& failure) {
+      return failure;
+    }
   }
-  /// The same on an open handle: `work` gets its object first, which must be of that type (else error 6, and misuse).
+  /// The same on an open handle: `work` gets its object first.
   template <class T, class Work>
   auto callOn(const char* name, NativeHandle handle, const Work& work) {
-    using R = decltype(invoke(work, std::declval<Guard&>(), std::declval<T&>()));
-    return call(name, [&](Guard& guard) {
-      const auto object = get<T>(handle, name);
-      return object == nullptr ? R(Failure{platform::kErrorInvalidHandle}) : invoke(work, guard, *object);
-    });
+    return call(name, [&](Guard& guard) { return invoke(work, guard, *need<T>(handle, name)); });
   }
   /// A closing call, which cannot be failed, of a handle of that type.
   template <class T>
@@ -109,6 +132,12 @@ class Kernel {
     const Guard guard(mutex);
     return value;
   }
+  template <class T>
+  void set(T& guarded, T value) {
+    const Guard guard(mutex);
+    guarded = std::move(value);
+    wake();
+  }
 
   std::set<NativeHandle> inheritable;  ///< open handles that children inherit; lock held
   /// What CreateFileW opens by a name that is no file's ("CONOUT$"); lock held.
@@ -119,9 +148,10 @@ class Kernel {
   NativeHandle add(std::shared_ptr<Object> object, NativeHandle at = nullptr);
   /// What a successful opening call gives back.
   template <class Handle = KernelHandle>
-  Result<Handle> opened(std::shared_ptr<Object> object, platform::ErrorCode error = 0) {
-    return {true, Handle(add(std::move(object))), error};
+  Handle opened(std::shared_ptr<Object> object) {
+    return Handle(add(std::move(object)));
   }
+  std::shared_ptr<Object> find(NativeHandle handle) const;
   /// The object of an open handle of that type, or null and a record of misuse.
   template <class T>
   std::shared_ptr<T> get(NativeHandle handle, const char* operation) {
@@ -131,7 +161,13 @@ class Kernel {
     }
     return object;
   }
-  std::shared_ptr<Object> find(NativeHandle handle) const;
+  /// As get; without an object the call fails with error 6.
+  template <class T>
+  std::shared_ptr<T> need(NativeHandle handle, const char* operation) {
+    auto object = get<T>(handle, operation);
+    refuseIf(object == nullptr, platform::kErrorInvalidHandle);
+    return object;
+  }
   /// As get; the handle is closed with that.
   template <class T>
   std::shared_ptr<T> take(NativeHandle handle, const char* operation) {
@@ -157,16 +193,7 @@ class Kernel {
 
   // --- time
   platform::FileTime now() const { return copyOf(now_); }
-  void setNow(platform::FileTime time) {
-    const Guard guard(mutex);
-    now_ = time;
-    wake();
-  }
-  void advance(std::uint64_t milliseconds) {
-    const Guard guard(mutex);
-    now_ += milliseconds * kTicksPerMillisecond;
-    wake();
-  }
+  void setNow(platform::FileTime time) { set(now_, time); }
 
   // --- waits
   /// Something a wait may look for has changed. Lock held.
@@ -185,32 +212,25 @@ class Kernel {
   void joinThreads();
 
  private:
-  static constexpr std::uintptr_t kFirstHandle = 0x10004;
+  /// How long, in real time, a wait with a limit stays before the clock jumps to its end.
+  static constexpr std::chrono::milliseconds kGrace{20};
+  /// How long, in real time, a wait without limit may last before the test is ended with a message.
+  static constexpr std::chrono::milliseconds kHangLimit{60000};
 
-  class WaitScope;
-
-  template <class Work, class... Objects>
-  static auto invoke(const Work& work, Guard& guard, Objects&... objects) {
-    if constexpr (std::is_invocable_v<Work, Objects&..., Guard&>) {
-      return work(objects..., guard);
-    } else {
-      return work(objects...);
-    }
-  }
   void recordMisuse(NativeHandle handle, const char* operation);
-  bool isQuiet() const { return busy_ == 0 && unsettled_ == 0; }
+  void rest(Guard& guard);
   void jumpTo(platform::FileTime time);
 
   std::condition_variable changed_;
+  std::condition_variable quiet_;  ///< no simulated thread is busy any more
   std::map<NativeHandle, std::shared_ptr<Object>> handles_;
-  std::uintptr_t nextHandle_ = kFirstHandle;
+  std::uintptr_t nextHandle_ = 0x10004;
   std::vector<std::string> misuse_;
   platform::FileTime now_ = 0;
-  std::multiset<platform::FileTime> deadlines_;  ///< of the waits with a limit
+  std::multiset<platform::FileTime> deadlines_;  ///< of the waits
   std::uint64_t generation_ = 0;                 ///< counts wake()
-  int busy_ = 0;                                 ///< simulated threads outside any wait
-  int waiting_ = 0;                              ///< simulated threads in a wait
-  int unsettled_ = 0;                            ///< those that have not yet looked at the last change
+  int busy_ = 0;     ///< simulated threads that do not wait, or have not looked at the last change yet
+  int waiting_ = 0;  ///< the others
   std::vector<std::thread> threads_;
 };
 

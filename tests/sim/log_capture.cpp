@@ -70,18 +70,12 @@ std::vector<LogLine> LogCapture::lines() const {
 }
 
 bool LogCapture::has(CORE::LogLevel level, std::wstring_view text) const {
-  const auto all = lines();
-  return std::any_of(all.begin(), all.end(), [&](const LogLine& line) {
-    return line.level == level && line.message.find(text) != std::wstring::npos;
-  });
+  return std::ranges::any_of(messages(level), [&](const auto& message) { return message.find(text) != message.npos; });
 }
 
 std::size_t LogCapture::count(std::wstring_view text) const {
-  std::size_t count = 0;
-  for (const LogLine& line : lines()) {
-    count += line.message.find(text) != std::wstring::npos ? 1U : 0U;
-  }
-  return count;
+  const auto contains = [&](const LogLine& line) { return line.message.find(text) != line.message.npos; };
+  return static_cast<std::size_t>(std::ranges::count_if(lines(), contains));
 }
 
 std::vector<std::wstring> LogCapture::messages(CORE::LogLevel level) const {
@@ -95,11 +89,11 @@ std::vector<std::wstring> LogCapture::messages(CORE::LogLevel level) const {
 }
 
 std::string LogCapture::text() const {
-  std::string out;
+  std::wstring out;
   for (const LogLine& line : lines()) {
-    out += CORE::toUtf8Lossy(CORE::levelName(line.level)) + " " + CORE::toUtf8Lossy(line.message) + "\n";
+    out.append(CORE::levelName(line.level)).append(L" ").append(line.message).append(L"\n");
   }
-  return out;
+  return CORE::toUtf8Lossy(out);
 }
 
 void LogCapture::clear() { forgotten_ += lines().size(); }

@@ -31,20 +31,15 @@ class LogCapture {
   LogCapture(const LogCapture&) = delete;
   LogCapture& operator=(const LogCapture&) = delete;
 
-  /// Every record since the start or the latest clear(). A message of several lines is one record.
+  /// Every record since the start or the latest clear(), in order. A message of several lines is one record.
   std::vector<LogLine> lines() const;
-  /// Whether a record of that level contains the text.
   bool has(CORE::LogLevel level, std::wstring_view text) const;
-  /// How many records contain the text, whatever their level.
+  /// How many records contain the text.
   std::size_t count(std::wstring_view text) const;
-  /// The messages of that level.
   std::vector<std::wstring> messages(CORE::LogLevel level) const;
-  /// All of it, a record a line: "ERROR wWinMain(): ...".
-  std::string text() const;
-  /// Forgets the records so far.
-  void clear();
+  std::string text() const;  ///< all of it, a record a line: "ERROR wWinMain(): ..."
+  void clear();              ///< forgets the records so far
 
-  /// The folder of the log files.
   static constexpr const wchar_t* kFolder = L"C:\\SimLogs";
 
  private:

@@ -1,16 +1,13 @@
 #pragma once
 
-#include <algorithm>
-#include <map>
-
 #include "platform/objects.h"
 #include "tests/sim/kernel.h"
 
 namespace sim {
 
 /// Events, mutexes and waits. A wait with a limit on something that is never signalled costs about the kernel's grace
-/// in real time and moves the clock to its end; a wait without limit that nothing ends aborts the test after ten
-/// seconds, naming itself.
+/// in real time and moves the clock to its end; a wait without limit that nothing ends aborts the test after a minute,
+/// naming itself.
 class Objects : public platform::Objects {
  public:
   explicit Objects(Kernel& kernel) : kernel_(kernel) {}
@@ -18,16 +15,16 @@ class Objects : public platform::Objects {
   /// A mutex that another process has made and holds.
   void addMutex(const std::wstring& name) {
     const Guard guard(kernel_.mutex);
-    const auto mutex = foreign_.emplace_back(std::make_shared<Mutex>());
-    mutex->depth = 1;
-    mutexes_[name] = mutex;
+    foreign_ = std::make_shared<Mutex>();
+    foreign_->depth = 1;
+    mutexes_[name] = foreign_;
   }
-  /// Whether a mutex of that name exists (somebody has a handle to it).
+  /// Whether somebody has a handle to it.
   bool mutexExists(const std::wstring& name) const {
     const Guard guard(kernel_.mutex);
     return findMutex(name) != nullptr;
   }
-  /// Whether the mutex is taken by a thread of this process.
+  /// Whether it is taken by a thread of this process.
   bool mutexHeld(const std::wstring& name) const {
     const Guard guard(kernel_.mutex);
     const auto mutex = findMutex(name);
@@ -35,66 +32,52 @@ class Objects : public platform::Objects {
   }
 
   Result<KernelHandle> CreateEventW(bool manualReset, bool initialState) override {
-    return kernel_.call("CreateEventW",
-                        [&] { return kernel_.opened(std::make_shared<Event>(manualReset, initialState)); });
+    return kernel_.call(__func__, [&] { return kernel_.opened(std::make_shared<Event>(manualReset, initialState)); });
   }
   Status SetEvent(NativeHandle event) override {
-    return kernel_.callOn<Event>("SetEvent", event, [&](Event& object) {
+    return kernel_.callOn<Event>(__func__, event, [&](Event& object) {
       object.set = true;
       kernel_.wake();
-      return kDone;
     });
   }
   Result<KernelHandle> CreateMutexW(bool initialOwner, const std::wstring& name) override {
-    return kernel_.call("CreateMutexW", [&] {
-      auto mutex = name.empty() ? nullptr : findMutex(name);
-      if (mutex != nullptr) {
-        return kernel_.opened(mutex, platform::kErrorAlreadyExists);
+    return kernel_.call(__func__, [&]() -> Result<KernelHandle> {
+      auto mutex = findMutex(name);
+      const bool existed = mutex != nullptr;
+      if (!existed) {
+        mutexes_[name] = mutex = std::make_shared<Mutex>();
       }
-      mutex = std::make_shared<Mutex>();
-      if (initialOwner) {
+      if (initialOwner && !existed) {
         mutex->consume();
       }
-      mutexes_[name] = mutex;
-      return kernel_.opened(mutex);
+      return {true, kernel_.opened(mutex), existed ? platform::kErrorAlreadyExists : 0};
     });
   }
   Status ReleaseMutex(NativeHandle mutex) override {
-    return kernel_.callOn<Mutex>("ReleaseMutex", mutex, [&](Mutex& object) -> Status {
-      if (object.depth == 0 || object.owner != std::this_thread::get_id()) {
-        return Failure{kErrorNotOwner};
-      }
+    return kernel_.callOn<Mutex>(__func__, mutex, [&](Mutex& object) {
+      refuseIf(object.depth == 0 || object.owner != std::this_thread::get_id(), kErrorNotOwner);
       if (--object.depth == 0) {
         object.owner = {};
       }
       kernel_.wake();
-      return kDone;
     });
   }
   Result<std::uint32_t> WaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds) override {
-    return wait({&handle, 1}, false, milliseconds, "WaitForSingleObject");
+    return wait({&handle, 1}, milliseconds, __func__);
   }
-  Result<std::uint32_t> WaitForMultipleObjects(std::span<const NativeHandle> handles, bool waitAll,
+  /// For any of them, never for all.
+  Result<std::uint32_t> WaitForMultipleObjects(std::span<const NativeHandle> handles, bool,
                                                std::uint32_t milliseconds) override {
-    return wait(handles, waitAll, milliseconds, "WaitForMultipleObjects");
+    return wait(handles, milliseconds, __func__);
   }
   /// Only to take the inheriting away.
   Status SetHandleInformation(NativeHandle handle, std::uint32_t mask, std::uint32_t flags) override {
-    return kernel_.callOn<KernelObject>("SetHandleInformation", handle, [&](KernelObject&) -> Status {
-      if (mask != platform::kHandleFlagInherit || flags != 0) {
-        return Failure{platform::kErrorInvalidParameter};
-      }
+    return kernel_.callOn<KernelObject>(__func__, handle, [&](KernelObject&) {
+      refuseIf(mask != platform::kHandleFlagInherit || flags != 0, platform::kErrorInvalidParameter);
       kernel_.inheritable.erase(handle);
-      return kDone;
     });
   }
-  Status CloseHandle(NativeHandle handle) override {
-    if (handle == platform::invalidHandleValue()) {  // also the value of GetCurrentProcess: closed without effect
-      kernel_.faults.note("CloseHandle");
-      return kDone;
-    }
-    return kernel_.close<KernelObject>("CloseHandle", handle);
-  }
+  Status CloseHandle(NativeHandle handle) override { return kernel_.close<KernelObject>(__func__, handle); }
 
  private:
   static constexpr platform::ErrorCode kErrorNotOwner = 288;
@@ -106,7 +89,6 @@ class Objects : public platform::Objects {
     const bool manualReset;
     bool set;
   };
-
   struct Mutex : Waitable {
     const char* kind() const override { return "mutex"; }
     bool isSignalled() const override { return depth == 0 || owner == std::this_thread::get_id(); }
@@ -122,29 +104,24 @@ class Objects : public platform::Objects {
     const auto found = mutexes_.find(name);
     return found == mutexes_.end() ? nullptr : found->second.lock();
   }
-  Result<std::uint32_t> wait(std::span<const NativeHandle> handles, bool waitAll, std::uint32_t milliseconds,
-                             const char* operation) {
-    auto result = kernel_.call(operation, [&](Guard& guard) -> Result<std::uint32_t> {
+  Result<std::uint32_t> wait(std::span<const NativeHandle> handles, std::uint32_t milliseconds, const char* operation) {
+    auto result = kernel_.call(operation, [&](Guard& guard) {
       std::vector<std::shared_ptr<Waitable>> objects;
       std::string what = std::string(operation) + " on";
       for (const auto handle : handles) {
-        objects.push_back(kernel_.get<Waitable>(handle, operation));
-        if (objects.back() == nullptr) {
-          return Failure{platform::kErrorInvalidHandle};
-        }
+        objects.push_back(kernel_.need<Waitable>(handle, operation));
         what += std::string(" ") + objects.back()->kind();
       }
       auto first = objects.end();
-      const auto isSignalled = [](const auto& object) { return object->isSignalled(); };
       const bool ended = kernel_.waitUntil(guard, milliseconds, what, [&] {
-        first = std::find_if(objects.begin(), objects.end(), isSignalled);
-        return waitAll ? std::all_of(objects.begin(), objects.end(), isSignalled) : first != objects.end();
+        first = std::ranges::find_if(objects, [](const auto& object) { return object->isSignalled(); });
+        return first != objects.end();
       });
       if (!ended) {
-        return {true, platform::kWaitTimeout, 0};
+        return platform::kWaitTimeout;
       }
-      std::for_each(first, waitAll ? objects.end() : first + 1, [](const auto& object) { object->consume(); });
-      return {true, platform::kWaitObject0 + static_cast<std::uint32_t>(first - objects.begin()), 0};
+      (*first)->consume();
+      return platform::kWaitObject0 + static_cast<std::uint32_t>(first - objects.begin());
     });
     result.value = result.ok ? result.value : platform::kWaitFailed;
     return result;
@@ -152,7 +129,7 @@ class Objects : public platform::Objects {
 
   Kernel& kernel_;
   std::map<std::wstring, std::weak_ptr<Mutex>> mutexes_;
-  std::vector<std::shared_ptr<Mutex>> foreign_;
+  std::shared_ptr<Mutex> foreign_;
 };
 
 }  // namespace sim

@@ -30,28 +30,22 @@ struct ChildTerminated {};
 /// when it returns, unless it has called exit.
 class Child {
  public:
-  /// The argument that follows `option` ("-f"), or empty.
-  std::wstring argumentAfter(const std::wstring& option) const;
-
+  std::wstring argumentAfter(const std::wstring& option) const;  ///< or empty
   /// Writes to the standard output; false when nobody reads any more or none is there.
   bool write(std::string_view text);
-  /// Reads the standard input until its end (an inline child: what there is).
-  std::string readInput();
-  /// The code to end with (and the script should return).
-  void exit(std::uint32_t code);
-  /// Stays until somebody terminates the child.
-  [[noreturn]] void hang();
+  std::string readInput();        ///< until its end (an inline child: what there is)
+  void exit(std::uint32_t code);  ///< the code to end with; the script should return
+  [[noreturn]] void hang();       ///< until somebody terminates the child
   /// Starts a process below this one with the same standard handles (and so holding the same pipe), in the same job.
   void spawn(std::function<void(Child&)> script);
 
  private:
   friend class Processes;
-  Child(Processes& owner, std::shared_ptr<ChildState> state);
+  Child(Processes& owner, std::shared_ptr<ChildState> state) : owner_(owner), state_(std::move(state)) {}
   Guard runningGuard() const;
 
   Processes& owner_;
   const std::shared_ptr<ChildState> state_;
-  const std::wstring commandLine_;
 };
 
 /// Command lines, scripted children, jobs and pipes.
@@ -60,20 +54,15 @@ class Processes : public platform::Processes {
   explicit Processes(Kernel& kernel) : kernel_(kernel) {}
 
   std::wstring commandLine = L"mdDCT.exe";
-  std::uint32_t processId = 4242;
-  std::uint32_t sessionId = 0;
   /// Runs each child's script inside CreateProcessW on the calling thread, with pipes that never fill: cheaper and in a
   /// fixed order, but such a script cannot hang.
   bool inlineChildren = false;
 
   /// The script of every child started from now on; without one a child ends at once with code 0.
   void onStart(std::function<void(Child&)> script);
-  /// Every child and grandchild started so far, in order.
-  std::vector<ChildRecord> children() const;
-  /// How many of them are still running.
-  std::size_t running() const;
-  /// Terminates every process; part of the end of the simulation.
-  void endAll();
+  std::vector<ChildRecord> children() const;  ///< grandchildren, too, in the order of their starts
+  std::size_t running() const;                ///< how many of them
+  void endAll();                              ///< terminates every one
 
   std::wstring GetCommandLineW() override;
   Result<platform::ArgumentVector> CommandLineToArgvW(const std::wstring& text, int& count) override;

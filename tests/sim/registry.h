@@ -1,7 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <map>
 #include <optional>
 
 #include "platform/registry.h"
@@ -21,10 +19,8 @@ inline std::vector<std::byte> utf16Bytes(const std::wstring& text, bool terminat
     const auto code = codeOf(character);
     if (code > 0xFFFF) {
       add(0xD800 + ((code - 0x10000) >> 10));
-      add(0xDC00 + (code & 0x3FF));
-    } else {
-      add(code);
     }
+    add(code > 0xFFFF ? 0xDC00 + (code & 0x3FF) : code);
   }
   if (terminated) {
     add(0);
@@ -48,7 +44,6 @@ class Registry : public platform::Registry {
     const Guard guard(kernel_.mutex);
     values_[lowerCase(path)] = Value{type, std::move(bytes)};
   }
-  void set(const std::wstring& path, const wchar_t* text) { set(path, std::wstring(text)); }
   void set(const std::wstring& path, const std::wstring& text) {
     setRaw(path, platform::kRegSz, utf16Bytes(text, true));
   }
@@ -72,49 +67,43 @@ class Registry : public platform::Registry {
 
   Result<platform::RegistryKey> RegOpenKeyExW(platform::RegistryRoot root, const std::wstring& path,
                                               std::uint32_t access) override {
-    return kernel_.call("RegOpenKeyExW", [&] { return open(hiveOf(root), path, access); });
+    return kernel_.call(__func__, [&] { return open(hiveOf(root) + L"\\" + path, access); });
   }
   Result<platform::RegistryKey> RegOpenKeyExW(NativeHandle key, const std::wstring& path,
                                               std::uint32_t access) override {
-    return kernel_.callOn<Key>("RegOpenKeyExW", key, [&](Key& parent) { return open(parent.path, path, access); });
+    return kernel_.callOn<Key>(__func__, key, [&](Key& parent) { return open(parent.path + L"\\" + path, access); });
   }
   Result<platform::RegistryKey> RegOpenCurrentUser(std::uint32_t access) override {
-    return kernel_.call("RegOpenCurrentUser", [&] { return open(L"HKCU", L"", access); });
+    return kernel_.call(__func__, [&] { return open(L"HKCU", access); });
   }
   Result<platform::RegistryValueInfo> RegQueryValueExW(NativeHandle key, const std::wstring& name,
                                                        std::span<std::byte> buffer) override {
-    return kernel_.callOn<Key>("RegQueryValueExW", key, [&](Key& object) -> Result<platform::RegistryValueInfo> {
+    return kernel_.callOn<Key>(__func__, key, [&](Key& object) -> Result<platform::RegistryValueInfo> {
       const auto found = values_.find(lowerCase(object.path + L"\\" + name));
       if (found == values_.end() || !found->second) {
         return Failure{platform::kErrorFileNotFound};
       }
-      const Value& value = *found->second;
-      const platform::RegistryValueInfo info{value.type, static_cast<std::uint32_t>(value.bytes.size())};
-      if (!buffer.empty() && buffer.size() < value.bytes.size()) {
-        return {false, info, platform::kErrorMoreData};
-      }
-      std::copy_n(value.bytes.begin(), std::min(buffer.size(), value.bytes.size()), buffer.begin());
-      return {true, info, 0};
+      const auto& [type, bytes] = *found->second;
+      const bool fits = buffer.empty() || buffer.size() >= bytes.size();
+      std::copy_n(bytes.begin(), fits ? std::min(buffer.size(), bytes.size()) : 0, buffer.begin());
+      return {fits, {type, static_cast<std::uint32_t>(bytes.size())}, fits ? 0 : platform::kErrorMoreData};
     });
   }
   Result<platform::RegistryKey> RegCreateKeyExW(platform::RegistryRoot root, const std::wstring& path,
                                                 std::uint32_t access) override {
-    return kernel_.call("RegCreateKeyExW", [&] {
+    return kernel_.call(__func__, [&] {
       values_.try_emplace(lowerCase(hiveOf(root) + L"\\" + path + L"\\"));
-      return open(hiveOf(root), path, access);
+      return open(hiveOf(root) + L"\\" + path, access);
     });
   }
   Status RegSetValueExW(NativeHandle key, const std::wstring& name, std::uint32_t type,
                         std::span<const std::byte> data) override {
-    return kernel_.callOn<Key>("RegSetValueExW", key, [&](Key& object) -> Status {
-      if ((object.access & platform::kKeySetValue) == 0) {
-        return Failure{platform::kErrorAccessDenied};
-      }
+    return kernel_.callOn<Key>(__func__, key, [&](Key& object) {
+      refuseIf((object.access & platform::kKeySetValue) == 0, platform::kErrorAccessDenied);
       values_[lowerCase(object.path + L"\\" + name)] = Value{type, {data.begin(), data.end()}};
-      return kDone;
     });
   }
-  void RegCloseKey(NativeHandle key) override { kernel_.close<Key>("RegCloseKey", key); }
+  void RegCloseKey(NativeHandle key) override { kernel_.close<Key>(__func__, key); }
 
  private:
   struct Key : Object {
@@ -130,16 +119,14 @@ class Registry : public platform::Registry {
   static std::wstring hiveOf(platform::RegistryRoot root) {
     return root == platform::RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM";
   }
-  Result<platform::RegistryKey> open(const std::wstring& parent, const std::wstring& path, std::uint32_t access) {
-    const std::wstring whole = path.empty() ? parent : parent + L"\\" + path;
-    openings_.push_back({whole, access});
-    const std::wstring below = lowerCase(whole) + L"\\";
+  Result<platform::RegistryKey> open(const std::wstring& path, std::uint32_t access) {
+    openings_.push_back({path, access});
+    const std::wstring below = lowerCase(path) + L"\\";
     const auto next = values_.lower_bound(below);
-    const bool isHive = whole.find(L'\\') == std::wstring::npos;
-    if (!isHive && (next == values_.end() || !next->first.starts_with(below))) {
+    if (path != L"HKCU" && (next == values_.end() || !next->first.starts_with(below))) {
       return Failure{platform::kErrorFileNotFound};
     }
-    return kernel_.opened<platform::RegistryKey>(std::make_shared<Key>(whole, access));
+    return {true, kernel_.opened<platform::RegistryKey>(std::make_shared<Key>(path, access)), 0};
   }
 
   Kernel& kernel_;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cstring>
 
 #include "platform/security.h"
@@ -24,23 +23,18 @@ class Security : public platform::Security {
   bool localSystem = true;
 
   Result<KernelHandle> OpenProcessToken(NativeHandle process, std::uint32_t access) override {
-    return kernel_.call("OpenProcessToken", [&]() -> Result<KernelHandle> {
-      if (process != platform::invalidHandleValue()) {  // only the pseudo handle of GetCurrentProcess is known here
-        return Failure{platform::kErrorInvalidHandle};
-      }
-      if (access != platform::kTokenQuery) {
-        return Failure{platform::kErrorAccessDenied};
-      }
+    return kernel_.call(__func__, [&] {
+      refuseIf(process != platform::invalidHandleValue(), platform::kErrorInvalidHandle);  // that of GetCurrentProcess
+      refuseIf(access != platform::kTokenQuery, platform::kErrorAccessDenied);
       return kernel_.opened(std::make_shared<Token>());
     });
   }
   Result<std::uint32_t> GetTokenInformation(NativeHandle token, std::uint32_t informationClass,
                                             std::span<std::byte> buffer) override {
-    return kernel_.callOn<Token>("GetTokenInformation", token, [&](Token&) -> Result<std::uint32_t> {
+    return kernel_.callOn<Token>(__func__, token, [&](Token&) -> Result<std::uint32_t> {
       const auto address = reinterpret_cast<std::uintptr_t>(buffer.data());
-      if (informationClass != platform::kTokenUser || address % alignof(platform::TokenUser) != 0) {
-        return Failure{platform::kErrorInvalidParameter};
-      }
+      refuseIf(informationClass != platform::kTokenUser || address % alignof(platform::TokenUser) != 0,
+               platform::kErrorInvalidParameter);
       const std::vector<std::uint32_t> system{platform::kSecurityLocalSystemRid};
       const std::vector<std::uint32_t> user{21, 1004336348, 1177238915, 682003330, 1001};
       const auto sid = makeSid(platform::kSecurityNtAuthority, localSystem ? system : user);
@@ -51,43 +45,37 @@ class Security : public platform::Security {
       std::byte* const place = buffer.data() + sizeof(platform::TokenUser);
       const platform::TokenUser information{place, 0};
       std::memcpy(buffer.data(), &information, sizeof(information));
-      std::copy(sid.begin(), sid.end(), place);
+      std::ranges::copy(sid, place);
       return {true, needed, 0};
     });
   }
   Result<platform::Sid> AllocateAndInitializeSid(const platform::SidIdentifierAuthority& authority,
                                                  std::span<const std::uint32_t> subAuthorities) override {
-    return kernel_.call("AllocateAndInitializeSid", [&]() -> Result<platform::Sid> {
+    return kernel_.call(__func__, [&] {
       auto sid = std::make_shared<SidMemory>();
       sid->bytes = makeSid(authority, subAuthorities);
       void* const memory = sid->bytes.data();
-      return {true, platform::Sid(kernel_.add(std::move(sid), memory)), 0};
+      return platform::Sid(kernel_.add(std::move(sid), memory));
     });
   }
   bool EqualSid(NativeHandle first, NativeHandle second) override {
-    if (kernel_.faults.pass("EqualSid")) {
-      return false;
-    }
     const auto* const one = static_cast<const std::uint8_t*>(first);
     const auto* const other = static_cast<const std::uint8_t*>(second);
-    return one[1] == other[1] && std::memcmp(one, other, 8u + 4u * one[1]) == 0;
+    return !kernel_.faults.pass(__func__) && one[1] == other[1] && std::memcmp(one, other, 8u + 4u * one[1]) == 0;
   }
-  void FreeSid(NativeHandle sid) override { kernel_.close<SidMemory>("FreeSid", sid); }
+  void FreeSid(NativeHandle sid) override { kernel_.close<SidMemory>(__func__, sid); }
   Result<platform::SecurityDescriptor> ConvertStringSecurityDescriptorToSecurityDescriptorW(
       const std::wstring& text) override {
-    return kernel_.call("ConvertStringSecurityDescriptorToSecurityDescriptorW", [&] {
+    return kernel_.call(__func__, [&] {
       return kernel_.opened<platform::SecurityDescriptor>(std::make_shared<DescriptorMemory>(text));
     });
   }
-  void freeDescriptor(NativeHandle descriptor) override {
-    kernel_.close<DescriptorMemory>("freeDescriptor", descriptor);
-  }
+  void freeDescriptor(NativeHandle descriptor) override { kernel_.close<DescriptorMemory>(__func__, descriptor); }
 
  private:
   struct Token : KernelObject {
     const char* kind() const override { return "token"; }
   };
-
   struct SidMemory : Object {
     const char* kind() const override { return "SID"; }
     std::vector<std::byte> bytes;

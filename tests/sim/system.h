@@ -1,7 +1,5 @@
 #pragma once
 
-#include <algorithm>
-
 #include "platform/heap.h"
 #include "platform/system.h"
 #include "tests/sim/kernel.h"
@@ -21,67 +19,52 @@ class System : public platform::System {
   std::wstring currentDirectory() const { return kernel_.copyOf(currentDirectory_); }
 
   Status SetDefaultDllDirectories(std::uint32_t) override {
-    return kernel_.call("SetDefaultDllDirectories", [] { return kDone; });
+    return kernel_.call(__func__, [] {});
   }
-  Result<std::wstring> GetSystemDirectoryW() override { return text("GetSystemDirectoryW", L"C:\\Windows\\System32"); }
+  Result<std::wstring> GetSystemDirectoryW() override {
+    return kernel_.call(__func__, [] { return std::wstring(L"C:\\Windows\\System32"); });
+  }
   Result<std::wstring> GetModuleFileNameW() override {
-    return text("GetModuleFileNameW", L"C:\\Program Files\\Meridon\\mdDCT.exe");
+    return kernel_.call(__func__, [] { return std::wstring(L"C:\\Program Files\\Meridon\\mdDCT.exe"); });
   }
   Status SetCurrentDirectoryW(const std::wstring& path) override {
-    return kernel_.call("SetCurrentDirectoryW", [&] {
-      currentDirectory_ = path;
-      return kDone;
-    });
+    return kernel_.call(__func__, [&] { currentDirectory_ = path; });
   }
   NativeHandle GetModuleHandleW(const std::wstring& name) override {
-    const bool known = !kernel_.faults.pass("GetModuleHandleW") && winHttpLoaded && name == L"winhttp.dll";
+    const bool known = !kernel_.faults.pass(__func__) && winHttpLoaded && name == L"winhttp.dll";
     return known ? this : nullptr;
   }
   Result<std::uint32_t> GetFileVersionInfoSizeW(const std::wstring&) override {
-    return kernel_.call("GetFileVersionInfoSizeW", [&]() -> Result<std::uint32_t> {
-      return {true, static_cast<std::uint32_t>(versionBlock().size()), 0};
-    });
+    return kernel_.call(__func__, [&] { return static_cast<std::uint32_t>(versionBlock().size()); });
   }
   Status GetFileVersionInfoW(const std::wstring&, std::span<std::byte> block) override {
-    return kernel_.call("GetFileVersionInfoW", [&]() -> Status {
+    return kernel_.call(__func__, [&] {
       const auto bytes = versionBlock();
-      if (block.size() < bytes.size()) {
-        return Failure{platform::kErrorInsufficientBuffer};
-      }
+      refuseIf(block.size() < bytes.size(), platform::kErrorInsufficientBuffer);
       std::ranges::copy(bytes, block.begin());
-      return kDone;
     });
   }
   Result<std::span<const std::byte>> VerQueryValueW(std::span<const std::byte> block,
                                                     const std::wstring& name) override {
-    return kernel_.call("VerQueryValueW", [&]() -> Result<std::span<const std::byte>> {
-      const std::size_t version = utf16Bytes(kFileVersion, true).size();
-      if (name == L"\\VarFileInfo\\Translation") {
-        return {true, block.first(kTranslationSize), 0};
-      }
-      if (name == L"\\StringFileInfo\\040904b0\\FileVersion") {
-        return {true, block.subspan(kTranslationSize, version), 0};
-      }
-      if (name == L"\\StringFileInfo\\040904b0\\FileDescription") {
-        return {true, block.subspan(kTranslationSize + version), 0};
-      }
-      return Failure{kErrorResourceTypeNotFound};
+    return kernel_.call(__func__, [&] {
+      const std::size_t end = kTranslationSize + utf16Bytes(kFileVersion, true).size();
+      const std::map<std::wstring, std::span<const std::byte>> parts{
+          {L"\\VarFileInfo\\Translation", block.first(kTranslationSize)},
+          {L"\\StringFileInfo\\040904b0\\FileVersion", block.subspan(kTranslationSize, end - kTranslationSize)},
+          {L"\\StringFileInfo\\040904b0\\FileDescription", block.subspan(end)}};
+      refuseIf(!parts.contains(name), kErrorResourceTypeNotFound);
+      return parts.at(name);
     });
   }
   Status AttachConsole() override {
-    return kernel_.call("AttachConsole", [&]() -> Status {
-      if (!hasConsole || kernel_.devices.contains(L"CONOUT$")) {  // the second: it has been joined before
-        return Failure{hasConsole ? platform::kErrorAccessDenied : platform::kErrorInvalidHandle};
-      }
-      kernel_.devices[L"CONOUT$"] = std::make_shared<Console>();
-      return kDone;
+    return kernel_.call(__func__, [&] {
+      refuseIf(!hasConsole, platform::kErrorInvalidHandle);
+      const bool first = kernel_.devices.try_emplace(L"CONOUT$", std::make_shared<Console>()).second;
+      refuseIf(!first, platform::kErrorAccessDenied);
     });
   }
   Status WriteConsoleW(NativeHandle console, const std::wstring& text) override {
-    return kernel_.callOn<Console>("WriteConsoleW", console, [&](Console&) {
-      consoleText_ += text;
-      return kDone;
-    });
+    return kernel_.callOn<Console>(__func__, console, [&](Console&) { consoleText_ += text; });
   }
 
  private:
@@ -92,16 +75,13 @@ class System : public platform::System {
     const char* kind() const override { return "console"; }
   };
   /// The translation (0x0409, 0x04B0) and the two texts, in a layout of the simulation's own.
-  std::vector<std::byte> versionBlock() const {
+  static std::vector<std::byte> versionBlock() {
     std::vector<std::byte> block{std::byte{0x09}, std::byte{0x04}, std::byte{0xB0}, std::byte{0x04}};
     for (const wchar_t* const part : {kFileVersion, L"Support bundle collector"}) {
       const auto bytes = utf16Bytes(part, true);
       block.insert(block.end(), bytes.begin(), bytes.end());
     }
     return block;
-  }
-  Result<std::wstring> text(const char* name, const wchar_t* value) {
-    return kernel_.call(name, [&]() -> Result<std::wstring> { return {true, value, 0}; });
   }
 
   Kernel& kernel_;
@@ -115,22 +95,19 @@ class Heap : public platform::Heap {
   explicit Heap(Kernel& kernel) : kernel_(kernel) {}
 
   NativeHandle GetProcessHeap() override {
-    kernel_.faults.note("GetProcessHeap");
+    kernel_.faults.note(__func__);
     return this;
   }
-  void* HeapAlloc(NativeHandle heap, std::size_t bytes) override {
-    if (kernel_.faults.pass("HeapAlloc") || heap != this) {
-      return nullptr;
-    }
-    const Guard guard(kernel_.mutex);
-    auto block = std::make_shared<Block>();
-    block->memory = std::make_unique<std::byte[]>(bytes);
-    void* const memory = block->memory.get();
-    return kernel_.add(std::move(block), memory);
+  void* HeapAlloc(NativeHandle, std::size_t bytes) override {
+    const auto allocated = kernel_.call(__func__, [&] {
+      auto block = std::make_shared<Block>();
+      block->memory = std::make_unique<std::byte[]>(bytes);
+      void* const memory = block->memory.get();
+      return kernel_.add(std::move(block), memory);
+    });
+    return allocated.value;
   }
-  void HeapFree(NativeHandle heap, void* memory) override {
-    kernel_.close<Block>("HeapFree", heap == this ? memory : heap);
-  }
+  void HeapFree(NativeHandle, void* memory) override { kernel_.close<Block>(__func__, memory); }
 
  private:
   struct Block : Object {

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <map>
+#include <compare>
 
 #include "platform/text.h"
 #include "tests/sim/kernel.h"
@@ -39,12 +38,12 @@ class Text : public platform::Text {
                      {L"systemroot", L"C:\\Windows"},
                      {L"temp", L"C:\\Windows\\Temp"}} {}
 
-  /// Of the system and of every module.
+  /// Of the system and of every module; empty: unknown (error 317).
   void setMessage(platform::ErrorCode code, const std::wstring& text) {
     const Guard guard(kernel_.mutex);
     messages_[code] = text;
   }
-  void setUnknown(platform::ErrorCode code) { setMessage(code, L""); }  ///< error 317
+  void setUnknown(platform::ErrorCode code) { setMessage(code, L""); }
   void setVariable(const std::wstring& name, const std::wstring& value) {
     const Guard guard(kernel_.mutex);
     environment_[lowerCase(name)] = value;
@@ -55,34 +54,34 @@ class Text : public platform::Text {
   }
 
   int CompareStringW(std::uint32_t, std::uint32_t flags, std::wstring_view first, std::wstring_view second) override {
-    return kernel_.faults.pass("CompareStringW") ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
+    return kernel_.faults.pass(__func__) ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
   }
   int CompareStringA(std::uint32_t, std::uint32_t flags, std::string_view first, std::string_view second) override {
-    return kernel_.faults.pass("CompareStringA") ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
+    return kernel_.faults.pass(__func__) ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
   }
   void CharLowerBuffW(std::span<wchar_t> text) override {
-    kernel_.faults.note("CharLowerBuffW");
-    for (wchar_t& character : text) {
-      character = lowerCase(character);
-    }
+    kernel_.faults.note(__func__);
+    std::ranges::transform(text, text.begin(), [](wchar_t character) { return lowerCase(character); });
   }
   void CharLowerBuffA(std::span<char> text) override {
-    kernel_.faults.note("CharLowerBuffA");
-    for (char& character : text) {
-      character = static_cast<char>(lowerCase(static_cast<wchar_t>(static_cast<unsigned char>(character))));
-    }
+    kernel_.faults.note(__func__);
+    std::ranges::transform(text, text.begin(), [](char character) {
+      return static_cast<char>(lowerCase(static_cast<wchar_t>(static_cast<unsigned char>(character))));
+    });
   }
   Result<std::uint32_t> FormatMessageW(std::uint32_t flags, NativeHandle module, std::uint32_t code,
                                        std::span<wchar_t> buffer) override {
-    return kernel_.call("FormatMessageW", [&]() -> Result<std::uint32_t> {
+    return kernel_.call(__func__, [&] {
       const bool fromModule = (flags & platform::kFormatMessageFromModule) != 0 && module != nullptr;
       const std::wstring usual = (fromModule ? L"WinHTTP message " : L"Message ") + std::to_wstring(code) + L".\r\n";
       const std::wstring text = messages_.contains(code) ? messages_[code] : usual;
-      return text.empty() ? Failure{kErrorMessageNotFound} : put(text, buffer);
+      refuseIf(text.empty(), kErrorMessageNotFound);
+      refuseIf(buffer.size() < text.size() + 1, platform::kErrorInsufficientBuffer);
+      return put(text, buffer);
     });
   }
   Result<std::uint32_t> ExpandEnvironmentStringsW(const std::wstring& source, std::span<wchar_t> buffer) override {
-    return kernel_.call("ExpandEnvironmentStringsW", [&]() -> Result<std::uint32_t> {
+    return kernel_.call(__func__, [&] {
       std::wstring text;
       for (std::size_t at = 0; at < source.size();) {
         const auto end = source[at] == L'%' ? source.find(L'%', at + 1) : std::wstring::npos;
@@ -92,8 +91,7 @@ class Text : public platform::Text {
         text += found == environment_.end() ? source.substr(at, 1) : found->second;
         at = found == environment_.end() ? at + 1 : end + 1;
       }
-      put(text, buffer);
-      return {true, static_cast<std::uint32_t>(text.size() + 1), 0};
+      return (text.size() < buffer.size() ? put(text, buffer) : static_cast<std::uint32_t>(text.size())) + 1;
     });
   }
 
@@ -103,19 +101,19 @@ class Text : public platform::Text {
   /// Small letters before capitals where nothing else differs, as the platform's linguistic order has it.
   template <class View>
   static int compare(View first, View second, bool ignoreCase) {
-    std::wstring one(first.begin(), first.end());
-    std::wstring other(second.begin(), second.end());
-    const int folded = lowerCase(one).compare(lowerCase(other));
-    const int order = folded != 0 || ignoreCase ? folded : -one.compare(other);
-    return order < 0 ? 1 : order == 0 ? platform::kCstrEqual : 3;
+    const auto byFolded = [](auto a, auto b) {
+      return codeOf(lowerCase(static_cast<wchar_t>(a))) <=> codeOf(lowerCase(static_cast<wchar_t>(b)));
+    };
+    const auto folded =
+        std::lexicographical_compare_three_way(first.begin(), first.end(), second.begin(), second.end(), byFolded);
+    const std::strong_ordering order = folded != 0 || ignoreCase ? folded : second <=> first;
+    return order < 0 ? 1 : order > 0 ? 3 : platform::kCstrEqual;
   }
 
-  static Result<std::uint32_t> put(const std::wstring& text, std::span<wchar_t> buffer) {
-    if (buffer.size() < text.size() + 1) {
-      return Failure{platform::kErrorInsufficientBuffer};
-    }
-    *std::copy(text.begin(), text.end(), buffer.begin()) = L'\0';
-    return {true, static_cast<std::uint32_t>(text.size()), 0};
+  /// Gives the length without the terminator.
+  static std::uint32_t put(const std::wstring& text, std::span<wchar_t> buffer) {
+    *std::ranges::copy(text, buffer.begin()).out = L'\0';
+    return static_cast<std::uint32_t>(text.size());
   }
 
   Kernel& kernel_;

@@ -52,7 +52,7 @@ class Windows {
 
   /// Handles, keys, identifiers, argument vectors and heap blocks that the program has open.
   std::size_t openHandles() const { return kernel.openHandles(); }
-  /// The same by kind, as in "2 event, 1 registry key"; empty when there are none.
+  /// By kind, as in "2 event, 1 registry key"; empty when there are none.
   std::string openHandlesText() const { return kernel.openHandlesText(); }
   /// What the program did with handles that were closed, foreign or of another kind, and other breaches of a contract.
   std::vector<std::string> misuse() const { return kernel.misuseTexts(); }

@@ -1,7 +1,5 @@
 #include "tests/sim/winhttp.h"
 
-#include <algorithm>
-
 #include "core/convert.h"
 #include "tests/sim/http_handles.h"
 #include "tests/sim/internet.h"
@@ -28,22 +26,22 @@ std::vector<std::pair<std::string, std::string>> parseHeaders(const std::wstring
 }
 
 std::wstring rawHeaders(const HttpReply& reply) {
-  if (!reply.rawHeaders.empty()) {
-    return reply.rawHeaders;
-  }
-  return L"HTTP/1.1 " + std::to_wstring(reply.status) + L" Answer\r\n" + reply.headers + L"\r\n";
+  const std::wstring usual = L"HTTP/1.1 " + std::to_wstring(reply.status) + L" Answer\r\n" + reply.headers + L"\r\n";
+  return reply.rawHeaders.empty() ? usual : reply.rawHeaders;
 }
 
 }  // namespace
 
 void WinHttp::onRequest(std::function<HttpReply(const HttpExchange&)> server) {
-  const Guard guard(kernel_.mutex);
-  server_ = std::move(server);
+  kernel_.set(server_, std::move(server));
 }
 
 void WinHttp::onHeaders(std::function<std::optional<HttpReply>(const HttpExchange&)> server) {
-  const Guard guard(kernel_.mutex);
-  headersServer_ = std::move(server);
+  kernel_.set(headersServer_, std::move(server));
+}
+
+void WinHttp::onHandshake(std::function<ServerChain(const HttpExchange&)> server) {
+  kernel_.set(handshake_, std::move(server));
 }
 
 std::vector<HttpExchange> WinHttp::requests() const {
@@ -79,7 +77,7 @@ std::uint32_t HttpExchange::securityFlags() const {
 Result<platform::InternetHandle> WinHttp::WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
                                                       const std::wstring& proxy, const std::wstring& bypass,
                                                       std::uint32_t flags) {
-  return kernel_.call("WinHttpOpen", [&]() -> Result<platform::InternetHandle> {
+  return kernel_.call(__func__, [&] {
     auto session = std::make_shared<HttpSessionHandle>();
     session->known.userAgent = userAgent;
     session->known.accessType = accessType;
@@ -87,172 +85,143 @@ Result<platform::InternetHandle> WinHttp::WinHttpOpen(const std::wstring& userAg
     session->known.bypass = bypass;
     session->known.sessionFlags = flags;
     session->handle = kernel_.add(session);
-    return {true, platform::InternetHandle(session->handle), 0};
+    return platform::InternetHandle(session->handle);
   });
 }
 
 Status WinHttp::WinHttpSetTimeouts(NativeHandle session, int resolve, int connect, int send, int receive) {
-  return kernel_.callOn<HttpHandle>("WinHttpSetTimeouts", session, [&](HttpHandle& object) -> Status {
-    if (std::min({resolve, connect, send, receive}) < -1) {
-      return Failure{platform::kErrorInvalidParameter};
-    }
+  return kernel_.callOn<HttpHandle>(__func__, session, [&](HttpHandle& object) {
+    refuseIf(std::min({resolve, connect, send, receive}) < -1, platform::kErrorInvalidParameter);
     object.known.timeouts = {resolve, connect, send, receive};
-    return kDone;
   });
 }
 
 Status WinHttp::WinHttpSetStatusCallback(NativeHandle handle, platform::StatusCallback callback, std::uint32_t mask) {
-  return kernel_.callOn<HttpHandle>("WinHttpSetStatusCallback", handle, [&](HttpHandle& object) {
+  return kernel_.callOn<HttpHandle>(__func__, handle, [&](HttpHandle& object) {
     object.callback = callback;
     object.known.callbackMask = mask;
-    return kDone;
   });
 }
 
 template <class Parent, class Child, class Describe>
 Result<platform::InternetHandle> WinHttp::openBelow(const char* name, NativeHandle parent, const Describe& describe) {
-  return kernel_.callOn<Parent>(name, parent, [&](Parent& above, Guard& guard) -> Result<platform::InternetHandle> {
+  return kernel_.callOn<Parent>(name, parent, [&](Parent& above, Guard& guard) {
     const auto child = std::make_shared<Child>();
     static_cast<HttpHandle&>(*child) = above;
     child->handle = kernel_.add(child);
     describe(child);
     guard.unlock();
     unbound(*child, platform::kStatusHandleCreated);
-    return {true, platform::InternetHandle(child->handle), 0};
+    return platform::InternetHandle(child->handle);
   });
 }
 
 Result<platform::InternetHandle> WinHttp::WinHttpConnect(NativeHandle session, const std::wstring& host,
                                                          std::uint16_t port) {
-  const auto describe = [&](const auto& connection) {
+  return openBelow<HttpSessionHandle, HttpConnectionHandle>(__func__, session, [&](const auto& connection) {
     connection->known.host = host;
     connection->known.port = port;
-  };
-  return openBelow<HttpSessionHandle, HttpConnectionHandle>("WinHttpConnect", session, describe);
+  });
 }
 
 Result<platform::InternetHandle> WinHttp::WinHttpOpenRequest(NativeHandle connection, const std::wstring& verb,
                                                              const std::wstring& path, std::uint32_t flags) {
-  const auto describe = [&](const Request& request) {
+  return openBelow<HttpConnectionHandle, HttpRequestHandle>(__func__, connection, [&](const Request& request) {
     request->known.index = requests_.size();
     request->known.verb = verb.empty() ? L"GET" : verb;
     request->known.path = path;
     request->known.requestFlags = flags;
     requests_.push_back(request);
-  };
-  return openBelow<HttpConnectionHandle, HttpRequestHandle>("WinHttpOpenRequest", connection, describe);
+  });
 }
 
 Status WinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t option, std::uint32_t value) {
-  return kernel_.callOn<HttpHandle>("WinHttpSetOption", handle, [&](HttpHandle& object) -> Status {
+  return kernel_.callOn<HttpHandle>(__func__, handle, [&](HttpHandle& object) {
     const bool forRequest = option == platform::kOptionSecurityFlags || option == platform::kOptionEnableFeature;
-    if (forRequest && dynamic_cast<HttpRequestHandle*>(&object) == nullptr) {
-      return Failure{kErrorIncorrectHandleType};
-    }
+    refuseIf(forRequest && dynamic_cast<HttpRequestHandle*>(&object) == nullptr, kErrorIncorrectHandleType);
     object.known.numberOptions[option] = value;
-    return kDone;
   });
 }
 
 Status WinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t option, const std::wstring& value) {
-  return kernel_.callOn<HttpHandle>("WinHttpSetOption", handle, [&](HttpHandle& object) {
-    object.known.textOptions[option] = value;
-    return kDone;
-  });
+  return kernel_.callOn<HttpHandle>(__func__, handle,
+                                    [&](HttpHandle& object) { object.known.textOptions[option] = value; });
 }
 
 Status WinHttp::WinHttpSendRequest(NativeHandle handle, const std::wstring& headers,
                                    std::span<const std::byte> optionalData, std::uint32_t totalLength,
                                    std::uintptr_t context) {
-  return start(
-      handle, HttpStage::kSend, "WinHttpSendRequest",
-      [&](HttpRequestHandle& request) -> platform::ErrorCode {
-        if (request.known.sent) {
-          return platform::kErrorWinHttpIncorrectHandleState;  // a request is sent once here
-        }
-        if (optionalData.size() > totalLength) {
-          return platform::kErrorInvalidParameter;
-        }
-        request.known.headersText = headers;
-        request.known.headers = parseHeaders(headers);
-        request.known.totalLength = totalLength;
-        request.known.context = context;
-        request.known.sent = true;
-        request.bound = true;
-        request.pending->data = optionalData;
-        return 0;
-      },
-      context);
+  const auto prepare = [&](HttpRequestHandle& request) {
+    refuseIf(request.known.sent, platform::kErrorWinHttpIncorrectHandleState);  // a request is sent once here
+    refuseIf(optionalData.size() > totalLength, platform::kErrorInvalidParameter);
+    request.known.headersText = headers;
+    request.known.headers = parseHeaders(headers);
+    request.known.totalLength = totalLength;
+    request.known.context = context;
+    request.known.sent = true;
+    request.bound = true;
+    request.pending->data = optionalData;
+  };
+  return start(handle, HttpStage::kSend, __func__, prepare, context);
 }
 
 Status WinHttp::WinHttpReceiveResponse(NativeHandle handle) {
-  return start(handle, HttpStage::kReceive, "WinHttpReceiveResponse", [](HttpRequestHandle& request) {
-    return request.known.sent && !request.headersReady ? 0 : platform::kErrorWinHttpIncorrectHandleState;
+  return start(handle, HttpStage::kReceive, __func__, [](HttpRequestHandle& request) {
+    refuseIf(!request.known.sent || request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
   });
 }
 
 Status WinHttp::WinHttpWriteData(NativeHandle handle, std::span<const std::byte> data) {
-  return start(handle, HttpStage::kWrite, "WinHttpWriteData", [&](HttpRequestHandle& request) -> platform::ErrorCode {
-    if (!request.known.sent || request.headersReady) {
-      return platform::kErrorWinHttpIncorrectHandleState;
-    }
+  return start(handle, HttpStage::kWrite, __func__, [&](HttpRequestHandle& request) {
+    refuseIf(!request.known.sent || request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
     if (data.empty() || request.known.bodySize + data.size() > request.known.totalLength) {
       kernel_.misuse("WinHttpWriteData: nothing, or more than the length that was announced");
-      return platform::kErrorInvalidParameter;
+      throw Failure{platform::kErrorInvalidParameter};
     }
     request.known.writes.push_back(data.size());
     request.pending->data = data;
-    return 0;
   });
 }
 
 Status WinHttp::WinHttpQueryDataAvailable(NativeHandle handle) {
-  return start(handle, HttpStage::kQueryData, "WinHttpQueryDataAvailable", [](HttpRequestHandle& request) {
-    return request.headersReady ? 0 : platform::kErrorWinHttpIncorrectHandleState;
+  return start(handle, HttpStage::kQueryData, __func__, [](HttpRequestHandle& request) {
+    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
   });
 }
 
 Status WinHttp::WinHttpReadData(NativeHandle handle, std::span<std::byte> buffer) {
-  return start(handle, HttpStage::kRead, "WinHttpReadData", [&](HttpRequestHandle& request) {
+  return start(handle, HttpStage::kRead, __func__, [&](HttpRequestHandle& request) {
+    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
     request.pending->buffer = buffer;
-    return request.headersReady ? 0 : platform::kErrorWinHttpIncorrectHandleState;
   });
 }
 
 Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(NativeHandle handle, std::uint32_t level) {
-  const bool known = level == (platform::kQueryStatusCode | platform::kQueryFlagNumber);
-  return queryHeaders(handle, known, [](const HttpReply& reply) -> Result<std::uint32_t> {
-    return {true, reply.status, 0};
+  return kernel_.callOn<HttpRequestHandle>(__func__, handle, [&](HttpRequestHandle& request) {
+    refuseIf(level != (platform::kQueryStatusCode | platform::kQueryFlagNumber), kErrorHeaderNotFound);
+    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
+    return request.reply->status;
   });
 }
 
 Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(NativeHandle handle, std::uint32_t level,
                                                    std::span<wchar_t> buffer) {
-  const bool known = level == platform::kQueryRawHeadersCrlf;
-  return queryHeaders(handle, known, [&](const HttpReply& reply) -> Result<std::uint32_t> {
-    const std::wstring text = rawHeaders(reply);
-    const auto bytes = static_cast<std::uint32_t>(text.size() * sizeof(wchar_t));
-    if (buffer.size() < text.size() + 1) {
-      return {false, bytes + static_cast<std::uint32_t>(sizeof(wchar_t)), platform::kErrorInsufficientBuffer};
-    }
-    *std::copy(text.begin(), text.end(), buffer.begin()) = L'\0';
-    return {true, bytes, 0};
-  });
-}
-
-template <class Read>
-Result<std::uint32_t> WinHttp::queryHeaders(NativeHandle handle, bool known, const Read& read) {
   const auto work = [&](HttpRequestHandle& request) -> Result<std::uint32_t> {
-    if (!request.headersReady || !known) {
-      return Failure{known ? platform::kErrorWinHttpIncorrectHandleState : kErrorHeaderNotFound};
+    refuseIf(level != platform::kQueryRawHeadersCrlf, kErrorHeaderNotFound);
+    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
+    const std::wstring text = rawHeaders(*request.reply);
+    const bool fits = buffer.size() > text.size();
+    if (fits) {
+      *std::ranges::copy(text, buffer.begin()).out = L'\0';
     }
-    return read(*request.reply);
+    const auto bytes = static_cast<std::uint32_t>((text.size() + (fits ? 0 : 1)) * sizeof(wchar_t));
+    return {fits, bytes, fits ? 0 : platform::kErrorInsufficientBuffer};
   };
-  return kernel_.callOn<HttpRequestHandle>("WinHttpQueryHeaders", handle, work);
+  return kernel_.callOn<HttpRequestHandle>(__func__, handle, work);
 }
 
 Result<platform::UrlComponents> WinHttp::WinHttpCrackUrl(const std::wstring& url) {
-  return kernel_.call("WinHttpCrackUrl", [&] { return splitUrl(url); });
+  return kernel_.call(__func__, [&] { return splitUrl(url); });
 }
 
 }  // namespace sim

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-
 #include "platform/winhttp.h"
 #include "tests/sim/certificates.h"
 #include "tests/sim/http_exchange.h"
@@ -29,44 +27,34 @@ class WinHttp : public platform::WinHttp {
  public:
   WinHttp(Kernel& kernel, Certificates& certificates) : kernel_(kernel), certificates_(certificates) {}
 
-  /// Called when the whole body has arrived; gives the answer. Without it: 200 and no body. Runs on the thread that
-  /// completes the call, without locks.
+  /// Gives the answer once the whole body has arrived (on the thread that completes the call). Without it: 200.
   void onRequest(std::function<HttpReply(const HttpExchange&)> server);
-  /// Called when the headers have arrived, before any body. A reply given here decides (early answers, and failures of
-  /// send and write); none: onRequest is asked later.
+  /// Called when the headers have arrived. A reply given here decides (early answers, failures of send and write).
   void onHeaders(std::function<std::optional<HttpReply>(const HttpExchange&)> server);
-
-  /// Called when a connection to an HTTPS server is made; gives what the server shows of itself. Without it: a chain of
-  /// two certificates ("leaf", "root") with nothing wrong.
+  /// Gives what an HTTPS server shows of itself. Without it: "leaf" and "root", with nothing wrong.
   void onHandshake(std::function<ServerChain(const HttpExchange&)> server);
 
   ProxySources proxies;
   /// Name and password that a named proxy demands for HTTPS before anything goes through it; else it answers 407.
   std::optional<std::pair<std::wstring, std::wstring>> proxyCredentials;
-  /// Some versions of Windows do not know WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT.
-  bool knowsChainOption = true;
+  bool knowsChainOption = true;  ///< WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT, as newer systems do
 
   Delivery delivery = Delivery::kWorker;
   std::uint32_t seed = 1;  ///< of Delivery::kMixed
   OnClose onClose = OnClose::kCancelled;
-  /// HANDLE_CLOSING comes inside WinHttpCloseHandle even when completions come on a worker (and none is running).
-  bool closingInline = false;
-  /// Some versions of Windows bind the context although WinHttpSendRequest fails.
-  bool bindContextOfFailedSend = false;
-  /// Real time after which a late completion comes by itself; zero: only by release().
-  std::chrono::milliseconds lateDelay{0};
+  bool closingInline = false;            ///< HANDLE_CLOSING comes inside the closing call even when completions do not
+  bool bindContextOfFailedSend = false;  ///< as some systems do
+  std::chrono::milliseconds lateDelay{0};  ///< real time after which a late completion comes; zero: by release()
   std::uint64_t storeBodyUpTo = 16u << 20;
 
   /// Lets everything that is held (kLate, HttpReply::hold) go, now and from now on.
   void release();
-  /// Waits until something is being held; aborts the test after the kernel's limit for hanging.
+  /// Waits until something is being held.
   void waitUntilHeld();
 
-  /// All requests in the order in which they were opened.
-  std::vector<HttpExchange> requests() const;
-  /// Only those whose send succeeded.
-  std::vector<HttpExchange> sentRequests() const;
-  /// Waits until nothing is left to deliver; aborts the test after the kernel's limit for hanging.
+  std::vector<HttpExchange> requests() const;      ///< all, in the order in which they were opened
+  std::vector<HttpExchange> sentRequests() const;  ///< those whose send succeeded
+  /// Waits until nothing is left to deliver.
   void waitUntilIdle();
   /// Drops what is undelivered and lets the workers end; part of the end of the simulation.
   void endAll();
@@ -104,7 +92,7 @@ class WinHttp : public platform::WinHttp {
   using Request = std::shared_ptr<HttpRequestHandle>;
 
   Status start(NativeHandle handle, HttpStage stage, const char* operation,
-               const std::function<platform::ErrorCode(HttpRequestHandle&)>& prepare, std::uintptr_t context = 0);
+               const std::function<void(HttpRequestHandle&)>& prepare, std::uintptr_t context = 0);
   bool isOpenTo(const HttpRequestHandle& request) const;
   bool hasWork(const HttpRequestHandle& request) const;
   bool goesInline(const HttpRequestHandle& request, bool closing);
@@ -121,18 +109,13 @@ class WinHttp : public platform::WinHttp {
 
   template <class Parent, class Child, class Describe>
   Result<platform::InternetHandle> openBelow(const char* name, NativeHandle parent, const Describe& describe);
-  template <class Read>
-  Result<std::uint32_t> queryHeaders(NativeHandle handle, bool known, const Read& read);
   bool fails(HttpRequestHandle& request, const HttpPending& call);
   bool proxyRefuses(const HttpExchange& seen) const;
   bool shakeHands(HttpRequestHandle& request, const HttpPending& call);
   void askServer(HttpRequestHandle& request, bool whole);
   void takeBody(HttpRequestHandle& request, std::span<const std::byte> data);
-  void completeSend(HttpRequestHandle& request, const HttpPending& call);
-  void completeWrite(HttpRequestHandle& request, const HttpPending& call);
-  void completeReceive(HttpRequestHandle& request, const HttpPending& call);
-  void completeQuery(HttpRequestHandle& request, const HttpPending& call);
-  void completeRead(HttpRequestHandle& request, const HttpPending& call);
+  void answer(HttpRequestHandle& request, const HttpPending& call);
+  void answerSend(HttpRequestHandle& request, const HttpPending& call);
 
   Kernel& kernel_;
   Certificates& certificates_;
