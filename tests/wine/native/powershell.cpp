@@ -120,8 +120,21 @@ int collect(const standin::Control& control, const std::filesystem::path& bundle
   return static_cast<int>(control.number(L"exit"));
 }
 
+// Has the file for itself alone for that long.
+int lockFile(const std::wstring& milliseconds, const std::wstring& file) {
+  if (::CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr) == INVALID_HANDLE_VALUE) {
+    throw std::runtime_error("cannot lock the file");
+  }
+  standin::record(standin::Control().text(L"record"), L"lock", L"ok");
+  ::Sleep(std::stoul(milliseconds));
+  return 0;
+}
+
 int run() {
   const std::vector<std::wstring> arguments = native::arguments();
+  if (arguments.size() == 3 && arguments.front() == L"--lock") {
+    return lockFile(arguments[1], arguments[2]);
+  }
   if (arguments.size() == 2 && arguments.front() == L"--hold") {  // the grandchild
     ::Sleep(std::stoul(arguments.back()));
     return 0;
