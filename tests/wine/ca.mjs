@@ -1,76 +1,99 @@
 // The test certificates: one authority that the prefix trusts, one that it does not, and the leaves they signed.
 import { X509Certificate } from 'node:crypto';
-import { existsSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
+import { appendFileSync, existsSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { stateFolder } from './paths.mjs';
 import { emptyFolder, must, withLock } from './proc.mjs';
 
 const kDay = 24 * 3600 * 1000;
-
-// name: [signed by, DNS name, first and last day as openssl takes them ('' is now and a year from now)]
-const kLeaves = {
-  good: ['trusted', 'localhost', '', ''],
-  expired: ['trusted', 'localhost', '20200101000000Z', '20200201000000Z'],
-  'wrong-name': ['trusted', 'elsewhere.example', '', ''],
-  untrusted: ['stranger', 'localhost', '', ''],
-};
-
-function isFresh(folder) {
-  const files = ['trusted.pem', 'trusted.der', ...Object.keys(kLeaves).flatMap((n) => [`${n}.pem`, `${n}.key`])];
-  if (!files.every((file) => existsSync(join(folder, file)))) return false;
-  const certificate = new X509Certificate(readFileSync(join(folder, 'good.pem')));
-  return Date.parse(certificate.validTo) - Date.now() > 7 * kDay && Date.parse(certificate.validFrom) < Date.now();
-}
-
+const kPast = ['-startdate', '20200101000000Z', '-enddate', '20200201000000Z'];
+// Not an elliptic curve: Wine refuses one signature in 128 of those, whenever a number in it is a byte shorter.
 const newKey = ['-newkey', 'rsa:2048', '-nodes'];
 
-async function makeAuthority(folder, name) {
-  const subject = `/O=mdDCT tests/CN=mdDCT ${name} test authority`;
-  const files = ['-keyout', `${name}.key`, '-out', `${name}.pem`];
-  const usage = ['-addext', 'keyUsage=critical,keyCertSign,cRLSign'];
-  await must('openssl', ['req', '-x509', ...newKey, '-days', '400', '-subj', subject, ...usage, ...files],
-    { cwd: folder });
-  await must('openssl', ['x509', '-in', `${name}.pem`, '-outform', 'DER', '-out', `${name}.der`], { cwd: folder });
-}
+export const kAuthorityExtensions = ['basicConstraints = critical,CA:TRUE', 'keyUsage = critical,keyCertSign,cRLSign',
+  'subjectKeyIdentifier = hash', 'authorityKeyIdentifier = keyid'];
+export const leafExtensions = (host, usage = 'serverAuth') => ['basicConstraints = critical,CA:FALSE',
+  'keyUsage = critical,digitalSignature,keyEncipherment', `extendedKeyUsage = ${usage}`,
+  `subjectAltName = DNS:${host}`, 'subjectKeyIdentifier = hash', 'authorityKeyIdentifier = keyid'];
 
-/**
- * What `openssl ca` reads.
- * @param {string} database the file of what was signed; authority: base name of the signer's .pem and .key files.
- * @param {string} extensions the sections that hold the extensions.
- */
-export const signingConfig = (database, authority, extensions) => `[ca]
+/** One authority: the files of its name in a folder, and the openssl command. */
+export class Authority {
+  constructor(folder, name) {
+    Object.assign(this, { folder, name });
+    writeFileSync(join(folder, `${name}.db`), '');
+    writeFileSync(join(folder, `${name}.cnf`), `[ca]
 default_ca = all
 [all]
-database = ${database}
+database = ${name}.db
 new_certs_dir = .
-certificate = ${authority}.pem
-private_key = ${authority}.key
+certificate = ${name}.pem
+private_key = ${name}.key
 rand_serial = yes
 default_md = sha256
 policy = any
 unique_subject = no
 [any]
 commonName = supplied
-${extensions}`;
+`);
+  }
 
-async function makeLeaf(folder, name) {
-  const [authority, host, from, to] = kLeaves[name];
-  writeFileSync(join(folder, `${name}.cnf`), signingConfig(`${name}.db`, authority, `[leaf]
-basicConstraints = critical,CA:FALSE
-keyUsage = critical,digitalSignature,keyEncipherment
-extendedKeyUsage = serverAuth
-subjectAltName = DNS:${host}
-subjectKeyIdentifier = hash
-authorityKeyIdentifier = keyid
-`));
-  writeFileSync(join(folder, `${name}.db`), '');
-  const request = ['-subj', `/CN=${host}`, '-keyout', `${name}.key`, '-out', `${name}.csr`];
-  await must('openssl', ['req', ...newKey, ...request], { cwd: folder });
-  const dates = from ? ['-startdate', from, '-enddate', to] : ['-days', '365'];
-  await must('openssl', ['ca', '-batch', '-notext', '-config', `${name}.cnf`, '-extensions', 'leaf', ...dates,
-    '-in', `${name}.csr`, '-out', `${name}.crt`], { cwd: folder });
-  const chain = readFileSync(join(folder, `${name}.crt`)) + readFileSync(join(folder, `${authority}.pem`));
-  writeFileSync(join(folder, `${name}.pem`), chain);
+  #openssl(...args) {
+    return must('openssl', args, { cwd: this.folder });
+  }
+
+  #ca(...args) {
+    return this.#openssl('ca', '-batch', '-notext', '-config', `${this.name}.cnf`, ...args);
+  }
+
+  /** Makes the authority's own key and certificate, signed with that key. */
+  async signItself() {
+    await this.#openssl('req', '-x509', ...newKey, '-days', '400', '-addext', 'keyUsage=critical,keyCertSign,cRLSign',
+      '-subj', `/O=mdDCT tests/CN=mdDCT ${this.name} test authority`, '-keyout', `${this.name}.key`,
+      '-out', `${this.name}.pem`);
+    await this.#openssl('x509', '-in', `${this.name}.pem`, '-outform', 'DER', '-out', `${this.name}.der`);
+    return this;
+  }
+
+  /** Makes NAME.key and NAME.pem, the certificate of that key; in the past when it is to be expired. */
+  async sign(name, extensions, { expired = false } = {}) {
+    await this.#openssl('req', ...newKey, '-subj', `/CN=mdDCT ${name}`, '-keyout', `${name}.key`,
+      '-out', `${name}.csr`);
+    writeFileSync(join(this.folder, `${name}.ext`), extensions.join('\n'));
+    await this.#ca('-extfile', `${name}.ext`, ...(expired ? kPast : ['-days', '365']), '-in', `${name}.csr`,
+      '-out', `${name}.pem`);
+  }
+
+  revoke(name) {
+    return this.#ca('-revoke', `${name}.pem`);
+  }
+
+  /** A CRL of what was revoked so far, as DER. */
+  async crl({ expired = false } = {}) {
+    const [pem, der] = [`${this.name}.crl.pem`, `${this.name}.crl`];
+    const dates = expired ? ['-crl_lastupdate', kPast[1], '-crl_nextupdate', kPast[3]] : ['-crldays', '7'];
+    await this.#ca('-gencrl', ...dates, '-out', pem);
+    await this.#openssl('crl', '-in', pem, '-outform', 'DER', '-out', der);
+    return readFileSync(join(this.folder, der));
+  }
+}
+
+function isFresh(folder) {
+  if (!existsSync(folder)) return false;
+  const certificate = new X509Certificate(readFileSync(join(folder, 'good.pem')));
+  return Date.parse(certificate.validTo) - Date.now() > 7 * kDay && Date.parse(certificate.validFrom) < Date.now();
+}
+
+async function makeAll(folder) {
+  const trusted = await new Authority(folder, 'trusted').signItself();
+  const stranger = await new Authority(folder, 'stranger').signItself();
+  await trusted.sign('good', leafExtensions('localhost'));
+  await trusted.sign('expired', leafExtensions('localhost'), { expired: true });
+  await trusted.sign('wrong-name', leafExtensions('elsewhere.example'));
+  await stranger.sign('untrusted', leafExtensions('localhost'));
+  for (const name of ['good', 'expired', 'wrong-name', 'untrusted']) {
+    const issuer = name === 'untrusted' ? 'stranger' : 'trusted';
+    appendFileSync(join(folder, `${name}.pem`), readFileSync(join(folder, `${issuer}.pem`)));
+  }
 }
 
 /**
@@ -83,8 +106,7 @@ export async function certificates() {
   await withLock(`${folder}.lock`, async () => {
     if (isFresh(folder)) return;
     const work = emptyFolder(`${folder}.new`);
-    await Promise.all(['trusted', 'stranger'].map((name) => makeAuthority(work, name)));
-    for (const name of Object.keys(kLeaves)) await makeLeaf(work, name);
+    await makeAll(work);
     rmSync(folder, { recursive: true, force: true });
     renameSync(work, folder);
   });
@@ -92,9 +114,6 @@ export async function certificates() {
     const [certFile, keyFile] = [join(folder, `${name}.pem`), join(folder, `${name}.key`)];
     return { certFile, keyFile, cert: readFileSync(certFile), key: readFileSync(keyFile) };
   };
-  return {
-    authority: { pem: join(folder, 'trusted.pem'), der: join(folder, 'trusted.der') },
-    authorityPem: readFileSync(join(folder, 'trusted.pem')),
-    leaf,
-  };
+  const pem = join(folder, 'trusted.pem');
+  return { authority: { pem, der: join(folder, 'trusted.der') }, authorityPem: readFileSync(pem), leaf };
 }

@@ -8,9 +8,12 @@ export class FileServer {
     this.files = new Map();
     /** One entry a request: path, and whether it came through a proxy. */
     this.requests = [];
-    this.server = createServer(({ url, headers }, response) => {
+    /** Awaited before an answer. */
+    this.beforeAnswer = () => {};
+    this.server = createServer(async ({ url, headers }, response) => {
       this.requests.push({ path: url.replace(/^http:\/\/[^/]*/, ''), proxied: url[0] !== '/' || 'via' in headers });
       const body = this.files.get(this.requests.at(-1).path);
+      await this.beforeAnswer();
       const type = typeof body === 'string' ? 'application/x-ns-proxy-autoconfig' : 'application/pkix-crl';
       response.writeHead(body === undefined ? 404 : 200, { 'content-type': type, connection: 'close' }).end(body);
     });
@@ -34,17 +37,15 @@ export class FileServer {
     return { direct: asked.length - proxied, proxied };
   }
 
+  /** Listens on a free port of 127.0.0.1. */
+  async start() {
+    this.server.listen(0, '127.0.0.1');
+    await once(this.server, 'listening');
+  }
+
   async stop() {
     this.server.closeAllConnections();
     this.server.close();
     await once(this.server, 'close');
   }
-}
-
-/** Starts one on a free port of 127.0.0.1. */
-export async function startFileServer() {
-  const files = new FileServer();
-  files.server.listen(0, '127.0.0.1');
-  await once(files.server, 'listening');
-  return files;
 }

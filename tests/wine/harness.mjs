@@ -1,43 +1,67 @@
 // What every test of the program shares: a product in a prefix of its own, a sink, and what "ended well" means.
 import assert from 'node:assert/strict';
+import { after, before } from 'node:test';
 import { certificates } from './ca.mjs';
+import { FileServer } from './crl_server.mjs';
 import { clonePrefix, endOnSignals } from './prefix.mjs';
-import { Product } from './product.mjs';
+import { Product, parseLog } from './product.mjs';
 import { startSink } from './sink.mjs';
 
 endOnSignals();
 
 export const kMiB = 1024 * 1024;
 export const kUploadFailed = 'wWinMain(): Upload failed.';
+/** The last two ERROR messages of a Put Blob that failed. */
+export const kPutFailed = [/^AzureBlobUploader::AzurePutBlobRequestCb\(\): Error headers: /, kUploadFailed];
+export const requestError = (operation, number) => new RegExp(
+  `^WinHttpRequest::RequestCallback\\(\\): ${operation} failed for url https://.*: 0x${number.toString(16)} `);
 
-/** Installs the product in a prefix called name; close() ends everything in there and removes it. */
-export async function openProduct(name, options) {
-  const prefix = await clonePrefix(`test-${name}`);
-  try {
-    const product = await Product.install(prefix, options);
-    return Object.assign(product, { close: () => prefix.remove() });
-  } catch (error) {
-    await prefix.remove();
-    throw error;
-  }
+/** A product in a prefix called name, there for the tests of a suite. */
+export function useProduct(name, options) {
+  const product = new Product();
+  before(async () => {
+    product.prefix = await clonePrefix(`test-${name}`);
+    Object.assign(product, await Product.install(product.prefix, options));
+  });
+  after(() => product.prefix?.remove());
+  return product;
+}
+
+/** A server of CRLs and PAC files for the tests of a suite. */
+export function useFiles() {
+  const files = new FileServer();
+  before(() => files.start());
+  after(() => files.stop());
+  return files;
 }
 
 /** Lends a product of its own to fn. */
 export async function withProduct(name, options, fn) {
-  const product = await openProduct(name, options);
-  return fn(product).finally(() => product.close());
+  const prefix = await clonePrefix(`test-${name}`);
+  try {
+    return await fn(await Product.install(prefix, options));
+  } finally {
+    await prefix.remove();
+  }
 }
 
 /** Lends a sink to fn; certificate: the name of the leaf that it shows. */
-export async function withSink({ certificate = 'good', ...options }, fn) {
+export async function withSink({ certificate = 'good', plan } = {}, fn) {
   const { leaf } = await certificates();
-  const sink = await startSink({ leaf: leaf(certificate), ...options });
+  const sink = await startSink({ leaf: leaf(certificate), plan });
   try {
     return await fn(sink);
   } finally {
     await sink.stop();
   }
 }
+
+/** A run that uploads to a sink of its own; options are the run's and withSink's. */
+export const upload = (product, { plan, certificate, query = '', ...options } = {}) => withSink({ plan, certificate },
+  async (sink) => {
+    const result = await product.run({ args: ['-url', `${sink.origin}/logs/a.zip${query}`], ...options });
+    return { result, origin: sink.origin, requests: sink.requests, blob: sink.service.blobs.get('/logs/a.zip') };
+  });
 
 /** Everything of the log, for the message of an assertion that fails. */
 const story = (result) => `\n${result.debug.map(({ line }) => line).join('\n').slice(-6000)}\n${result.output}`;
@@ -57,8 +81,17 @@ export function assertEnded(result, code, lastErrors = []) {
   assert.deepEqual([result.leftBehind, result.running], [[], []], story(result));
 }
 
+/** Demands that both log files consist of whole records. Gives those of either. */
+export const wholeRecords = (product) => ['log', 'debug'].map((base) => {
+  const text = product.logText(base);
+  assert.match(text.slice(-200), /^$|\r\n$/);
+  const records = parseLog(text);
+  for (const { time, line } of records) assert.ok(time, `not a record: ${line}`);
+  return records;
+});
+
 /** Demands success, and that the stored blob is what the script wrote. */
-export function assertDelivered(result, blob, type, size) {
+export function assertDelivered({ result, blob }, type, size) {
   assertEnded(result, 0);
   assert.ok(result.debug.some(({ message }) => message === 'wWinMain(): DCT collection succeeded.'));
   assert.equal(result.bundles.length, 1);

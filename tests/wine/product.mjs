@@ -10,7 +10,9 @@ export const kProgramFolder = 'C:\\mddct';
 export const kInstallPath = 'C:\\Program Files\\Calvera\\Meridon\\Agent';
 export const kLogFolder = 'C:\\ProgramData\\Calvera\\Meridon\\logs';
 export const kSettingsKey = 'HKEY_LOCAL_MACHINE\\Software\\Calvera\\Meridon';
+export const kProxyKey = `${kSettingsKey}\\Node Manager`;
 const kStandinFolder = 'C:\\standin';  // its records: no part of what a run may leave
+const recordOf = (run) => `${kStandinFolder}\\record-${run}.txt`;
 
 const kLine = /^(\S+) (.{5}) \(([^()]*)-([0-9A-F]+)\) <[^>]*> \[[^\]]*\] ([^]*)$/;
 
@@ -20,15 +22,6 @@ export function parseLog(text) {
   return records.map((line) => {
     const [, time, level, pid, tid, message] = kLine.exec(line) ?? [];
     return { time, level: level?.trim(), pid, tid, message, line };
-  });
-}
-
-// The stand-in's calls: what it was asked, and from where.
-function parseRecord(file) {
-  const lines = existsSync(file) ? readFileSync(file, 'utf8').trim().split('\n') : [];
-  return lines.map((line) => {
-    const [mode, outcome, folder, stdout, stderr, ...args] = line.split('\t');
-    return { mode, outcome, folder, stdout, stderr, arguments: args };
   });
 }
 
@@ -47,10 +40,11 @@ const filesBelow = (folder) => (existsSync(folder) ? readdirSync(folder, { withF
  */
 function watchBundles(folder, keep) {
   mkdirSync(keep);
-  const names = new Set();
+  const list = () => (existsSync(folder) ? readdirSync(folder) : []);
+  const [earlier, names] = [list(), new Set()];
   const look = () => {
-    for (const name of existsSync(folder) ? readdirSync(folder) : []) {
-      if (names.has(name) || !name.endsWith('.zip')) continue;
+    for (const name of list()) {
+      if (names.has(name) || earlier.includes(name) || !name.endsWith('.zip')) continue;
       try {
         linkSync(join(folder, name), join(keep, name));
         names.add(name);
@@ -98,11 +92,6 @@ export class Product {
     return Object.assign(new Product(), { prefix, settings, logFolder: prefix.path(logFolder), runs: 0 });
   }
 
-  /** What the stand-in writes in the latest run, as soon as it is called. */
-  recordFile() {
-    return this.prefix.path(`${kStandinFolder}\\record-${this.runs}.txt`);
-  }
-
   /** The folder in which the script puts its bundle. */
   get bundleFolder() {
     return join(this.logFolder, 'Temp');
@@ -122,6 +111,21 @@ export class Product {
     }
   }
 
+  /** All text of the log files with that base name. */
+  logText(base) {
+    return this.#logFiles(base).map((file) => readFileSync(file, 'utf8')).join('');
+  }
+
+  /** The stand-in's calls in a run, by default the latest: what it was asked, and from where. */
+  record(number = this.runs) {
+    const file = this.prefix.path(recordOf(number));
+    const lines = existsSync(file) ? readFileSync(file, 'utf8').trim().split('\n') : [];
+    return lines.map((line) => {
+      const [mode, outcome, folder, stdout, stderr, ...args] = line.split('\t');
+      return { mode, outcome, folder, stdout, stderr, arguments: args };
+    });
+  }
+
   #logFiles(base) {
     const names = existsSync(this.logFolder) ? readdirSync(this.logFolder).sort() : [];
     return names.filter((name) => new RegExp(`^${base}-[\\d-]+\\.txt$`).test(name)).map((n) => join(this.logFolder, n));
@@ -136,13 +140,13 @@ export class Product {
    *   the messages at ERROR and above; record: what the stand-in was asked; bundles: what it wrote, as {name, size,
    *   sha256}; leftBehind: files that were not there before, logs apart; running: processes of the run that still live.
    */
-  async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 60000, program = 'mdDCT.exe' } = {}) {
-    this.runs++;
-    const told = { record: `${kStandinFolder}\\record-${this.runs}.txt`, ...standin };
+  async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 180000, program = 'mdDCT.exe' } = {}) {
+    const number = ++this.runs;
+    const told = { record: recordOf(number), ...standin };
     const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: Object.entries(told).map((entry) => entry.join('=')).join(';') };
     const files = new Set(this.#ownFiles());
     const sizes = new Map(this.#logFiles('(log|debug)').map((file) => [file, statSync(file).size]));
-    const endWatch = watchBundles(this.bundleFolder, join(this.prefix.folder, `witness-${this.runs}`));
+    const endWatch = watchBundles(this.bundleFolder, join(this.prefix.folder, `witness-${number}`));
     const programs = [...(asSystem ? ['mddct_run_as_system.exe'] : []), program];
     const line = [...programs.map((name) => `${kProgramFolder}\\${name}`), ...args];
     const result = await this.prefix.wine(line, { timeoutMs, env });
@@ -151,7 +155,7 @@ export class Product {
       (file) => readFileSync(file).subarray(sizes.get(file) ?? 0))).toString('utf8'));
     const [log, debug] = [newLines('log'), newLines('debug')];
     const logFiles = this.#logFiles('(log|debug)');
-    return { ...result, log, debug, bundles, record: parseRecord(this.prefix.path(told.record)),
+    return { ...result, log, debug, bundles, record: this.record(number),
       errors: debug.filter(({ level }) => level === 'ERROR' || level === 'FATAL').map(({ message }) => message),
       leftBehind: this.#ownFiles().filter((file) => !files.has(file) && !logFiles.includes(file)),
       running: await this.#running() };

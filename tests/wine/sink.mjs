@@ -1,6 +1,5 @@
-// A small HTTPS blob service of our own: it enforces the service's rules, records every request and every byte, and
-// misbehaves on request.
-import { createHash } from 'node:crypto';
+// A small HTTPS blob service of our own: it enforces the service's rules, records every request, digests every blob,
+// and misbehaves on request.
 import { once } from 'node:events';
 import { createServer } from 'node:https';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -15,6 +14,7 @@ import { BlobService, errorBody } from './blob_service.mjs';
  * @property {number} [resetAfter] resets the connection after that many bytes of the body.
  * @property {number} [stallAfter] stops reading for good after that many bytes.
  * @property {boolean} [silent] never answers.
+ * @property {boolean} [stallReply] answers, but for the end of the reply's body.
  * @property {number} [bodyBytes] the reply has a body of that size.
  * @property {number} [headerBytes] the reply has headers of that size together.
  */
@@ -35,7 +35,7 @@ class Sink {
     });
     this.server.on('clientError', (error, socket) => socket.destroy());
     this.server.on('request', (request, response) => this.#serve(request, response).catch((error) => {
-      this.requests.at(-1).broken = error.message;
+      console.error('the sink:', error);
       request.socket.destroy();
     }));
   }
@@ -55,7 +55,7 @@ class Sink {
   #record({ method, url, headers }) {
     const [path, queryText = ''] = url.replace(/^https?:\/\/[^/?]*/, '').split(/\?(.*)/s);
     const entry = { method, path, queryText, query: new URLSearchParams(queryText), headers,
-      bytes: 0, sha256: null, complete: false, startedAt: Date.now(), endedAt: null };
+      bytes: 0, complete: false, startedAt: Date.now(), endedAt: null };
     this.requests.push(entry);
     return entry;
   }
@@ -91,13 +91,11 @@ class Sink {
   }
 
   // True when the whole body has come.
-  async #read(request, entry, { resetAfter = Infinity, stallAfter = Infinity }, blobHash) {
-    const own = createHash('sha256');
+  async #read(request, entry, { resetAfter = Infinity, stallAfter = Infinity }, hash) {
     try {
       for await (const chunk of request) {
         entry.bytes += chunk.length;
-        own.update(chunk);
-        blobHash?.update(chunk);
+        hash?.update(chunk);
         if (entry.bytes < Math.min(resetAfter, stallAfter)) continue;
         if (stallAfter < Infinity) await once(request.socket, 'close');
         this.#reset(request.socket);
@@ -106,19 +104,20 @@ class Sink {
     } catch {
       // The client went away: an incomplete body is the record of it.
     }
-    Object.assign(entry, { endedAt: Date.now(), sha256: own.digest('hex'), complete: request.complete });
+    Object.assign(entry, { endedAt: Date.now(), complete: request.complete });
     return request.complete;
   }
 
-  async #answer(response, { status, early, headerBytes = 0, bodyBytes }, verdict) {
+  async #answer(response, { status, early, headerBytes = 0, bodyBytes, stallReply }, verdict) {
     const headers = { 'x-ms-request-id': String(this.requests.length), 'x-ms-version': '2020-04-08' };
     const refused = status === undefined && !verdict.operation;
     if (refused) Object.assign(headers, { 'x-ms-error-code': verdict.code, 'content-type': 'application/xml' });
     const body = refused ? errorBody(verdict) : status ? 'no' : '';
     if (early === 'close') headers.connection = 'close';
     for (let n = 0; n * 8000 < headerBytes; n++) headers[`x-fill-${n}`] = 'f'.repeat(7988);
-    headers['content-length'] = bodyBytes ?? Buffer.byteLength(body);
+    headers['content-length'] = stallReply ? 100 : bodyBytes ?? Buffer.byteLength(body);
     response.writeHead(status ?? verdict.status ?? 201, headers);
+    if (stallReply) return void response.write('n');
     const piece = Buffer.alloc(1 << 20, 'r');
     for (let left = bodyBytes ?? 0; left > 0 && !response.destroyed; left -= piece.length) {
       if (response.write(piece.subarray(0, left))) continue;

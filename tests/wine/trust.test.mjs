@@ -8,18 +8,15 @@ import { copyFileSync, readFileSync, readdirSync, rmSync, writeFileSync } from '
 import { userInfo } from 'node:os';
 import { join } from 'node:path';
 import { after, before, describe, it } from 'node:test';
-import { startFileServer } from './crl_server.mjs';
-import { openProduct } from './harness.mjs';
+import { useFiles, useProduct } from './harness.mjs';
 import { binaries } from './paths.mjs';
 import { makePki } from './pki.mjs';
-import { kProgramFolder, kSettingsKey } from './product.mjs';
+import { kProgramFolder, kProxyKey, kSettingsKey } from './product.mjs';
 import { startProxy } from './proxy.mjs';
 import { startSink } from './sink.mjs';
 
 const kClient = 'mddct_https_client.exe';
 const kBody = `${kProgramFolder}\\body.bin`;
-const kLogKey = `${kSettingsKey}\\Log`;
-const kNodeKey = `${kSettingsKey}\\Node Manager`;
 
 // By serial number. Wine takes a "revoked" that it finds there for "good", so a second question would not be answered.
 const kWineCache = 'AppData/LocalLow/Microsoft/CryptnetUrlCache';
@@ -40,21 +37,18 @@ const kManualFailed = preflight('Preflight: manual CRL check failed');
 const kRefusedByWinHttp = /^WinHttpRequest::RequestCallback\(\): WinHttpSendRequest failed for url .*: 0x2f7d /;
 
 describe('a request', () => {
-  let product, files, proxy, leaf, pac;
+  const files = useFiles();
+  const product = useProduct('trust');
+  let proxy, leaf, pac;
   before(async () => {
-    files = await startFileServer();
     proxy = await startProxy('trust');
-    product = await openProduct('trust');
     leaf = await makePki('pki', files);
     pac = files.addPac('proxy.pac', `PROXY ${proxy.host}`);
     copyFileSync(join(binaries, kClient), product.prefix.path(`${kProgramFolder}\\${kClient}`));
     writeFileSync(product.prefix.path(kBody), Buffer.alloc(100000, 'body'));
-    await product.prefix.importRegistry({ [kLogKey]: { traceEnabled: 'true' } });
+    await product.prefix.importRegistry({ [`${kSettingsKey}\\Log`]: { traceEnabled: 'true' } });
   });
-  after(async () => {
-    await product?.close();
-    for (const server of [files, proxy]) await server?.stop();
-  });
+  after(() => proxy?.stop());
 
   const run = async (...args) => {
     const result = await product.run({ program: kClient, asSystem: false, args });
@@ -154,9 +148,9 @@ describe('a request', () => {
   }
 
   it('makes the automatic check through a proxy, too, once the manual one is switched off', async () => {
-    await product.prefix.importRegistry({ [kNodeKey]: { DisableManualCRLCheck: 'true' } });
+    await product.prefix.importRegistry({ [kProxyKey]: { DisableManualCRLCheck: 'true' } });
     const { ok, bodies, messages } = await put('revoked', proxied());
-    await product.prefix.importRegistry({ [kNodeKey]: { DisableManualCRLCheck: null } });
+    await product.prefix.importRegistry({ [kProxyKey]: { DisableManualCRLCheck: null } });
     assert.deepEqual([ok, bodies, messages.includes(kManual), messages.includes(kAutomaticFailed)],
       [false, [], false, true]);
     assert.ok(messages.includes(preflight('Manual CRL check is disabled by killswitch')));

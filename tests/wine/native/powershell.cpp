@@ -38,7 +38,7 @@ constexpr const wchar_t* kCollection =
 std::map<std::wstring, std::wstring> told = {
     {L"query", L"json"},    // or: garbage huge deep notutf8 silent fail hang
     {L"grandchild", L"0"},  // milliseconds for which a copy keeps the query's standard output open
-    {L"collect", L"ok"},    // or: none (no bundle) empty
+    {L"collect", L"ok"},    // or: none (no bundle) empty sparse (zeros)
     {L"delay", L"0"},       // milliseconds before the bundle is written
     {L"size", L"1M"},       // of the bundle, with K, M or G for powers of 1024
     {L"exit", L"0"},        // exit code of the collection
@@ -145,9 +145,14 @@ int collect(const std::wstring& bundle) {
   ::Sleep(static_cast<DWORD>(number(L"delay")));
   if (kind != L"none") {
     std::ofstream file(fs::path(bundle), std::ios::binary);
+    std::uint64_t left = kind == L"empty" ? 0 : number(L"size");
+    if (kind == L"sparse" && left > 0) {
+      file.seekp(static_cast<std::streamoff>(left - 1)).put('\0');
+      left = 0;
+    }
     std::mt19937_64 random;  // with its own seed
     std::vector<std::uint64_t> words(1 << 17);
-    for (std::uint64_t left = kind == L"empty" ? 0 : number(L"size"), part = 0; left > 0; left -= part) {
+    for (std::uint64_t part = 0; left > 0; left -= part) {
       std::generate(words.begin(), words.end(), std::ref(random));
       part = std::min<std::uint64_t>(left, words.size() * sizeof(words[0]));
       file.write(reinterpret_cast<const char*>(words.data()), static_cast<std::streamsize>(part));
@@ -159,6 +164,16 @@ int collect(const std::wstring& bundle) {
   return static_cast<int>(number(L"exit"));
 }
 
+/// Has a file for itself alone for that long. Gives the exit code.
+int lockFile(const std::wstring& milliseconds, const std::wstring& file) {
+  if (::CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr) == INVALID_HANDLE_VALUE) {
+    throw std::runtime_error("cannot lock the file");
+  }
+  record(L"lock", L"ok");
+  ::Sleep(std::stoul(milliseconds));
+  return 0;
+}
+
 /// Judges the command line, every character of it, and what it names.
 int run() {
   const std::vector<std::wstring> arguments = native::arguments();
@@ -167,6 +182,9 @@ int run() {
     return 0;
   }
   readOrders();
+  if (arguments.size() == 3 && arguments.front() == L"--lock") {
+    return lockFile(arguments[1], arguments[2]);
+  }
   const std::wstring line = ::GetCommandLineW();
   if (line == kQuery) {
     return fs::exists(L"vdx-query.ps1") ? answerQuery() : refuse(L"vdx-query.ps1 is not in the working folder");
