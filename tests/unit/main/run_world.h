@@ -29,6 +29,12 @@ struct RunWorld : ScriptWorld {
     });
   }
 
+  ~RunWorld() {  // a script that nobody waited for still looks into this
+    windows.processes.endAll();
+    windows.winHttp.endAll();
+    windows.kernel.joinThreads();
+  }
+
   /// What a child of the run does.
   void script(sim::Child& child) {
     EXPECT_TRUE(!windows.processes.inlineChildren || windows.objects.mutexHeld(kMutexName));
