@@ -17,6 +17,7 @@ endfunction()
 
 mddct_fuzz(base64 mddct_digest OpenSSL::Crypto)
 mddct_fuzz(capability mddct_dct mddct_fuzz_platform)
+mddct_fuzz(certificates mddct_http mddct_fuzz_platform)
 mddct_fuzz(error_code mddct_upload)
 mddct_fuzz(format mddct_core)
 mddct_fuzz(options mddct_main)

@@ -62,7 +62,11 @@ bool dct_Agent::waitForScript(platform::NativeHandle process) {
   auto& objects = platform::current().objects;
   const std::uint32_t timeout = getScriptTimeout();
   if (cancelEvent_ == nullptr) {
-    objects.WaitForSingleObject(process, timeout);
+    const auto waited = objects.WaitForSingleObject(process, timeout);
+    if (!waited) {
+      CORE::log(CORE::kError, L"dct_Agent::monitorDCTProcess(): Unable to wait for the DCT script: %s",
+                CORE::systemErrorText(waited.error));
+    }
     return false;
   }
   const std::array<platform::NativeHandle, 2> handles = {process, cancelEvent_};

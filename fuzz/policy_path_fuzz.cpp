@@ -27,9 +27,6 @@ void check(const std::wstring& path) {
   const std::size_t below = path.find(L'\\', std::min(path.size(), kProduct.size() + 1));
   const std::wstring tail = below == path.npos || below + 1 == path.size() ? L"" : path.substr(below);
   FUZZ_CHECK(legacy.ends_with(tail));
-  const std::wstring component = legacy.substr(0, legacy.size() - tail.size());
-  FUZZ_CHECK(component == CORE::legacyPolicyPath(path.substr(0, below)));
-  FUZZ_CHECK(component.size() < kLegacy.size() + 60);
 }
 
 }  // namespace

@@ -29,13 +29,6 @@ void checkAnything(const std::wstring& text) {
     FUZZ_CHECK(bag.count() == 0 || text.find(bag.get(bag.getName(0))) != text.npos);
   }
   FUZZ_CHECK(characters <= text.size());
-
-  const std::wstring shown = top.toString(L"\n", false);
-  PropertyBag copy;
-  copy.clone(top);
-  FUZZ_CHECK(copy.toString(L"\n", false) == shown);
-  const std::size_t limit = text.size() / 2;
-  FUZZ_CHECK(top.toString(L"\n", false, limit) == shown.substr(0, limit));
 }
 
 /// A line "name=value" is an entry, "name" begins a nested bag with the entry that a bag needs, "" ends one.
