@@ -94,9 +94,13 @@ int answerQuery(const standin::Control& control) {
   return kind == L"fail" ? 1 : 0;
 }
 
-// Bytes that do not compress, the same ones every time: nobody looks into a bundle.
-void writeBundle(const std::filesystem::path& path, std::uint64_t size) {
+// Bytes that do not compress, the same ones every time: nobody looks into a bundle. A sparse one is zeros without room.
+void writeBundle(const std::filesystem::path& path, std::uint64_t size, bool sparse) {
   std::ofstream file(path, std::ios::binary);
+  if (sparse && size > 0) {
+    file.seekp(static_cast<std::streamoff>(size - 1)).put('\0');
+    size = 0;
+  }
   std::mt19937_64 random;  // with its own seed
   std::vector<std::uint64_t> words(1 << 17);
   for (std::uint64_t left = size, part = 0; left > 0; left -= part) {
@@ -112,8 +116,8 @@ void writeBundle(const std::filesystem::path& path, std::uint64_t size) {
 int collect(const standin::Control& control, const std::filesystem::path& bundle) {
   ::Sleep(static_cast<DWORD>(control.number(L"delay")));
   const std::wstring& kind = control.text(L"collect");
-  if (kind == L"ok" || kind == L"empty") {
-    writeBundle(bundle, kind == L"ok" ? control.number(L"size") : 0);
+  if (kind == L"ok" || kind == L"sparse" || kind == L"empty") {
+    writeBundle(bundle, kind == L"empty" ? 0 : control.number(L"size"), kind == L"sparse");
   } else if (kind != L"none") {
     throw std::runtime_error("no such collect: " + native::narrow(kind));
   }

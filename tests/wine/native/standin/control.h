@@ -20,7 +20,7 @@ class Control {
   std::map<std::wstring, std::wstring> values_ = {
       {L"query", L"json"},    // or: garbage huge deep notutf8 silent fail hang
       {L"grandchild", L"0"},  // milliseconds for which a copy keeps the query's standard output open
-      {L"collect", L"ok"},    // or: none (no bundle) empty
+      {L"collect", L"ok"},    // or: none (no bundle) empty sparse
       {L"delay", L"0"},       // milliseconds before the bundle is written
       {L"size", L"1M"},       // of the bundle
       {L"exit", L"0"},        // exit code of the collection
