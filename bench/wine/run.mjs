@@ -59,13 +59,11 @@ class Bench {
     return `${this.drain.origin}/logs/bench.zip?sv=2020-04-08&sig=x`;
   }
 
-  /** A file of zeros that takes no room. */
+  /** A new file of zeros that takes no room; like a new bundle of ours, none of it has been read before. */
   file(size) {
-    const name = join(this.folder, `file-${size}`);
-    if (!existsSync(name)) {
-      writeFileSync(name, '');
-      truncateSync(name, size);
-    }
+    const name = join(this.folder, 'file');
+    writeFileSync(name, '');
+    truncateSync(name, size);
     return name;
   }
 
