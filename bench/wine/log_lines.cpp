@@ -46,11 +46,11 @@ double ours(CORE::LogLevel level) {
 double theirs(const std::shared_ptr<spdlog::sinks::basic_file_sink_st>& file) {
   static const std::string name = "bundle-2026-11-13.zip";
   auto pool = std::make_shared<spdlog::details::thread_pool>(kQueue, 1);
-  spdlog::async_logger logger("log_lines.exe", file, pool, spdlog::async_overflow_policy::block);
-  auto shared = std::make_shared<spdlog::async_logger>(logger);  // a queued record keeps its logger
-  shared->set_level(spdlog::level::debug);
+  const auto logger =
+      std::make_shared<spdlog::async_logger>("log_lines.exe", file, pool, spdlog::async_overflow_policy::block);
+  logger->set_level(spdlog::level::debug);
   return burst(
-      [&](std::uint32_t i) { shared->debug("AzureBlobUploader::upload(): block {} of {} has been written", i, name); },
+      [&](std::uint32_t i) { logger->debug("AzureBlobUploader::upload(): block {} of {} has been written", i, name); },
       [&] {
         pool.reset();  // writes what is queued, then joins
         file->flush();

@@ -1,6 +1,5 @@
 // sdk_upload URL FILE AUTHORITY: the storage SDK's own upload of a file, as one Put Blob.
-import { statSync } from 'node:fs';
-import { readFileSync } from 'node:fs';
+import { readFileSync, statSync } from 'node:fs';
 import { developmentAccount } from '../../tests/wine/sas.mjs';
 import { openStorage } from '../../tests/wine/storage.mjs';
 

@@ -12,14 +12,14 @@ export const ratioOf = (ours, peer) => median(ours.map((value, turn) => value / 
 export const figure = (value) => value.toFixed(value >= 100 ? 0 : value >= 10 ? 1 : 2);
 
 /**
- * Runs every side in turns, each turn beginning with another one, after one turn that does not count.
+ * Runs every side in turns, each turn beginning with another one, after some turns that do not count.
  * @param {Object<string, () => Promise>} sides
  * @returns {Promise<Object<string, Array>>} what each gave, a turn after the other.
  */
-export async function inTurns(turns, sides) {
+export async function inTurns(turns, sides, uncounted = 1) {
   const names = Object.keys(sides);
   const results = Object.fromEntries(names.map((name) => [name, []]));
-  for (let turn = -1; turn < turns; turn++) {
+  for (let turn = -uncounted; turn < turns; turn++) {
     for (let n = 0; n < names.length; n++) {
       const name = names[(n + turn + names.length) % names.length];
       const result = await sides[name]();
