@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the measurements natively, optimised, runs them and writes bench/RESULTS.md.
+# Installs what is missing, builds the measurements, optimised, runs them natively and under Wine and writes
+# bench/RESULTS.md.
 #
-#   bench/run.sh [NAME...]   all of them, or those (log, masking, bag, digest, configuration): then only their rows are
-#                            printed and RESULTS.md stays as it is
+#   bench/run.sh [NAME...]   all of them, or those (native: log, masking, bag, digest, configuration; under Wine:
+#                            upload, start, lines): then only their rows are printed and RESULTS.md stays as it is
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,7 +21,17 @@ compile() {
   fi
 }
 
-measure() {
+compile_windows() {
+  scripts/build-windows.sh >/dev/null
+  local log=build/windows/bench.log
+  if ! cmake --build --preset windows --target mddct_bench_programs >"$log" 2>&1; then
+    echo "run.sh: the build for Windows failed; all of its output is in $log" >&2
+    exit 1
+  fi
+}
+
+# An empty list of names is all of them.
+measure_native() {
   local status=0
   rm -rf "$build/scratch"
   mkdir -p "$build/scratch"
@@ -30,6 +41,8 @@ measure() {
   return "$status"
 }
 
+measure_wine() { timeout -k 10 3600 node bench/wine/run.mjs "$@"; }
+
 version_of() { dpkg-query -W -f '${Version}' "$1"; }
 
 header() {
@@ -38,24 +51,37 @@ header() {
 
 Measured $(date -u +%F) by \`bench/run.sh\` on $(nproc) cores of "$(sed -n 's/^model name[^:]*: //p;T;q' /proc/cpuinfo)",
 $(g++ --version | sed -n 1p), release build. Beside: spdlog $(version_of libspdlog-dev), nlohmann/json
-$(version_of nlohmann-json3-dev), OpenSSL $(version_of libssl-dev).
+$(version_of nlohmann-json3-dev), OpenSSL $(version_of libssl-dev); under $(wine --version 2>/dev/null): curl
+$(version_of curl), rclone $(version_of rclone), Node $(node --version).
 
-Both sides of a row run in turns in one process; the figures are medians over the turns, the ratio is the median of the
-turns' ratios: for a rate, ours divided by the peer's; for a time of a call, ours divided by the peer's. One turn
-before the first is not counted. \`bench/notes.md\` says what each row measures and where the time goes.
+Both sides of a row run in turns, natively in one process, under Wine in one prefix against one server; the figures are
+medians over the turns, the ratio is ours divided by the peer's: the median of the turns' ratios. One turn before the
+first is not counted. \`bench/notes.md\` says what each row measures and where the time goes.
 
 | what | ours | peer | ratio | wanted | met |
 |---|---|---|---|---|---|
 END
 }
 
+native=()
+wine=()
+for name in "$@"; do
+  case $name in
+    upload | start | lines) wine+=("$name") ;;
+    *) native+=("$name") ;;
+  esac
+done
+
 scripts/install.sh bench
-compile
 if [ $# -gt 0 ]; then
-  measure "$@"
+  [ ${#native[@]} -eq 0 ] || { compile && measure_native "${native[@]}"; }
+  [ ${#wine[@]} -eq 0 ] || { compile_windows && measure_wine "${wine[@]}"; }
   exit
 fi
+compile
+compile_windows
 new=$build/RESULTS.md
 header >"$new"
-measure | tee -a "$new"
+measure_native | tee -a "$new"
+measure_wine | tee -a "$new"
 cp "$new" "$results"

@@ -82,3 +82,5 @@ file(GLOB check_sources CONFIGURE_DEPENDS ${native}/check/*.cpp)
 mddct_native_program(mddct_platform_check ${native}/platform_check.cpp ${check_sources})
 target_compile_options(mddct_platform_check PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fnon-call-exceptions>)
 target_link_libraries(mddct_platform_check PRIVATE mddct_digest mddct_windows)
+
+include(cmake/bench_windows.cmake)

@@ -267,7 +267,7 @@ bool WinHttpRequest::send() {
     return false;
   }
   Registration registration(shared_from_this());
-  const auto sent = winHttp().WinHttpSendRequest(call.handle(), lines, std::span(body_).first(bytesSent_), totalLength_,
+  const auto sent = winHttp().WinHttpSendRequest(call.handle(), lines, outgoing_.first(bytesSent_), totalLength_,
                                                  registration.number());
   if (!sent) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpSendRequest failed: 0x%x", sent.error);

@@ -60,7 +60,7 @@ bool WinHttpRequest::getAsync(const std::string& url, HttpCompletion completion)
 bool WinHttpRequest::postAsync(ContentType type, const std::string& url, const std::string& body,
                                HttpCompletion completion) {
   setContentType(type);
-  setBody(body);
+  setBody(std::as_bytes(std::span(body)));
   return performAsync(HttpMethod::kPost, url, std::move(completion));
 }
 
@@ -71,14 +71,18 @@ bool WinHttpRequest::putAsync(ContentType type, const std::string& url, std::spa
     CORE::log(CORE::kWarn, L"WinHttpRequest::putAsync(): Size of outgoing buffer is smaller than the given length");
     length = buffer.size();
   }
-  body_.assign(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(length));
+  if (lender_) {
+    outgoing_ = buffer.first(length);
+  } else {
+    setBody(buffer.first(length));
+  }
   return performAsync(HttpMethod::kPut, url, std::move(completion));
 }
 
 bool WinHttpRequest::putStringAsync(ContentType type, const std::string& url, const std::string& body,
                                     HttpCompletion completion) {
   setContentType(type);
-  setBody(body);
+  setBody(std::as_bytes(std::span(body)));
   return performAsync(HttpMethod::kPut, url, std::move(completion));
 }
 
@@ -129,7 +133,7 @@ bool WinHttpRequest::performSync(HttpMethod method, const std::string& url, cons
   if (!path.empty()) {
     filePath_ = path;
   } else if (!body.empty()) {
-    setBody(body);
+    setBody(std::as_bytes(std::span(body)));
   }
   if (!performAsync(method, url, Synchronize)) {
     CORE::log(CORE::kError, L"WinHttpRequest::performSync(): Failed to perform synchronous request");
@@ -209,7 +213,7 @@ void WinHttpRequest::setContentType(ContentType type) {
   }
 }
 
-void WinHttpRequest::setBody(std::string_view body) {
-  const auto bytes = std::as_bytes(std::span(body));
-  body_.assign(bytes.begin(), bytes.end());
+void WinHttpRequest::setBody(std::span<const std::byte> body) {
+  body_.assign(body.begin(), body.end());
+  outgoing_ = body_;
 }

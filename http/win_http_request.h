@@ -49,6 +49,11 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   WinHttpRequest& operator=(const WinHttpRequest&) = delete;
   virtual ~WinHttpRequest() = default;
 
+  /// The buffer that the next putAsync is given is not copied: it stays as it is until the request's completion, and
+  /// the request keeps its owner for as long as WinHTTP may read it, cancelled or not. Call it before the request is
+  /// started.
+  void lendBody(std::shared_ptr<const void> owner) { lender_ = std::move(owner); }
+
   bool get(const std::string& url, std::string& response) override;
   bool post(ContentType type, const std::string& url, const std::string& body, std::string& response) override;
   bool put(ContentType type, const std::string& url, const std::string& body, std::string& response) override;
@@ -143,7 +148,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
  private:
   bool finishSync(bool performed, std::string& response);
   void setContentType(ContentType type);
-  void setBody(std::string_view body);
+  void setBody(std::span<const std::byte> body);
   static void Synchronize(HttpRequest* request, const std::string& body);
 
   bool start(HttpMethod method, std::uint32_t scheme, std::uint16_t port);
@@ -204,6 +209,8 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   CORE::wstr proxyPassword_;
   std::wstring pacUrl_;
   std::vector<std::byte> body_;
+  std::span<const std::byte> outgoing_;  ///< the body in memory: body_, or what was lent
+  std::shared_ptr<const void> lender_;
   std::string filePath_;
   HttpMap headers_;
   HttpMap queryParameters_;

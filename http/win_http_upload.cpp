@@ -22,11 +22,11 @@ bool WinHttpRequest::prepareBody(HttpMethod method) {
   if (!filePath_.empty()) {
     return prepareFile();
   }
-  if (body_.size() > maxRequestLength_) {
+  if (outgoing_.size() > maxRequestLength_) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Request data size is too large");
     return false;
   }
-  totalLength_ = static_cast<std::uint32_t>(body_.size());
+  totalLength_ = static_cast<std::uint32_t>(outgoing_.size());
   bytesSent_ = totalLength_;  // the whole body goes out with the send itself
   return true;
 }

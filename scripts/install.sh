@@ -11,7 +11,8 @@ run_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x8
   ca-certificates)
 test_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev clang libclang-rt-dev clang-format clang-tidy
   git zip unzip tinyproxy-bin)
-bench_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev libspdlog-dev nlohmann-json3-dev)
+bench_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev libspdlog-dev nlohmann-json3-dev
+  curl rclone)
 
 fail() {
   echo "install.sh: $*" >&2

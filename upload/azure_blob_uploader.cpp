@@ -83,7 +83,7 @@ bool AzureBlobUploader::useAppendBlock(Lock& lock) {
               CORE::toWideLossy(filePath_));
     return false;
   }
-  chunkBuffer_.resize(static_cast<std::size_t>(chunkSize_));
+  chunkBuffer_ = std::make_shared<std::vector<std::byte>>(static_cast<std::size_t>(chunkSize_));
   currentRequest_->setKey(accountKey_);
   currentRequest_->setHeaders({{"x-ms-blob-type", "AppendBlob"}});
   startTime_ = platform::current().clock._time64();
@@ -95,14 +95,14 @@ bool AzureBlobUploader::useAppendBlock(Lock& lock) {
 }
 
 bool AzureBlobUploader::appendNextBlock(Lock& lock) {
-  const std::size_t count = fileStream_.read(chunkBuffer_);
+  const std::size_t count = fileStream_.read(*chunkBuffer_);
   bytesSent_ += count;  // before it is sent: a failure counts the block that failed
   auto earlier = std::exchange(currentRequest_, AzureBlobRequest::create());
   currentRequest_->setKey(accountKey_);
   currentRequest_->setQueryParameters({{"comp", "appendblock"}});
+  currentRequest_->lendBody(chunkBuffer_);  // it is filled anew in the completion, when nobody reads it any more
   const Launch launch = board(Step::kAppendBlock);
-  // Nobody touches the buffer before this block's completion, and by then the request holds a copy.
-  const std::span<const std::byte> chunk = chunkBuffer_;
+  const std::span<const std::byte> chunk = *chunkBuffer_;
   lock.unlock();
   earlier.reset();
   return start(launch, [&](HttpCompletion completion) {

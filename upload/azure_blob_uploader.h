@@ -111,7 +111,7 @@ class AzureBlobUploader : public CORE::coreref {
   CORE::FileStream fileStream_;
   std::uint64_t fileSize_ = 0;
   std::uint64_t bytesSent_ = 0;  ///< handed to Append Block requests, the one in flight included
-  std::vector<std::byte> chunkBuffer_;
+  std::shared_ptr<std::vector<std::byte>> chunkBuffer_;  ///< shared with the block in flight
   std::shared_ptr<AzureBlobRequest> currentRequest_;
   bool cancelled_ = false;
   std::mutex lock_;  ///< guards every member

@@ -64,6 +64,21 @@ TEST(ExchangeTest, EveryMethodInEveryDelivery) {
   }
 }
 
+TEST(ExchangeTest, ALentBufferLivesWhileTheRequestDoes) {
+  World world(sim::Delivery::kLate);
+  const std::string sent = content(1000);
+  auto buffer = std::make_shared<std::string>(sent);
+  const std::weak_ptr<std::string> seen = buffer;
+  world.request->lendBody(buffer);
+  EXPECT_TRUE(world.request->putAsync(kZip, kUrl, bytes(*buffer), buffer->size(), world.completion()));
+  buffer.reset();  // WinHTTP has not read it yet
+  world.settle();
+  EXPECT_EQ(world.exchange().body, sent);
+  EXPECT_FALSE(seen.expired());
+  world.request = nullptr;
+  EXPECT_TRUE(seen.expired());
+}
+
 TEST(ExchangeTest, FilesGoOutInChunksOfFourMiB) {
   struct Row {
     std::uint64_t size, sizeAtTheSend;

@@ -1,0 +1,195 @@
+// run.mjs [NAME...]: prints the rows that are measured under Wine (upload, start, lines; all without a name). With
+// --small the uploads are small ones, to see that everything works. Needs build/windows with mddct_bench_programs.
+import { existsSync, mkdirSync, readFileSync, rmSync, truncateSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { setTimeout as sleep } from 'node:timers/promises';
+import { fileURLToPath } from 'node:url';
+import { certificates } from '../../tests/wine/ca.mjs';
+import { binaries, stateFolder } from '../../tests/wine/paths.mjs';
+import { clonePrefix, endOnSignals, onDriveZ } from '../../tests/wine/prefix.mjs';
+import { emptyFolder, run } from '../../tests/wine/proc.mjs';
+import { Product, kProgramFolder } from '../../tests/wine/product.mjs';
+import { startDrain } from './drain.mjs';
+import { inTurns, median, printRow, ratioOf } from './table.mjs';
+
+const kMiB = 1 << 20;
+const kAllowedMemory = 10 * kMiB;
+const small = process.argv.includes('--small');
+const kPut = (small ? 32 : 256) * kMiB;
+const kChain = (small ? 264 : 1024) * kMiB;
+const kLong = (small ? 272 : 4096) * kMiB;
+
+const program = `${kProgramFolder}\\mdDCT.exe`;
+const launcher = `${kProgramFolder}\\mddct_run_as_system.exe`;
+const beside = (name) => onDriveZ(join(binaries, name));
+
+const sizeText = (bytes) => (bytes % (1024 * kMiB) === 0 ? `${bytes / kMiB / 1024} GiB` : `${bytes / kMiB} MiB`);
+
+function demand(done, what) {
+  if (!done) throw new Error(what);
+}
+
+/** The most memory that a process has had resident, in bytes; 0 when it is gone. */
+function peakOf(pid) {
+  try {
+    return Number(/^VmHWM:\s*(\d+)/m.exec(readFileSync(`/proc/${pid}/status`, 'utf8'))?.[1] ?? 0) * 1024;
+  } catch {
+    return 0;
+  }
+}
+
+/** Everything that one measurement needs. */
+class Bench {
+  static async open() {
+    const { leaf, authority } = await certificates();
+    const bench = Object.assign(new Bench(), { authority: authority.pem, folder: emptyFolder(stateFolder('bench')) });
+    bench.prefix = await clonePrefix('bench');
+    bench.product = await Product.install(bench.prefix);
+    bench.drain = await startDrain(leaf('good'));
+    return bench;
+  }
+
+  async close() {
+    await this.drain?.stop();
+    await this.prefix?.remove();
+    rmSync(this.folder, { recursive: true, force: true });
+  }
+
+  get url() {
+    return `${this.drain.origin}/logs/bench.zip?sv=2020-04-08&sig=x`;
+  }
+
+  /** A new file of zeros that takes no room; like a new bundle of ours, none of it has been read before. */
+  file(size) {
+    const name = join(this.folder, 'file');
+    writeFileSync(name, '');
+    truncateSync(name, size);
+    return name;
+  }
+
+  // The ways to send a file; each ends when the sender has ended.
+  senders = {
+    ours: (size) => this.prefix.wine([launcher, program, '-url', this.url],
+      { timeoutMs: 600000, env: { MDDCT_STANDIN: `collect=sparse;size=${size}` } }),
+    bare: (size) => this.#bare(size, size > 256 * kMiB ? 'append' : 'put'),
+    asking: (size) => this.#bare(size, 'append-asking'),
+    curl: (size) => run('curl', ['-sS', '--fail', '--cacert', this.authority, '-T', this.file(size), '-H', 'Expect:',
+      '-H', 'x-ms-blob-type: BlockBlob', this.url]),
+    rclone: (size) => run('rclone', ['copyto', '--config', '', '--ca-cert', this.authority, '--retries', '1',
+      '--no-check-dest', '--azureblob-sas-url', `${this.drain.origin}/logs?sv=2020-04-08&sig=x`,
+      this.file(size), ':azureblob:logs/b.zip']),
+    sdk: (size) => run(process.execPath, [fileURLToPath(new URL('sdk_upload.mjs', import.meta.url)), this.url,
+      this.file(size), this.authority]),
+  };
+
+  #bare(size, how) {
+    const line = [beside('mddct_bare_upload.exe'), how, this.url, onDriveZ(this.file(size))];
+    return this.prefix.wine(line, { timeoutMs: 600000 });
+  }
+
+  /** One transfer: the seconds from the first to the last byte, and the peak of the sending Windows process. */
+  async transfer(sender, size) {
+    let [peak, timer] = [0, null];
+    this.drain.begin(() => {
+      const sending = this.prefix.processes().find(({ command }) => /(mdDCT|mddct_bare_upload)\.exe/.test(
+        command.replace(/^.*run_as_system.*$/, '')));
+      timer = sending && setInterval(() => (peak = Math.max(peak, peakOf(sending.pid))), 20);
+    });
+    const { code, output } = await this.senders[sender](size);
+    clearInterval(timer);
+    const { bytes, seconds } = this.drain;
+    demand(code === 0 && bytes === size, `${sender} sent ${bytes} bytes and ended with ${code}: ${output}`);
+    return { seconds, peak };
+  }
+
+  async transfers(turns, size, names, uncounted = 1) {
+    const sides = names.map((name) => [name, () => this.transfer(name, size)]);
+    const results = await inTurns(turns, Object.fromEntries(sides), uncounted);
+    return (name, field) => results[name].map((result) => result[field]);
+  }
+}
+
+function printRate(what, size, of, name, peerName, wanted) {
+  const rate = (side) => size / 1e6 / median(of(side, 'seconds'));
+  const ratio = 1 / ratioOf(of('ours', 'seconds'), of(name, 'seconds'));
+  printRow(what, rate('ours'), peerName, rate(name), 'MB/s', ratio, wanted ? `at least ${wanted}` : 'for information',
+    wanted ? ratio >= wanted : null);
+}
+
+/** The difference of the two peaks, in bytes. */
+function printPeak(size, of, earlier = []) {
+  const [ours, bare] = ['ours', 'bare'].map((name) => median(of(name, 'peak')));
+  const more = ours - bare;
+  const spread = Math.max(more, ...earlier) - Math.min(more, ...earlier);
+  const wanted = `at most 10 MiB more (here ${(more / kMiB).toFixed(1)})` +
+    (earlier.length ? `, the same at each size (within ${(spread / kMiB).toFixed(1)} MiB)` : '');
+  printRow(`peak memory, ${sizeText(size)}`, ours / kMiB, 'bare loop', bare / kMiB, 'MiB', ours / bare, wanted,
+    more <= kAllowedMemory && spread <= 2 * kMiB);
+  return more;
+}
+
+async function benchUpload(bench) {
+  const put = await bench.transfers(small ? 2 : 9, kPut, ['ours', 'bare', 'curl', 'rclone', 'sdk']);
+  const what = `upload of ${sizeText(kPut)}, one Put Blob`;
+  printRate(what, kPut, put, 'bare', 'bare WinHTTP loop', 0.95);
+  printRate(what, kPut, put, 'curl', 'curl, no Wine');
+  printRate(what, kPut, put, 'rclone', 'rclone, no Wine, blocks of 4 MiB');
+  printRate(what, kPut, put, 'sdk', 'storage SDK on Node, no Wine');
+  const chain = await bench.transfers(small ? 1 : 5, kChain, ['ours', 'bare', 'asking']);
+  const chainText = `upload of ${sizeText(kChain)} by the append chain`;
+  printRate(chainText, kChain, chain, 'bare', 'bare WinHTTP, a session a block', 0.95);
+  printRate(chainText, kChain, chain, 'asking', 'the same, asking for proxies before each block');
+  const long = await bench.transfers(1, kLong, ['ours', 'bare'], 0);
+  const more = [printPeak(kPut, put)];
+  more.push(printPeak(kChain, chain));
+  printPeak(kLong, long, more);
+}
+
+async function benchStart({ prefix, product, url }) {
+  const empty = beside('mddct_empty_program.exe');
+  const timed = (line, code) => async () => {
+    const begun = performance.now();
+    const result = await prefix.wine(line);
+    demand(result.code === code, `${line.join(' ')} ended with ${result.code}: ${result.output}`);
+    return performance.now() - begun;
+  };
+  const compare = async (code, through, args) => {
+    const times = await inTurns(small ? 3 : 25, { ours: timed([...through, program, ...args], code),
+      empty: timed([...through, empty], 0) });
+    const ratio = ratioOf(times.ours, times.empty);
+    printRow(`process start to exit code ${code}`, median(times.ours),
+      `empty program, same imports${through.length ? ', same launcher' : ''}`, median(times.empty), 'ms', ratio,
+      'at most 1.5', ratio <= 1.5);
+  };
+  await compare(1, [], []);
+  await compare(3, [launcher], []);
+  const holder = prefix.wine([launcher, program, '-url', url],
+    { timeoutMs: 600000, env: { MDDCT_STANDIN: `delay=600000;record=${kProgramFolder}\\record.txt` } });
+  const record = prefix.path(`${kProgramFolder}\\record.txt`);
+  for (let patience = 600; !existsSync(record); patience--) {
+    demand(patience > 0, 'the instance that holds the mutex does not get going');
+    await sleep(50);
+  }
+  await compare(2, [launcher], ['-url', url]);
+  await prefix.stop();
+  await holder;
+}
+
+async function benchLines({ prefix, folder }) {
+  mkdirSync(join(folder, 'lines'));
+  const { code, output } = await prefix.wine([beside('mddct_log_lines.exe'), onDriveZ(join(folder, 'lines'))],
+    { timeoutMs: 600000 });
+  demand(code === 0, output);
+  process.stdout.write(output.replaceAll('\r', ''));
+}
+
+endOnSignals();
+const wanted = process.argv.slice(2).filter((name) => name !== '--small');
+const bench = await Bench.open();
+try {
+  for (const [name, measure] of Object.entries({ upload: benchUpload, start: benchStart, lines: benchLines })) {
+    if (wanted.length === 0 || wanted.includes(name)) await measure(bench);
+  }
+} finally {
+  await bench.close();
+}

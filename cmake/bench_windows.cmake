@@ -1,0 +1,36 @@
+# What bench/run.sh measures beside under Wine; no part of "all". The target is mddct_bench_programs.
+
+function(mddct_bench_program target)
+  add_executable(${target} EXCLUDE_FROM_ALL ${ARGN})
+  mddct_windows_program(${target})
+  target_link_options(${target} PRIVATE -municode)
+endfunction()
+
+mddct_bench_program(mddct_bare_upload bench/wine/bare_upload.cpp)
+target_link_libraries(mddct_bare_upload PRIVATE winhttp)
+
+# The linker is made to ask for every function that the shipped file imports.
+set(imports ${PROJECT_BINARY_DIR}/imports.txt)
+add_custom_command(OUTPUT ${imports} DEPENDS mdDCT VERBATIM
+  COMMAND sh -c "${CMAKE_OBJDUMP} -p mdDCT.exe | \
+    sed -n 's/^\\t[0-9a-f]*\\t *[0-9]*  \\([A-Za-z_]*[A-Za-z0-9_]*\\)$/-Wl,-u,__imp_\\1/p' >imports.txt"
+  WORKING_DIRECTORY ${PROJECT_BINARY_DIR})
+add_custom_target(mddct_imports DEPENDS ${imports})
+mddct_bench_program(mddct_empty_program WIN32 bench/wine/empty_program.cpp)
+add_dependencies(mddct_empty_program mddct_imports)
+set_property(TARGET mddct_empty_program PROPERTY LINK_DEPENDS ${imports})
+target_link_options(mddct_empty_program PRIVATE @${imports})
+target_link_libraries(mddct_empty_program PRIVATE
+  advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 version winhttp wininet)
+
+# The peer is headers only; they stand beside the host's own, which must not be seen.
+foreach(name spdlog fmt)
+  file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/peers)
+  file(CREATE_LINK /usr/include/${name} ${PROJECT_BINARY_DIR}/peers/${name} SYMBOLIC)
+endforeach()
+mddct_bench_program(mddct_log_lines bench/wine/log_lines.cpp bench/harness.cpp)
+target_include_directories(mddct_log_lines SYSTEM PRIVATE ${PROJECT_BINARY_DIR}/peers)
+target_compile_definitions(mddct_log_lines PRIVATE SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
+target_link_libraries(mddct_log_lines PRIVATE mddct_core mddct_windows)
+
+add_custom_target(mddct_bench_programs DEPENDS mddct_bare_upload mddct_empty_program mddct_log_lines)
