@@ -66,11 +66,11 @@ TEST(ExchangeTest, EveryMethodInEveryDelivery) {
 
 TEST(ExchangeTest, ALentBufferLivesWhileTheRequestDoes) {
   World world(sim::Delivery::kLate);
-  const std::string sent = content(1000);
+  const std::string sent(1000, 'b');
   auto buffer = std::make_shared<std::string>(sent);
   const std::weak_ptr<std::string> seen = buffer;
   world.request->lendBody(buffer);
-  EXPECT_TRUE(world.request->putAsync(kZip, kUrl, bytes(*buffer), buffer->size(), world.completion()));
+  EXPECT_TRUE(world.request->putAsync(kZip, kUrl, std::as_bytes(std::span(*buffer)), 1000, world.completion()));
   buffer.reset();  // WinHTTP has not read it yet
   world.settle();
   EXPECT_EQ(world.exchange().body, sent);
