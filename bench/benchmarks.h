@@ -9,6 +9,5 @@ void benchLog(const std::filesystem::path& folder);
 void benchMasking(const std::filesystem::path& folder);
 void benchBags(const std::filesystem::path& folder);
 void benchDigests(const std::filesystem::path& folder);
-void benchConfiguration(const std::filesystem::path& folder);
 
 }  // namespace bench

@@ -13,8 +13,7 @@ int main(int count, char** arguments) {
   constexpr Benchmark kAll[] = {{"log", bench::benchLog},
                                 {"masking", bench::benchMasking},
                                 {"bag", bench::benchBags},
-                                {"digest", bench::benchDigests},
-                                {"configuration", bench::benchConfiguration}};
+                                {"digest", bench::benchDigests}};
   if (count < 2) {
     std::fputs("say where files may be written\n", stderr);
     return 2;

@@ -2,8 +2,8 @@
 # Installs what is missing, builds the measurements, optimised, runs them natively and under Wine and writes
 # bench/RESULTS.md.
 #
-#   bench/run.sh [NAME...]   all of them, or those (native: log, masking, bag, digest, configuration; under Wine:
-#                            upload, start, lines): then only their rows are printed and RESULTS.md stays as it is
+#   bench/run.sh [NAME...]   all of them, or those (native: log, masking, bag, digest; under Wine: upload, start,
+#                            lines, configuration): then only their rows are printed and RESULTS.md stays as it is
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -67,7 +67,7 @@ native=()
 wine=()
 for name in "$@"; do
   case $name in
-    upload | start | lines) wine+=("$name") ;;
+    upload | start | lines | configuration) wine+=("$name") ;;
     *) native+=("$name") ;;
   esac
 done

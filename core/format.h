@@ -108,6 +108,19 @@ template <class C>
 constexpr Conversion readConversion(std::basic_string_view<C> text, std::size_t& at) {
   Conversion out;
   const auto is = [&](char c) { return at < text.size() && text[at] == static_cast<C>(c); };
+  const auto takeLetter = [&] {
+    for (const char letter : std::string_view("sSuxdiXpc%")) {
+      if (is(letter)) {
+        out.letter = letter;
+        ++at;
+        return true;
+      }
+    }
+    return false;
+  };
+  if (takeLetter()) {  // nearly every conversion is a letter alone
+    return out;
+  }
   const auto number = [&](std::size_t& value) {
     value = 0;
     for (; at < text.size() && text[at] >= static_cast<C>('0') && text[at] <= static_cast<C>('9'); ++at) {
@@ -147,14 +160,7 @@ constexpr Conversion readConversion(std::basic_string_view<C> text, std::size_t&
       ++at;
     }
   }
-  constexpr std::string_view kLetters = "sSuxdiXpc%";
-  for (const char letter : kLetters) {
-    if (is(letter)) {
-      out.letter = letter;
-      ++at;
-      break;
-    }
-  }
+  takeLetter();
   return out;
 }
 

@@ -1,6 +1,7 @@
 #include "core/logger.h"
 
 #include <algorithm>
+#include <chrono>
 #include <limits>
 #include <system_error>
 #include <utility>
@@ -14,6 +15,20 @@ constexpr std::uint64_t kNoLevel = std::numeric_limits<std::uint64_t>::max();
 
 /// The lowest level that is admitted.
 constinit std::atomic<std::uint64_t> admittedFrom{kNoLevel};
+
+constexpr std::chrono::milliseconds kCallPatience{10'000};
+
+/// Counts a log call while it lasts.
+class Call {
+ public:
+  explicit Call(std::atomic<std::uint32_t>& calls) : calls_(calls) { calls_.fetch_add(1); }
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
+  ~Call() { calls_.fetch_sub(1); }
+
+ private:
+  std::atomic<std::uint32_t>& calls_;
+};
 
 }  // namespace
 
@@ -33,6 +48,24 @@ std::shared_ptr<LogSession> corelogger::session() {
   return session_;
 }
 
+/// Takes the session away from log calls, and waits for those that still use it.
+std::shared_ptr<LogSession> corelogger::takeSession() {
+  std::shared_ptr<LogSession> taken;
+  {
+    const std::lock_guard lock(mutex_);
+    taken = std::exchange(session_, nullptr);
+    current_.store(nullptr);
+  }
+  for (auto patience = kCallPatience; calls_.load() != 0; --patience) {
+    if (patience.count() == 0) {
+      new std::shared_ptr<LogSession>(taken);  // a call that hangs in the platform: its session stays for good
+      break;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return taken;
+}
+
 void corelogger::start(std::wstring component, Writer writer) noexcept {
   stop();
   try {
@@ -50,6 +83,7 @@ void corelogger::start(std::wstring component, Writer writer) noexcept {
     {
       const std::lock_guard lock(mutex_);
       session_ = std::move(session);
+      current_.store(session_.get());
     }
     admittedFrom.store(lowest, std::memory_order_relaxed);
   } catch (...) {
@@ -69,15 +103,11 @@ void corelogger::flush() noexcept {
 
 void corelogger::stop() noexcept {
   admittedFrom.store(kNoLevel, std::memory_order_relaxed);
-  std::shared_ptr<LogSession> ended;
-  {
-    const std::lock_guard lock(mutex_);
-    ended = std::exchange(session_, nullptr);
-  }
-  if (!ended) {
-    return;
-  }
   try {
+    const std::shared_ptr<LogSession> ended = takeSession();
+    if (!ended) {
+      return;
+    }
     const bool done = ended->flush();
     ended->close();
     if (done && writer_.joinable()) {
@@ -88,7 +118,7 @@ void corelogger::stop() noexcept {
     }
     ended->closeFiles();
   } catch (...) {
-    // Locks and joins do not fail on a thread that is there.
+    // Locks and joins do not fail on a thread that is there; a session that nobody could keep is gone.
   }
 }
 
@@ -106,8 +136,9 @@ void corelogger::submit(LogSession& session, std::uint32_t level, std::wstring_v
 void corelogger::write(std::uint32_t level, std::wstring_view label, std::wstring_view format,
                        std::span<const FormatArgument> arguments) noexcept {
   try {
-    const auto current = session();
-    if (!current) {
+    const Call call(calls_);
+    LogSession* const current = current_.load();
+    if (current == nullptr) {
       return;
     }
     try {

@@ -52,11 +52,15 @@ class corelogger {
  private:
   corelogger() = default;
   std::shared_ptr<LogSession> session();
+  std::shared_ptr<LogSession> takeSession();
   void submit(LogSession& session, std::uint32_t level, std::wstring_view label, std::wstring_view format,
               std::span<const FormatArgument> arguments);
 
   std::mutex mutex_;
   std::shared_ptr<LogSession> session_;  ///< guarded by mutex_
+  /// The session again, for log calls: counting them costs each less than a lock and a shared owner.
+  std::atomic<LogSession*> current_{nullptr};
+  std::atomic<std::uint32_t> calls_{0};  ///< log calls that may be using it
   std::thread writer_;
   std::atomic<MessageFilter> filter_{nullptr};
 };

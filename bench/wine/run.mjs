@@ -1,4 +1,4 @@
-// run.mjs [NAME...]: prints the rows that are measured under Wine (upload, start, lines; all without a name). With
+// run.mjs [NAME...]: prints the rows that are measured under Wine (upload, start, lines, configuration; all without a name). With
 // --small the uploads are small ones, to see that everything works. Needs build/windows with mddct_bench_programs.
 import { existsSync, mkdirSync, readFileSync, rmSync, truncateSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -8,7 +8,7 @@ import { certificates } from '../../tests/wine/ca.mjs';
 import { binaries, stateFolder } from '../../tests/wine/paths.mjs';
 import { clonePrefix, endOnSignals, onDriveZ } from '../../tests/wine/prefix.mjs';
 import { emptyFolder, run } from '../../tests/wine/proc.mjs';
-import { Product, kProgramFolder } from '../../tests/wine/product.mjs';
+import { Product, kProgramFolder, kSettingsKey } from '../../tests/wine/product.mjs';
 import { startDrain } from './drain.mjs';
 import { inTurns, median, printRow, ratioOf } from './table.mjs';
 
@@ -183,11 +183,19 @@ async function benchLines({ prefix, folder }) {
   process.stdout.write(output.replaceAll('\r', ''));
 }
 
+async function benchConfiguration({ prefix }) {
+  await prefix.importRegistry({ [`${kSettingsKey}\\WebRTCRedir`]: { limit: '4096' } });
+  const { code, output } = await prefix.wine([beside('mddct_bench_configuration.exe')]);
+  demand(code === 0, output);
+  process.stdout.write(output.replaceAll('\r', ''));
+}
+
 endOnSignals();
 const wanted = process.argv.slice(2).filter((name) => name !== '--small');
 const bench = await Bench.open();
 try {
-  for (const [name, measure] of Object.entries({ upload: benchUpload, start: benchStart, lines: benchLines })) {
+  const rows = { upload: benchUpload, start: benchStart, lines: benchLines, configuration: benchConfiguration };
+  for (const [name, measure] of Object.entries(rows)) {
     if (wanted.length === 0 || wanted.includes(name)) await measure(bench);
   }
 } finally {

@@ -103,6 +103,8 @@ const Kind kKinds[] = {
 };
 constexpr std::size_t kShortKinds = 3;
 
+void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
+
 struct Fault {
   std::string name;
   std::size_t nth;

@@ -1,0 +1,76 @@
+// configuration: prints the row of a look-up through the map of legacy policies, on this platform's registry. The value
+// "limit" must stand below the product's key WebRTCRedir.
+
+#include "core/configuration.h"
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "bench/harness.h"
+#include "platform/platform.h"
+#include "platform/windows/windows_platform.h"
+
+namespace {
+
+constexpr std::size_t kLookups = 500;
+constexpr int kTurns = 15;
+
+/// One key that a look-up opens, and the value it reads there when the key is there.
+struct Read {
+  std::wstring keyPath;
+  std::wstring value;
+};
+
+/// The same calls as a look-up's, bare: the key is opened and, when it is there, its value asked for and read.
+void readBare(platform::Registry& registry, const std::vector<Read>& reads) {
+  std::vector<std::byte> data;
+  for (const Read& read : reads) {
+    const auto key =
+        registry.RegOpenKeyExW(platform::RegistryRoot::kLocalMachine, read.keyPath, platform::kKeyQueryValue);
+    if (!key) {
+      continue;
+    }
+    const auto info = registry.RegQueryValueExW(key.value.get(), read.value, {});
+    if (info) {
+      data.resize(info.value.size);
+      bench::sink = bench::sink + registry.RegQueryValueExW(key.value.get(), read.value, data).ok;
+    }
+  }
+}
+
+template <class Body>
+double secondsOfLookups(const Body& body) {
+  return bench::secondsOf([&] {
+    for (std::size_t i = 0; i < kLookups; ++i) {
+      body();
+    }
+  });
+}
+
+}  // namespace
+
+int wmain(int, wchar_t**) {
+  platform::install(&platform::windowsPlatform());
+  const std::wstring key = L"Calvera\\Meridon\\WebRTCRedir";  // the last but one of the map
+  const std::wstring name = L"HKLM\\Software\\" + key + L"\\limit";
+  if (CORE::readSetting(name, L"") != L"4096") {
+    std::fputs("the value is not there\n", stderr);
+    return 1;
+  }
+  const std::vector<Read> reads = {
+      {L"Software\\Policies\\" + key, L"limit"},
+      {L"Software\\Policies\\Calvera\\Meridon", L"FallbackToLegacyGPO"},
+      {L"Software\\Calvera\\Meridon", L"FallbackToLegacyGPO"},
+      {L"Software\\Policies\\Vantix, Inc.\\Vantix WebRTCRedir", L"limit"},
+      {L"Software\\" + key, L"limit"},
+  };
+  platform::Registry& registry = platform::current().registry;
+  const bench::Pair pair = bench::inTurns(
+      kTurns,
+      [&] { return secondsOfLookups([&] { bench::sink = bench::sink + CORE::readSetting(name, L"").size(); }); },
+      [&] { return secondsOfLookups([&] { readBare(registry, reads); }); });
+  bench::printRow("configuration look-up through the 59-row map, under Wine", "its 5 bare reads", pair,
+                  bench::Unit::kNanoseconds, kLookups, "", "at most 1.2", pair.ratio <= 1.2);
+  return 0;
+}
