@@ -1,30 +1,48 @@
 #include "core/waiting_records.h"
 
+#include <algorithm>
+
 #include "core/convert.h"
 
 namespace CORE {
 namespace {
 
-/// Bytes of text that are kept for later; a burst may have needed much more.
-constexpr std::size_t kKeptBytes = 1 << 20;
+constexpr std::size_t kUsualRecordBytes = 128;
+constexpr std::size_t kKeptBlocks = 64;        // of a burst that is well ahead of the writer: some 12 MiB
+constexpr std::size_t kKeptBytes = 256 << 10;  // of the texts of one of them
 
 }  // namespace
 
+WaitingRecords::Block& WaitingRecords::blockOf(std::size_t index) {
+  const std::size_t number = index / kBlockRecords;
+  if (number == blocks_.size()) {
+    Block block;
+    block.entries.reserve(kBlockRecords);
+    block.texts.reserve(kBlockRecords * kUsualRecordBytes);
+    blocks_.push_back(std::move(block));
+  }
+  return blocks_[number];
+}
+
 void WaitingRecords::add(const LogRecord& record) {
-  Entry entry{record.time, texts_.size(), 0, 0, 0, record.level, record.tickCount, record.threadId};
-  appendUtf8Lossy(texts_, record.label);
-  entry.context = texts_.size();
-  appendUtf8Lossy(texts_, record.context);
-  entry.message = texts_.size();
-  appendUtf8Lossy(texts_, record.message);
-  entry.end = texts_.size();
-  entries_.push_back(entry);
+  Block& block = blockOf(size_);
+  std::string& texts = block.texts;
+  Entry entry{record.time, texts.size(), 0, 0, 0, record.level, record.tickCount, record.threadId};
+  appendUtf8Lossy(texts, record.label);
+  entry.context = texts.size();
+  appendUtf8Lossy(texts, record.context);
+  entry.message = texts.size();
+  appendUtf8Lossy(texts, record.message);
+  entry.end = texts.size();
+  block.entries.push_back(entry);
+  ++size_;
 }
 
 WaitingRecord WaitingRecords::at(std::size_t index) const {
-  const Entry& entry = entries_[index];
-  const auto text = [this](std::size_t from, std::size_t to) {
-    return std::string_view(texts_).substr(from, to - from);
+  const Block& block = blocks_[index / kBlockRecords];
+  const Entry& entry = block.entries[index % kBlockRecords];
+  const auto text = [&block](std::size_t from, std::size_t to) {
+    return std::string_view(block.texts).substr(from, to - from);
   };
   return {entry.level,
           text(entry.begin, entry.context),
@@ -36,11 +54,13 @@ WaitingRecord WaitingRecords::at(std::size_t index) const {
 }
 
 void WaitingRecords::clear() {
-  if (texts_.capacity() > kKeptBytes) {
-    *this = WaitingRecords();
+  blocks_.resize(std::min(blocks_.size(), kKeptBlocks));
+  std::erase_if(blocks_, [](const Block& block) { return block.texts.capacity() > kKeptBytes; });
+  for (Block& block : blocks_) {
+    block.entries.clear();
+    block.texts.clear();
   }
-  entries_.clear();
-  texts_.clear();
+  size_ = 0;
 }
 
 }  // namespace CORE

@@ -35,15 +35,16 @@ struct WaitingRecord {
   std::uint32_t threadId = 0;
 };
 
-/// Records in the order of their calls, their texts side by side in one block: a log call allocates nothing of its own
-/// that another thread would have to free. Guarded by its owner.
+/// Records in the order of their calls, their texts side by side: a log call allocates nothing of its own that another
+/// thread would have to free. They stand in blocks, so that a burst never moves what already waits. Guarded by its
+/// owner.
 class WaitingRecords {
  public:
   void add(const LogRecord& record);
-  std::size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
   WaitingRecord at(std::size_t index) const;
-  /// Keeps the memory for the next records, unless it is much.
+  /// Keeps the memory of the first blocks for the next records.
   void clear();
 
  private:
@@ -58,8 +59,16 @@ class WaitingRecords {
     std::uint32_t threadId;
   };
 
-  std::vector<Entry> entries_;
-  std::string texts_;
+  struct Block {
+    std::vector<Entry> entries;
+    std::string texts;
+  };
+  static constexpr std::size_t kBlockRecords = 1024;
+
+  Block& blockOf(std::size_t index);
+
+  std::vector<Block> blocks_;  ///< full ones, then the one that fills up, then spare ones
+  std::size_t size_ = 0;
 };
 
 }  // namespace CORE
