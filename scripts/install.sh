@@ -1,16 +1,18 @@
 #!/usr/bin/env bash
 # Installs what is missing, from Debian's packages and the npm registry; silent when nothing is.
 #
-#   scripts/install.sh run     what ./run.sh needs
-#   scripts/install.sh test    what ./test.sh needs (the same and more)
-#   scripts/install.sh bench   what bench/run.sh needs
+#   scripts/install.sh run       what ./run.sh needs
+#   scripts/install.sh test      what ./test.sh needs (the same and more)
+#   scripts/install.sh coverage  what scripts/coverage.sh needs
+#   scripts/install.sh bench     what bench/run.sh needs
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 run_packages=(cmake ninja-build g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 libgnutls30 openssl
   ca-certificates)
 test_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev clang libclang-rt-dev clang-format clang-tidy
-  git zip unzip tinyproxy-bin)
+  cppcheck git zip unzip tinyproxy-bin)
+coverage_packages=(cmake ninja-build g++ libgtest-dev libssl-dev gcovr)
 bench_packages=("${run_packages[@]}" g++ libgtest-dev libssl-dev libspdlog-dev nlohmann-json3-dev
   curl rclone)
 
@@ -22,8 +24,9 @@ fail() {
 case "${1-}" in
   run) wanted=("${run_packages[@]}") ;;
   test) wanted=("${test_packages[@]}") ;;
+  coverage) wanted=("${coverage_packages[@]}") ;;
   bench) wanted=("${bench_packages[@]}") ;;
-  *) fail "say what for: run, test or bench" ;;
+  *) fail "say what for: run, test, coverage or bench" ;;
 esac
 
 # Node may be there in another way than as Debian's package; npm comes with it then.

@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Lines and branches of the product that the native tests run, as a table a folder, and every place that they do not
+# run, as "file: lines". What only Windows runs (platform/windows/, main/entry.cpp) is not in it: the tests under Wine
+# run the shipped executable, which is not counted.
+#
+#   scripts/coverage.sh            both; docs/coverage.md holds the table of the last time, and why the rest is not run
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install.sh coverage
+build=build/coverage
+log=$build/build.log
+mkdir -p "$build"
+# Not optimised: a line is a line then. Throwing branches are the compiler's, nobody wrote them.
+if ! { cmake --preset debug -B "$build" -DMDDCT_SANITIZE= -DCMAKE_CXX_FLAGS='-O0 --coverage -fprofile-update=atomic' &&
+  cmake --build "$build"; } >"$log" 2>&1; then
+  tail -n 40 "$log" >&2
+  exit 1
+fi
+find "$build" -name '*.gcda' -delete
+ctest --test-dir "$build" -j2 >"$build/tests.log" 2>&1 || { tail -n 40 "$build/tests.log" >&2; exit 1; }
+
+json=$build/coverage.json
+gcovr --root . --object-directory "$build" --exclude-throw-branches --exclude-unreachable-branches \
+  --filter 'main/' --filter 'dct/' --filter 'upload/' --filter 'http/' --filter 'core/' --filter 'platform/' \
+  --json "$json" >"$build/gcovr.log" 2>&1 || { tail -n 20 "$build/gcovr.log" >&2; exit 1; }
+node scripts/coverage-table.mjs "$json"
