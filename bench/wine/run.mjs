@@ -1,6 +1,7 @@
 // run.mjs [NAME...]: prints the rows that are measured under Wine (upload, start, lines, configuration; all without a name). With
 // --small the uploads are small ones, to see that everything works. Needs build/windows with mddct_bench_programs.
-import { existsSync, mkdirSync, readFileSync, rmSync, truncateSync, writeFileSync } from 'node:fs';
+import { randomBytes } from 'node:crypto';
+import { closeSync, existsSync, ftruncateSync, mkdirSync, openSync, readFileSync, rmSync, writeSync } from 'node:fs';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
@@ -23,6 +24,7 @@ const program = `${kProgramFolder}\\mdDCT.exe`;
 const launcher = `${kProgramFolder}\\mddct_run_as_system.exe`;
 const beside = (name) => onDriveZ(join(binaries, name));
 
+const isSparse = (size) => size > kChain;
 const sizeText = (bytes) => (bytes % (1024 * kMiB) === 0 ? `${bytes / kMiB / 1024} GiB` : `${bytes / kMiB} MiB`);
 
 function demand(done, what) {
@@ -59,18 +61,21 @@ class Bench {
     return `${this.drain.origin}/logs/bench.zip?sv=2020-04-08&sig=x`;
   }
 
-  /** A new file of zeros that takes no room; like a new bundle of ours, none of it has been read before. */
+  /** A file that has just been written, as a bundle has; a very long one is of zeros that take no room. */
   file(size) {
     const name = join(this.folder, 'file');
-    writeFileSync(name, '');
-    truncateSync(name, size);
+    const part = randomBytes(4 * kMiB);
+    const file = openSync(name, 'w');
+    if (isSparse(size)) ftruncateSync(file, size);
+    else for (let left = size; left > 0; left -= part.length) writeSync(file, part, 0, Math.min(left, part.length));
+    closeSync(file);
     return name;
   }
 
   // The ways to send a file; each ends when the sender has ended.
   senders = {
     ours: (size) => this.prefix.wine([launcher, program, '-url', this.url],
-      { timeoutMs: 600000, env: { MDDCT_STANDIN: `collect=sparse;size=${size}` } }),
+      { timeoutMs: 600000, env: { MDDCT_STANDIN: `collect=${isSparse(size) ? 'sparse' : 'ok'};size=${size}` } }),
     bare: (size) => this.#bare(size, size > 256 * kMiB ? 'append' : 'put'),
     asking: (size) => this.#bare(size, 'append-asking'),
     curl: (size) => run('curl', ['-sS', '--fail', '--cacert', this.authority, '-T', this.file(size), '-H', 'Expect:',
