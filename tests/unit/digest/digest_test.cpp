@@ -29,9 +29,12 @@ TEST(Base64, WhatBadTextDecodesTo) {
     EXPECT_EQ(output.str(), bytes) << text;
     EXPECT_FALSE(output.isSecret());
   }
+  constexpr std::string_view kForUrls = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
   std::string text = "what stood here before";
-  base64Encode("\xFB\xFF", text, "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_");
-  EXPECT_EQ(text, "-_8=");
+  CORE::mstr bytes;
+  base64Encode("\xFB\xFF", text, kForUrls);
+  base64Decode("-_8=", bytes, base64TableOf(kForUrls));
+  EXPECT_EQ(text + bytes.str(), "-_8=\xFB\xFF");
 }
 
 // FIPS 180-2 (appendix B), RFC 1321 (A.5), and the second test cases of RFC 4231 and RFC 2202.
