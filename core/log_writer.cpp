@@ -7,12 +7,9 @@
 #include "core/error_text.h"
 #include "core/format.h"
 #include "core/log.h"
-#include "core/log_context.h"
 #include "core/log_folder.h"
-#include "core/program_version.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
-#include "platform/system.h"
 
 namespace CORE {
 namespace {
@@ -47,32 +44,22 @@ std::wstring folderOf(const LogSettings& settings, const std::wstring& program) 
 
 }  // namespace
 
-LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message) {
-  const platform::Platform& platform = platform::current();
-  return {level,
-          label,
-          message,
-          logContext(),
-          platform.clock.GetSystemTimeAsFileTime(),
-          platform.clock.GetTickCount(),
-          platform.processes.GetCurrentThreadId()};
-}
-
 LogWriter::LogWriter(const LogSettings& settings, std::wstring program, std::wstring component, Notice notice)
-    : programName_(std::move(program)),
+    : banner_{std::move(program)},
       notice_(std::move(notice)),
       readBias_(settings.flag(L"readActiveTimeBiasFromRegistry")),
       slowTicks_(settings.number(L"LogDelayNotificationTreshold")),
       idleTicks_(settings.number(L"InactivityTimeoutSeconds") * kTicksPerSecond),
       group_(settings.flag(L"DeveloperMachine") ? 1 : settings.number(L"batchLogMessageCount")),
       maker_(layoutOf(settings, std::move(component))) {
-  const std::wstring folder = folderOf(settings, programName_);
+  const std::wstring folder = folderOf(settings, banner_.program);
   const LogSeries::Limits limits{settings.number(L"MaxDebugLogs"), settings.number(L"MaxDaysKept"),
                                  settings.number(L"MaxDebugLogSizeMB") * kMiB};
   info_.series = LogSeries(folder, settings.text(L"FileNameBase"), limits);
   info_.enabled = settings.flag(L"logEnabled");
   debug_.series = LogSeries(folder, settings.text(L"DebugNameBase"), limits);
   debug_.enabled = settings.flag(L"debugEnabled") || settings.flag(L"traceEnabled");
+  banner_.debugEnabled = debug_.enabled;
   diskGuard_ = LogDiskGuard(folder, settings.number(L"DiskThresholdForLogAndEventsMB"));
   if (info_.enabled || debug_.enabled) {
     // Before the writer runs: the agent makes its folder below this one, and a folder that somebody else makes at the
@@ -101,7 +88,7 @@ void LogWriter::close() {
 }
 
 std::size_t LogWriter::write(const WaitingRecords& records, std::size_t first, bool callerWrites) {
-  callerWrites_ = callerWrites;
+  banner_.callerWrites = callerWrites;
   maker_.setBias(currentBias(readBias_));
   lastWrite_ = platform::current().clock.GetTickCount();
   lines_.clear();
@@ -167,7 +154,7 @@ std::wstring LogWriter::tryToWrite(Target& target, std::uint32_t fromLevel, std:
   }
   LogFile& file = target.series.file();
   const std::uint32_t lockWait = file.takeTurn();
-  status = writeLines(file, header(target, opened), fromLevel, lockWait);
+  status = writeLines(file, banner_.lines(maker_, opened, !target.started), fromLevel, lockWait);
   file.endTurn();
   return status ? std::wstring()
                 : format(L"System error occurred while attempting to log a message\n\nError = %s",
@@ -203,38 +190,6 @@ platform::Status LogWriter::writeLines(LogFile& file, std::string text, std::uin
     write();
   }
   return status;
-}
-
-std::string LogWriter::header(const Target& target, LogSeries::Opened opened) {
-  std::string text;
-  const auto add = [&](const std::wstring& message) { text += maker_.line(makeLogRecord(kInfo, {}, message)); };
-  if (opened == LogSeries::Opened::kNew) {
-    add(format(L"Log for %s", programName_));
-  } else if (opened == LogSeries::Opened::kExisting) {
-    add(L"Opening latest existing log file");
-  }
-  if (!target.started) {
-    add(startedText());
-    const wchar_t* const state =
-        debug_.enabled ? L" ********** Debug log file is enabled for" : L" ********** Debug log file is disabled for";
-    text += toUtf8Lossy(format(L"%s %s%s", state, programName_, L". **********\r\n"));
-  }
-  return text;
-}
-
-std::wstring LogWriter::startedText() const {
-#ifdef NDEBUG
-  constexpr wchar_t kBuildType[] = L"release";
-#else
-  constexpr wchar_t kBuildType[] = L"debug";
-#endif
-  const auto path = platform::current().system.GetModuleFileNameW();
-  const std::wstring version = path ? ProgramVersion::of(path.value).version : std::wstring();
-  const auto session = platform::current().processes.ProcessIdToSessionId(maker_.layout().processId);
-  return format(
-      L"Program '%s' started, version=%s, pid=0x%X, buildtype=%s, usethread=%u, closeafterwrite=%u, sessionId=%d",
-      programName_, version, maker_.layout().processId, kBuildType, callerWrites_ ? 0 : 1, 0,
-      session ? static_cast<std::int32_t>(session.value) : -1);
 }
 
 void LogWriter::writeToConsole() {

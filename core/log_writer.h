@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "core/log_banner.h"
 #include "core/log_console.h"
 #include "core/log_disk_guard.h"
 #include "core/log_line.h"
@@ -12,9 +13,6 @@
 #include "core/log_settings.h"
 
 namespace CORE {
-
-/// Makes a record of the calling thread, now. The texts stay the caller's.
-LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message);
 
 /// From records to lines in the info file (INFO and above), the debug file (all) and the console. Guarded by its owner.
 class LogWriter {
@@ -51,17 +49,14 @@ class LogWriter {
   void writeTo(Target& target, Target& other, std::uint32_t fromLevel);
   std::wstring tryToWrite(Target& target, std::uint32_t fromLevel, std::size_t bytes);
   platform::Status writeLines(LogFile& file, std::string text, std::uint32_t fromLevel, std::uint32_t lockWait) const;
-  std::string header(const Target& target, LogSeries::Opened opened);
-  std::wstring startedText() const;
   void writeToConsole();
 
-  const std::wstring programName_;
+  LogBanner banner_;
   const Notice notice_;
   const bool readBias_;
   const std::uint32_t slowTicks_;  ///< a line written later is followed by its delay; 0: none
   const std::uint64_t idleTicks_;
   const std::size_t group_;  ///< most lines of one write
-  bool callerWrites_ = false;
   LineMaker maker_;
   std::string text_;         ///< the lines of this turn
   std::vector<Line> lines_;  ///< where they are

@@ -3,6 +3,9 @@
 #include <algorithm>
 
 #include "core/convert.h"
+#include "core/log_context.h"
+#include "platform/platform.h"
+#include "platform/processes.h"
 
 namespace CORE {
 namespace {
@@ -12,6 +15,17 @@ constexpr std::size_t kKeptBlocks = 64;        // of a burst that is well ahead 
 constexpr std::size_t kKeptBytes = 256 << 10;  // of the texts of one of them
 
 }  // namespace
+
+LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message) {
+  const platform::Platform& platform = platform::current();
+  return {level,
+          label,
+          message,
+          logContext(),
+          platform.clock.GetSystemTimeAsFileTime(),
+          platform.clock.GetTickCount(),
+          platform.processes.GetCurrentThreadId()};
+}
 
 WaitingRecords::Block& WaitingRecords::blockOf(std::size_t index) {
   const std::size_t number = index / kBlockRecords;

@@ -24,6 +24,9 @@ struct LogRecord {
   std::uint32_t threadId = 0;
 };
 
+/// Makes a record of the calling thread, now. The texts stay the caller's.
+LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message);
+
 /// A record that waits for the writer. The texts are UTF-8 and belong to the WaitingRecords.
 struct WaitingRecord {
   std::uint32_t level = 0;

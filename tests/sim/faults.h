@@ -1,10 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <map>
 #include <mutex>
 #include <optional>
-#include <ranges>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,13 +55,11 @@ class Faults {
     const std::lock_guard lock(mutex_);
     calls_.push_back({name, canFail});
     const std::size_t count = ++counts_[name];
-    for (const Fault& fault : faults_ | std::views::reverse) {
+    const auto newest = std::find_if(faults_.rbegin(), faults_.rend(), [&](const Fault& fault) {
       const std::size_t number = fault.name.empty() ? calls_.size() : count;
-      if ((fault.name.empty() || fault.name == name) && (fault.n == number || fault.n == kEvery)) {
-        return fault.error;
-      }
-    }
-    return std::nullopt;
+      return (fault.name.empty() || fault.name == name) && (fault.n == number || fault.n == kEvery);
+    });
+    return newest == faults_.rend() ? std::nullopt : std::optional(newest->error);
   }
   /// For the services: passes the point with a call that cannot be failed.
   void note(const char* name) { pass(name, false); }
