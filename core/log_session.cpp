@@ -98,7 +98,8 @@ bool LogSession::writeWaiting() noexcept {
         count = writer_.write(taken_, done, callerWrites_);
       }
     } catch (...) {
-      // Out of memory: these records are lost. There is nobody to tell.
+      // Out of memory: this record is lost, and there is nobody to tell. Those behind it get their own try.
+      count = 1;
     }
     queue_.markWritten(count);
     done += count;

@@ -3,7 +3,9 @@
 # run, as "file: lines". What only Windows runs (platform/windows/, main/entry.cpp) is not in it: the tests under Wine
 # run the shipped executable, which is not counted.
 #
-#   scripts/coverage.sh            both; docs/coverage.md holds the table of the last time, and why the rest is not run
+#   scripts/coverage.sh
+#
+# docs/coverage.md holds the table of the last time, and says why the rest is not run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
