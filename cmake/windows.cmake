@@ -53,33 +53,33 @@ add_custom_command(TARGET mdDCT POST_BUILD VERBATIM
   BYPRODUCTS ${PROJECT_BINARY_DIR}/mdDCT.exe.debug
   WORKING_DIRECTORY ${PROJECT_BINARY_DIR})
 
-# The programs that the tests under Wine need beside it.
+# What it meets under Wine: the launcher, the stand-in for powershell.exe, and the programs of the tests.
 
-set(native ${PROJECT_SOURCE_DIR}/tests/wine/native)
-add_library(mddct_native_test STATIC ${native}/arguments.cpp)
-mddct_options(mddct_native_test)
-target_compile_definitions(mddct_native_test PRIVATE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX)
+set(native ${PROJECT_SOURCE_DIR}/scripts/wine/native)
+add_library(mddct_native STATIC ${native}/arguments.cpp)
+mddct_options(mddct_native)
+target_compile_definitions(mddct_native PRIVATE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX)
 
 function(mddct_native_program target)
   add_executable(${target} ${ARGN})
   mddct_windows_program(${target})
-  target_link_libraries(${target} PRIVATE mddct_native_test)
+  target_link_libraries(${target} PRIVATE mddct_native)
 endfunction()
 
 mddct_native_program(mddct_run_as_system ${native}/run_as_system.cpp)
 mddct_native_program(mddct_trust_root ${native}/trust_root.cpp)
 target_link_libraries(mddct_trust_root PRIVATE crypt32)
 
-mddct_native_program(mddct_https_client ${native}/https_client.cpp)
-target_link_libraries(mddct_https_client PRIVATE mddct_http mddct_windows)
-
 # In a folder of its own: Windows finds it there by its bare name only for who asks for that folder.
 mddct_native_program(mddct_powershell ${native}/powershell.cpp)
 set_target_properties(mddct_powershell PROPERTIES
   OUTPUT_NAME powershell RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/standin)
 
-file(GLOB check_sources CONFIGURE_DEPENDS ${native}/check/*.cpp)
-mddct_native_program(mddct_platform_check ${native}/platform_check.cpp ${check_sources})
+set(tests ${PROJECT_SOURCE_DIR}/tests/wine/native)
+mddct_native_program(mddct_https_client ${tests}/https_client.cpp)
+target_link_libraries(mddct_https_client PRIVATE mddct_http mddct_windows)
+file(GLOB check_sources CONFIGURE_DEPENDS ${tests}/check/*.cpp)
+mddct_native_program(mddct_platform_check ${tests}/platform_check.cpp ${check_sources})
 target_compile_options(mddct_platform_check PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fnon-call-exceptions>)
 target_link_libraries(mddct_platform_check PRIVATE mddct_digest mddct_windows)
 

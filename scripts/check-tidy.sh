@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # cppcheck and clang-tidy (with the list in .clang-tidy) over the product's own sources, cppcheck also over the
-# simulated Windows and the programs of the tests under Wine; every finding is an error.
+# simulated Windows and the programs that stand beside it under Wine; every finding is an error.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,5 +11,5 @@ git ls-files -z '*.cpp' ':!tests/unit' ':!fuzz' ':!bench' | xargs -0 cppcheck --
   --suppress=internalAstError:platform/windows/windows_crash.cpp
 
 cmake --preset debug >/dev/null
-git ls-files '*.cpp' | grep -vE '^(platform/windows|tests|bench|fuzz)/|^main/entry\.cpp$' |
+git ls-files '*.cpp' | grep -vE '^(platform/windows|scripts|tests|bench|fuzz)/|^main/entry\.cpp$' |
   xargs -P2 -n4 clang-tidy -p build/debug --quiet

@@ -5,11 +5,11 @@ import { closeSync, existsSync, ftruncateSync, mkdirSync, openSync, readFileSync
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
-import { certificates } from '../../tests/wine/ca.mjs';
-import { binaries, stateFolder } from '../../tests/wine/paths.mjs';
-import { clonePrefix, endOnSignals, onDriveZ } from '../../tests/wine/prefix.mjs';
-import { emptyFolder, run } from '../../tests/wine/proc.mjs';
-import { Product, kProgramFolder, kSettingsKey } from '../../tests/wine/product.mjs';
+import { certificates } from '../../scripts/wine/ca.mjs';
+import { binaries, stateFolder } from '../../scripts/wine/paths.mjs';
+import { clonePrefix, endOnSignals, onDriveZ } from '../../scripts/wine/prefix.mjs';
+import { emptyFolder, run } from '../../scripts/wine/proc.mjs';
+import { Product, kProgramFolder, kSettingsKey } from '../../scripts/wine/product.mjs';
 import { startDrain } from './drain.mjs';
 import { inTurns, median, printRow, ratioOf } from './table.mjs';
 

@@ -2,14 +2,14 @@
 // Arguments: the bundle's size, and the URL to send to ('' for the emulator).
 import { readdirSync, rmSync } from 'node:fs';
 import { join } from 'node:path';
-import { startAzurite } from '../../tests/wine/azurite.mjs';
-import { certificates } from '../../tests/wine/ca.mjs';
-import { stateFolder } from '../../tests/wine/paths.mjs';
-import { Prefix, clonePrefix, endEverything, endOnSignals, templatePrefix } from '../../tests/wine/prefix.mjs';
-import { alive } from '../../tests/wine/proc.mjs';
-import { Product } from '../../tests/wine/product.mjs';
-import { blobSas } from '../../tests/wine/sas.mjs';
-import { openStorage } from '../../tests/wine/storage.mjs';
+import { startAzurite } from '../wine/azurite.mjs';
+import { certificates } from '../wine/ca.mjs';
+import { stateFolder } from '../wine/paths.mjs';
+import { Prefix, clonePrefix, endEverything, endOnSignals, templatePrefix } from '../wine/prefix.mjs';
+import { alive } from '../wine/proc.mjs';
+import { Product } from '../wine/product.mjs';
+import { blobSas } from '../wine/sas.mjs';
+import { openStorage } from '../wine/storage.mjs';
 import { showBlob, showEnd, showRun, showSettings, step } from './show.mjs';
 
 const kContainer = 'logs';

@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { before, describe, it } from 'node:test';
 import { assertEnded, kMiB, kPutFailed, kUploadFailed, upload, useFiles, useProduct } from './harness.mjs';
-import { kLogFolder, kProgramFolder, kProxyKey } from './product.mjs';
+import { kLogFolder, kProgramFolder, kProxyKey } from '../../scripts/wine/product.mjs';
 
 const kMissing = [/^wWinMain\(\): filesystem error: file_size: No such file or directory/];
 const kStreamEnds = [/^WinHttpRequest::UploadData\(\): File stream is invalid$/, ...kPutFailed];

@@ -3,7 +3,7 @@ import assert from 'node:assert/strict';
 import { renameSync, rmSync, writeFileSync } from 'node:fs';
 import { describe, it } from 'node:test';
 import { assertDelivered, assertEnded, upload, useProduct, withProduct } from './harness.mjs';
-import { kInstallPath, kProgramFolder, kSettingsKey } from './product.mjs';
+import { kInstallPath, kProgramFolder, kSettingsKey } from '../../scripts/wine/product.mjs';
 
 const kArgs = ['-url', 'https://localhost:9/logs/a.zip'];
 const failed = (what) => new RegExp(`^wWinMain\\(\\): Invoking the DCT script failed\\. Error ${what}$`);

@@ -8,8 +8,8 @@ import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { before, describe, it } from 'node:test';
 import { assertDelivered, kMiB, useFiles, useProduct, wholeRecords, withSink } from './harness.mjs';
-import { alive } from './proc.mjs';
-import { kProxyKey } from './product.mjs';
+import { alive } from '../../scripts/wine/proc.mjs';
+import { kProxyKey } from '../../scripts/wine/product.mjs';
 
 const logged = (text) => ({ log }) => log().includes(text);
 const received = (index, bytes) => ({ sink }) => sink.requests[index]?.bytes >= bytes;

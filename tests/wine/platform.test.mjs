@@ -2,9 +2,9 @@
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { it } from 'node:test';
-import { binaries } from './paths.mjs';
-import { clonePrefix, onDriveZ } from './prefix.mjs';
-import { emptyFolder } from './proc.mjs';
+import { binaries } from '../../scripts/wine/paths.mjs';
+import { clonePrefix, onDriveZ } from '../../scripts/wine/prefix.mjs';
+import { emptyFolder } from '../../scripts/wine/proc.mjs';
 
 it('the Windows layer', async (test) => {
   const prefix = await clonePrefix('test-platform');

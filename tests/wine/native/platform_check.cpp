@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/windows/windows_platform.h"
-#include "tests/wine/native/arguments.h"
+#include "scripts/wine/native/arguments.h"
 #include "tests/wine/native/check/tap.h"
 #include "upload/digest/hash_generator.h"
 

@@ -1,4 +1,4 @@
-#include "tests/wine/native/arguments.h"
+#include "scripts/wine/native/arguments.h"
 
 #include <windows.h>
 

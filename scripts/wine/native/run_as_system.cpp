@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/wine/native/arguments.h"
+#include "scripts/wine/native/arguments.h"
 
 namespace {
 

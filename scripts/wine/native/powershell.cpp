@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/wine/native/arguments.h"
+#include "scripts/wine/native/arguments.h"
 
 namespace fs = std::filesystem;
 
