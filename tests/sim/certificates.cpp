@@ -11,9 +11,9 @@ constexpr std::uint32_t kPartialChain = 0x10000;   // CERT_TRUST_IS_PARTIAL_CHAI
 constexpr std::uint32_t kNotValidForUsage = 0x10;  // CERT_TRUST_IS_NOT_VALID_FOR_USAGE
 constexpr std::uint32_t kCertEChaining = 0x800B010A;
 constexpr const char* kServerAuthentication = "1.3.6.1.5.5.7.3.1";
-constexpr platform::ErrorCode kInvalidArgument = 0x80070057;
-constexpr platform::ErrorCode kBadEncode = 0x80092002;  // CRYPT_E_BAD_ENCODE
-constexpr platform::ErrorCode kBadTag = 0x8009310B;     // CRYPT_E_ASN1_BADTAG
+constexpr ErrorCode kInvalidArgument = 0x80070057;
+constexpr ErrorCode kBadEncode = 0x80092002;  // CRYPT_E_BAD_ENCODE
+constexpr ErrorCode kBadTag = 0x8009310B;     // CRYPT_E_ASN1_BADTAG
 
 /// What a store holds, by its bytes.
 struct Store {
@@ -42,7 +42,7 @@ struct ChainObject : Object {
 struct CrlObject : Object {
   const char* kind() const override { return "CRL"; }
   bool hasInfo = true;
-  platform::FileTime nextUpdate = 0;
+  FileTime nextUpdate = 0;
   std::vector<std::string> revoked;
 };
 
@@ -62,7 +62,7 @@ std::string fromBase64(std::string_view text) {
   EVP_DecodeInit(context.get());
   const int result = EVP_DecodeUpdate(context.get(), out, &length, reinterpret_cast<const unsigned char*>(text.data()),
                                       static_cast<int>(text.size()));
-  refuseIf(result < 0 || EVP_DecodeFinal(context.get(), out + length, &rest) < 0, platform::kErrorInvalidData);
+  refuseIf(result < 0 || EVP_DecodeFinal(context.get(), out + length, &rest) < 0, kErrorInvalidData);
   return bytes.substr(0, static_cast<std::size_t>(length + rest));
 }
 
@@ -83,7 +83,7 @@ std::shared_ptr<CrlObject> parseCrl(const std::string& text) {
 
 // What a test describes, and the handles to it.
 
-std::string Certificates::crlText(platform::FileTime nextUpdate, const std::vector<std::string>& revoked) {
+std::string Certificates::crlText(FileTime nextUpdate, const std::vector<std::string>& revoked) {
   std::string text = "CRL " + std::to_string(nextUpdate) + "\n";
   for (const auto& certificate : revoked) {
     text += certificate + "\n";
@@ -98,14 +98,14 @@ void Certificates::know(const ServerChain& chain) {
   }
 }
 
-platform::CertificateHandle Certificates::certificateOf(const CertificateSpec& about) {
+CertificateHandle Certificates::certificateOf(const CertificateSpec& about) {
   const Guard guard(kernel_.mutex);
-  return platform::CertificateHandle(addCertificate(about));
+  return CertificateHandle(addCertificate(about));
 }
 
-platform::ChainHandle Certificates::chainOf(const ServerChain& chain) {
+ChainHandle Certificates::chainOf(const ServerChain& chain) {
   const Guard guard(kernel_.mutex);
-  return platform::ChainHandle(addChain(chain, chain.trustError()));
+  return ChainHandle(addChain(chain, chain.trustError()));
 }
 
 NativeHandle Certificates::addCertificate(const CertificateSpec& about) {
@@ -141,9 +141,9 @@ std::vector<std::byte> Certificates::extensionOf(const CertificateSpec& about) {
   if (!about.hasExtensions || (!about.points && about.crlUrls.empty())) {
     return {};
   }
-  platform::DistributionPoint point{true, {}};
+  DistributionPoint point{true, {}};
   for (const auto& url : about.crlUrls) {
-    point.names.push_back({platform::kAltNameUrl, url});
+    point.names.push_back({kAltNameUrl, url});
   }
   const std::string value = "distribution points " + std::to_string(extensions_.size());
   extensions_[value] = about.points.value_or(std::vector{point});
@@ -156,28 +156,28 @@ std::vector<std::byte> Certificates::extensionOf(const CertificateSpec& about) {
 Result<std::uint32_t> Certificates::CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
                                                          std::span<std::byte> buffer) {
   return kernel_.call(__func__, [&] {
-    refuseIf(flags != platform::kCryptStringBase64Any, platform::kErrorInvalidData);
+    refuseIf(flags != kCryptStringBase64Any, kErrorInvalidData);
     const std::string bytes = fromBase64(text);
-    refuseIf(!buffer.empty() && buffer.size() < bytes.size(), platform::kErrorMoreData);
+    refuseIf(!buffer.empty() && buffer.size() < bytes.size(), kErrorMoreData);
     std::copy_n(std::as_bytes(std::span(bytes)).begin(), std::min(buffer.size(), bytes.size()), buffer.begin());
     return static_cast<std::uint32_t>(bytes.size());
   });
 }
 
-Result<platform::CertificateHandle> Certificates::CertCreateCertificateContext(std::uint32_t encoding,
-                                                                               std::span<const std::byte> encoded) {
+Result<CertificateHandle> Certificates::CertCreateCertificateContext(std::uint32_t encoding,
+                                                                     std::span<const std::byte> encoded) {
   return kernel_.call(__func__, [&] {
-    refuseIf(encoding != platform::kEncodingX509Pkcs7, kInvalidArgument);
+    refuseIf(encoding != kEncodingX509Pkcs7, kInvalidArgument);
     refuseIf(encoded.empty(), kBadTag);
-    return platform::CertificateHandle(addCertificate({textOf(encoded)}));
+    return CertificateHandle(addCertificate({textOf(encoded)}));
   });
 }
 
-Result<platform::CertificateHandle> Certificates::CertDuplicateCertificateContext(NativeHandle certificate) {
+Result<CertificateHandle> Certificates::CertDuplicateCertificateContext(NativeHandle certificate) {
   return kernel_.callOn<CertificateObject>(__func__, certificate, [&](CertificateObject& object) {
     auto copy = std::make_shared<CertificateObject>(object);
     copy->dependent = false;
-    return kernel_.opened<platform::CertificateHandle>(std::move(copy));
+    return kernel_.opened<CertificateHandle>(std::move(copy));
   });
 }
 
@@ -200,11 +200,11 @@ Result<std::span<const std::byte>> Certificates::CertFindExtension(const std::st
   });
 }
 
-Result<std::optional<std::vector<platform::DistributionPoint>>> Certificates::CryptDecodeObjectEx(
+Result<std::optional<std::vector<DistributionPoint>>> Certificates::CryptDecodeObjectEx(
     std::uint32_t encoding, std::span<const std::byte> encoded) {
   return kernel_.call(__func__, [&] {
     const auto found = extensions_.find(textOf(encoded));
-    refuseIf(found == extensions_.end() || encoding != platform::kEncodingX509Pkcs7, kBadTag);
+    refuseIf(found == extensions_.end() || encoding != kEncodingX509Pkcs7, kBadTag);
     return found->second;
   });
 }
@@ -213,7 +213,7 @@ std::uint32_t Certificates::CertGetNameStringW(NativeHandle certificate, std::ui
                                                std::span<wchar_t> buffer) {
   const auto name = kernel_.callOn<CertificateObject>(__func__, certificate, [&](CertificateObject& object) {
     const std::wstring text(object.about.der.begin(), object.about.der.end());
-    return type == platform::kNameRdn ? L"CN=" + text : L"";
+    return type == kNameRdn ? L"CN=" + text : L"";
   });
   if (buffer.empty()) {
     return static_cast<std::uint32_t>(name.value.size() + 1);
@@ -223,24 +223,23 @@ std::uint32_t Certificates::CertGetNameStringW(NativeHandle certificate, std::ui
   return static_cast<std::uint32_t>(text.size() + 1);
 }
 
-Result<platform::StoreHandle> Certificates::CertOpenStore() {
-  return kernel_.call(__func__, [&] { return kernel_.opened<platform::StoreHandle>(std::make_shared<StoreObject>()); });
+Result<StoreHandle> Certificates::CertOpenStore() {
+  return kernel_.call(__func__, [&] { return kernel_.opened<StoreHandle>(std::make_shared<StoreObject>()); });
 }
 
 Status Certificates::CertAddCertificateContextToStore(NativeHandle store, NativeHandle certificate,
                                                       std::uint32_t disposition) {
   const char* const name = __func__;
   return kernel_.callOn<StoreObject>(name, store, [&](StoreObject& into) {
-    refuseIf(disposition != platform::kStoreAddReplaceExisting, platform::kErrorInvalidParameter);
+    refuseIf(disposition != kStoreAddReplaceExisting, kErrorInvalidParameter);
     into.content.insert(kernel_.need<CertificateObject>(certificate, name)->about.der);
   });
 }
 
 void Certificates::CertCloseStore(NativeHandle store) { kernel_.close<StoreObject>(__func__, store); }
 
-Result<platform::ChainHandle> Certificates::CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
-                                                                    const std::vector<std::string>& usages,
-                                                                    std::uint32_t flags) {
+Result<ChainHandle> Certificates::CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
+                                                          const std::vector<std::string>& usages, std::uint32_t flags) {
   const char* const name = __func__;
   return kernel_.callOn<CertificateObject>(name, certificate, [&](CertificateObject& leaf) {
     chainFlags_.push_back(flags);
@@ -251,36 +250,34 @@ Result<platform::ChainHandle> Certificates::CertGetCertificateChain(NativeHandle
                                       [&](const auto& about) { return !from->content.contains(about.der); });
     const bool partial = known == known_.end() || missing != chain.certificates.end();
     chain.certificates.erase(missing, chain.certificates.end());
-    const bool checked = (flags & platform::kChainRevocationCheckChain) != 0;
+    const bool checked = (flags & kChainRevocationCheckChain) != 0;
     const bool forServers = usages.empty() || std::ranges::count(usages, kServerAuthentication) != 0;
     const std::uint32_t error = (partial ? kPartialChain : chain.trustError()) | (forServers ? 0 : kNotValidForUsage) |
                                 (checked ? chain.revocationError : 0);
-    return platform::ChainHandle(addChain(chain, error, checked ? chain.revocationInfo : 0));
+    return ChainHandle(addChain(chain, error, checked ? chain.revocationInfo : 0));
   });
 }
 
 Result<std::uint32_t> Certificates::CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,
-                                                                     const platform::SslPolicy& parameters) {
+                                                                     const SslPolicy& parameters) {
   return kernel_.callOn<ChainObject>(__func__, chain, [&](ChainObject& object) {
-    refuseIf(policy != platform::kChainPolicySsl || parameters.authType != platform::kAuthTypeServer,
-             platform::kErrorInvalidParameter);
+    refuseIf(policy != kChainPolicySsl || parameters.authType != kAuthTypeServer, kErrorInvalidParameter);
     serverNames_.push_back(parameters.serverName);
     const ServerChain& shown = object.shown;
-    const bool allowsUnknown = (parameters.flags & platform::kChainPolicyAllowUnknownCa) != 0;
+    const bool allowsUnknown = (parameters.flags & kChainPolicyAllowUnknownCa) != 0;
     const bool checksName = !parameters.serverName.empty() && (parameters.checks & 0x1000) == 0;
     return shown.policyStatus != 0                                       ? shown.policyStatus
            : !allowsUnknown && (object.errorStatus & kPartialChain) != 0 ? kCertEChaining
-           : !allowsUnknown && !shown.trustedRoot                        ? platform::kCertEUntrustedRoot
-           : checksName && !shown.nameMatches                            ? platform::kCertECnNoMatch
+           : !allowsUnknown && !shown.trustedRoot                        ? kCertEUntrustedRoot
+           : checksName && !shown.nameMatches                            ? kCertECnNoMatch
                                                                          : 0;
   });
 }
 
-Result<platform::CrlHandle> Certificates::CertCreateCRLContext(std::uint32_t encoding,
-                                                               std::span<const std::byte> encoded) {
+Result<CrlHandle> Certificates::CertCreateCRLContext(std::uint32_t encoding, std::span<const std::byte> encoded) {
   return kernel_.call(__func__, [&] {
-    refuseIf(encoding != platform::kEncodingX509Pkcs7, kInvalidArgument);
-    return kernel_.opened<platform::CrlHandle>(parseCrl(textOf(encoded)));
+    refuseIf(encoding != kEncodingX509Pkcs7, kInvalidArgument);
+    return kernel_.opened<CrlHandle>(parseCrl(textOf(encoded)));
   });
 }
 
@@ -295,7 +292,7 @@ Result<bool> Certificates::CertFindCertificateInCRL(NativeHandle certificate, Na
 
 // Reading. A null context gives an empty view.
 
-platform::CertificateView Certificates::certificate(NativeHandle certificate) {
+CertificateView Certificates::certificate(NativeHandle certificate) {
   const Guard guard(kernel_.mutex);
   const auto object = certificate == nullptr ? nullptr : kernel_.get<CertificateObject>(certificate, __func__);
   if (object == nullptr) {
@@ -305,7 +302,7 @@ platform::CertificateView Certificates::certificate(NativeHandle certificate) {
   return {std::as_bytes(std::span(about.der)), about.hasInfo, about.hasExtensions ? 1u : 0u, certificate};
 }
 
-platform::ChainView Certificates::chain(NativeHandle chain) {
+ChainView Certificates::chain(NativeHandle chain) {
   const Guard guard(kernel_.mutex);
   const auto object = chain == nullptr ? nullptr : kernel_.get<ChainObject>(chain, __func__);
   if (object == nullptr) {
@@ -314,10 +311,10 @@ platform::ChainView Certificates::chain(NativeHandle chain) {
   return {object->errorStatus, object->infoStatus, object->certificates.empty() ? 0u : 1u, object->certificates};
 }
 
-platform::CrlView Certificates::crl(NativeHandle crl) {
+CrlView Certificates::crl(NativeHandle crl) {
   const Guard guard(kernel_.mutex);
   const auto object = crl == nullptr ? nullptr : kernel_.get<CrlObject>(crl, __func__);
-  return object == nullptr ? platform::CrlView{} : platform::CrlView{object->hasInfo, object->nextUpdate};
+  return object == nullptr ? CrlView{} : CrlView{object->hasInfo, object->nextUpdate};
 }
 
 }  // namespace sim

@@ -14,7 +14,7 @@ struct CertificateSpec {
   bool hasInfo = true;
   bool hasExtensions = true;
   /// Instead of crlUrls: the points as they are decoded; one that holds nothing makes the decoding give null.
-  std::optional<std::optional<std::vector<platform::DistributionPoint>>> points = std::nullopt;
+  std::optional<std::optional<std::vector<DistributionPoint>>> points = std::nullopt;
 };
 
 /// What a server shows in the handshake, and what the platform thinks of it.
@@ -37,13 +37,13 @@ class Certificates : public platform::Certificates {
   explicit Certificates(Kernel& kernel) : kernel_(kernel) {}
 
   /// The bytes of a CRL that lists these certificates (by their bytes), with a next update (0: none).
-  static std::string crlText(platform::FileTime nextUpdate, const std::vector<std::string>& revoked = {});
+  static std::string crlText(FileTime nextUpdate, const std::vector<std::string>& revoked = {});
   static constexpr std::string_view kCrlWithoutInfo = "CRL without info";  ///< its context tells nothing
 
   void know(const ServerChain& chain);
   /// Contexts for tests of the helpers themselves; the caller owns them.
-  platform::CertificateHandle certificateOf(const CertificateSpec& about);
-  platform::ChainHandle chainOf(const ServerChain& chain);
+  CertificateHandle certificateOf(const CertificateSpec& about);
+  ChainHandle chainOf(const ServerChain& chain);
   /// For services that hand contexts out. Lock held.
   NativeHandle addCertificate(const CertificateSpec& about);
   NativeHandle addChain(const ServerChain& chain, std::uint32_t errorStatus = 0, std::uint32_t infoStatus = 0);
@@ -54,33 +54,32 @@ class Certificates : public platform::Certificates {
 
   Result<std::uint32_t> CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
                                              std::span<std::byte> buffer) override;
-  Result<platform::CertificateHandle> CertCreateCertificateContext(std::uint32_t encoding,
-                                                                   std::span<const std::byte> encoded) override;
-  Result<platform::CrlHandle> CertCreateCRLContext(std::uint32_t encoding, std::span<const std::byte> encoded) override;
-  Result<platform::CertificateHandle> CertDuplicateCertificateContext(NativeHandle certificate) override;
+  Result<CertificateHandle> CertCreateCertificateContext(std::uint32_t encoding,
+                                                         std::span<const std::byte> encoded) override;
+  Result<CrlHandle> CertCreateCRLContext(std::uint32_t encoding, std::span<const std::byte> encoded) override;
+  Result<CertificateHandle> CertDuplicateCertificateContext(NativeHandle certificate) override;
   void CertFreeCertificateContext(NativeHandle certificate) override;
   void CertFreeCertificateChain(NativeHandle chain) override;
   void CertFreeCRLContext(NativeHandle crl) override;
   Result<std::span<const std::byte>> CertFindExtension(const std::string& oid, NativeHandle certificate) override;
-  Result<std::optional<std::vector<platform::DistributionPoint>>> CryptDecodeObjectEx(
+  Result<std::optional<std::vector<DistributionPoint>>> CryptDecodeObjectEx(
       std::uint32_t encoding, std::span<const std::byte> encoded) override;
   std::uint32_t CertGetNameStringW(NativeHandle certificate, std::uint32_t type, std::span<wchar_t> buffer) override;
-  Result<platform::StoreHandle> CertOpenStore() override;
+  Result<StoreHandle> CertOpenStore() override;
   Status CertAddCertificateContextToStore(NativeHandle store, NativeHandle certificate,
                                           std::uint32_t disposition) override;
   void CertCloseStore(NativeHandle store) override;
-  Result<platform::ChainHandle> CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
-                                                        const std::vector<std::string>& usages,
-                                                        std::uint32_t flags) override;
+  Result<ChainHandle> CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
+                                              const std::vector<std::string>& usages, std::uint32_t flags) override;
   Result<std::uint32_t> CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,
-                                                         const platform::SslPolicy& parameters) override;
+                                                         const SslPolicy& parameters) override;
   Result<bool> CertFindCertificateInCRL(NativeHandle certificate, NativeHandle crl) override;
-  platform::CertificateView certificate(NativeHandle certificate) override;
-  platform::ChainView chain(NativeHandle chain) override;
-  platform::CrlView crl(NativeHandle crl) override;
+  CertificateView certificate(NativeHandle certificate) override;
+  ChainView chain(NativeHandle chain) override;
+  CrlView crl(NativeHandle crl) override;
 
  private:
-  using Points = std::optional<std::vector<platform::DistributionPoint>>;
+  using Points = std::optional<std::vector<DistributionPoint>>;
 
   NativeHandle add(const CertificateSpec& about, const std::vector<CertificateSpec>& peers, bool dependent);
   std::vector<std::byte> extensionOf(const CertificateSpec& about);

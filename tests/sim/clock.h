@@ -10,10 +10,10 @@ namespace sim {
 /// A clock that only the test and waits with a limit move. Starts at 2026-11-13 04:13:48.123 UTC.
 class Clock : public platform::Clock {
  public:
-  explicit Clock(Kernel& kernel) : kernel_(kernel) { set(platform::SystemTime{2026, 11, 5, 13, 4, 13, 48, 123}); }
+  explicit Clock(Kernel& kernel) : kernel_(kernel) { set(SystemTime{2026, 11, 5, 13, 4, 13, 48, 123}); }
 
-  void set(platform::FileTime time) { kernel_.setNow(time); }
-  void set(const platform::SystemTime& utc) { set(toFileTime(utc)); }
+  void set(FileTime time) { kernel_.setNow(time); }
+  void set(const SystemTime& utc) { set(toFileTime(utc)); }
   /// Moves on; waits whose limit has come end.
   void advance(std::uint64_t milliseconds) { set(kernel_.now() + milliseconds * kTicksPerMillisecond); }
   /// UTC = local time + bias, minutes (as the platform counts it: -60 is one hour east of Greenwich).
@@ -21,22 +21,21 @@ class Clock : public platform::Clock {
   /// Runs in GetSystemTime, which throws what it throws.
   std::function<void()> onGetSystemTime = [] {};
 
-  platform::SystemTime GetSystemTime() override {
+  SystemTime GetSystemTime() override {
     kernel_.faults.note(__func__);
     onGetSystemTime();
     return toSystemTime(kernel_.now());
   }
-  platform::FileTime GetSystemTimeAsFileTime() override {
+  FileTime GetSystemTimeAsFileTime() override {
     kernel_.faults.note(__func__);
     return kernel_.now();
   }
-  Result<platform::FileTime> FileTimeToLocalFileTime(platform::FileTime utc) override {
-    return kernel_.call(__func__,
-                        [&] { return utc - static_cast<platform::FileTime>(biasMinutes * 60 * kTicksPerSecond); });
+  Result<FileTime> FileTimeToLocalFileTime(FileTime utc) override {
+    return kernel_.call(__func__, [&] { return utc - static_cast<FileTime>(biasMinutes * 60 * kTicksPerSecond); });
   }
-  Result<platform::SystemTime> FileTimeToSystemTime(platform::FileTime time) override {
+  Result<SystemTime> FileTimeToSystemTime(FileTime time) override {
     return kernel_.call(__func__, [&] {
-      refuseIf(time >> 63 != 0, platform::kErrorInvalidParameter);
+      refuseIf(time >> 63 != 0, kErrorInvalidParameter);
       return toSystemTime(time);
     });
   }
@@ -57,7 +56,7 @@ class Clock : public platform::Clock {
   static constexpr std::int64_t kTicksPerDay = 24 * 3600 * kTicksPerSecond;
   static constexpr sys_days kFirstDay = std::chrono::year(1601) / 1 / 1;
 
-  static platform::SystemTime toSystemTime(platform::FileTime time) {
+  static SystemTime toSystemTime(FileTime time) {
     const auto ticks = static_cast<std::int64_t>(time);
     const std::int64_t rest = ticks % kTicksPerDay * 1000 / kTicksPerSecond;  // milliseconds
     const sys_days day = kFirstDay + days(ticks / kTicksPerDay);
@@ -73,11 +72,11 @@ class Clock : public platform::Clock {
             field(rest % 1000)};
   }
 
-  static platform::FileTime toFileTime(const platform::SystemTime& time) {
+  static FileTime toFileTime(const SystemTime& time) {
     using namespace std::chrono;
     const auto sinceFirst = sys_days(year(time.year) / month(time.month) / day(time.day)) - kFirstDay;
     const auto whole = sinceFirst + hours(time.hour) + minutes(time.minute) + seconds(time.second);
-    return static_cast<platform::FileTime>((whole + milliseconds(time.milliseconds)).count()) * kTicksPerMillisecond;
+    return static_cast<FileTime>((whole + milliseconds(time.milliseconds)).count()) * kTicksPerMillisecond;
   }
 
   Kernel& kernel_;

@@ -16,18 +16,17 @@ class Crash : public platform::Crash {
 
   /// As if the calling thread had failed there and nobody had handled it: runs the filter. Comes back when the process
   /// would end now; otherwise the function that is to throw is called.
-  platform::CrashAction raise(std::uint32_t code, std::uintptr_t address) {
+  CrashAction raise(std::uint32_t code, std::uintptr_t address) {
     const auto [filter, resumeAt] = kernel_.copyOf(installed_);
-    const std::uint32_t thread = platform::current().processes.GetCurrentThreadId();
-    const auto action =
-        filter == nullptr ? platform::CrashAction::kEndProcess : filter({code, address, thread, nullptr});
-    if (action == platform::CrashAction::kThrow) {
+    const std::uint32_t thread = current().processes.GetCurrentThreadId();
+    const auto action = filter == nullptr ? CrashAction::kEndProcess : filter({code, address, thread, nullptr});
+    if (action == CrashAction::kThrow) {
       resumeAt();
     }
     return action;
   }
 
-  void SetUnhandledExceptionFilter(platform::CrashFilter filter, void (*resumeAt)()) override {
+  void SetUnhandledExceptionFilter(CrashFilter filter, void (*resumeAt)()) override {
     kernel_.faults.note(__func__);
     kernel_.set(installed_, {filter, resumeAt});
   }
@@ -35,7 +34,7 @@ class Crash : public platform::Crash {
     return kernel_.call(__func__, [&] { loaded_ = true; });
   }
   /// Writes "MDMP type=2 code=c0000005"; code=0 without an exception.
-  Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const platform::CrashInfo* info) override {
+  Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const CrashInfo* info) override {
     return kernel_.callOn<Stream>(__func__, file, [&](Stream& stream, Guard& guard) {
       needLoaded();
       char text[64];
@@ -44,11 +43,11 @@ class Crash : public platform::Crash {
       return kDone;
     });
   }
-  std::vector<platform::StackFrame> walkStack(const platform::CrashInfo* info, std::size_t most) override {
+  std::vector<StackFrame> walkStack(const CrashInfo* info, std::size_t most) override {
     const auto walked = kernel_.call(__func__, [&] {
       needLoaded();
-      std::vector<platform::StackFrame> frames{info != nullptr ? L"failingFunction+0x12" : L"callingFunction+0x12",
-                                               L"itsCaller+0x34", L"mdDCT.exe+0x1234"};
+      std::vector<StackFrame> frames{info != nullptr ? L"failingFunction+0x12" : L"callingFunction+0x12",
+                                     L"itsCaller+0x34", L"mdDCT.exe+0x1234"};
       frames.resize(std::min(frames.size(), most));
       return frames;
     });
@@ -59,12 +58,12 @@ class Crash : public platform::Crash {
   void needLoaded() {
     if (!loaded_) {
       kernel_.misuse("DbgHelp is not loaded");
-      throw Failure{platform::kErrorInvalidParameter};
+      throw Failure{kErrorInvalidParameter};
     }
   }
 
   Kernel& kernel_;
-  std::pair<platform::CrashFilter, void (*)()> installed_{nullptr, nullptr};
+  std::pair<CrashFilter, void (*)()> installed_{nullptr, nullptr};
   bool loaded_ = false;
 };
 

@@ -26,43 +26,43 @@ class Digests : public platform::Digests {
 
   static constexpr std::uint32_t kObjectLength = 286;  ///< what "ObjectLength" says
 
-  platform::NtStatus BCryptOpenAlgorithmProvider(platform::AlgorithmProvider& provider, const std::wstring& algorithm,
-                                                 std::uint32_t flags) override {
+  NtStatus BCryptOpenAlgorithmProvider(AlgorithmProvider& provider, const std::wstring& algorithm,
+                                       std::uint32_t flags) override {
     return ntStatus(kernel_.call(__func__, [&] {
       refuseIf(algorithm != L"MD5" && algorithm != L"SHA256", kNotFound);
       auto object = std::make_shared<Provider>();
       object->md5 = algorithm == L"MD5";
-      object->keyed = (flags & platform::kBcryptAlgHandleHmacFlag) != 0;
-      provider = kernel_.opened<platform::AlgorithmProvider>(object);
+      object->keyed = (flags & kBcryptAlgHandleHmacFlag) != 0;
+      provider = kernel_.opened<AlgorithmProvider>(object);
     }));
   }
   void BCryptCloseAlgorithmProvider(NativeHandle provider) override { kernel_.close<Provider>(__func__, provider); }
-  platform::NtStatus BCryptGetProperty(NativeHandle provider, const wchar_t* name, std::uint32_t& value) override {
+  NtStatus BCryptGetProperty(NativeHandle provider, const wchar_t* name, std::uint32_t& value) override {
     const std::wstring_view property = name;
     return ntStatus(kernel_.callOn<Provider>(__func__, provider, [&](Provider& object) {
       refuseIf(property != L"ObjectLength" && property != L"HashDigestLength", kNotFound);
       value = property == L"ObjectLength" ? kObjectLength : object.length();
     }));
   }
-  platform::NtStatus BCryptCreateHash(NativeHandle provider, platform::HashHandle& hash, std::span<std::byte> object,
-                                      std::span<const std::byte> key) override {
+  NtStatus BCryptCreateHash(NativeHandle provider, HashHandle& hash, std::span<std::byte> object,
+                            std::span<const std::byte> key) override {
     return ntStatus(kernel_.callOn<Provider>(__func__, provider, [&](Provider& algorithm) {
-      refuseIf(object.size() < kObjectLength || (!key.empty() && !algorithm.keyed), platform::kErrorInvalidParameter);
+      refuseIf(object.size() < kObjectLength || (!key.empty() && !algorithm.keyed), kErrorInvalidParameter);
       auto result = std::make_shared<Hash>(object, algorithm);
       result->key.assign(key.begin(), key.end());
-      hash = kernel_.opened<platform::HashHandle>(result);
+      hash = kernel_.opened<HashHandle>(result);
     }));
   }
-  platform::NtStatus BCryptHashData(NativeHandle hash, std::span<const std::byte> data) override {
+  NtStatus BCryptHashData(NativeHandle hash, std::span<const std::byte> data) override {
     return ntStatus(kernel_.callOn<Hash>(__func__, hash, [&](Hash& object) {
-      refuseIf(object.finished, platform::kErrorInvalidHandle);
+      refuseIf(object.finished, kErrorInvalidHandle);
       object.touch();
       object.data.insert(object.data.end(), data.begin(), data.end());
     }));
   }
-  platform::NtStatus BCryptFinishHash(NativeHandle hash, std::span<std::byte> digest) override {
+  NtStatus BCryptFinishHash(NativeHandle hash, std::span<std::byte> digest) override {
     return ntStatus(kernel_.callOn<Hash>(__func__, hash, [&](Hash& object) {
-      refuseIf(object.finished || digest.size() != object.provider.length(), platform::kErrorInvalidParameter);
+      refuseIf(object.finished || digest.size() != object.provider.length(), kErrorInvalidParameter);
       object.touch();
       object.finished = true;
       compute(object, digest);
@@ -71,7 +71,7 @@ class Digests : public platform::Digests {
   void BCryptDestroyHash(NativeHandle hash) override { kernel_.close<Hash>(__func__, hash); }
 
  private:
-  static constexpr platform::ErrorCode kNotFound = 0x225;
+  static constexpr ErrorCode kNotFound = 0x225;
 
   struct Provider : Object {
     const char* kind() const override { return "BCrypt provider"; }
@@ -97,9 +97,7 @@ class Digests : public platform::Digests {
   };
 
   /// NTSTATUS of a failure has the two top bits set.
-  static platform::NtStatus ntStatus(Status status) {
-    return status.ok ? 0 : static_cast<platform::NtStatus>(status.error | 0xC0000000);
-  }
+  static NtStatus ntStatus(Status status) { return status.ok ? 0 : static_cast<NtStatus>(status.error | 0xC0000000); }
   static void compute(const Hash& hash, std::span<std::byte> digest);
 
   Kernel& kernel_;

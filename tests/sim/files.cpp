@@ -9,9 +9,9 @@
 namespace sim {
 namespace {
 
-constexpr platform::ErrorCode kErrorFileExists = 80;
-constexpr platform::ErrorCode kErrorDirectoryNotEmpty = 145;
-constexpr platform::ErrorCode kErrorNotLocked = 158;
+constexpr ErrorCode kErrorFileExists = 80;
+constexpr ErrorCode kErrorDirectoryNotEmpty = 145;
+constexpr ErrorCode kErrorNotLocked = 158;
 constexpr std::size_t kPeriod = 65521;  // a prime: no alignment of blocks repeats the bytes
 
 // The bits of FILE_SHARE_READ, _WRITE and _DELETE.
@@ -42,9 +42,9 @@ std::wstring nameOf(const std::wstring& path) { return path.substr(path.find_las
 
 /// What an opening needs others to share.
 std::uint32_t neededBy(std::uint32_t access, std::uint32_t flags) {
-  const bool reads = (access & (platform::kGenericRead | platform::kFileReadData)) != 0;
-  const bool writes = (access & (platform::kGenericWrite | platform::kFileAppendData)) != 0;
-  const bool deletes = (access & platform::kDelete) != 0 || (flags & platform::kFileFlagDeleteOnClose) != 0;
+  const bool reads = (access & (kGenericRead | kFileReadData)) != 0;
+  const bool writes = (access & (kGenericWrite | kFileAppendData)) != 0;
+  const bool deletes = (access & kDelete) != 0 || (flags & kFileFlagDeleteOnClose) != 0;
   return (reads ? kReads : 0) | (writes ? kWrites : 0) | (deletes ? kDeletes : 0);
 }
 
@@ -58,7 +58,7 @@ bool matches(std::wstring_view pattern, std::wstring_view name) {
   return (pattern[0] == L'?' || pattern[0] == name[0]) && matches(pattern.substr(1), name.substr(1));
 }
 
-std::error_code systemError(platform::ErrorCode error) { return {static_cast<int>(error), std::system_category()}; }
+std::error_code systemError(ErrorCode error) { return {static_cast<int>(error), std::system_category()}; }
 
 }  // namespace
 
@@ -89,14 +89,14 @@ struct OpenFile : Stream {
   }
   const char* kind() const override { return "file"; }
   std::uint32_t read(Guard&, std::span<std::byte> buffer) override {
-    refuseIf((needs & kReads) == 0, platform::kErrorAccessDenied);
+    refuseIf((needs & kReads) == 0, kErrorAccessDenied);
     const std::size_t count = content->copy(position, buffer);
     position += count;
     return static_cast<std::uint32_t>(count);
   }
   std::uint32_t write(Guard&, std::span<const std::byte> written) override {
-    refuseIf((needs & kWrites) == 0, platform::kErrorAccessDenied);
-    refuseIf(files.diskFull, platform::kErrorDiskFull);
+    refuseIf((needs & kWrites) == 0, kErrorAccessDenied);
+    refuseIf(files.diskFull, kErrorDiskFull);
     std::vector<std::byte>& bytes = content->data;
     position = appends ? bytes.size() : position;
     bytes.resize(std::max<std::size_t>(bytes.size(), position + written.size()));
@@ -115,7 +115,7 @@ struct OpenFile : Stream {
 
 struct Files::Search : Object {
   const char* kind() const override { return "search"; }
-  std::vector<platform::FoundFile> found;
+  std::vector<FoundFile> found;
   std::size_t at = 0;
 };
 
@@ -154,13 +154,13 @@ Files::Content Files::find(const std::wstring& path) const {
 }
 
 Files::Content Files::findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share) const {
-  refuseIf(hasFolder(path), platform::kErrorAccessDenied);
-  refuseIf(!hasFolder(parentOf(path)), platform::kErrorPathNotFound);
+  refuseIf(hasFolder(path), kErrorAccessDenied);
+  refuseIf(!hasFolder(parentOf(path)), kErrorPathNotFound);
   const auto content = find(path);
   const auto collides = [&](const OpenFile* open) {
     return (needs & ~open->share) != 0 || (open->needs & ~share) != 0;
   };
-  refuseIf(content != nullptr && std::ranges::any_of(content->opens, collides), platform::kErrorSharingViolation);
+  refuseIf(content != nullptr && std::ranges::any_of(content->opens, collides), kErrorSharingViolation);
   return content;
 }
 
@@ -219,11 +219,6 @@ void Files::resize(const std::wstring& path, std::uint64_t size) {
   }
 }
 
-void Files::makeFolder(const std::wstring& path) {
-  const Guard guard(kernel_.mutex);
-  makeFolders(path);
-}
-
 void Files::erase(const std::wstring& path) {
   const Guard guard(kernel_.mutex);
   std::ranges::for_each(below(path), [&](const std::wstring& entry) { entries_.erase(entry); });
@@ -268,8 +263,8 @@ int Files::_waccess(const std::wstring& path, int) { return !kernel_.faults.pass
 Status Files::CreateDirectoryW(const std::wstring& path, NativeHandle descriptor) {
   const char* const name = __func__;
   return kernel_.call(name, [&] {
-    refuseIf(hasFolder(path) || find(path) != nullptr, platform::kErrorAlreadyExists);
-    refuseIf(!hasFolder(parentOf(path)), platform::kErrorPathNotFound);
+    refuseIf(hasFolder(path) || find(path) != nullptr, kErrorAlreadyExists);
+    refuseIf(!hasFolder(parentOf(path)), kErrorPathNotFound);
     descriptors_[keyOf(path)] = descriptor == nullptr ? L"" : kernel_.need<DescriptorMemory>(descriptor, name)->text;
     entries_[keyOf(path)] = nullptr;
   });
@@ -283,15 +278,15 @@ Result<KernelHandle> Files::CreateFileW(const std::wstring& path, std::uint32_t 
     }
     const std::uint32_t needs = neededBy(access, flagsAndAttributes);
     const auto old = findFor(needs, path, share);
-    refuseIf(old == nullptr && disposition == platform::kOpenExisting, platform::kErrorFileNotFound);
-    refuseIf(old != nullptr && disposition == platform::kCreateNew, kErrorFileExists);
+    refuseIf(old == nullptr && disposition == kOpenExisting, kErrorFileNotFound);
+    refuseIf(old != nullptr && disposition == kCreateNew, kErrorFileExists);
     auto file = std::make_shared<OpenFile>(*this, old == nullptr ? make(path) : old);
     file->needs = needs;
     file->share = share;
-    file->appends = (access & platform::kFileAppendData) != 0;
-    file->deleteOnClose = (flagsAndAttributes & platform::kFileFlagDeleteOnClose) != 0;
-    const bool existed = old != nullptr && disposition == platform::kOpenAlways;
-    return {true, kernel_.opened(file), existed ? platform::kErrorAlreadyExists : 0};
+    file->appends = (access & kFileAppendData) != 0;
+    file->deleteOnClose = (flagsAndAttributes & kFileFlagDeleteOnClose) != 0;
+    const bool existed = old != nullptr && disposition == kOpenAlways;
+    return {true, kernel_.opened(file), existed ? kErrorAlreadyExists : 0};
   });
 }
 
@@ -309,8 +304,8 @@ Result<std::uint64_t> Files::GetFileSizeEx(NativeHandle handle) {
 
 Status Files::LockFileEx(NativeHandle handle, std::uint64_t offset) {
   return kernel_.callOn<OpenFile>(__func__, handle, [&](OpenFile& file) {
-    refuseIf((file.needs & kReads) == 0 && file.appends, platform::kErrorAccessDenied);
-    refuseIf(!file.content->locks.try_emplace(offset, &file).second, platform::kErrorLockViolation);
+    refuseIf((file.needs & kReads) == 0 && file.appends, kErrorAccessDenied);
+    refuseIf(!file.content->locks.try_emplace(offset, &file).second, kErrorLockViolation);
   });
 }
 
@@ -322,11 +317,11 @@ Status Files::UnlockFileEx(NativeHandle handle, std::uint64_t offset) {
   return file != nullptr && std::erase_if(file->content->locks, isOwn) != 0 ? kDone : Failure{kErrorNotLocked};
 }
 
-Result<platform::FindHandle> Files::FindFirstFileW(const std::wstring& pattern, platform::FoundFile& found) {
+Result<FindHandle> Files::FindFirstFileW(const std::wstring& pattern, FoundFile& found) {
   return kernel_.call(__func__, [&] {
     const std::wstring folder = parentOf(pattern);
     const std::wstring wanted = lowerCase(nameOf(pattern));
-    refuseIf(!hasFolder(folder), platform::kErrorPathNotFound);
+    refuseIf(!hasFolder(folder), kErrorPathNotFound);
     auto search = std::make_shared<Search>();
     for (const wchar_t* const dots : {L".", L".."}) {
       if (matches(wanted, dots)) {
@@ -340,15 +335,15 @@ Result<platform::FindHandle> Files::FindFirstFileW(const std::wstring& pattern, 
                                  content == nullptr ? 0 : content->size(), content == nullptr});
       }
     }
-    refuseIf(search->found.empty(), platform::kErrorFileNotFound);
+    refuseIf(search->found.empty(), kErrorFileNotFound);
     found = search->found[search->at++];
-    return kernel_.opened<platform::FindHandle>(search);
+    return kernel_.opened<FindHandle>(search);
   });
 }
 
-Status Files::FindNextFileW(NativeHandle search, platform::FoundFile& found) {
+Status Files::FindNextFileW(NativeHandle search, FoundFile& found) {
   return kernel_.callOn<Search>(__func__, search, [&](Search& object) {
-    refuseIf(object.at == object.found.size(), platform::kErrorNoMoreFiles);
+    refuseIf(object.at == object.found.size(), kErrorNoMoreFiles);
     found = object.found[object.at++];
   });
 }
@@ -359,8 +354,8 @@ Status Files::MoveFileExW(const std::wstring& from, const std::wstring& to, std:
   return kernel_.call(__func__, [&] {
     const auto source = findFor(kDeletes, from);
     const auto target = findFor(kDeletes, to);
-    refuseIf(source == nullptr, platform::kErrorFileNotFound);
-    refuseIf(target != nullptr && (flags & platform::kMoveFileReplaceExisting) == 0, platform::kErrorAlreadyExists);
+    refuseIf(source == nullptr, kErrorFileNotFound);
+    refuseIf(target != nullptr && (flags & kMoveFileReplaceExisting) == 0, kErrorAlreadyExists);
     entries_.erase(keyOf(from));
     entries_[keyOf(to)] = source;
     source->name = nameOf(to);
@@ -369,14 +364,14 @@ Status Files::MoveFileExW(const std::wstring& from, const std::wstring& to, std:
 
 Status Files::DeleteFileW(const std::wstring& path) {
   return kernel_.call(__func__, [&] {
-    refuseIf(findFor(kDeletes, path) == nullptr, platform::kErrorFileNotFound);
+    refuseIf(findFor(kDeletes, path) == nullptr, kErrorFileNotFound);
     entries_.erase(keyOf(path));
   });
 }
 
 Result<std::uint64_t> Files::GetDiskFreeSpaceExW(const std::wstring& folder) {
   return kernel_.call(__func__, [&] {
-    refuseIf(!hasFolder(folder), platform::kErrorPathNotFound);
+    refuseIf(!hasFolder(folder), kErrorPathNotFound);
     return freeBytes.load();
   });
 }
@@ -384,7 +379,7 @@ Result<std::uint64_t> Files::GetDiskFreeSpaceExW(const std::wstring& folder) {
 std::uintmax_t Files::file_size(const std::wstring& path, std::error_code& error) {
   const auto size = kernel_.call(__func__, [&] {
     const auto content = find(path);
-    refuseIf(content == nullptr, platform::kErrorFileNotFound);
+    refuseIf(content == nullptr, kErrorFileNotFound);
     return content->size();
   });
   error = size.ok ? std::error_code() : systemError(size.error);

@@ -20,7 +20,6 @@ class Files : public platform::Files {
   void writeSparse(const std::wstring& path, std::uint64_t size);
   /// Grows (with zero bytes) or shrinks a file.
   void resize(const std::wstring& path, std::uint64_t size);
-  void makeFolder(const std::wstring& path);
   /// Removes a file, or a folder with all in it; handles that are open stay usable.
   void erase(const std::wstring& path);
   bool exists(const std::wstring& path) const;
@@ -43,8 +42,8 @@ class Files : public platform::Files {
   Status LockFileEx(NativeHandle file, std::uint64_t offset) override;
   Status UnlockFileEx(NativeHandle file, std::uint64_t offset) override;
   Result<std::uint64_t> GetFileSizeEx(NativeHandle file) override;
-  Result<platform::FindHandle> FindFirstFileW(const std::wstring& pattern, platform::FoundFile& found) override;
-  Status FindNextFileW(NativeHandle search, platform::FoundFile& found) override;
+  Result<FindHandle> FindFirstFileW(const std::wstring& pattern, FoundFile& found) override;
+  Status FindNextFileW(NativeHandle search, FoundFile& found) override;
   Status FindClose(NativeHandle search) override;
   Status MoveFileExW(const std::wstring& from, const std::wstring& to, std::uint32_t flags) override;
   Status DeleteFileW(const std::wstring& path) override;
@@ -59,7 +58,7 @@ class Files : public platform::Files {
   Content find(const std::wstring& path) const;  ///< null: there is no such file
   /// As find; the call fails unless the folder exists and what is needed of others (bits of FILE_SHARE_...) and shared
   /// with them goes with the file's open handles.
-  Content findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share = platform::kFileShareAll) const;
+  Content findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share = kFileShareAll) const;
   bool hasFolder(const std::wstring& path) const;
   std::vector<std::wstring> below(const std::wstring& path) const;
   Content make(const std::wstring& path);

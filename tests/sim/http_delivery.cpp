@@ -10,7 +10,7 @@ void WinHttp::endAll() { kernel_.set(ended_, true); }
 
 void WinHttp::waitUntilHeld() {
   Guard guard(kernel_.mutex);
-  kernel_.waitUntil(guard, platform::kInfinite, "a completion to hold", [&] {
+  kernel_.waitUntil(guard, kInfinite, "a completion to hold", [&] {
     return std::ranges::any_of(requests_, [&](const Request& request) {
       const bool late = (request->pending || (request->closing && request->bound)) && !isOpenTo(*request);
       return !request->finished && (late || (request->silenced && !request->closing));
@@ -20,7 +20,7 @@ void WinHttp::waitUntilHeld() {
 
 void WinHttp::waitUntilIdle() {
   Guard guard(kernel_.mutex);
-  kernel_.waitUntil(guard, platform::kInfinite, "the end of all deliveries", [&] {
+  kernel_.waitUntil(guard, kInfinite, "the end of all deliveries", [&] {
     return std::ranges::all_of(requests_, [&](const Request& request) {
       return !hasWork(*request) && request->delivering.empty() && (!request->inFlight || request->pending);
     });
@@ -88,7 +88,7 @@ Status WinHttp::start(NativeHandle handle, HttpStage stage, const char* operatio
   Guard guard(kernel_.mutex);
   const auto request = kernel_.get<HttpRequestHandle>(handle, operation);
   if (request == nullptr) {
-    return Failure{platform::kErrorInvalidHandle};
+    return Failure{kErrorInvalidHandle};
   }
   if (fault) {
     request->bound = request->bound || (stage == HttpStage::kSend && bindContextOfFailedSend);
@@ -97,7 +97,7 @@ Status WinHttp::start(NativeHandle handle, HttpStage stage, const char* operatio
   }
   if (request->inFlight) {
     kernel_.misuse(std::string(operation) + ": another call of the request is in flight");
-    return Failure{platform::kErrorWinHttpIncorrectHandleState};
+    return Failure{kErrorWinHttpIncorrectHandleState};
   }
   request->pending = HttpPending{stage, {}, {}};
   try {
@@ -147,10 +147,10 @@ void WinHttp::close(Guard& guard, HttpRequestHandle& request) {
     if (lent && !lent->buffer.empty()) {
       lent->buffer.front() = std::byte{0};  // what was lent is the platform's until HANDLE_CLOSING
     }
-    platform::AsyncResult result{static_cast<std::uintptr_t>(stage), platform::kErrorWinHttpOperationCancelled};
-    notify(request, platform::kStatusRequestError, &result, sizeof(result));
+    AsyncResult result{static_cast<std::uintptr_t>(stage), kErrorWinHttpOperationCancelled};
+    notify(request, kStatusRequestError, &result, sizeof(result));
   }
-  notify(request, platform::kStatusHandleClosing, &request.handle, sizeof(request.handle));
+  notify(request, kStatusHandleClosing, &request.handle, sizeof(request.handle));
   guard.lock();
 }
 
@@ -160,7 +160,7 @@ bool WinHttp::notify(HttpRequestHandle& request, std::uint32_t status, void* inf
   if (request.finished || ended_) {
     return false;
   }
-  request.finished = status == platform::kStatusHandleClosing;
+  request.finished = status == kStatusHandleClosing;
   if (request.callback != nullptr && (request.known.callbackMask & status) != 0) {
     request.delivering.push_back(std::this_thread::get_id());
     const std::uintptr_t context = request.bound ? request.known.context : 0;
@@ -191,9 +191,9 @@ void WinHttp::finish(HttpRequestHandle& request, const HttpPending& call, std::u
   notify(request, status, information, length);
 }
 
-void WinHttp::fail(HttpRequestHandle& request, const HttpPending& call, platform::ErrorCode error) {
-  platform::AsyncResult result{static_cast<std::uintptr_t>(call.stage), error};
-  finish(request, call, platform::kStatusRequestError, &result, sizeof(result));
+void WinHttp::fail(HttpRequestHandle& request, const HttpPending& call, ErrorCode error) {
+  AsyncResult result{static_cast<std::uintptr_t>(call.stage), error};
+  finish(request, call, kStatusRequestError, &result, sizeof(result));
 }
 
 /// Notifications without a context: HANDLE_CREATED of every handle, HANDLE_CLOSING of sessions and connections.
@@ -208,12 +208,12 @@ Status WinHttp::WinHttpCloseHandle(NativeHandle handle) {
   Guard guard(kernel_.mutex);
   const auto object = kernel_.take<HttpHandle>(handle, __func__);
   if (object == nullptr) {
-    return Failure{platform::kErrorInvalidHandle};
+    return Failure{kErrorInvalidHandle};
   }
   const auto request = std::dynamic_pointer_cast<HttpRequestHandle>(object);
   if (request == nullptr) {
     guard.unlock();
-    unbound(*object, platform::kStatusHandleClosing);
+    unbound(*object, kStatusHandleClosing);
     return kDone;
   }
   request->closing = true;

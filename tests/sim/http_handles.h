@@ -10,7 +10,7 @@ namespace sim {
 /// What sessions, connections and requests have in common: the callback that they inherit.
 struct HttpHandle : Object {
   NativeHandle handle = nullptr;
-  platform::StatusCallback callback = nullptr;
+  StatusCallback callback = nullptr;
   HttpExchange known;  ///< what is known so far; a child starts with its parent's
 };
 

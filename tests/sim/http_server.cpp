@@ -11,9 +11,8 @@ constexpr std::uint32_t kTrustIsRevoked = 0x4;  // CERT_TRUST_IS_REVOKED
 
 /// The bits of SECURE_FAILURE that are left of the chain's faults; 0 when the handshake succeeds.
 std::uint32_t failureBits(const ServerChain& chain, const HttpExchange& seen) {
-  const auto feature = seen.numberOptions.find(platform::kOptionEnableFeature);
-  const bool checksRevocation =
-      feature != seen.numberOptions.end() && (feature->second & platform::kEnableSslRevocation) != 0;
+  const auto feature = seen.numberOptions.find(kOptionEnableFeature);
+  const bool checksRevocation = feature != seen.numberOptions.end() && (feature->second & kEnableSslRevocation) != 0;
   const bool expired = chain.policyStatus == kCertEExpired;
   const bool misused = chain.policyStatus == kCertEWrongUsage;
   const bool revoked = (chain.revocationError & kTrustIsRevoked) != 0;
@@ -25,8 +24,8 @@ std::uint32_t failureBits(const ServerChain& chain, const HttpExchange& seen) {
       {checksRevocation && chain.revocationError != 0 && !revoked, 0x1, 0},
       {chain.policyStatus != 0 && !expired && !misused, 0x2, 0},
       {checksRevocation && revoked, 0x4, 0},
-      {!chain.trustedRoot, 0x8, platform::kSecurityFlagIgnoreUnknownCa},
-      {!chain.nameMatches, 0x10, platform::kSecurityFlagIgnoreCertCnInvalid},
+      {!chain.trustedRoot, 0x8, kSecurityFlagIgnoreUnknownCa},
+      {!chain.nameMatches, 0x10, kSecurityFlagIgnoreCertCnInvalid},
       {expired, 0x20, 0x2000},
       {misused, 0x40, 0x200},
   };
@@ -44,9 +43,8 @@ bool WinHttp::proxyRefuses(const HttpExchange& seen) const {
     const auto found = seen.textOptions.find(option);
     return found != seen.textOptions.end() && found->second == value;
   };
-  return proxyCredentials && seen.accessType == platform::kAccessTypeNamedProxy &&
-         !(is(platform::kOptionProxyUsername, proxyCredentials->first) &&
-           is(platform::kOptionProxyPassword, proxyCredentials->second));
+  return proxyCredentials && seen.accessType == kAccessTypeNamedProxy &&
+         !(is(kOptionProxyUsername, proxyCredentials->first) && is(kOptionProxyPassword, proxyCredentials->second));
 }
 
 /// The handshake of a send. False when the send does not go on: it failed, or stays unanswered.
@@ -63,8 +61,8 @@ bool WinHttp::shakeHands(HttpRequestHandle& request, const HttpPending& call) {
   }
   certificates_.know(chain);
   if (std::uint32_t bits = failureBits(chain, seen); bits != 0) {
-    notify(request, platform::kStatusSecureFailure, &bits, sizeof(bits));
-    fail(request, call, platform::kErrorWinHttpSecureFailure);
+    notify(request, kStatusSecureFailure, &bits, sizeof(bits));
+    fail(request, call, kErrorWinHttpSecureFailure);
     return false;
   }
   kernel_.set(request.shown, std::optional(chain));
@@ -73,10 +71,9 @@ bool WinHttp::shakeHands(HttpRequestHandle& request, const HttpPending& call) {
 
 Result<NativeHandle> WinHttp::WinHttpQueryOption(NativeHandle handle, std::uint32_t option) {
   return kernel_.callOn<HttpRequestHandle>(__func__, handle, [&](HttpRequestHandle& request) -> NativeHandle {
-    const bool asksChain = option == platform::kOptionServerCertChainContext;
-    refuseIf(asksChain ? !knowsChainOption : option != platform::kOptionServerCertContext,
-             platform::kErrorWinHttpInvalidOption);
-    refuseIf(!request.shown, platform::kErrorWinHttpIncorrectHandleState);
+    const bool asksChain = option == kOptionServerCertChainContext;
+    refuseIf(asksChain ? !knowsChainOption : option != kOptionServerCertContext, kErrorWinHttpInvalidOption);
+    refuseIf(!request.shown, kErrorWinHttpIncorrectHandleState);
     const ServerChain& shown = *request.shown;
     return asksChain ? certificates_.addChain(shown, shown.trustError())
                      : certificates_.addCertificate(shown.certificates.front());
@@ -85,37 +82,36 @@ Result<NativeHandle> WinHttp::WinHttpQueryOption(NativeHandle handle, std::uint3
 
 // Where the simulated WinHTTP finds proxies.
 
-Result<platform::IeProxySettings> WinHttp::WinHttpGetIEProxyConfigForCurrentUser() {
+Result<IeProxySettings> WinHttp::WinHttpGetIEProxyConfigForCurrentUser() {
   return kernel_.call(__func__, [&] { return proxies.ie; });
 }
 
 Result<std::wstring> WinHttp::WinHttpDetectAutoProxyConfigUrl(std::uint32_t flags) {
   return kernel_.call(__func__, [&] {
-    refuseIf(flags != platform::kAutoDetectDhcpAndDnsA, platform::kErrorInvalidParameter);
-    refuseIf(proxies.wpadUrl.empty(), platform::kErrorWinHttpAutodetectionFailed);
+    refuseIf(flags != kAutoDetectDhcpAndDnsA, kErrorInvalidParameter);
+    refuseIf(proxies.wpadUrl.empty(), kErrorWinHttpAutodetectionFailed);
     return proxies.wpadUrl;
   });
 }
 
-Result<platform::ProxyInfo> WinHttp::WinHttpGetDefaultProxyConfiguration() {
+Result<ProxyInfo> WinHttp::WinHttpGetDefaultProxyConfiguration() {
   return kernel_.call(__func__, [&] {
-    platform::ProxyInfo info = proxies.winHttpDefault;
-    info.accessType = info.proxy.empty() ? platform::kAccessTypeNoProxy : platform::kAccessTypeNamedProxy;
+    ProxyInfo info = proxies.winHttpDefault;
+    info.accessType = info.proxy.empty() ? kAccessTypeNoProxy : kAccessTypeNamedProxy;
     return info;
   });
 }
 
-Result<platform::ProxyInfo> WinHttp::WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
-                                                           const platform::AutoProxyOptions& options) {
+Result<ProxyInfo> WinHttp::WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
+                                                 const AutoProxyOptions& options) {
   return kernel_.callOn<HttpSessionHandle>(__func__, session, [&](HttpSessionHandle&, Guard& guard) {
-    refuseIf(options.flags != platform::kAutoProxyConfigUrl || options.detectFlags != 0,
-             platform::kErrorInvalidParameter);
+    refuseIf(options.flags != kAutoProxyConfigUrl || options.detectFlags != 0, kErrorInvalidParameter);
     const auto file = proxies.pacFiles.find(options.configUrl);
-    refuseIf(file == proxies.pacFiles.end(), platform::kErrorWinHttpUnableToDownloadScript);
+    refuseIf(file == proxies.pacFiles.end(), kErrorWinHttpUnableToDownloadScript);
     guard.unlock();
     const std::wstring proxy = file->second(url);
-    const auto type = proxy.empty() ? platform::kAccessTypeNoProxy : platform::kAccessTypeNamedProxy;
-    return platform::ProxyInfo{type, proxy, {}};
+    const auto type = proxy.empty() ? kAccessTypeNoProxy : kAccessTypeNamedProxy;
+    return ProxyInfo{type, proxy, {}};
   });
 }
 
@@ -173,12 +169,12 @@ void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
   if (call.stage == HttpStage::kWrite) {
     takeBody(request, call.data);
     auto written = static_cast<std::uint32_t>(call.data.size());
-    finish(request, call, platform::kStatusWriteComplete, &written, sizeof(written));
+    finish(request, call, kStatusWriteComplete, &written, sizeof(written));
   } else if (!request.reply) {
-    fail(request, call, platform::kErrorWinHttpTimeout);  // the server still waits for the body
+    fail(request, call, kErrorWinHttpTimeout);  // the server still waits for the body
   } else if (call.stage == HttpStage::kReceive) {
     kernel_.set(request.headersReady, true);
-    finish(request, call, platform::kStatusHeadersAvailable);
+    finish(request, call, kStatusHeadersAvailable);
   } else if (call.stage == HttpStage::kQueryData) {
     const auto& pieces = request.reply->pieces;
     if (request.available == 0) {
@@ -187,7 +183,7 @@ void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
       request.available = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece, rest));
     }
     std::uint32_t available = request.available;
-    finish(request, call, platform::kStatusDataAvailable, &available, sizeof(available));
+    finish(request, call, kStatusDataAvailable, &available, sizeof(available));
   } else {
     const auto count = std::min<std::uint64_t>(call.buffer.size(), rest);
     const std::string repeated(request.reply->repeatedBody != 0 ? count : 0, 'x');
@@ -196,18 +192,18 @@ void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
     std::ranges::copy(std::as_bytes(std::span(part)), call.buffer.begin());
     request.bodyRead += count;
     request.available -= static_cast<std::uint32_t>(std::min<std::uint64_t>(count, request.available));
-    finish(request, call, platform::kStatusReadComplete, call.buffer.data(), static_cast<std::uint32_t>(count));
+    finish(request, call, kStatusReadComplete, call.buffer.data(), static_cast<std::uint32_t>(count));
   }
 }
 
 void WinHttp::answerSend(HttpRequestHandle& request, const HttpPending& call) {
   const HttpExchange seen = kernel_.copyOf(request.known);
-  const bool secure = (seen.requestFlags & platform::kWinHttpFlagSecure) != 0;
+  const bool secure = (seen.requestFlags & kWinHttpFlagSecure) != 0;
   const bool refused = secure && proxyRefuses(seen);
   if (secure && !refused && !shakeHands(request, call)) {
     return;
   }
-  if (!notify(request, platform::kStatusSendingRequest)) {
+  if (!notify(request, kStatusSendingRequest)) {
     return finish(request, call, 0);
   }
   kernel_.set(request.known.reached, !refused);
@@ -219,7 +215,7 @@ void WinHttp::answerSend(HttpRequestHandle& request, const HttpPending& call) {
   if (!fails(request, call)) {
     takeBody(request, call.data);
     if (!fails(request, call)) {
-      finish(request, call, platform::kStatusSendRequestComplete);
+      finish(request, call, kStatusSendRequestComplete);
     }
   }
 }

@@ -8,14 +8,14 @@
 namespace sim {
 
 /// Takes a URL apart: error 12005 (not a URL) or 12006 (a scheme that is neither http nor https) as WinHttpCrackUrl.
-inline platform::UrlComponents splitUrl(const std::wstring& url) {
+inline UrlComponents splitUrl(const std::wstring& url) {
   const auto colon = std::min(url.find(L':'), url.size());
-  platform::UrlComponents parts;
+  UrlComponents parts;
   parts.scheme = url.substr(0, colon);
   const bool secure = lowerCase(parts.scheme) == L"https";
-  refuseIf(!secure && lowerCase(parts.scheme) != L"http", platform::kErrorWinHttpUnrecognizedScheme);
-  parts.schemeNumber = secure ? platform::kSchemeHttps : platform::kSchemeHttp;
-  refuseIf(url.compare(colon, 3, L"://") != 0, platform::kErrorWinHttpInvalidUrl);
+  refuseIf(!secure && lowerCase(parts.scheme) != L"http", kErrorWinHttpUnrecognizedScheme);
+  parts.schemeNumber = secure ? kSchemeHttps : kSchemeHttp;
+  refuseIf(url.compare(colon, 3, L"://") != 0, kErrorWinHttpInvalidUrl);
   const auto end = std::min(url.find_first_of(L"/?#\\", colon + 3), url.size());
   const auto extra = std::min(url.find_first_of(L"?#", end), url.size());
   parts.path = url.substr(end, extra - end);
@@ -27,7 +27,7 @@ inline platform::UrlComponents splitUrl(const std::wstring& url) {
   const std::wstring port = hostEnd + 1 < authority.size() ? authority.substr(hostEnd + 1) : secure ? L"443" : L"80";
   const bool isNumber = port.size() <= 5 && port.find_first_not_of(L"0123456789") == std::wstring::npos;
   refuseIf(!isNumber || std::stoul(port) > 65535 || parts.host.empty() || parts.host.find(L' ') != parts.host.npos,
-           platform::kErrorWinHttpInvalidUrl);
+           kErrorWinHttpInvalidUrl);
   parts.port = static_cast<std::uint16_t>(std::stoul(port));
   return parts;
 }
@@ -45,7 +45,7 @@ class Internet : public platform::Internet {
     const auto colon = url.find(L"://");
     return colon != std::wstring::npos && colon > 1 && url.size() > colon + 3 ? 0 : 1;
   }
-  Result<platform::UrlComponents> InternetCrackUrlW(const std::wstring& url) override {
+  Result<UrlComponents> InternetCrackUrlW(const std::wstring& url) override {
     return kernel_.call(__func__, [&] {
       auto parts = splitUrl(url);
       parts.path += std::exchange(parts.extra, L"");  // without a pointer for it, it stays with the path

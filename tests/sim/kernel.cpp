@@ -49,7 +49,7 @@ std::string Kernel::openHandlesText() const {
   return text;
 }
 
-void Kernel::jumpTo(platform::FileTime time) {
+void Kernel::jumpTo(FileTime time) {
   now_ = std::max(now_, time);
   wake();
 }
@@ -78,8 +78,8 @@ void Kernel::rest(Guard& guard) {
 
 bool Kernel::waitUntil(Guard& guard, std::uint32_t milliseconds, const std::string& what,
                        const std::function<bool()>& done) {
-  const bool infinite = milliseconds == platform::kInfinite;
-  const platform::FileTime deadline = infinite ? ~platform::FileTime{0} : now_ + milliseconds * kTicksPerMillisecond;
+  const bool infinite = milliseconds == kInfinite;
+  const FileTime deadline = infinite ? ~FileTime{0} : now_ + milliseconds * kTicksPerMillisecond;
   const auto entry = deadlines_.insert(deadline);
   const auto start = Real::now();
   auto quietSince = start;
@@ -111,7 +111,7 @@ void Kernel::idle(Guard& guard, const std::function<bool()>& done) {
 
 void Kernel::sleep(std::uint32_t milliseconds) {
   Guard guard(mutex);
-  const platform::FileTime deadline = now_ + milliseconds * kTicksPerMillisecond;
+  const FileTime deadline = now_ + milliseconds * kTicksPerMillisecond;
   busy_ -= isSimulated ? 1 : 0;
   quiet_.wait_for(guard, kGrace, [&] { return busy_ == 0 || now_ >= deadline; });
   busy_ += isSimulated ? 1 : 0;

@@ -23,24 +23,22 @@
 namespace sim {
 
 using Guard = std::unique_lock<std::mutex>;
-using platform::KernelHandle;
-using platform::NativeHandle;
-using platform::Result;
-using platform::Status;
+// Each service here has the name of the one that it stands for; everything else is the platform's.
+using namespace platform;
 
 inline constexpr Status kDone{true, 0};
-inline constexpr platform::FileTime kTicksPerMillisecond = 10000;  ///< of the clock
+inline constexpr FileTime kTicksPerMillisecond = 10000;  ///< of the clock
 
 /// A failed call, whatever its output is: returned, or thrown out of the call's work.
 struct Failure {
-  platform::ErrorCode error;
+  ErrorCode error;
   operator Status() const { return {false, error}; }
   template <class T>
   operator Result<T>() const {
     return {false, {}, error};
   }
 };
-inline void refuseIf(bool wrong, platform::ErrorCode error) {
+inline void refuseIf(bool wrong, ErrorCode error) {
   if (wrong) {
     throw Failure{error};
   }
@@ -124,7 +122,7 @@ class Kernel {
   Status close(const char* name, NativeHandle handle) {
     faults.note(name);
     const Guard guard(mutex);
-    return take<T>(handle, name) != nullptr ? kDone : Failure{platform::kErrorInvalidHandle};
+    return take<T>(handle, name) != nullptr ? kDone : Failure{kErrorInvalidHandle};
   }
   /// A copy of something that the mutex guards.
   template <class T>
@@ -165,7 +163,7 @@ class Kernel {
   template <class T>
   std::shared_ptr<T> need(NativeHandle handle, const char* operation) {
     auto object = get<T>(handle, operation);
-    refuseIf(object == nullptr, platform::kErrorInvalidHandle);
+    refuseIf(object == nullptr, kErrorInvalidHandle);
     return object;
   }
   /// As get; the handle is closed with that.
@@ -192,8 +190,8 @@ class Kernel {
   std::vector<std::string> misuseTexts() const { return copyOf(misuse_); }
 
   // --- time
-  platform::FileTime now() const { return copyOf(now_); }
-  void setNow(platform::FileTime time) { set(now_, time); }
+  FileTime now() const { return copyOf(now_); }
+  void setNow(FileTime time) { set(now_, time); }
 
   // --- waits
   /// Something a wait may look for has changed. Lock held.
@@ -219,16 +217,16 @@ class Kernel {
 
   void recordMisuse(NativeHandle handle, const char* operation);
   void rest(Guard& guard);
-  void jumpTo(platform::FileTime time);
+  void jumpTo(FileTime time);
 
   std::condition_variable changed_;
   std::condition_variable quiet_;  ///< no simulated thread is busy any more
   std::map<NativeHandle, std::shared_ptr<Object>> handles_;
   std::uintptr_t nextHandle_ = 0x10004;
   std::vector<std::string> misuse_;
-  platform::FileTime now_ = 0;
-  std::multiset<platform::FileTime> deadlines_;  ///< of the waits
-  std::uint64_t generation_ = 0;                 ///< counts wake()
+  FileTime now_ = 0;
+  std::multiset<FileTime> deadlines_;  ///< of the waits
+  std::uint64_t generation_ = 0;       ///< counts wake()
   int busy_ = 0;     ///< simulated threads that do not wait, or have not looked at the last change yet
   int waiting_ = 0;  ///< the others
   std::vector<std::thread> threads_;

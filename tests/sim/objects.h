@@ -50,7 +50,7 @@ class Objects : public platform::Objects {
       if (initialOwner && !existed) {
         mutex->consume();
       }
-      return {true, kernel_.opened(mutex), existed ? platform::kErrorAlreadyExists : 0};
+      return {true, kernel_.opened(mutex), existed ? kErrorAlreadyExists : 0};
     });
   }
   Status ReleaseMutex(NativeHandle mutex) override {
@@ -73,14 +73,14 @@ class Objects : public platform::Objects {
   /// Only to take the inheriting away.
   Status SetHandleInformation(NativeHandle handle, std::uint32_t mask, std::uint32_t flags) override {
     return kernel_.callOn<KernelObject>(__func__, handle, [&](KernelObject&) {
-      refuseIf(mask != platform::kHandleFlagInherit || flags != 0, platform::kErrorInvalidParameter);
+      refuseIf(mask != kHandleFlagInherit || flags != 0, kErrorInvalidParameter);
       kernel_.inheritable.erase(handle);
     });
   }
   Status CloseHandle(NativeHandle handle) override { return kernel_.close<KernelObject>(__func__, handle); }
 
  private:
-  static constexpr platform::ErrorCode kErrorNotOwner = 288;
+  static constexpr ErrorCode kErrorNotOwner = 288;
   struct Event : Waitable {
     Event(bool manual, bool initial) : manualReset(manual), set(initial) {}
     const char* kind() const override { return "event"; }
@@ -118,12 +118,12 @@ class Objects : public platform::Objects {
         return first != objects.end();
       });
       if (!ended) {
-        return platform::kWaitTimeout;
+        return kWaitTimeout;
       }
       (*first)->consume();
-      return platform::kWaitObject0 + static_cast<std::uint32_t>(first - objects.begin());
+      return kWaitObject0 + static_cast<std::uint32_t>(first - objects.begin());
     });
-    result.value = result.ok ? result.value : platform::kWaitFailed;
+    result.value = result.ok ? result.value : platform::kWaitFailed;  // not the exit code
     return result;
   }
 

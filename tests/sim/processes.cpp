@@ -6,7 +6,7 @@
 namespace sim {
 namespace {
 
-constexpr platform::ErrorCode kErrorNoData = 232;  // the pipe is being closed: nobody reads any more
+constexpr ErrorCode kErrorNoData = 232;  // the pipe is being closed: nobody reads any more
 constexpr std::uint32_t kProcessId = 4242;
 
 struct ArgumentMemory : Object {
@@ -100,10 +100,9 @@ PipeEnd::~PipeEnd() {
 }
 
 std::uint32_t PipeEnd::read(Guard& guard, std::span<std::byte> buffer) {
-  refuseIf(writes, platform::kErrorAccessDenied);
-  kernel.waitUntil(guard, platform::kInfinite, "ReadFile on a pipe",
-                   [&] { return !pipe->bytes.empty() || !pipe->hasWriter; });
-  refuseIf(pipe->bytes.empty(), platform::kErrorBrokenPipe);
+  refuseIf(writes, kErrorAccessDenied);
+  kernel.waitUntil(guard, kInfinite, "ReadFile on a pipe", [&] { return !pipe->bytes.empty() || !pipe->hasWriter; });
+  refuseIf(pipe->bytes.empty(), kErrorBrokenPipe);
   const auto count = std::min(buffer.size(), pipe->bytes.size());
   std::copy_n(pipe->bytes.begin(), count, buffer.begin());
   pipe->bytes.erase(pipe->bytes.begin(), pipe->bytes.begin() + static_cast<std::ptrdiff_t>(count));
@@ -112,7 +111,7 @@ std::uint32_t PipeEnd::read(Guard& guard, std::span<std::byte> buffer) {
 }
 
 std::uint32_t PipeEnd::write(Guard& guard, std::span<const std::byte> data, const std::function<bool()>& stop) {
-  refuseIf(!writes, platform::kErrorAccessDenied);
+  refuseIf(!writes, kErrorAccessDenied);
   for (std::size_t written = 0; written < data.size();) {
     kernel.idle(guard, [&] { return pipe->bytes.size() < pipe->capacity || !pipe->hasReader || stop(); });
     refuseIf(!pipe->hasReader || stop(), kErrorNoData);
@@ -254,7 +253,7 @@ std::wstring Processes::GetCommandLineW() {
   return commandLine;
 }
 
-Result<platform::ArgumentVector> Processes::CommandLineToArgvW(const std::wstring& text, int& count) {
+Result<ArgumentVector> Processes::CommandLineToArgvW(const std::wstring& text, int& count) {
   count = 0;
   return kernel_.call(__func__, [&] {
     auto memory = std::make_shared<ArgumentMemory>();
@@ -266,7 +265,7 @@ Result<platform::ArgumentVector> Processes::CommandLineToArgvW(const std::wstrin
     count = static_cast<int>(memory->texts.size());
     wchar_t** const vector = memory->pointers.data();
     kernel_.add(std::move(memory), vector);
-    return platform::ArgumentVector(vector);
+    return ArgumentVector(vector);
   });
 }
 
@@ -274,7 +273,7 @@ void Processes::LocalFree(wchar_t** arguments) { kernel_.close<ArgumentMemory>(_
 
 NativeHandle Processes::GetCurrentProcess() {
   kernel_.faults.note(__func__);
-  return platform::invalidHandleValue();
+  return invalidHandleValue();
 }
 
 std::uint32_t Processes::GetCurrentProcessId() {
@@ -284,7 +283,7 @@ std::uint32_t Processes::GetCurrentProcessId() {
 
 Result<std::uint32_t> Processes::ProcessIdToSessionId(std::uint32_t id) {
   return kernel_.call(__func__, [&] {
-    refuseIf(id != kProcessId, platform::kErrorInvalidParameter);
+    refuseIf(id != kProcessId, kErrorInvalidParameter);
     return std::uint32_t{0};
   });
 }
@@ -296,18 +295,17 @@ std::uint32_t Processes::GetCurrentThreadId() {
   return number;
 }
 
-Result<platform::ProcessInformation> Processes::CreateProcessW(const std::wstring& childCommandLine,
-                                                               bool inheritHandles, std::uint32_t creationFlags,
-                                                               const std::wstring& currentDirectory,
-                                                               const platform::StandardHandles& standardHandles) {
+Result<ProcessInformation> Processes::CreateProcessW(const std::wstring& childCommandLine, bool inheritHandles,
+                                                     std::uint32_t creationFlags, const std::wstring& currentDirectory,
+                                                     const StandardHandles& standardHandles) {
   return kernel_.call(__func__, [&](Guard& guard) {
     const auto state = addChild(childCommandLine, currentDirectory);
     state->record.flags = creationFlags;
     state->record.inheritHandles = inheritHandles;
     inherit(*state, standardHandles);
     const auto id = state->record.id;
-    platform::ProcessInformation information{kernel_.opened(std::make_shared<ProcessObject>(state)),
-                                             kernel_.opened(std::make_shared<ThreadObject>()), id, id + 1};
+    ProcessInformation information{kernel_.opened(std::make_shared<ProcessObject>(state)),
+                                   kernel_.opened(std::make_shared<ThreadObject>()), id, id + 1};
     const auto script = script_;
     if (inlineChildren) {
       guard.unlock();
@@ -319,14 +317,13 @@ Result<platform::ProcessInformation> Processes::CreateProcessW(const std::wstrin
   });
 }
 
-void Processes::inherit(ChildState& state, const platform::StandardHandles& standardHandles) {
+void Processes::inherit(ChildState& state, const StandardHandles& standardHandles) {
   for (const auto handle : {standardHandles.input, standardHandles.output}) {
     if (handle != nullptr) {
       kernel_.get<PipeEnd>(handle, "CreateProcessW");
     }
   }
   for (const auto handle : state.record.inheritHandles ? kernel_.inheritable : std::set<NativeHandle>()) {
-    ++state.record.inheritedCount;
     const auto& object = state.inherited.emplace_back(kernel_.find(handle));
     if (handle == standardHandles.input) {
       state.input = std::dynamic_pointer_cast<PipeEnd>(object);
@@ -340,7 +337,7 @@ void Processes::inherit(ChildState& state, const platform::StandardHandles& stan
 
 Status Processes::TerminateProcess(NativeHandle process, std::uint32_t exitCode) {
   return kernel_.callOn<ProcessObject>(__func__, process, [&](ProcessObject& object) {
-    refuseIf(object.isSignalled(), platform::kErrorAccessDenied);
+    refuseIf(object.isSignalled(), kErrorAccessDenied);
     end(*object.state, Ending::kTerminated, exitCode);
   });
 }
@@ -358,7 +355,7 @@ Status Processes::AssignProcessToJobObject(NativeHandle job, NativeHandle proces
   const char* const name = __func__;
   return kernel_.callOn<ProcessObject>(name, process, [&](ProcessObject& object) {
     const auto jobObject = kernel_.need<JobObject>(job, name);
-    refuseIf(object.isSignalled(), platform::kErrorAccessDenied);
+    refuseIf(object.isSignalled(), kErrorAccessDenied);
     object.state->job = jobObject;
   });
 }
@@ -373,12 +370,12 @@ Status Processes::TerminateJobObject(NativeHandle job, std::uint32_t exitCode) {
   });
 }
 
-Result<platform::Pipe> Processes::CreatePipe(bool inheritable) {
+Result<Pipe> Processes::CreatePipe(bool inheritable) {
   return kernel_.call(__func__, [&] {
     const auto buffer = std::make_shared<PipeBuffer>();
     buffer->capacity = inlineChildren ? SIZE_MAX : buffer->capacity;
-    platform::Pipe pipe{kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, false)),
-                        kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, true))};
+    Pipe pipe{kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, false)),
+              kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, true))};
     if (inheritable) {
       kernel_.inheritable.insert({pipe.read.get(), pipe.write.get()});
     }
@@ -388,8 +385,8 @@ Result<platform::Pipe> Processes::CreatePipe(bool inheritable) {
 
 Result<std::uint32_t> Processes::PeekNamedPipe(NativeHandle pipe) {
   return kernel_.callOn<PipeEnd>(__func__, pipe, [](PipeEnd& end) {
-    refuseIf(end.writes, platform::kErrorAccessDenied);
-    refuseIf(end.pipe->bytes.empty() && !end.pipe->hasWriter, platform::kErrorBrokenPipe);
+    refuseIf(end.writes, kErrorAccessDenied);
+    refuseIf(end.pipe->bytes.empty() && !end.pipe->hasWriter, kErrorBrokenPipe);
     return static_cast<std::uint32_t>(end.pipe->bytes.size());
   });
 }

@@ -17,7 +17,6 @@ struct ChildRecord {
   std::wstring folder;
   std::uint32_t flags = 0;
   bool inheritHandles = false;
-  std::size_t inheritedCount = 0;           ///< handles that came over
   bool inheritsOnlyStandardHandles = true;  ///< nothing but the two standard handles came over
   Ending ending = Ending::kRunning;
   std::uint32_t exitCode = 259;
@@ -65,28 +64,28 @@ class Processes : public platform::Processes {
   void endAll();                              ///< terminates every one
 
   std::wstring GetCommandLineW() override;
-  Result<platform::ArgumentVector> CommandLineToArgvW(const std::wstring& text, int& count) override;
+  Result<ArgumentVector> CommandLineToArgvW(const std::wstring& text, int& count) override;
   void LocalFree(wchar_t** arguments) override;
   NativeHandle GetCurrentProcess() override;
   std::uint32_t GetCurrentProcessId() override;
   std::uint32_t GetCurrentThreadId() override;
   Result<std::uint32_t> ProcessIdToSessionId(std::uint32_t id) override;
-  Result<platform::ProcessInformation> CreateProcessW(const std::wstring& childCommandLine, bool inheritHandles,
-                                                      std::uint32_t creationFlags, const std::wstring& currentDirectory,
-                                                      const platform::StandardHandles& standardHandles) override;
+  Result<ProcessInformation> CreateProcessW(const std::wstring& childCommandLine, bool inheritHandles,
+                                            std::uint32_t creationFlags, const std::wstring& currentDirectory,
+                                            const StandardHandles& standardHandles) override;
   Status TerminateProcess(NativeHandle process, std::uint32_t exitCode) override;
   Result<std::uint32_t> GetExitCodeProcess(NativeHandle process) override;
   Result<KernelHandle> CreateJobObjectW() override;
   Status AssignProcessToJobObject(NativeHandle job, NativeHandle process) override;
   Status TerminateJobObject(NativeHandle job, std::uint32_t exitCode) override;
-  Result<platform::Pipe> CreatePipe(bool inheritable) override;
+  Result<Pipe> CreatePipe(bool inheritable) override;
   Result<std::uint32_t> PeekNamedPipe(NativeHandle pipe) override;
   void Sleep(std::uint32_t milliseconds) override;
 
  private:
   friend class Child;
   std::shared_ptr<ChildState> addChild(const std::wstring& childCommandLine, const std::wstring& folder);
-  void inherit(ChildState& state, const platform::StandardHandles& standardHandles);
+  void inherit(ChildState& state, const StandardHandles& standardHandles);
   void run(const std::shared_ptr<ChildState>& state, const std::function<void(Child&)>& script);
   void end(ChildState& state, Ending ending, std::uint32_t code);
 

@@ -44,15 +44,13 @@ class Registry : public platform::Registry {
     const Guard guard(kernel_.mutex);
     values_[lowerCase(path)] = Value{type, std::move(bytes)};
   }
-  void set(const std::wstring& path, const std::wstring& text) {
-    setRaw(path, platform::kRegSz, utf16Bytes(text, true));
-  }
+  void set(const std::wstring& path, const std::wstring& text) { setRaw(path, kRegSz, utf16Bytes(text, true)); }
   void setExpandSz(const std::wstring& path, const std::wstring& text) {
-    setRaw(path, platform::kRegExpandSz, utf16Bytes(text, true));
+    setRaw(path, kRegExpandSz, utf16Bytes(text, true));
   }
   void set(const std::wstring& path, std::uint32_t dword) {
     const auto bytes = std::as_bytes(std::span(&dword, 1));
-    setRaw(path, platform::kRegDword, {bytes.begin(), bytes.end()});
+    setRaw(path, kRegDword, {bytes.begin(), bytes.end()});
   }
   void eraseValue(const std::wstring& path) {
     const Guard guard(kernel_.mutex);
@@ -65,32 +63,29 @@ class Registry : public platform::Registry {
 
   std::vector<Opening> openings() const { return kernel_.copyOf(openings_); }
 
-  Result<platform::RegistryKey> RegOpenKeyExW(platform::RegistryRoot root, const std::wstring& path,
-                                              std::uint32_t access) override {
+  Result<RegistryKey> RegOpenKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) override {
     return kernel_.call(__func__, [&] { return open(hiveOf(root) + L"\\" + path, access); });
   }
-  Result<platform::RegistryKey> RegOpenKeyExW(NativeHandle key, const std::wstring& path,
-                                              std::uint32_t access) override {
+  Result<RegistryKey> RegOpenKeyExW(NativeHandle key, const std::wstring& path, std::uint32_t access) override {
     return kernel_.callOn<Key>(__func__, key, [&](Key& parent) { return open(parent.path + L"\\" + path, access); });
   }
-  Result<platform::RegistryKey> RegOpenCurrentUser(std::uint32_t access) override {
+  Result<RegistryKey> RegOpenCurrentUser(std::uint32_t access) override {
     return kernel_.call(__func__, [&] { return open(L"HKCU", access); });
   }
-  Result<platform::RegistryValueInfo> RegQueryValueExW(NativeHandle key, const std::wstring& name,
-                                                       std::span<std::byte> buffer) override {
-    return kernel_.callOn<Key>(__func__, key, [&](Key& object) -> Result<platform::RegistryValueInfo> {
+  Result<RegistryValueInfo> RegQueryValueExW(NativeHandle key, const std::wstring& name,
+                                             std::span<std::byte> buffer) override {
+    return kernel_.callOn<Key>(__func__, key, [&](Key& object) -> Result<RegistryValueInfo> {
       const auto found = values_.find(lowerCase(object.path + L"\\" + name));
       if (found == values_.end() || !found->second) {
-        return Failure{platform::kErrorFileNotFound};
+        return Failure{kErrorFileNotFound};
       }
       const auto& [type, bytes] = *found->second;
       const bool fits = buffer.empty() || buffer.size() >= bytes.size();
       std::copy_n(bytes.begin(), fits ? std::min(buffer.size(), bytes.size()) : 0, buffer.begin());
-      return {fits, {type, static_cast<std::uint32_t>(bytes.size())}, fits ? 0 : platform::kErrorMoreData};
+      return {fits, {type, static_cast<std::uint32_t>(bytes.size())}, fits ? 0 : kErrorMoreData};
     });
   }
-  Result<platform::RegistryKey> RegCreateKeyExW(platform::RegistryRoot root, const std::wstring& path,
-                                                std::uint32_t access) override {
+  Result<RegistryKey> RegCreateKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) override {
     return kernel_.call(__func__, [&] {
       values_.try_emplace(lowerCase(hiveOf(root) + L"\\" + path + L"\\"));
       return open(hiveOf(root) + L"\\" + path, access);
@@ -99,7 +94,7 @@ class Registry : public platform::Registry {
   Status RegSetValueExW(NativeHandle key, const std::wstring& name, std::uint32_t type,
                         std::span<const std::byte> data) override {
     return kernel_.callOn<Key>(__func__, key, [&](Key& object) {
-      refuseIf((object.access & platform::kKeySetValue) == 0, platform::kErrorAccessDenied);
+      refuseIf((object.access & kKeySetValue) == 0, kErrorAccessDenied);
       values_[lowerCase(object.path + L"\\" + name)] = Value{type, {data.begin(), data.end()}};
     });
   }
@@ -116,17 +111,15 @@ class Registry : public platform::Registry {
     std::uint32_t type = 0;
     std::vector<std::byte> bytes;
   };
-  static std::wstring hiveOf(platform::RegistryRoot root) {
-    return root == platform::RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM";
-  }
-  Result<platform::RegistryKey> open(const std::wstring& path, std::uint32_t access) {
+  static std::wstring hiveOf(RegistryRoot root) { return root == RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM"; }
+  Result<RegistryKey> open(const std::wstring& path, std::uint32_t access) {
     openings_.push_back({path, access});
     const std::wstring below = lowerCase(path) + L"\\";
     const auto next = values_.lower_bound(below);
     if (path != L"HKCU" && (next == values_.end() || !next->first.starts_with(below))) {
-      return Failure{platform::kErrorFileNotFound};
+      return Failure{kErrorFileNotFound};
     }
-    return {true, kernel_.opened<platform::RegistryKey>(std::make_shared<Key>(path, access)), 0};
+    return {true, kernel_.opened<RegistryKey>(std::make_shared<Key>(path, access)), 0};
   }
 
   Kernel& kernel_;

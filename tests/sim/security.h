@@ -24,8 +24,8 @@ class Security : public platform::Security {
 
   Result<KernelHandle> OpenProcessToken(NativeHandle process, std::uint32_t access) override {
     return kernel_.call(__func__, [&] {
-      refuseIf(process != platform::invalidHandleValue(), platform::kErrorInvalidHandle);  // that of GetCurrentProcess
-      refuseIf(access != platform::kTokenQuery, platform::kErrorAccessDenied);
+      refuseIf(process != invalidHandleValue(), kErrorInvalidHandle);  // that of GetCurrentProcess
+      refuseIf(access != kTokenQuery, kErrorAccessDenied);
       return kernel_.opened(std::make_shared<Token>());
     });
   }
@@ -33,29 +33,28 @@ class Security : public platform::Security {
                                             std::span<std::byte> buffer) override {
     return kernel_.callOn<Token>(__func__, token, [&](Token&) -> Result<std::uint32_t> {
       const auto address = reinterpret_cast<std::uintptr_t>(buffer.data());
-      refuseIf(informationClass != platform::kTokenUser || address % alignof(platform::TokenUser) != 0,
-               platform::kErrorInvalidParameter);
-      const std::vector<std::uint32_t> system{platform::kSecurityLocalSystemRid};
+      refuseIf(informationClass != kTokenUser || address % alignof(TokenUser) != 0, kErrorInvalidParameter);
+      const std::vector<std::uint32_t> system{kSecurityLocalSystemRid};
       const std::vector<std::uint32_t> user{21, 1004336348, 1177238915, 682003330, 1001};
-      const auto sid = makeSid(platform::kSecurityNtAuthority, localSystem ? system : user);
-      const auto needed = static_cast<std::uint32_t>(sizeof(platform::TokenUser) + sid.size());
+      const auto sid = makeSid(kSecurityNtAuthority, localSystem ? system : user);
+      const auto needed = static_cast<std::uint32_t>(sizeof(TokenUser) + sid.size());
       if (buffer.size() < needed) {
-        return {false, needed, platform::kErrorInsufficientBuffer};
+        return {false, needed, kErrorInsufficientBuffer};
       }
-      std::byte* const place = buffer.data() + sizeof(platform::TokenUser);
-      const platform::TokenUser information{place, 0};
+      std::byte* const place = buffer.data() + sizeof(TokenUser);
+      const TokenUser information{place, 0};
       std::memcpy(buffer.data(), &information, sizeof(information));
       std::ranges::copy(sid, place);
       return {true, needed, 0};
     });
   }
-  Result<platform::Sid> AllocateAndInitializeSid(const platform::SidIdentifierAuthority& authority,
-                                                 std::span<const std::uint32_t> subAuthorities) override {
+  Result<Sid> AllocateAndInitializeSid(const SidIdentifierAuthority& authority,
+                                       std::span<const std::uint32_t> subAuthorities) override {
     return kernel_.call(__func__, [&] {
       auto sid = std::make_shared<SidMemory>();
       sid->bytes = makeSid(authority, subAuthorities);
       void* const memory = sid->bytes.data();
-      return platform::Sid(kernel_.add(std::move(sid), memory));
+      return Sid(kernel_.add(std::move(sid), memory));
     });
   }
   bool EqualSid(NativeHandle first, NativeHandle second) override {
@@ -64,11 +63,9 @@ class Security : public platform::Security {
     return !kernel_.faults.pass(__func__) && one[1] == other[1] && std::memcmp(one, other, 8u + 4u * one[1]) == 0;
   }
   void FreeSid(NativeHandle sid) override { kernel_.close<SidMemory>(__func__, sid); }
-  Result<platform::SecurityDescriptor> ConvertStringSecurityDescriptorToSecurityDescriptorW(
-      const std::wstring& text) override {
-    return kernel_.call(__func__, [&] {
-      return kernel_.opened<platform::SecurityDescriptor>(std::make_shared<DescriptorMemory>(text));
-    });
+  Result<SecurityDescriptor> ConvertStringSecurityDescriptorToSecurityDescriptorW(const std::wstring& text) override {
+    return kernel_.call(__func__,
+                        [&] { return kernel_.opened<SecurityDescriptor>(std::make_shared<DescriptorMemory>(text)); });
   }
   void freeDescriptor(NativeHandle descriptor) override { kernel_.close<DescriptorMemory>(__func__, descriptor); }
 
@@ -82,8 +79,7 @@ class Security : public platform::Security {
   };
 
   /// The binary layout of a SID: revision, count, six bytes of authority, the sub-authorities (little endian).
-  static std::vector<std::byte> makeSid(const platform::SidIdentifierAuthority& authority,
-                                        std::span<const std::uint32_t> parts) {
+  static std::vector<std::byte> makeSid(const SidIdentifierAuthority& authority, std::span<const std::uint32_t> parts) {
     std::vector<std::byte> sid{std::byte{1}, static_cast<std::byte>(parts.size())};
     const auto head = std::as_bytes(std::span(authority));
     sid.insert(sid.end(), head.begin(), head.end());

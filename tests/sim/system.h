@@ -40,7 +40,7 @@ class System : public platform::System {
   Status GetFileVersionInfoW(const std::wstring&, std::span<std::byte> block) override {
     return kernel_.call(__func__, [&] {
       const auto bytes = versionBlock();
-      refuseIf(block.size() < bytes.size(), platform::kErrorInsufficientBuffer);
+      refuseIf(block.size() < bytes.size(), kErrorInsufficientBuffer);
       std::ranges::copy(bytes, block.begin());
     });
   }
@@ -58,9 +58,9 @@ class System : public platform::System {
   }
   Status AttachConsole() override {
     return kernel_.call(__func__, [&] {
-      refuseIf(!hasConsole, platform::kErrorInvalidHandle);
+      refuseIf(!hasConsole, kErrorInvalidHandle);
       const bool first = kernel_.devices.try_emplace(L"CONOUT$", std::make_shared<Console>()).second;
-      refuseIf(!first, platform::kErrorAccessDenied);
+      refuseIf(!first, kErrorAccessDenied);
     });
   }
   Status WriteConsoleW(NativeHandle console, const std::wstring& text) override {
@@ -68,7 +68,7 @@ class System : public platform::System {
   }
 
  private:
-  static constexpr platform::ErrorCode kErrorResourceTypeNotFound = 1813;
+  static constexpr ErrorCode kErrorResourceTypeNotFound = 1813;
   static constexpr std::size_t kTranslationSize = 4;
   static constexpr const wchar_t* kFileVersion = L"1.2.3.4";
   struct Console : KernelObject {

@@ -39,11 +39,11 @@ class Text : public platform::Text {
                      {L"temp", L"C:\\Windows\\Temp"}} {}
 
   /// Of the system and of every module; empty: unknown (error 317).
-  void setMessage(platform::ErrorCode code, const std::wstring& text) {
+  void setMessage(ErrorCode code, const std::wstring& text) {
     const Guard guard(kernel_.mutex);
     messages_[code] = text;
   }
-  void setUnknown(platform::ErrorCode code) { setMessage(code, L""); }
+  void setUnknown(ErrorCode code) { setMessage(code, L""); }
   void setVariable(const std::wstring& name, const std::wstring& value) {
     const Guard guard(kernel_.mutex);
     environment_[lowerCase(name)] = value;
@@ -54,10 +54,10 @@ class Text : public platform::Text {
   }
 
   int CompareStringW(std::uint32_t, std::uint32_t flags, std::wstring_view first, std::wstring_view second) override {
-    return kernel_.faults.pass(__func__) ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
+    return kernel_.faults.pass(__func__) ? 0 : compare(first, second, (flags & kNormIgnoreCase) != 0);
   }
   int CompareStringA(std::uint32_t, std::uint32_t flags, std::string_view first, std::string_view second) override {
-    return kernel_.faults.pass(__func__) ? 0 : compare(first, second, (flags & platform::kNormIgnoreCase) != 0);
+    return kernel_.faults.pass(__func__) ? 0 : compare(first, second, (flags & kNormIgnoreCase) != 0);
   }
   void CharLowerBuffW(std::span<wchar_t> text) override {
     kernel_.faults.note(__func__);
@@ -72,11 +72,11 @@ class Text : public platform::Text {
   Result<std::uint32_t> FormatMessageW(std::uint32_t flags, NativeHandle module, std::uint32_t code,
                                        std::span<wchar_t> buffer) override {
     return kernel_.call(__func__, [&] {
-      const bool fromModule = (flags & platform::kFormatMessageFromModule) != 0 && module != nullptr;
+      const bool fromModule = (flags & kFormatMessageFromModule) != 0 && module != nullptr;
       const std::wstring usual = (fromModule ? L"WinHTTP message " : L"Message ") + std::to_wstring(code) + L".\r\n";
       const std::wstring text = messages_.contains(code) ? messages_[code] : usual;
       refuseIf(text.empty(), kErrorMessageNotFound);
-      refuseIf(buffer.size() < text.size() + 1, platform::kErrorInsufficientBuffer);
+      refuseIf(buffer.size() < text.size() + 1, kErrorInsufficientBuffer);
       return put(text, buffer);
     });
   }
@@ -96,7 +96,7 @@ class Text : public platform::Text {
   }
 
  private:
-  static constexpr platform::ErrorCode kErrorMessageNotFound = 317;  // ERROR_MR_MID_NOT_FOUND
+  static constexpr ErrorCode kErrorMessageNotFound = 317;  // ERROR_MR_MID_NOT_FOUND
 
   /// Small letters before capitals where nothing else differs, as the platform's linguistic order has it.
   template <class View>
@@ -107,7 +107,7 @@ class Text : public platform::Text {
     const auto folded =
         std::lexicographical_compare_three_way(first.begin(), first.end(), second.begin(), second.end(), byFolded);
     const std::strong_ordering order = folded != 0 || ignoreCase ? folded : second <=> first;
-    return order < 0 ? 1 : order > 0 ? 3 : platform::kCstrEqual;
+    return order < 0 ? 1 : order > 0 ? 3 : kCstrEqual;
   }
 
   /// Gives the length without the terminator.
@@ -117,7 +117,7 @@ class Text : public platform::Text {
   }
 
   Kernel& kernel_;
-  std::map<platform::ErrorCode, std::wstring> messages_;
+  std::map<ErrorCode, std::wstring> messages_;
   std::map<std::wstring, std::wstring> environment_;  ///< names lower-cased
 };
 

@@ -23,12 +23,12 @@ namespace sim {
 /// destruction, which ends all of its processes and worker threads; no thread of the program may use it by then.
 class Windows {
  public:
-  Windows() { platform::install(&platform_); }
+  Windows() { install(&platform_); }
   ~Windows() {
     processes.endAll();
     winHttp.endAll();
     kernel.joinThreads();
-    platform::install(nullptr);
+    install(nullptr);
   }
   Windows(const Windows&) = delete;
   Windows& operator=(const Windows&) = delete;

@@ -8,8 +8,8 @@
 namespace sim {
 namespace {
 
-constexpr platform::ErrorCode kErrorHeaderNotFound = 12150;
-constexpr platform::ErrorCode kErrorIncorrectHandleType = 12018;
+constexpr ErrorCode kErrorHeaderNotFound = 12150;
+constexpr ErrorCode kErrorIncorrectHandleType = 12018;
 
 std::vector<std::pair<std::string, std::string>> parseHeaders(const std::wstring& block) {
   std::vector<std::pair<std::string, std::string>> headers;
@@ -70,13 +70,13 @@ std::string HttpExchange::header(const std::string& name) const {
 }
 
 std::uint32_t HttpExchange::securityFlags() const {
-  const auto found = numberOptions.find(platform::kOptionSecurityFlags);
+  const auto found = numberOptions.find(kOptionSecurityFlags);
   return found == numberOptions.end() ? 0 : found->second;
 }
 
-Result<platform::InternetHandle> WinHttp::WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
-                                                      const std::wstring& proxy, const std::wstring& bypass,
-                                                      std::uint32_t flags) {
+Result<InternetHandle> WinHttp::WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
+                                            const std::wstring& proxy, const std::wstring& bypass,
+                                            std::uint32_t flags) {
   return kernel_.call(__func__, [&] {
     auto session = std::make_shared<HttpSessionHandle>();
     session->known.userAgent = userAgent;
@@ -85,18 +85,18 @@ Result<platform::InternetHandle> WinHttp::WinHttpOpen(const std::wstring& userAg
     session->known.bypass = bypass;
     session->known.sessionFlags = flags;
     session->handle = kernel_.add(session);
-    return platform::InternetHandle(session->handle);
+    return InternetHandle(session->handle);
   });
 }
 
 Status WinHttp::WinHttpSetTimeouts(NativeHandle session, int resolve, int connect, int send, int receive) {
   return kernel_.callOn<HttpHandle>(__func__, session, [&](HttpHandle& object) {
-    refuseIf(std::min({resolve, connect, send, receive}) < -1, platform::kErrorInvalidParameter);
+    refuseIf(std::min({resolve, connect, send, receive}) < -1, kErrorInvalidParameter);
     object.known.timeouts = {resolve, connect, send, receive};
   });
 }
 
-Status WinHttp::WinHttpSetStatusCallback(NativeHandle handle, platform::StatusCallback callback, std::uint32_t mask) {
+Status WinHttp::WinHttpSetStatusCallback(NativeHandle handle, StatusCallback callback, std::uint32_t mask) {
   return kernel_.callOn<HttpHandle>(__func__, handle, [&](HttpHandle& object) {
     object.callback = callback;
     object.known.callbackMask = mask;
@@ -104,28 +104,27 @@ Status WinHttp::WinHttpSetStatusCallback(NativeHandle handle, platform::StatusCa
 }
 
 template <class Parent, class Child, class Describe>
-Result<platform::InternetHandle> WinHttp::openBelow(const char* name, NativeHandle parent, const Describe& describe) {
+Result<InternetHandle> WinHttp::openBelow(const char* name, NativeHandle parent, const Describe& describe) {
   return kernel_.callOn<Parent>(name, parent, [&](Parent& above, Guard& guard) {
     const auto child = std::make_shared<Child>();
     static_cast<HttpHandle&>(*child) = above;
     child->handle = kernel_.add(child);
     describe(child);
     guard.unlock();
-    unbound(*child, platform::kStatusHandleCreated);
-    return platform::InternetHandle(child->handle);
+    unbound(*child, kStatusHandleCreated);
+    return InternetHandle(child->handle);
   });
 }
 
-Result<platform::InternetHandle> WinHttp::WinHttpConnect(NativeHandle session, const std::wstring& host,
-                                                         std::uint16_t port) {
+Result<InternetHandle> WinHttp::WinHttpConnect(NativeHandle session, const std::wstring& host, std::uint16_t port) {
   return openBelow<HttpSessionHandle, HttpConnectionHandle>(__func__, session, [&](const auto& connection) {
     connection->known.host = host;
     connection->known.port = port;
   });
 }
 
-Result<platform::InternetHandle> WinHttp::WinHttpOpenRequest(NativeHandle connection, const std::wstring& verb,
-                                                             const std::wstring& path, std::uint32_t flags) {
+Result<InternetHandle> WinHttp::WinHttpOpenRequest(NativeHandle connection, const std::wstring& verb,
+                                                   const std::wstring& path, std::uint32_t flags) {
   return openBelow<HttpConnectionHandle, HttpRequestHandle>(__func__, connection, [&](const Request& request) {
     request->known.index = requests_.size();
     request->known.verb = verb.empty() ? L"GET" : verb;
@@ -137,7 +136,7 @@ Result<platform::InternetHandle> WinHttp::WinHttpOpenRequest(NativeHandle connec
 
 Status WinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t option, std::uint32_t value) {
   return kernel_.callOn<HttpHandle>(__func__, handle, [&](HttpHandle& object) {
-    const bool forRequest = option == platform::kOptionSecurityFlags || option == platform::kOptionEnableFeature;
+    const bool forRequest = option == kOptionSecurityFlags || option == kOptionEnableFeature;
     refuseIf(forRequest && dynamic_cast<HttpRequestHandle*>(&object) == nullptr, kErrorIncorrectHandleType);
     object.known.numberOptions[option] = value;
   });
@@ -152,8 +151,8 @@ Status WinHttp::WinHttpSendRequest(NativeHandle handle, const std::wstring& head
                                    std::span<const std::byte> optionalData, std::uint32_t totalLength,
                                    std::uintptr_t context) {
   const auto prepare = [&](HttpRequestHandle& request) {
-    refuseIf(request.known.sent, platform::kErrorWinHttpIncorrectHandleState);  // a request is sent once here
-    refuseIf(optionalData.size() > totalLength, platform::kErrorInvalidParameter);
+    refuseIf(request.known.sent, kErrorWinHttpIncorrectHandleState);  // a request is sent once here
+    refuseIf(optionalData.size() > totalLength, kErrorInvalidParameter);
     request.known.headersText = headers;
     request.known.headers = parseHeaders(headers);
     request.known.totalLength = totalLength;
@@ -167,16 +166,16 @@ Status WinHttp::WinHttpSendRequest(NativeHandle handle, const std::wstring& head
 
 Status WinHttp::WinHttpReceiveResponse(NativeHandle handle) {
   return start(handle, HttpStage::kReceive, __func__, [](HttpRequestHandle& request) {
-    refuseIf(!request.known.sent || request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
+    refuseIf(!request.known.sent || request.headersReady, kErrorWinHttpIncorrectHandleState);
   });
 }
 
 Status WinHttp::WinHttpWriteData(NativeHandle handle, std::span<const std::byte> data) {
   return start(handle, HttpStage::kWrite, __func__, [&](HttpRequestHandle& request) {
-    refuseIf(!request.known.sent || request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
+    refuseIf(!request.known.sent || request.headersReady, kErrorWinHttpIncorrectHandleState);
     if (data.empty() || request.known.bodySize + data.size() > request.known.totalLength) {
       kernel_.misuse("WinHttpWriteData: nothing, or more than the length that was announced");
-      throw Failure{platform::kErrorInvalidParameter};
+      throw Failure{kErrorInvalidParameter};
     }
     request.known.writes.push_back(data.size());
     request.pending->data = data;
@@ -184,22 +183,21 @@ Status WinHttp::WinHttpWriteData(NativeHandle handle, std::span<const std::byte>
 }
 
 Status WinHttp::WinHttpQueryDataAvailable(NativeHandle handle) {
-  return start(handle, HttpStage::kQueryData, __func__, [](HttpRequestHandle& request) {
-    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
-  });
+  return start(handle, HttpStage::kQueryData, __func__,
+               [](HttpRequestHandle& request) { refuseIf(!request.headersReady, kErrorWinHttpIncorrectHandleState); });
 }
 
 Status WinHttp::WinHttpReadData(NativeHandle handle, std::span<std::byte> buffer) {
   return start(handle, HttpStage::kRead, __func__, [&](HttpRequestHandle& request) {
-    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
+    refuseIf(!request.headersReady, kErrorWinHttpIncorrectHandleState);
     request.pending->buffer = buffer;
   });
 }
 
 Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(NativeHandle handle, std::uint32_t level) {
   return kernel_.callOn<HttpRequestHandle>(__func__, handle, [&](HttpRequestHandle& request) {
-    refuseIf(level != (platform::kQueryStatusCode | platform::kQueryFlagNumber), kErrorHeaderNotFound);
-    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
+    refuseIf(level != (kQueryStatusCode | kQueryFlagNumber), kErrorHeaderNotFound);
+    refuseIf(!request.headersReady, kErrorWinHttpIncorrectHandleState);
     return request.reply->status;
   });
 }
@@ -207,20 +205,20 @@ Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(NativeHandle handle, std::uin
 Result<std::uint32_t> WinHttp::WinHttpQueryHeaders(NativeHandle handle, std::uint32_t level,
                                                    std::span<wchar_t> buffer) {
   const auto work = [&](HttpRequestHandle& request) -> Result<std::uint32_t> {
-    refuseIf(level != platform::kQueryRawHeadersCrlf, kErrorHeaderNotFound);
-    refuseIf(!request.headersReady, platform::kErrorWinHttpIncorrectHandleState);
+    refuseIf(level != kQueryRawHeadersCrlf, kErrorHeaderNotFound);
+    refuseIf(!request.headersReady, kErrorWinHttpIncorrectHandleState);
     const std::wstring text = rawHeaders(*request.reply);
     const bool fits = buffer.size() > text.size();
     if (fits) {
       *std::ranges::copy(text, buffer.begin()).out = L'\0';
     }
     const auto bytes = static_cast<std::uint32_t>((text.size() + (fits ? 0 : 1)) * sizeof(wchar_t));
-    return {fits, bytes, fits ? 0 : platform::kErrorInsufficientBuffer};
+    return {fits, bytes, fits ? 0 : kErrorInsufficientBuffer};
   };
   return kernel_.callOn<HttpRequestHandle>(__func__, handle, work);
 }
 
-Result<platform::UrlComponents> WinHttp::WinHttpCrackUrl(const std::wstring& url) {
+Result<UrlComponents> WinHttp::WinHttpCrackUrl(const std::wstring& url) {
   return kernel_.call(__func__, [&] { return splitUrl(url); });
 }
 

@@ -9,9 +9,9 @@ namespace sim {
 
 /// Where proxies are to be found. A text that is empty is absent; a PAC file that is not there cannot be downloaded.
 struct ProxySources {
-  platform::IeProxySettings ie;
+  IeProxySettings ie;
   std::wstring wpadUrl;  ///< what auto-detection finds
-  platform::ProxyInfo winHttpDefault;
+  ProxyInfo winHttpDefault;
   std::map<std::wstring, std::function<std::wstring(const std::wstring& target)>>
       pacFiles;  ///< by URL; gives the proxy
 };
@@ -59,15 +59,13 @@ class WinHttp : public platform::WinHttp {
   /// Drops what is undelivered and lets the workers end; part of the end of the simulation.
   void endAll();
 
-  Result<platform::InternetHandle> WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType,
-                                               const std::wstring& proxy, const std::wstring& bypass,
-                                               std::uint32_t flags) override;
+  Result<InternetHandle> WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType, const std::wstring& proxy,
+                                     const std::wstring& bypass, std::uint32_t flags) override;
   Status WinHttpSetTimeouts(NativeHandle session, int resolve, int connect, int send, int receive) override;
-  Status WinHttpSetStatusCallback(NativeHandle handle, platform::StatusCallback callback, std::uint32_t mask) override;
-  Result<platform::InternetHandle> WinHttpConnect(NativeHandle session, const std::wstring& host,
-                                                  std::uint16_t port) override;
-  Result<platform::InternetHandle> WinHttpOpenRequest(NativeHandle connection, const std::wstring& verb,
-                                                      const std::wstring& path, std::uint32_t flags) override;
+  Status WinHttpSetStatusCallback(NativeHandle handle, StatusCallback callback, std::uint32_t mask) override;
+  Result<InternetHandle> WinHttpConnect(NativeHandle session, const std::wstring& host, std::uint16_t port) override;
+  Result<InternetHandle> WinHttpOpenRequest(NativeHandle connection, const std::wstring& verb, const std::wstring& path,
+                                            std::uint32_t flags) override;
   Status WinHttpSetOption(NativeHandle handle, std::uint32_t option, std::uint32_t value) override;
   Status WinHttpSetOption(NativeHandle handle, std::uint32_t option, const std::wstring& value) override;
   Status WinHttpSendRequest(NativeHandle request, const std::wstring& headers, std::span<const std::byte> optionalData,
@@ -81,12 +79,12 @@ class WinHttp : public platform::WinHttp {
   Status WinHttpWriteData(NativeHandle request, std::span<const std::byte> data) override;
   Status WinHttpCloseHandle(NativeHandle handle) override;
   Result<NativeHandle> WinHttpQueryOption(NativeHandle request, std::uint32_t option) override;
-  Result<platform::IeProxySettings> WinHttpGetIEProxyConfigForCurrentUser() override;
+  Result<IeProxySettings> WinHttpGetIEProxyConfigForCurrentUser() override;
   Result<std::wstring> WinHttpDetectAutoProxyConfigUrl(std::uint32_t flags) override;
-  Result<platform::ProxyInfo> WinHttpGetDefaultProxyConfiguration() override;
-  Result<platform::ProxyInfo> WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
-                                                    const platform::AutoProxyOptions& options) override;
-  Result<platform::UrlComponents> WinHttpCrackUrl(const std::wstring& url) override;
+  Result<ProxyInfo> WinHttpGetDefaultProxyConfiguration() override;
+  Result<ProxyInfo> WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
+                                          const AutoProxyOptions& options) override;
+  Result<UrlComponents> WinHttpCrackUrl(const std::wstring& url) override;
 
  private:
   using Request = std::shared_ptr<HttpRequestHandle>;
@@ -104,11 +102,11 @@ class WinHttp : public platform::WinHttp {
   bool notify(HttpRequestHandle& request, std::uint32_t status, void* information = nullptr, std::uint32_t length = 0);
   void finish(HttpRequestHandle& request, const HttpPending& call, std::uint32_t status, void* information = nullptr,
               std::uint32_t length = 0);
-  void fail(HttpRequestHandle& request, const HttpPending& call, platform::ErrorCode error);
+  void fail(HttpRequestHandle& request, const HttpPending& call, ErrorCode error);
   static void unbound(HttpHandle& object, std::uint32_t status);
 
   template <class Parent, class Child, class Describe>
-  Result<platform::InternetHandle> openBelow(const char* name, NativeHandle parent, const Describe& describe);
+  Result<InternetHandle> openBelow(const char* name, NativeHandle parent, const Describe& describe);
   bool fails(HttpRequestHandle& request, const HttpPending& call);
   bool proxyRefuses(const HttpExchange& seen) const;
   bool shakeHands(HttpRequestHandle& request, const HttpPending& call);
