@@ -4,10 +4,6 @@
 
 namespace sim {
 
-void WinHttp::release() { kernel_.set(released_, true); }
-
-void WinHttp::endAll() { kernel_.set(ended_, true); }
-
 void WinHttp::waitUntilHeld() {
   Guard guard(kernel_.mutex);
   kernel_.waitUntil(guard, kInfinite, "a completion to hold", [&] {

@@ -32,18 +32,6 @@ std::wstring rawHeaders(const HttpReply& reply) {
 
 }  // namespace
 
-void WinHttp::onRequest(std::function<HttpReply(const HttpExchange&)> server) {
-  kernel_.set(server_, std::move(server));
-}
-
-void WinHttp::onHeaders(std::function<std::optional<HttpReply>(const HttpExchange&)> server) {
-  kernel_.set(headersServer_, std::move(server));
-}
-
-void WinHttp::onHandshake(std::function<ServerChain(const HttpExchange&)> server) {
-  kernel_.set(handshake_, std::move(server));
-}
-
 std::vector<HttpExchange> WinHttp::requests() const {
   const Guard guard(kernel_.mutex);
   std::vector<HttpExchange> result;

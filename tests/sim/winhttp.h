@@ -25,14 +25,18 @@ struct HttpPending;
 /// when the call completes, not when it is made.
 class WinHttp : public platform::WinHttp {
  public:
+  using Server = std::function<HttpReply(const HttpExchange&)>;
+  using EarlyServer = std::function<std::optional<HttpReply>(const HttpExchange&)>;
+  using Handshake = std::function<ServerChain(const HttpExchange&)>;
+
   WinHttp(Kernel& kernel, Certificates& certificates) : kernel_(kernel), certificates_(certificates) {}
 
   /// Gives the answer once the whole body has arrived (on the thread that completes the call). Without it: 200.
-  void onRequest(std::function<HttpReply(const HttpExchange&)> server);
+  void onRequest(Server server) { kernel_.set(server_, std::move(server)); }
   /// Called when the headers have arrived. A reply given here decides (early answers, failures of send and write).
-  void onHeaders(std::function<std::optional<HttpReply>(const HttpExchange&)> server);
+  void onHeaders(EarlyServer server) { kernel_.set(headersServer_, std::move(server)); }
   /// Gives what an HTTPS server shows of itself. Without it: "leaf" and "root", with nothing wrong.
-  void onHandshake(std::function<ServerChain(const HttpExchange&)> server);
+  void onHandshake(Handshake server) { kernel_.set(handshake_, std::move(server)); }
 
   ProxySources proxies;
   /// Name and password that a named proxy demands for HTTPS before anything goes through it; else it answers 407.
@@ -48,7 +52,7 @@ class WinHttp : public platform::WinHttp {
   std::uint64_t storeBodyUpTo = 16u << 20;
 
   /// Lets everything that is held (kLate, HttpReply::hold) go, now and from now on.
-  void release();
+  void release() { kernel_.set(released_, true); }
   /// Waits until something is being held.
   void waitUntilHeld();
 
@@ -57,7 +61,7 @@ class WinHttp : public platform::WinHttp {
   /// Waits until nothing is left to deliver.
   void waitUntilIdle();
   /// Drops what is undelivered and lets the workers end; part of the end of the simulation.
-  void endAll();
+  void endAll() { kernel_.set(ended_, true); }
 
   Result<InternetHandle> WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType, const std::wstring& proxy,
                                      const std::wstring& bypass, std::uint32_t flags) override;
@@ -117,9 +121,9 @@ class WinHttp : public platform::WinHttp {
 
   Kernel& kernel_;
   Certificates& certificates_;
-  std::function<HttpReply(const HttpExchange&)> server_;
-  std::function<std::optional<HttpReply>(const HttpExchange&)> headersServer_;
-  std::function<ServerChain(const HttpExchange&)> handshake_;
+  Server server_;
+  EarlyServer headersServer_;
+  Handshake handshake_;
   std::vector<Request> requests_;
   bool released_ = false;
   bool ended_ = false;
