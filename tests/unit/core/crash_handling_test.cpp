@@ -5,14 +5,13 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <latch>
 #include <set>
 #include <stdexcept>
 #include <thread>
 
 #include "core/crash_settings.h"
 #include "core/exception.h"
-#include "core/minidump_writer.h"
+#include "core/format.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
 
@@ -63,20 +62,16 @@ struct CrashWorld {
 };
 
 TEST(CrashHandling, Settings) {
-  const std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, CORE::CrashSettings> rows[] = {
-      {L" 100", L"0x1002", L"%SystemRoot%\\d", {100, 0x1002, L"C:\\Windows\\d"}},
-      {L"101", L"many", L"\\", {100, 1, kFolder}},
-      {L"-1", L"99999999999", L"E:\\a/b//", {5, 0xFFFFFFFF, L"E:\\a/b"}},
-  };
   sim::Windows windows;
-  for (const auto& [count, type, folder, wanted] : rows) {
+  const auto found = [&windows](const wchar_t* count, const wchar_t* type, const wchar_t* folder) {
     windows.registry.set(kKey + L"DumpCount", count);
     windows.registry.set(kKey + L"DumpType", type);
     windows.registry.set(kKey + L"DumpFolder", folder);
-    const auto found = CORE::CrashSettings::read();
-    EXPECT_EQ(std::tie(found.dumpCount, found.dumpType, found.dumpFolder),
-              std::tie(wanted.dumpCount, wanted.dumpType, wanted.dumpFolder));
-  }
+    const auto settings = CORE::CrashSettings::read();
+    return CORE::format(L"%u %u %s", settings.dumpCount, settings.dumpType, settings.dumpFolder);
+  };
+  EXPECT_EQ(found(L"101", L"0x1002", L"%SystemRoot%\\a/b//"), L"100 4098 C:\\Windows\\a/b");
+  EXPECT_EQ(found(L"-1", L"many", L"\\"), L"5 1 " + kFolder);
 }
 
 TEST(CrashHandling, TheRunGoesOnOnceFromAFailureOfItsCode) {
@@ -144,16 +139,6 @@ TEST(CrashHandling, EachPlatformCallFailingInTurn) {
     EXPECT_TRUE(calls[nth - 1] == "WriteFile" || world.log.count(L"No minidump: ") == (written ? 0U : 1U));
     EXPECT_EQ(world.windows.misuse(), std::vector<std::string>{});
   }
-}
-
-TEST(CrashHandling, WaitsForItsReportOnlySoLong) {
-  static std::latch ended(1);
-  auto& writer = *new CORE::MinidumpWriter([](const platform::CrashInfo*) noexcept { ended.wait(); },
-                                           std::chrono::milliseconds(20));
-  EXPECT_FALSE(writer.perform(nullptr));  // there is no thread
-  writer.start();
-  EXPECT_FALSE(writer.perform(nullptr) || writer.perform(nullptr));
-  ended.count_down();
 }
 
 void fail() { throw std::runtime_error("boom"); }

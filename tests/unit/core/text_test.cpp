@@ -1,5 +1,3 @@
-#include "core/text.h"
-
 #include <gtest/gtest.h>
 
 #include <array>
@@ -8,21 +6,12 @@
 #include "core/convert.h"
 #include "core/format.h"
 #include "tests/sim/registry.h"
-#include "tests/sim/windows.h"
 
 namespace {
 
 using CORE::format;
 using CORE::mstr;
 using CORE::wstr;
-
-TEST(Text, Booleans) {
-  const sim::Windows windows;
-  for (const std::wstring text : {L"true", L" Yes\r\n", L"ON", L"-1", L"0x10", L"2 apples"}) {
-    EXPECT_TRUE(CORE::textToBool(text) && !CORE::textToBool(L"x" + text)) << CORE::toUtf8Lossy(text);
-  }
-  EXPECT_FALSE(CORE::textToBool(L" \t") || CORE::textToBool(L"00") || CORE::textToBool(L"truely"));
-}
 
 TEST(Convert, BothWaysAndTextsThatAreNone) {
   const std::string narrow = std::string("\0", 1) + "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80" +

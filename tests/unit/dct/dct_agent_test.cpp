@@ -1,5 +1,7 @@
 #include "dct/dct_agent.h"
 
+#include "dct/agent_paths.h"
+#include "dct/ensure_folder.h"
 #include "tests/unit/dct/script_world.h"
 
 namespace {
@@ -30,19 +32,33 @@ TEST(InvokeDCTScript, StartsTheScriptExactlySo) {
   EXPECT_TRUE(world.log.has(CORE::kTrace, L"monitorDCTProcess(): PID of DCT cscript: " + std::to_wstring(script.id)));
 }
 
-TEST(MonitorDCTProcess, CancelEvent) {
+TEST(AgentPaths, FolderAndName) {
+  const std::wstring key = L"HKLM\\Software\\Calvera\\Meridon\\";
+  const std::wstring byDefault = L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp";
   ScriptWorld world;
-  const platform::KernelHandle cancel = world.windows.objects.CreateEventW(true, false).value;
-  world.windows.processes.onStart([&](sim::Child& child) {
-    world.windows.objects.SetEvent(cancel.get());
-    child.hang();
-  });
-  CORE::PropertyBag request, result;
-  auto started = world.windows.processes.CreateProcessW(L"powershell.exe", false, 0, L"C:\\", {});
-  EXPECT_FALSE(dct_Agent(cancel.get()).monitorDCTProcess(request, std::move(started.value), L"D:\\b.zip", result));
-  EXPECT_EQ(result.toString(L"", false), L"   ErrorText = \"The DCT script was cancelled\"");
-  EXPECT_TRUE(world.log.has(CORE::kWarn, L"monitorDCTProcess(): Terminate process on DCT collection succeeded"));
-  EXPECT_EQ(world.windows.processes.children().at(0).exitCode, 200U);
+  const std::tuple<const wchar_t*, const wchar_t*, std::wstring> rows[] = {
+      {L"true", L"D:\\x\\/\\", L"D:\\x\\Temp"}, {L"true", L"\\", byDefault}, {L"false", L"D:\\x", byDefault}};
+  for (const auto& [useRegistry, chosen, wanted] : rows) {
+    world.windows.registry.set(key + L"Agent\\UseRegistryForLoggingPath", useRegistry);
+    world.windows.registry.set(key + L"Log\\LogFileDirectory", chosen);
+    EXPECT_EQ(world.agent.getTempFolder(), wanted) << testing::PrintToString(chosen);
+  }
+  world.windows.text.setVariable(L"LOCALAPPDATA", L"C:\\L");
+  world.windows.text.eraseVariable(L"ProgramData");
+  EXPECT_EQ(world.agent.getTempFolder(), L"C:\\L\\vdx-sdct\\Temp");
+  world.windows.clock.set(platform::SystemTime{2027, 1, 0, 2, 8, 4, 5, 6});
+  world.windows.clock.biasMinutes = 300;
+  EXPECT_EQ(newBundlePath(L"D:\\t"), L"D:\\t\\agentDCT_2027-01-02_03-04-05_006.zip") << "the local time";
+}
+
+TEST(EnsureFolder, ParentsByTextAlone) {
+  for (const auto& [path, parent] :
+       {std::pair(L"", L""), std::pair(L"C:", L"C:"), std::pair(L"C:\\", L"C:\\"), std::pair(L"C:a", L"C:"),
+        std::pair(L"C:\\a", L"C:\\"), std::pair(L"C:/a\\\\b\\", L"C:/a"), std::pair(L"a", L""),
+        std::pair(L"\\a", L"\\"), std::pair(L"\\\\s", L"\\\\s"), std::pair(L"\\\\s\\t\\", L"\\\\s\\t"),
+        std::pair(L"\\\\s\\t\\x", L"\\\\s\\t")}) {
+    EXPECT_EQ(parentPath(path), parent);
+  }
 }
 
 }  // namespace

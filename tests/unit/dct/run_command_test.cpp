@@ -30,33 +30,17 @@ TEST(RunDctCommand, GivesTheOutputAndWaitsForNobodyElse) {
   EXPECT_EQ(world.output.substr(0, answer.size()), answer);
   EXPECT_EQ(world.output.find_first_not_of('y', answer.size()), std::string::npos);
   EXPECT_EQ(world.result.count(), 0U);
-  EXPECT_TRUE(world.log.has(CORE::kTrace,
-                            L"dct_common::runDctCommand(): Retrieved the following output from calling "
-                            L"DCT with command 'powershell.exe -x' - 'in:;xxx"));
   const sim::ChildRecord child = world.windows.processes.children().at(0);
   EXPECT_TRUE(child.folder == L"C:\\Agent\\dct" && child.flags == 0x20 && child.inheritsOnlyStandardHandles);
 }
 
-TEST(RunDctCommand, FailuresAreLoggedAndStored) {
-  const std::wstring ofCommand = L"using command 'powershell.exe -x' with error Message 5..";
-  const std::tuple<std::string, std::size_t, std::uint32_t, std::wstring> rows[] = {
-      {"CreatePipe", 1, 5, L"Failed to create std pipe with error Message 5.."},
-      {"SetHandleInformation", 1, 5, L"Failed to set handle information with error Message 5.."},
-      {"CreatePipe", 2, 5, L"Failed to create stdin pipe with error Message 5.."},
-      {"SetHandleInformation", 2, 5, L"Failed to set stdin handle information with error Message 5.."},
-      {"CreateProcessW", 1, 5, L"Failed to start DCT " + ofCommand},
-      {"WaitForSingleObject", 1, 5, L"Failed to wait for DCT to complete " + ofCommand},
-      {"GetExitCodeProcess", 1, 5, L"Failed to get DCT process exit code with error Message 5.."},
-      {"none", 1, 7, L"DCT process failed with error Message 7.."},
-  };
-  for (const auto& [call, nth, code, text] : rows) {
-    CommandWorld world;
-    world.windows.faults.failNth(call, nth, 5);
-    EXPECT_FALSE(world.run([](sim::Child& child) { child.exit(7); }));
-    EXPECT_TRUE(world.output == "old" && world.result.getErrorCode() == code &&
-                world.result.getErrorText().str() == text);
-    EXPECT_EQ(world.log.messages(CORE::kError), Texts{L"dct_common::runDctCommand(): " + text});
-  }
+// Which platform call fails makes no difference here: see the sweep over all of them.
+TEST(RunDctCommand, AnExitCodeIsAFailure) {
+  CommandWorld world;
+  EXPECT_FALSE(world.run([](sim::Child& child) { child.exit(7); }));
+  const std::wstring text = L"DCT process failed with error Message 7..";
+  EXPECT_TRUE(world.output == "old" && world.result.getErrorCode() == 7 && world.result.getErrorText().str() == text);
+  EXPECT_EQ(world.log.messages(CORE::kError), Texts{L"dct_common::runDctCommand(): " + text});
 }
 
 TEST(RunDctCommand, EndsTheWholeTreeAfterAMinute) {
