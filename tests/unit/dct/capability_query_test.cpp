@@ -23,7 +23,6 @@ TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
        {L"b\\u00E4", L"A\u00E4", L"Text"},
        {L"info", L"debug", L"trace"}},
       {R"({"featureData":{"":{"supportedLogLevels":"x"}}})", {}, kDefaultFeatures, kDefaultLevels},
-      {R"({"featureData": "x"})", {}, kDefaultFeatures, kDefaultLevels},
       {"{\"\xFF\":{}}", {failed + L"{\"\u00FF\":{}}."}, kDefaultFeatures, kDefaultLevels},
   };
   for (const auto& [answer, errors, features, levels] : rows) {
@@ -54,6 +53,9 @@ TEST(CapabilityQuery, LogLevelsAndTheArgumentsOfARequest) {
   world.print("garbage " + std::string(100'000, 'x'));
   EXPECT_FALSE(world.agent.getLogLevel(answer));
   EXPECT_TRUE(answer.getErrorCode() == 13 && answer.getErrorText().length() == 8192);
+  world.windows.processes.onStart([](sim::Child& child) { child.exit(7); });
+  EXPECT_FALSE(world.agent.getLogLevel(answer));
+  EXPECT_EQ(answer.getErrorText().str(), L"DCT process failed with error Message 7..");
   world.print(R"({"Version":"9","featureData":{"AgentCore":"","Clipboard":""}})");
   EXPECT_TRUE(world.agent.getLogLevel(answer) && answer.getInt(L"Version", 0) == 2);
   for (const auto& [request, wanted] : rows) {

@@ -34,13 +34,15 @@ TEST(RunDctCommand, GivesTheOutputAndWaitsForNobodyElse) {
   EXPECT_TRUE(child.folder == L"C:\\Agent\\dct" && child.flags == 0x20 && child.inheritsOnlyStandardHandles);
 }
 
-// Which platform call fails makes no difference here: see the sweep over all of them.
-TEST(RunDctCommand, AnExitCodeIsAFailure) {
+// The other calls that can fail: see the sweep.
+TEST(RunDctCommand, AReadErrorEndsTheReading) {
   CommandWorld world;
-  EXPECT_FALSE(world.run([](sim::Child& child) { child.exit(7); }));
-  const std::wstring text = L"DCT process failed with error Message 7..";
-  EXPECT_TRUE(world.output == "old" && world.result.getErrorCode() == 7 && world.result.getErrorText().str() == text);
-  EXPECT_EQ(world.log.messages(CORE::kError), Texts{L"dct_common::runDctCommand(): " + text});
+  world.windows.faults.failAll("PeekNamedPipe", 5);
+  EXPECT_TRUE(world.run([](sim::Child& child) { child.write(std::string(1'000'000, 'x')); }))
+      << "the exit code decides";
+  EXPECT_EQ(world.output, "");
+  EXPECT_EQ(world.log.messages(CORE::kError), Texts{L"dct_common::runDctCommand::<lambda_1>::operator ()(): Failed "
+                                                    L"to read pipe with error Message 5.."});
 }
 
 TEST(RunDctCommand, EndsTheWholeTreeAfterAMinute) {

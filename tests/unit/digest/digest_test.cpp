@@ -13,10 +13,7 @@ using namespace std::literals;
 // from the six bits of each character, all ones for a character outside the alphabet. Good text: see the fuzz target.
 TEST(Base64, WhatBadTextDecodesTo) {
   const std::pair<std::string_view, std::string_view> rows[] = {
-      {"\x67", "Z"},
-      {"fooba", "Zm9vYmE"},
-      {"fo", "Zm8=Zg=="},
-      {"\xFF", "===="},             // no padding in the first two places
+      {"fooba", "Zm9vYmE"},        {"fo", "Zm8=Zg=="}, {"\xFF", "===="},  // no padding in the first two places
       {"fo\xFD\xBF", "Zm 9v"},      // the blank counts, the last group is one character
       {"foo", "\xDA\xED\xB9\xF6"},  // the top bit of a character does not count
       {"\0\0\xFF"sv, "AAA\0"sv}};
