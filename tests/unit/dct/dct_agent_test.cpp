@@ -1,5 +1,7 @@
 #include "dct/dct_agent.h"
 
+#include "dct/agent_paths.h"
+#include "dct/ensure_folder.h"
 #include "tests/unit/dct/script_world.h"
 
 namespace {
@@ -14,59 +16,49 @@ TEST(InvokeDCTScript, StartsTheScriptExactlySo) {
   request.set(L"Features", L"USB");
   request.set(L"Version", L"2");
   EXPECT_TRUE(world.agent.invokeDCTScript(request, result));
-  EXPECT_EQ(result.get(L"FileName").str(), kBundlePath);
-  EXPECT_EQ(result.count(), 1U);
+  EXPECT_EQ(result.toString(L"", false), L"   FileName = \"" + kBundlePath + L"\"");
 
   const sim::ChildRecord script = world.windows.processes.children().at(1);
   EXPECT_EQ(script.commandLine,
             L"powershell.exe -nologo -ExecutionPolicy RemoteSigned -File \"C:\\Agent\\dct\\vdx-support.ps1\" -f \"" +
                 kBundlePath + L"\" -d \"" + logs + L"\\Temp\" -s -c USB");
-  EXPECT_EQ(script.folder, L"C:\\Agent\\dct");
-  EXPECT_EQ(script.flags, 0U);
-  EXPECT_FALSE(script.inheritHandles);
+  EXPECT_TRUE(script.folder == L"C:\\Agent\\dct" && script.flags == 0 && !script.inheritHandles);
   EXPECT_EQ(world.windows.files.descriptorOf(logs), L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
   EXPECT_EQ(world.windows.files.descriptorOf(logs + L"\\Temp"), L"") << "made as ever: it inherits";
   EXPECT_EQ(world.log.messages(CORE::kDebug), (Texts{invoke + L"Temp folder - " + logs + L"\\Temp",
                                                      invoke + L"CreateAgentDCT: command line: " + script.commandLine}));
   EXPECT_EQ(world.log.messages(CORE::kInfo),
             Texts{invoke + L"Parameters received: \n    Features = \"USB\"\r\n   Version = \"2\"\r\n"});
-  const Texts traces = world.log.messages(CORE::kTrace);
-  EXPECT_EQ(traces.front(), L"dct_Agent::validate(): Temp folder - " + logs + L"\\Temp");
-  EXPECT_EQ(traces.back(), L"dct_Agent::monitorDCTProcess(): PID of DCT cscript: " + std::to_wstring(script.id));
+  EXPECT_TRUE(world.log.has(CORE::kTrace, L"monitorDCTProcess(): PID of DCT cscript: " + std::to_wstring(script.id)));
 }
 
-/// The agent with a time limit of a second.
-struct ImpatientAgent : dct_Agent {
-  using dct_Agent::dct_Agent;
-  std::uint32_t getScriptTimeout() override { return 1000; }
-};
-
-TEST(MonitorDCTProcess, CancelEventAndTimeLimit) {
+TEST(AgentPaths, FolderAndName) {
+  const std::wstring key = L"HKLM\\Software\\Calvera\\Meridon\\";
+  const std::wstring byDefault = L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp";
   ScriptWorld world;
-  const platform::KernelHandle cancel = world.windows.objects.CreateEventW(true, false).value;
-  const auto monitor = [&](dct_Agent&& watcher, bool cancels, CORE::PropertyBag& result) {
-    world.windows.processes.onStart([&world, &cancel, cancels](sim::Child& child) {
-      if (cancels) {
-        world.windows.objects.SetEvent(cancel.get());
-      }
-      child.hang();
-    });
-    auto started = world.windows.processes.CreateProcessW(L"powershell.exe", false, 0, L"C:\\", {});
-    CORE::PropertyBag request;
-    return watcher.monitorDCTProcess(request, std::move(started.value), L"D:\\bundle.zip", result);
-  };
-  CORE::PropertyBag late, result;
-  EXPECT_FALSE(monitor(ImpatientAgent(cancel.get()), false, late));
-  world.windows.files.write(L"D:\\bundle.zip", "a part of it");
-  EXPECT_TRUE(monitor(ImpatientAgent(), false, late)) << "kept: finished or not";
-  EXPECT_FALSE(monitor(dct_Agent(cancel.get()), true, result));
-  world.windows.faults.failAll("TerminateProcess", 5);
-  EXPECT_FALSE(monitor(dct_Agent(cancel.get()), false, result)) << "it is still set";
-  EXPECT_EQ(result.getErrorText().str(), L"The DCT script was cancelled");
-  EXPECT_EQ(result.count(), 1U);
-  const std::wstring terminate = L"dct_Agent::monitorDCTProcess(): Terminate process on DCT collection ";
-  EXPECT_EQ(world.log.messages(CORE::kWarn), (Texts{terminate + L"succeeded", terminate + L"failed"}));
-  EXPECT_EQ(world.windows.processes.children().at(2).exitCode, 200U);
+  const std::tuple<const wchar_t*, const wchar_t*, std::wstring> rows[] = {
+      {L"true", L"D:\\x\\/\\", L"D:\\x\\Temp"}, {L"true", L"\\", byDefault}, {L"false", L"D:\\x", byDefault}};
+  for (const auto& [useRegistry, chosen, wanted] : rows) {
+    world.windows.registry.set(key + L"Agent\\UseRegistryForLoggingPath", useRegistry);
+    world.windows.registry.set(key + L"Log\\LogFileDirectory", chosen);
+    EXPECT_EQ(world.agent.getTempFolder(), wanted) << testing::PrintToString(chosen);
+  }
+  world.windows.text.setVariable(L"LOCALAPPDATA", L"C:\\L");
+  world.windows.text.eraseVariable(L"ProgramData");
+  EXPECT_EQ(world.agent.getTempFolder(), L"C:\\L\\vdx-sdct\\Temp");
+  world.windows.clock.set(platform::SystemTime{2027, 1, 0, 2, 8, 4, 5, 6});
+  world.windows.clock.biasMinutes = 300;
+  EXPECT_EQ(newBundlePath(L"D:\\t"), L"D:\\t\\agentDCT_2027-01-02_03-04-05_006.zip") << "the local time";
+}
+
+TEST(EnsureFolder, ParentsByTextAlone) {
+  for (const auto& [path, parent] :
+       {std::pair(L"", L""), std::pair(L"C:", L"C:"), std::pair(L"C:\\", L"C:\\"), std::pair(L"C:a", L"C:"),
+        std::pair(L"C:\\a", L"C:\\"), std::pair(L"C:/a\\\\b\\", L"C:/a"), std::pair(L"a", L""),
+        std::pair(L"\\a", L"\\"), std::pair(L"\\\\s", L"\\\\s"), std::pair(L"\\\\s\\t\\", L"\\\\s\\t"),
+        std::pair(L"\\\\s\\t\\x", L"\\\\s\\t")}) {
+    EXPECT_EQ(parentPath(path), parent);
+  }
 }
 
 }  // namespace

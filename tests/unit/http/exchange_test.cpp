@@ -1,14 +1,24 @@
 #include "core/exception.h"
+#include "platform/winhttp.h"
 #include "tests/unit/http/http_test.h"
 
-// Whole exchanges that reach the server, in every way WinHTTP may deliver its notifications.
+// Whole exchanges in every way WinHTTP may deliver its notifications, to their end or to a call that fails; then
+// notifications by hand, of a WinHTTP that delivers none itself.
 
 namespace {
 
-const std::span<const std::byte> kFew = std::as_bytes(std::span("few", 3));
+/// The buffer has no other owner when WinHTTP reads it late.
+bool putLent(World& world) {
+  const auto buffer = std::make_shared<std::string>(1000, 'b');
+  world.request->lendBody(buffer);
+  return world.request->putAsync(kZip, kUrl, std::as_bytes(std::span(*buffer)), 1000, world.completion());
+}
 
 TEST(ExchangeTest, EveryMethodInEveryDelivery) {
   using W = World;
+  const auto few = [](W& w) {
+    return w.request->putAsync(kZip, kUrl, std::as_bytes(std::span("few", 3)), 4, w.completion());
+  };
   struct Row {
     const wchar_t* verb;
     std::string body;
@@ -19,11 +29,10 @@ TEST(ExchangeTest, EveryMethodInEveryDelivery) {
   const Row rows[] = {
       {L"GET", "", 200, 1, [](W& w) { return w.get(); }},
       {L"POST", "in", 200, 1, [](W& w) { return w.request->postAsync(kZip, kUrl, "in", w.completion()); }},
-      {L"PUT", "fe", 200, 1, [](W& w) { return w.request->putAsync(kZip, kUrl, kFew, 2, w.completion()); }},
-      {L"PUT", "few", 200, 1, [](W& w) { return w.request->putAsync(kZip, kUrl, kFew, 4, w.completion()); }},
+      {L"PUT", "few", 200, 1, few},
+      {L"PUT", std::string(1000, 'b'), 200, 1, putLent},
       {L"PUT", "", 200, 1, [](W& w) { return w.request->putStringAsync(kZip, kUrl, "", w.completion()); }},
       {L"PUT", "bundle", 200, 1, [](W& w) { return w.putFile(); }},
-      {L"DELETE", "", 200, 1, [](W& w) { return w.request->performAsync(HttpMethod::kDelete, kUrl, w.completion()); }},
       {L"GET", "", 200, 1, [](W& w) { return w.request->performAsync(HttpMethod{4}, kUrl, w.completion()); }},
       {L"GET", "", 199, 0, [](W& w) { return w.request->get(kUrl, w.body); }},
       {L"POST", "in", 200, 0, [](W& w) { return w.request->post(kZip, kUrl, "in", w.body); }},
@@ -31,78 +40,30 @@ TEST(ExchangeTest, EveryMethodInEveryDelivery) {
       {L"PUT", "bundle", 300, 0, [](W& w) { return w.request->putFile(kZip, kUrl, kPath, w.body); }},
       {L"DELETE", "", 403, 0, [](W& w) { return w.request->deleteRequest(kUrl, w.body); }},
   };
-  for (const sim::Delivery delivery : kDeliveries) {
+  for (int n = 0; n < 8; ++n) {
     for (const Row& row : rows) {
-      for (const bool early : {false, true}) {
-        if (row.completions == 0 && delivery == sim::Delivery::kLate) {
-          continue;  // nobody could let it come
-        }
-        World world(delivery);
-        world.early = early;
-        world.reply.status = row.status;
-        const bool success = row.status >= 200 && row.status <= 299;
-        EXPECT_EQ(row.run(world), success) << row.status;
-        world.settle();
-        EXPECT_EQ(world.completions, row.completions);
-        EXPECT_EQ(world.request->getResponseCode(), row.status);
-        EXPECT_EQ(world.body, "an answer") << "handed out whatever the status";
-        std::string headers;
-        world.request->getResponseHeaders(headers);
-        EXPECT_NE(headers.find("\r\nx-answer: caf\xC3\xA9\r\n"), std::string::npos);
-        EXPECT_EQ(world.exchange().verb, row.verb);
-        EXPECT_EQ(world.exchange().body, row.body);
-        EXPECT_EQ(world.exchange().totalLength, row.body.size());
-        EXPECT_EQ(world.errors(), Errors());
-        EXPECT_EQ(world.log.count(L"WinHttpRequest::CheckHeaders(): HTTP status code received: " +
-                                  std::to_wstring(row.status)),
-                  1U);
-        EXPECT_EQ(world.log.count(L"Request did not complete"), 0U);
-        EXPECT_EQ(world.log.count(L"putAsync(): Size of outgoing buffer is smaller than the given length"),
-                  row.body == "few" ? 1U : 0U);
+      if (row.completions == 0 && kDeliveries[n % 4] == sim::Delivery::kLate) {
+        continue;  // nobody could let it come
       }
-    }
-  }
-}
-
-TEST(ExchangeTest, ALentBufferLivesWhileTheRequestDoes) {
-  World world(sim::Delivery::kLate);
-  const std::string sent(1000, 'b');
-  auto buffer = std::make_shared<std::string>(sent);
-  const std::weak_ptr<std::string> seen = buffer;
-  world.request->lendBody(buffer);
-  EXPECT_TRUE(world.request->putAsync(kZip, kUrl, std::as_bytes(std::span(*buffer)), 1000, world.completion()));
-  buffer.reset();  // WinHTTP has not read it yet
-  world.settle();
-  EXPECT_EQ(world.exchange().body, sent);
-  EXPECT_FALSE(seen.expired());
-  world.request = nullptr;
-  EXPECT_TRUE(seen.expired());
-}
-
-TEST(ExchangeTest, FilesGoOutInChunksOfFourMiB) {
-  struct Row {
-    std::uint64_t size, sizeAtTheSend;
-    std::vector<std::uint64_t> writes;
-  };
-  const Row rows[] = {
-      {0, 0, {}},
-      {4 * kMiB, 4 * kMiB, {4 * kMiB}},
-      {4 * kMiB + 1, 4 * kMiB + 1, {4 * kMiB, 1}},
-      {8 * kMiB, 9 * kMiB, {4 * kMiB, 4 * kMiB}},  // as much as was promised
-      {8 * kMiB, 5 * kMiB, {4 * kMiB}},            // no short chunk follows
-  };
-  for (const sim::Delivery delivery : kDeliveries) {
-    for (const Row& row : rows) {
-      World world(delivery);
-      world.windows.files.writeSparse(kWidePath, row.size);
-      world.request->onFinalize = [&](TestRequest&) { world.windows.files.resize(kWidePath, row.sizeAtTheSend); };
-      EXPECT_TRUE(world.putFile());
+      World world(kDeliveries[n % 4]);
+      world.early = n < 4;
+      world.reply.status = row.status;
+      EXPECT_EQ(row.run(world), row.status >= 200 && row.status <= 299) << row.status;
       world.settle();
-      const bool complete = row.sizeAtTheSend >= row.size;
-      EXPECT_EQ(world.request->isSuccess(), complete) << row.size;
-      EXPECT_EQ(world.exchange().writes, row.writes) << row.size;
-      EXPECT_EQ(world.errors(),
-                complete ? Errors() : Errors({L"WinHttpRequest::UploadData(): File stream is invalid"}));
+      EXPECT_EQ(world.completions, row.completions);
+      EXPECT_EQ(world.request->getResponseCode(), row.status);
+      EXPECT_EQ(world.body, "an answer") << "handed out whatever the status";
+      std::string headers;
+      world.request->getResponseHeaders(headers);
+      EXPECT_NE(headers.find("\r\nx-answer: caf\xC3\xA9\r\n"), std::string::npos);
+      const auto seen = world.exchange();
+      EXPECT_EQ(seen.verb, row.verb);
+      EXPECT_EQ(seen.body, row.body);
+      EXPECT_EQ(seen.totalLength, row.body.size());
+      EXPECT_EQ(world.errors(), Errors());
+      EXPECT_EQ(world.log.count(L"CheckHeaders(): HTTP status code received: " + std::to_wstring(row.status)), 1U);
+      const bool tooShort = world.log.has(CORE::kWarn, L"Size of outgoing buffer is smaller than the given length");
+      EXPECT_EQ(tooShort, row.body == "few");
     }
   }
 }
@@ -124,6 +85,104 @@ TEST(ExchangeTest, CompletionThatOwnsItsRequestGetsAHugeReplyAndThrows) {
               Errors({L"WinHttpRequest::RequestCallback(): Exception in a callback: out of the completion"}));
     EXPECT_TRUE(watched.expired()) << "the function, and what it owns, is dropped after the call";
   }
+}
+
+// The sweep over whole runs fails the other calls, and these in its own way.
+TEST(ExchangeTest, CallsThatFailEndItOnce) {
+  const std::tuple<const char*, std::size_t, const wchar_t*> rows[] = {
+      {"WinHttpSetOption", 1, L"performAsync(): WinHttpSetOption failed to enable revocation: 0x8"},
+      {"WinHttpSetOption", 2, L"performAsync(): Unable to set proxy user: 0x8 Message 8."},
+      {"WinHttpSetOption", 3, L"performAsync(): Unable to set proxy pw: 0x8 Message 8."},
+      {"WinHttpSendRequest", 1, L"performAsync(): WinHttpSendRequest failed: 0x8"},
+      {"WinHttpWriteData", 1, L"UploadData(): WinHttpWritedata failed: 0x8 Message 8."},
+      {"WinHttpQueryHeaders", 1, L"CheckHeaders(): Unable to get status code. Error: 0x8 Message 8."},
+      {"WinHttpQueryHeaders", 3, L"CheckHeaders(): Unable to get all headers. Error: Message 8."},
+      {"WinHttpReadData", 1, L"DataAvailable(): Failed to read data response, error 0x8 Message 8."},
+  };
+  for (int n = 0; n < 12; ++n) {
+    for (const auto& [call, nth, text] : rows) {
+      World world(kDeliveries[n % 4]);
+      world.windows.winHttp.onClose = kOnClose[n / 4];
+      world.request->enableRevocationCheck();
+      world.request->setProxyCredentials("user", L"password");
+      world.windows.faults.failNth(call, nth, platform::kErrorNotEnoughMemory);
+      const bool started = world.putFile();
+      EXPECT_TRUE(started || world.windows.openHandlesText() == world.before) << "closed at once";
+      world.settle();
+      EXPECT_EQ(world.completions, started ? 1 : 0) << world.log.text();
+      EXPECT_EQ(world.errors(), Errors({std::wstring(L"WinHttpRequest::") + text}));
+      EXPECT_EQ(world.log.count(L"password") + world.log.count(L"Request did not complete"), 0U);
+      EXPECT_EQ(world.body == "an answer", world.log.count(L"Unable to get status code") != 0) << "goes on";
+    }
+  }
+}
+
+// What is refused orderly: see the trust table.
+TEST(ExchangeTest, NothingLeavesWhenTheLastCheckThrows) {
+  for (const sim::Delivery delivery : kDeliveries) {
+    World world(delivery);
+    world.request->makeProbe();
+    world.request->onSending = []() -> bool { throw CORE::coreException(L"out of the check"); };
+    const bool started = world.putFile();
+    world.settle();
+    EXPECT_EQ(world.completions, started ? 1 : 0);
+    EXPECT_FALSE(world.exchange().reached);
+    EXPECT_TRUE(world.log.has(CORE::kError, L"Exception in a callback: out of the check"));
+  }
+}
+
+void notify(std::uintptr_t context, std::uint32_t status, std::uint32_t number = 0) {
+  WinHttpRequest::WinHttpCallback(nullptr, context, status, &number, sizeof(number));
+}
+
+void requestError(std::uintptr_t context, std::uintptr_t api, std::uint32_t error) {
+  platform::AsyncResult result{api, error};
+  WinHttpRequest::WinHttpCallback(nullptr, context, platform::kStatusRequestError, &result, sizeof(result));
+}
+
+TEST(CallbackTest, EachIsToldAndTheEndComesOnce) {
+  World world(sim::Delivery::kNever);
+  EXPECT_TRUE(world.putFile());
+  const auto context = world.exchange().context;
+  world.log.clear();
+  for (const std::uint32_t bit : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 31u}) {
+    notify(context, platform::kStatusSecureFailure, 1u << bit);
+  }
+  notify(0, platform::kStatusHandleCreated);
+  notify(0, platform::kStatusHandleClosing);
+  notify(~std::uintptr_t{0}, platform::kStatusSendRequestComplete);
+  notify(context, platform::kStatusRequestSent);
+  notify(0, platform::kStatusReadComplete);
+  notify(context, 0x1000000);
+  for (std::uintptr_t api = 1; api <= 5; ++api) {
+    requestError(context, api, 12017);
+  }
+  EXPECT_FALSE(world.exchange().closed) << "whoever cancelled closes";
+  requestError(context, 17, 12002);
+  EXPECT_TRUE(world.exchange().closed);
+  notify(context, platform::kStatusReadComplete, 1);
+  EXPECT_EQ(world.completions, 0) << "not before the handle is gone";
+  notify(context, platform::kStatusHandleClosing);
+  EXPECT_EQ(world.completions, 1);
+
+  std::string told;
+  for (const char* const text :
+       {"Certificate revocation check failed", "Certificate is invalid", "Certificate has been revoked",
+        "Certificate Authority is unrecognized", "Certificate Common Name is incorrect", "Certificate is expired",
+        "Server's certificate has wrong usage", "Internal ssl library error"}) {
+    told += std::string("DEBUG WinHttpRequest::RequestCallback(): ") + text + "\n";
+  }
+  told +=
+      "WARN  WinHttpRequest::WinHttpCallback(): Context is null. Internet status: 524288\n"
+      "DEBUG WinHttpRequest::RequestCallback(): Unable to handle callback type: 16777216\n";
+  for (const std::string api : {"ReceiveResponse", "QueryDataAvailable", "ReadData", "WriteData", "SendRequest"}) {
+    told += "ERROR WinHttpRequest::RequestCallback(): WinHttp" + api +
+            " failed for url https://host.example/c/b.zip?sv=1: 0x2ef1 (WinHTTP message 12017.)\n";
+  }
+  told +=
+      "ERROR WinHttpRequest::RequestCallback(): unknown code: 17 failed for url https://host.example/c/b.zip?sv=1: "
+      "0x2ee2 (WinHTTP message 12002.)\n";
+  EXPECT_EQ(world.log.text(), told) << "the steps of an exchange that has ended are quiet";
 }
 
 }  // namespace

@@ -6,9 +6,12 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "core/convert.h"
+#include "core/text.h"
 #include "http/win_http_request.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
@@ -29,7 +32,6 @@ class TestRequest : public WinHttpRequest {
   static std::shared_ptr<TestRequest> create() { return std::make_shared<TestRequest>(CreateKey{}); }
   explicit TestRequest(CreateKey key) : WinHttpRequest(key) {}
 
-  using WinHttpRequest::canonicalQuery;
   using WinHttpRequest::headers;
 
   void finalizeHeaders() override { onFinalize(*this); }
@@ -81,6 +83,15 @@ struct World {
     return all.empty() ? sim::HttpExchange{} : all.back();
   }
   Errors errors() const { return log.messages(CORE::kError); }
+  /// Whether the log has records that contain these texts, separated by "|", in this order.
+  bool tells(const wchar_t* texts) const {
+    const auto wanted = CORE::splitText(texts, L'|');
+    auto next = wanted.begin();
+    for (const auto& line : log.lines()) {
+      next += next != wanted.end() && line.message.find(*next) != std::wstring::npos ? 1 : 0;
+    }
+    return *texts == 0 || next == wanted.end();
+  }
 
   sim::Windows windows;
   sim::LogCapture log{windows};
@@ -91,3 +102,14 @@ struct World {
   std::atomic<int> completions{0};
   std::string body;  ///< of the response; the test's once it is settled
 };
+
+/// What WinHTTP was told of a request: verb, host, port, path; in hexadecimal the request's flags, those of its
+/// security, whether it enables revocation, the callback's mask, the access type; proxy and bypass list; headers.
+inline std::string told(const sim::HttpExchange& seen) {
+  std::ostringstream out;
+  out << CORE::toUtf8Lossy(seen.verb + L" " + seen.host) << ":" << seen.port << CORE::toUtf8Lossy(seen.path) << std::hex
+      << " " << seen.requestFlags << " " << seen.securityFlags() << " " << seen.numberOptions.count(79) << " "
+      << seen.callbackMask << " " << seen.accessType
+      << CORE::toUtf8Lossy(seen.proxy + L"," + seen.bypass + L" " + seen.headersText);
+  return out.str();
+}

@@ -1,6 +1,5 @@
-#include <filesystem>
-
 #include "core/exception.h"
+#include "http/request_text.h"
 #include "tests/unit/http/http_test.h"
 
 // performAsync up to the send: what it refuses and what it tells WinHTTP.
@@ -24,53 +23,51 @@ TEST(StartTest, RefusesThrowsAndServesOneExchange) {
   world.windows.files.writeSparse(kWidePath, std::uint64_t{1} << 32);
   EXPECT_FALSE(world.putFile());
   EXPECT_TRUE(world.request->cancelRequest()) << "nothing to cancel";
-  world.request = TestRequest::create();
-  EXPECT_THROW(world.request->putFileAsync(kZip, kUrl, "C:\\none.zip", world.completion()),
-               std::filesystem::filesystem_error);
-  Errors errors = world.errors();
-  std::erase_if(errors, [](const auto& error) { return !error.starts_with(L"WinHttpRequest::performAsync(): "); });
-  EXPECT_EQ(errors, Errors({L"WinHttpRequest::performAsync(): Invalid callback parameter",
-                            L"WinHttpRequest::performAsync(): Empty url",
-                            L"WinHttpRequest::performAsync(): Only https is supported",
-                            L"WinHttpRequest::performAsync(): Unable to parse url",
-                            L"WinHttpRequest::performAsync(): Request was performed before",
-                            L"WinHttpRequest::performAsync(): A request header holds a line break or a null character",
-                            L"WinHttpRequest::performAsync(): Request data size is too large"}));
+  EXPECT_TRUE(
+      world.tells(L"performAsync(): Invalid callback parameter|performAsync(): Empty url|"
+                  L"performAsync(): Only https is supported|CrackURL(): Unable to parse full URL. error: |"
+                  L"performAsync(): Unable to parse url|performAsync(): Request was performed before|"
+                  L"performAsync(): A request header holds a line break or a null character|"
+                  L"performAsync(): Request data size is too large"))
+      << world.log.text();
   EXPECT_EQ(world.completions, 1);
   EXPECT_EQ(world.windows.winHttp.sentRequests().size(), 1U);
   EXPECT_EQ(world.windows.openHandlesText(), world.before) << "nothing of the starts is left";
 }
 
-TEST(StartTest, SecurityFlagsRevocationAndMask) {
-  constexpr std::uint32_t kPlain = 0x097F0C00;
-  constexpr std::uint32_t kWatching = 0x097F0C10;
+TEST(StartTest, WhatWinHttpIsTold) {
   using R = TestRequest;
-  struct Row {
-    const char* proxy;
-    std::vector<std::string> pins;
-    void (R::*set)();
-    std::uint32_t mask, flags;
-    std::size_t revocation = 0;
+  const auto full = [](R& r) {
+    r.setHeaders({{"x-b", "2"}, {"X-A", "1"}});
+    r.setQueryParameters({{"comp", "appendblock"}, {"blob", "a b"}});
+    r.onFinalize = [](R& late) { late.headers()["x-late"] = "3"; };
   };
-  const Row rows[] = {
-      {"", {}, &R::ignoreCertNameMismatch, kPlain, 0x1000},
-      {"", {}, &R::ignoreCertErrors, kPlain, 0x3300},
-      {"", {"AB:01"}, &R::ignoreCertNameMismatch, kWatching, 0x1100},
-      {"", {"AB:01"}, &R::ignoreCertErrors, kWatching, 0x3300},
-      {"", {}, &R::enableRevocationCheck, kPlain, 0, 1},
-      {"", {"AB:01"}, &R::enableRevocationCheck, kWatching, 0x100},
-      {"proxy:8080", {}, &R::enableRevocationCheck, kWatching, 0},
-      {"proxy:8080", {}, &R::ignoreCertNameMismatch, kPlain, 0x1000},
+  const auto pinned = [](R& r) { r.addThumbprint("AB:01"), r.ignoreCertNameMismatch(); };
+  const auto pinnedAsking = [](R& r) { r.addThumbprint("AB:01"), r.enableRevocationCheck(); };
+  const auto proxyAsking = [](R& r) { r.setProxy(L"proxy:8080"), r.enableRevocationCheck(); };
+  const std::tuple<const char*, void (*)(R&), const char*> rows[] = {
+      {"host.example:8443/c/b.zip?sv=1", full,
+       "GET host.example:8443/c/b.zip?sv=1&blob=a b&comp=appendblock& 800100 0 0 97f0c00 4, "
+       "X-A:1\r\nx-b:2\r\nx-late:3"},
+      {"http://h", [](R& r) { r.allowPlainHttp(); }, "GET h:80 100 0 0 97f0c00 4, "},
+      {"https://h/", [](R& r) { r.ignoreCertErrors(); }, "GET h:443/ 800100 3300 0 97f0c00 4, "},
+      {"https://h/", [](R& r) { r.enableRevocationCheck(); }, "GET h:443/ 800100 0 1 97f0c00 4, "},
+      {"https://h/", pinned, "GET h:443/ 800100 1100 0 97f0c10 4, "},
+      {"https://h/", pinnedAsking, "GET h:443/ 800100 100 0 97f0c10 4, "},
+      {"https://h/", proxyAsking, "GET h:443/ 800100 0 0 97f0c10 3http://proxy:8080,*.local "},
   };
-  for (const Row& row : rows) {
+  for (const auto& [url, set, text] : rows) {
     World world;
-    world.request->setProxy(row.proxy);
-    world.request->setThumbprints(row.pins);
-    (world.request.get()->*row.set)();
-    EXPECT_TRUE(world.get());
-    EXPECT_EQ(world.exchange().callbackMask, row.mask);
-    EXPECT_EQ(world.exchange().securityFlags(), row.flags);
-    EXPECT_EQ(world.exchange().numberOptions.count(79), row.revocation);
+    world.request->setProxyBypass(L"*.local");         // belongs to a named proxy
+    world.request->setProxyCredentials(L"user", L"");  // need a password
+    set(*world.request);
+    EXPECT_TRUE(world.get(url));
+    const auto seen = world.exchange();
+    EXPECT_EQ(told(seen), text);
+    EXPECT_EQ(seen.userAgent, L"VXAgent");
+    EXPECT_EQ(seen.sessionFlags, 0x10000000U);
+    EXPECT_TRUE(seen.textOptions.empty());
+    EXPECT_EQ(seen.timeouts, (std::array<int, 4>{30000, 60000, 30000, 30000}));
   }
   World world;
   world.request->ignoreCertErrors();
@@ -79,45 +76,22 @@ TEST(StartTest, SecurityFlagsRevocationAndMask) {
   EXPECT_TRUE(world.log.has(CORE::kWarn, L"WinHttpRequest::performAsync(): WinHttpSetOptions failed: 0x57"));
 }
 
-// What it is told of proxies, credentials and time limits is looked at where the probe takes them along.
-TEST(StartTest, WhatWinHttpIsTold) {
-  World world;
-  world.request->setHeaders({{"x-b", "2"}, {"X-A", "1"}});
-  world.request->setQueryParameters({{"comp", "appendblock"}, {"blob", "a b"}});
-  world.request->onFinalize = [](TestRequest& r) { r.headers()["x-late"] = "3"; };
-  EXPECT_TRUE(world.get("host.example:8443/c/b.zip?sv=1"));
-  const auto told = world.exchange();
-  EXPECT_EQ(told.headersText, L"X-A:1\r\nx-b:2\r\nx-late:3");
-  EXPECT_EQ(told.path, L"/c/b.zip?sv=1&blob=a b&comp=appendblock&");
-  EXPECT_EQ(told.host, L"host.example");
-  EXPECT_EQ(told.port, 8443);
-  EXPECT_EQ(told.requestFlags, 0x800100U);
-  EXPECT_EQ(told.userAgent, L"VXAgent");
-  EXPECT_EQ(told.sessionFlags, 0x10000000U);
-  EXPECT_EQ(world.request->getUrl(), L"host.example:8443/c/b.zip?sv=1");
-}
+// Whatever else a target and its query may be made of: see the fuzz targets.
+TEST(StartTest, TargetsAndTimeouts) {
+  const HttpMap parameters = {{"n\xC3\xA4me", "as given: %&="}};
+  EXPECT_EQ(request_text::target(L"/b", L"", parameters), L"/b?n\u00E4me=as given: %&=&");
+  EXPECT_EQ(request_text::target(L"/b", L"?sv=1&#part", {{"a", ""}}), L"/b?sv=1&a=&#part");
+  EXPECT_EQ(request_text::target(L"/b", L"#part?", {{"a", "1"}}), L"/b?a=1&#part?");
 
-TEST(StartTest, DefaultsPlainHttpAndContentTypes) {
-  std::string types;
-  for (std::uint32_t type = 0; type < 10; ++type) {  // the last is none of them
-    World world;
-    world.request->allowPlainHttp();
-    world.request->setProxyBypass(L"*.local");
-    world.request->setProxyCredentials(L"user", L"");
-    EXPECT_TRUE(world.request->postAsync(ContentType{type}, "http://host.example", "", world.completion()));
-    const auto told = world.exchange();
-    types += told.header("Content-Type") + " ";
-    EXPECT_EQ(told.port, 80);
-    EXPECT_EQ(told.requestFlags, 0x100U);
-    EXPECT_EQ(told.accessType, 4U);
-    EXPECT_EQ(told.bypass, L"") << "a bypass list belongs to a named proxy";
-    EXPECT_TRUE(told.textOptions.empty()) << "credentials need a password";
-    EXPECT_EQ(told.timeouts, (std::array<int, 4>{30000, 60000, 30000, 30000}));
-    EXPECT_TRUE(world.log.has(CORE::kDebug, L"WinHttpRequest::performAsync(): Using automatic proxy configuration."));
-  }
-  EXPECT_EQ(types,
-            " text/css text/csv text/html application/json text/plain text/xml application/octet-stream "
-            "application/zip  ");
+  using Platform = std::array<int, 4>;
+  RequestTimeouts timeouts;
+  timeouts.setTotalSeconds(4294968);  // one more than there can be
+  EXPECT_EQ(timeouts.total(), 4294967000U);
+  EXPECT_EQ(timeouts.forPlatform(), (Platform{858993400, 1717986800, 858993400, 858993400}));
+  timeouts.setMilliseconds({1, 0, 7, 4294967287U});  // the sum just fits
+  EXPECT_THROW(timeouts.setMilliseconds({1, 0, 8, 4294967287U}), CORE::coreException);
+  EXPECT_EQ(timeouts.total(), 0xFFFFFFFFU) << "what does not fit changes nothing";
+  EXPECT_EQ(timeouts.forPlatform(), (Platform{1, 0, 7, -9}));
 }
 
 }  // namespace

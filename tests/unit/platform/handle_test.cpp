@@ -2,33 +2,25 @@
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 namespace {
 
-std::vector<int*> closed;
-
-void closeIt(int* handle) { closed.push_back(handle); }
+void closeIt(int* closings) { ++*closings; }
 
 TEST(UniqueHandle, ClosesEachValidHandleOnce) {
   using Owner = platform::UniqueHandle<platform::NullHandleTraits<int*, closeIt>>;
-  int a = 0, b = 0;
+  int a = 0, b = 0;  // how often each was closed
   {
-    const Owner none;
-    Owner one(&a);
+    Owner none, one(&a);
     Owner& same = one;
     one = std::move(same);
-    EXPECT_TRUE(!none && one && closed.empty()) << "not by a move to itself";
+    EXPECT_TRUE(!none && one && a == 0) << "not by a move to itself";
     one = Owner(&b);
-    EXPECT_EQ(one.release(), &b);
-    EXPECT_FALSE(one);
+    EXPECT_TRUE(a == 1 && one.release() == &b && !one);
     one.reset(&a);
-    one.reset();
     one.reset(&b);
+    EXPECT_TRUE(a == 2 && b == 0);
   }
-  EXPECT_EQ(closed, (std::vector<int*>{&a, &a, &b}));
-  EXPECT_FALSE(platform::KernelHandleTraits::isValid(nullptr) ||
-               platform::KernelHandleTraits::isValid(platform::invalidHandleValue()));
+  EXPECT_EQ(b, 1);
 }
 
 }  // namespace

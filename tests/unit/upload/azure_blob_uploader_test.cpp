@@ -2,14 +2,92 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
+#include <new>
 #include <set>
+#include <stdexcept>
 
-#include "core/exception.h"
-#include "tests/unit/upload/upload_fixture.h"
+#include "tests/unit/http/http_test.h"
 
 namespace {
 
-class UploaderTest : public UploadFixture {};
+constexpr std::uint64_t kPutBlobLimit = 256 * kMiB;
+constexpr std::uint64_t kBlock = 4 * kMiB;
+constexpr std::uint64_t kAppended = kPutBlobLimit + 1;  ///< 66 requests: one that creates, 65 blocks
+constexpr const char* kBlobUrl = "https://acct.blob.example/c/b.zip?sv=1&sig=x%2F";
+
+using Replies = std::map<std::size_t, sim::HttpReply>;
+using Outcomes = std::vector<bool>;  ///< what the completion function was told, in order
+const Outcomes kSucceeded{true}, kFailed{false}, kNothing;
+
+sim::HttpReply answer(std::uint32_t status, const std::string& body = {}, bool hold = false) {
+  sim::HttpReply out;
+  out.status = status;
+  out.rawHeaders = L"HTTP/1.1 " + std::to_wstring(status) + L"\r\nx: \u00E4\r\n\r\n";
+  out.body = body;
+  out.hold = hold;
+  return out;
+}
+
+const sim::HttpReply kHeld = answer(201, "", true);
+
+/// A blob service, and the checks that hold after every upload.
+class UploaderTest : public ::testing::Test, protected World {
+ protected:
+  UploaderTest() {
+    windows.winHttp.storeBodyUpTo = 0;
+    windows.winHttp.lateDelay = std::chrono::milliseconds(1);
+  }
+
+  /// A new uploader and a file of that size; forgets the uploads before. The service answers the requests named in
+  /// `special`, counted from 0, with that, and all others with 201.
+  void prepare(std::uint64_t size, Replies special = {}) {
+    windows.files.writeSparse(kWidePath, size);
+    windows.winHttp.onHeaders([this](const sim::HttpExchange& exchange) {
+      onHeaders(exchange.index - first_);
+      return std::nullopt;
+    });
+    windows.winHttp.onRequest([this, special = std::move(special)](const sim::HttpExchange& exchange) {
+      const auto found = special.find(exchange.index - first_);
+      return found == special.end() ? answer(201) : found->second;
+    });
+    first_ = windows.winHttp.requests().size();
+    onHeaders = [](std::size_t) {};
+    outcomes.clear();
+    log.clear();
+    uploader.reset(new AzureBlobUploader);
+  }
+
+  bool upload(const std::string& path = kPath) {
+    return uploader->uploadFile(path, kBlobUrl, "", [this](AzureBlobUploader* self, bool succeeded) {
+      outcomes.push_back(succeeded);
+      onDone(*self);
+    });
+  }
+
+  /// The requests of this upload.
+  std::vector<sim::HttpExchange> sent() const {
+    auto all = windows.winHttp.sentRequests();
+    std::erase_if(all, [this](const sim::HttpExchange& exchange) { return exchange.index < first_; });
+    return all;
+  }
+  /// What the upload has come to, when nothing more can come.
+  void expectEnd(const Outcomes& wanted, std::size_t requests) {
+    windows.winHttp.waitUntilIdle();
+    EXPECT_EQ(outcomes, wanted) << log.text();
+    EXPECT_EQ(sent().size(), requests);
+    EXPECT_EQ(uploader->refCount(), 1U) << "only the owner's";
+  }
+
+  std::function<void(std::size_t)> onHeaders = [](std::size_t) {};  ///< before the body of that request leaves
+  std::function<void(AzureBlobUploader&)> onDone = [](AzureBlobUploader&) {};
+  std::unique_ptr<AzureBlobUploader, void (*)(AzureBlobUploader*)> uploader{new AzureBlobUploader,
+                                                                            [](auto* owned) { owned->release(); }};
+  Outcomes outcomes;  ///< the test's once it is settled
+
+ private:
+  std::size_t first_ = 0;
+};
 
 /// \param blobType  of a request that creates a blob; empty: of one that appends.
 void expectRequest(const sim::HttpExchange& got, const std::string& blobType, std::uint64_t offset,
@@ -25,8 +103,7 @@ void expectRequest(const sim::HttpExchange& got, const std::string& blobType, st
   EXPECT_EQ(got.bodySha256, digest.hex()) << "at " << offset;
 }
 
-TEST_F(UploaderTest, PutBlobInEveryDelivery) {
-  windows.winHttp.lateDelay = std::chrono::milliseconds(1);
+TEST_F(UploaderTest, PutBlobAndAppendBlocksInEveryDelivery) {
   for (const sim::Delivery delivery : kDeliveries) {
     windows.winHttp.delivery = delivery;
     for (const std::uint64_t size : {0 * kMiB, kBlock + 1, delivery == sim::Delivery::kMixed ? kPutBlobLimit : 1}) {
@@ -35,24 +112,18 @@ TEST_F(UploaderTest, PutBlobInEveryDelivery) {
       uploader.reset(new AzureBlobUploader);  // the request in flight keeps the other
       expectEnd(kSucceeded, 1);
       expectRequest(sent().at(0), "BlockBlob", 0, size);
+      EXPECT_TRUE(size != kBlock + 1 || sent()[0].writes == std::vector<std::uint64_t>({kBlock, 1}));
     }
-  }
-}
-
-TEST_F(UploaderTest, AppendBlocksInEveryDelivery) {
-  windows.winHttp.lateDelay = std::chrono::milliseconds(1);
-  for (const sim::Delivery delivery : kDeliveries) {
-    windows.winHttp.delivery = delivery;
     const bool isInline = delivery == sim::Delivery::kInline;
-    std::set<std::uintptr_t> places;  // in the stack
-    onRequest = [&places](std::size_t) {
-      const int here = 0;
-      places.insert(reinterpret_cast<std::uintptr_t>(&here));
-    };
     // To its end in two of them, which keeps this short; elsewhere the service refuses the seventh block.
     const bool whole = isInline || delivery == sim::Delivery::kWorker;
     const std::uint64_t size = kPutBlobLimit + (isInline ? 1 : kBlock);
     prepare(size, whole ? Replies() : Replies{{7, answer(500)}});
+    std::set<std::uintptr_t> places;  // in the stack
+    onHeaders = [&places](std::size_t) {
+      const int here = 0;
+      places.insert(reinterpret_cast<std::uintptr_t>(&here));
+    };
     ASSERT_TRUE(upload());
     expectEnd(whole ? kSucceeded : kFailed, whole ? 66 : 8);
     const auto requests = sent();
@@ -62,81 +133,152 @@ TEST_F(UploaderTest, AppendBlocksInEveryDelivery) {
     }
     // Completions inside the starting call must not nest block in block: a large file would need any amount of stack.
     EXPECT_TRUE(!isInline || *places.rbegin() - *places.begin() < 65536U);
-    const std::wstring done = L"AzureBlobUploader::AzureAppendBlockRequestCb(): Done uploading file: ";
-    EXPECT_EQ(log.count(done + kWidePath), whole ? 1U : 0U);
+    EXPECT_EQ(log.count(std::wstring(L"Cb(): Done uploading file: ") + kWidePath), whole ? 1U : 0U);
   }
 }
 
 TEST_F(UploaderTest, RefusedAndThrowingStartsLeaveTheUploaderUsable) {
   prepare(209'715'250'000);
-  EXPECT_FALSE(uploader->uploadFile("", kBlobUrl, "", record()));
-  EXPECT_FALSE(uploader->uploadFile(kPath, "", "", record()));
   EXPECT_FALSE(uploader->uploadFile(kPath, kBlobUrl, "", nullptr));
   EXPECT_FALSE(upload());
   windows.files.writeSparse(kWidePath, 209'715'249'999);
   windows.faults.failNth("CreateFileW", 1, 32);
   EXPECT_FALSE(upload());
   const std::wstring invalid = L"AzureBlobUploader::uploadFile(): Invalid upload arguments", path = kWidePath;
-  EXPECT_EQ(errors(), (Errors{invalid, invalid, invalid,
-                              L"AzureBlobUploader::uploadFile(): File " + path + L" too large to upload",
+  EXPECT_EQ(errors(), (Errors{invalid, L"AzureBlobUploader::uploadFile(): File " + path + L" too large to upload",
                               L"AzureBlobUploader::useAppendBlock(): Unable to open file to upload: " + path}));
-
   windows.files.writeSparse(kWidePath, 1);
-  EXPECT_THROW(uploader->uploadFile("C:\\none.zip", kBlobUrl, "", record()), std::filesystem::filesystem_error);
+  EXPECT_THROW(upload("C:\\none.zip"), std::filesystem::filesystem_error);
   windows.faults.failNth("WinHttpSendRequest", 1, 12029);
   EXPECT_FALSE(upload());
-  windows.faults.failNth("file_size", 2, 5);  // the request's own look at the size
-  EXPECT_ANY_THROW(upload());
-  EXPECT_THROW(uploader->uploadFile("C:\\\xFF", kBlobUrl, "", record()), CORE::coreException);
   expectEnd(kNothing, 0);
   EXPECT_EQ(windows.openHandlesText(), before);
   EXPECT_TRUE(upload());
   expectEnd(kSucceeded, 1);
 }
 
-TEST_F(UploaderTest, ConflictOnTheThirdBlockEndsTheUpload) {
-  auto conflict = answer(409);
-  conflict.rawHeaders = L"HTTP/1.1 409 Conflict\r\nx: \u00E4\r\n\r\n";
-  conflict.body = "<?xml?><Error><Code>InvalidBlobType</Code><Message>no</Message></Error>";
-  prepare(kAppended, {{3, conflict}});
-  uploader->setProxyConfig("proxy.example:8080", "*.local", "");
-  ASSERT_TRUE(upload());
-  expectEnd(kFailed, 4);
-  EXPECT_EQ(errors(), Errors{L"AzureBlobUploader::AzureAppendBlockRequestCb(): Failed to append the previous chunk. "
-                             L"Response Code: 409. Response headers: " +
-                             conflict.rawHeaders + L". Total bytes sent: 12582912ll"});
-  EXPECT_EQ(uploader->getStorageErrorCode(), "InvalidBlobType");
-  EXPECT_EQ(sent()[0].accessType, platform::kAccessTypeNamedProxy);
-  EXPECT_EQ(sent()[0].bypass, L"*.local");
-  EXPECT_EQ(sent()[1].accessType, platform::kAccessTypeAutomaticProxy) << "only the first request is handed the proxy";
-}
-
-TEST_F(UploaderTest, FileThatGrowsOrShrinksWhileItIsAppendedFails) {
-  // The new size, and the requests: one that creates, blocks up to the short read, none after it.
-  for (const auto& [size, requests] : {std::pair(10 * kMiB, 4U), {8 * kMiB, 4U}, {kPutBlobLimit + 3 * kMiB, 66U}}) {
-    prepare(kAppended);
-    onRequest = [this, size = size](std::size_t index) {
-      if (index == 2) {
-        windows.files.resize(kWidePath, size);
-      }
-    };
+TEST_F(UploaderTest, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
+  const std::wstring put = L"AzureBlobUploader::AzurePutBlobRequestCb(): Error headers: ";
+  const std::wstring append = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
+  const Errors changed = {append + L"File stream no longer valid"};
+  const auto accepted = answer(202, "<Code>early</Code><Error></Code><Code>a b</Code><Code>later</Code>");
+  const auto conflict = answer(409, "<?xml?><Error><Code>InvalidBlobType</Code><Message>no</Message></Error>");
+  const Errors refused = {append + L"Failed to append the previous chunk. Response Code: 409. Response headers: " +
+                          conflict.rawHeaders + L". Total bytes sent: 12582912ll"};
+  const auto resizing = [this](std::uint64_t size) { return [=, this] { windows.files.resize(kWidePath, size); }; };
+  const auto cancelling = [this] { uploader->cancelUpload(); };  // counts, whether the answer is there or held
+  struct Row {
+    std::uint64_t size;
+    Replies replies;
+    std::size_t at;  ///< the request in which that happens:
+    std::function<void()> happens;
+    Outcomes wanted;
+    std::size_t requests;
+    Errors errors;
+    std::string code = "";
+  };
+  const Row rows[] = {
+      {1, {{0, accepted}}, 0, [] {}, kFailed, 1, {put + accepted.rawHeaders}, "a b"},
+      {kAppended, {{3, conflict}}, 0, [] {}, kFailed, 4, refused, "InvalidBlobType"},
+      // One request creates, then come blocks up to the short read, and none after it.
+      {kAppended, {}, 2, resizing(10 * kMiB), kFailed, 4, changed},
+      {kAppended, {}, 2, resizing(8 * kMiB), kFailed, 4, changed},
+      {kAppended, {}, 2, resizing(kPutBlobLimit + 3 * kMiB), kFailed, 66, changed},
+      {2 * kBlock, {}, 0, resizing(9 * kMiB), kSucceeded, 1, {}},  // as much as was promised
+      {2 * kBlock,
+       {},
+       0,
+       resizing(5 * kMiB),
+       kFailed,
+       1,
+       {L"WinHttpRequest::UploadData(): File stream is invalid", put}},
+      {1, {}, 0, cancelling, kSucceeded, 1, {}},
+      {1, {{0, kHeld}}, 0, cancelling, kFailed, 1, {put}},
+      {kAppended, {}, 2, cancelling, kNothing, 3, {}},
+      {kAppended, {{2, kHeld}}, 2, cancelling, kNothing, 3, {}},
+  };
+  windows.winHttp.delivery = sim::Delivery::kInline;
+  windows.winHttp.onClose = sim::OnClose::kDropped;
+  for (const Row& row : rows) {
+    prepare(row.size, row.replies);
+    onHeaders = [&](std::size_t index) { return index == row.at ? row.happens() : void(); };
+    uploader->setProxyConfig("proxy.example:8080", "*.local", "");
+    EXPECT_EQ(uploader->getStorageErrorCode(), "");
     ASSERT_TRUE(upload());
-    expectEnd(kFailed, requests);
-    EXPECT_EQ(errors(), Errors{L"AzureBlobUploader::AzureAppendBlockRequestCb(): File stream no longer valid"});
+    expectEnd(row.wanted, row.requests);
+    EXPECT_EQ(errors(), row.errors);
+    EXPECT_EQ(uploader->getStorageErrorCode(), row.code);
+    for (const auto& got : sent()) {  // only the first is handed the proxy
+      EXPECT_EQ(got.bypass, got.header("x-ms-blob-type").empty() ? L"" : L"*.local");
+    }
   }
 }
 
-TEST_F(UploaderTest, PutBlobThatIsNotCreated) {
-  auto refusal = answer(202);
-  refusal.body = "<Error><Code>BlobNotFound</Code></Error>";
-  prepare(1, {{0, refusal}});
-  EXPECT_EQ(uploader->getStorageErrorCode(), "");
+TEST_F(UploaderTest, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) {
+  const std::tuple<std::uint64_t, std::size_t, Outcomes> rows[] = {
+      {1, 0, kFailed}, {kAppended, 0, kNothing}, {kAppended, 3, kNothing}};
+  for (int n = 0; n < 6; ++n) {
+    for (const auto& [size, at, wanted] : rows) {
+      windows.winHttp.onClose = kOnClose[n / 2];
+      windows.winHttp.closingInline = n % 2 == 0;
+      prepare(size, {{at, kHeld}});
+      ASSERT_TRUE(upload());
+      windows.winHttp.waitUntilHeld();
+      uploader->cancelUpload();
+      expectEnd(wanted, at + 1);
+      EXPECT_EQ(log.count(L"doesn't exist"), 0U) << "late steps end quietly";
+      EXPECT_FALSE(upload()) << "for good";
+    }
+  }
+  prepare(1);
+  uploader->cancelUpload();  // nothing yet
+  EXPECT_FALSE(upload());
+
+  // A request that is never heard of again: cancelling gives up waiting for it and the upload still ends.
+  windows.winHttp.delivery = sim::Delivery::kNever;
+  prepare(1);
   ASSERT_TRUE(upload());
+  EXPECT_EQ(outcomes, kNothing);
+  uploader->cancelUpload();
   expectEnd(kFailed, 1);
-  EXPECT_EQ(uploader->getStorageErrorCode(), "BlobNotFound");
-  EXPECT_EQ(storageErrorCode("<Code>early</Code><Error></Code><Code>a b</Code><Code>later</Code>"), "a b");
-  EXPECT_EQ(storageErrorCode("<Error><Code>x"), "");  // and whatever else: see the fuzz target
-  EXPECT_EQ(log.count(L"AzureBlobUploader::AzurePutBlobRequestCb(): Error headers: HTTP/1.1 202"), 1U);
+  before = "1 event, 3 file";  // WinHTTP may still use what the request lent it: it is never freed
+}
+
+TEST_F(UploaderTest, CompletionThatLetsGoOrThrows) {
+  for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
+    for (const bool append : {false, true}) {
+      windows.winHttp.delivery = delivery;
+      prepare(append ? kAppended : 1, {{1, answer(500)}});
+      onDone = [this](AzureBlobUploader& self) {
+        self.cancelUpload();
+        uploader.reset(new AzureBlobUploader);  // the object must outlive this call all the same
+        self.getStorageErrorCode();
+        throw std::runtime_error("boom");
+      };
+      EXPECT_TRUE(upload());
+      expectEnd(append ? kFailed : kSucceeded, append ? 2 : 1);
+      EXPECT_EQ(errors().back(), append ? L"AzureBlobUploader::AzureAppendBlockRequestCb(): boom"
+                                        : L"AzureBlobUploader::AzurePutBlobRequestCb(): boom");
+    }
+  }
+}
+
+TEST_F(UploaderTest, ExceptionWhileARequestIsBeingStarted) {
+  for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
+    windows.winHttp.delivery = delivery;
+    prepare(kAppended);
+    windows.clock.onGetSystemTime = [looks = 0]() mutable {
+      if (++looks == 1 || looks == 4) {
+        throw std::bad_alloc();
+      }
+    };
+    EXPECT_THROW(upload(), std::bad_alloc);
+    expectEnd(kNothing, 0);
+    EXPECT_TRUE(upload());
+    expectEnd(kFailed, 2);
+    EXPECT_EQ(errors(), Errors{L"AzureBlobUploader::AzureAppendBlockRequestCb(): OutOfMem"});
+    EXPECT_EQ(windows.openHandlesText(), before);
+  }
 }
 
 }  // namespace
