@@ -25,29 +25,20 @@ class Faults {
   void failAll(const std::string& name, platform::ErrorCode error) { add({name, kEvery, error}); }
   /// Fails the k-th platform call (from 1) of the whole run whatever it is; nothing happens when it cannot be failed.
   void failCall(std::size_t k, platform::ErrorCode error) { add({"", k, error}); }
-  void clear() {
-    const std::lock_guard lock(mutex_);
-    faults_.clear();
-  }
 
   std::size_t callCount(const std::string& name) const {
     const std::lock_guard lock(mutex_);
     const auto found = counts_.find(name);
     return found == counts_.end() ? 0 : found->second;
   }
-  /// The names of all calls so far, in order: calls()[k - 1] is what failCall(k, ...) meets.
-  std::vector<std::string> calls() const {
+  struct Call {
+    std::string_view name;
+    bool canFail;
+  };
+  /// All calls so far, in order: calls()[k - 1] is what failCall(k, ...) meets.
+  std::vector<Call> calls() const {
     const std::lock_guard lock(mutex_);
-    std::vector<std::string> names;
-    for (const Call& call : calls_) {
-      names.emplace_back(call.name);
-    }
-    return names;
-  }
-  /// Whether the k-th call (from 1) can be failed at all.
-  bool canFail(std::size_t k) const {
-    const std::lock_guard lock(mutex_);
-    return calls_.at(k - 1).canFail;
+    return calls_;
   }
 
   /// For the services: passes the point; the error when the call is to fail. Names are literals.
@@ -65,10 +56,6 @@ class Faults {
   void note(const char* name) { pass(name, false); }
 
  private:
-  struct Call {
-    const char* name;
-    bool canFail;
-  };
   struct Fault {
     std::string name;  ///< empty: of any name
     std::size_t n;     ///< among those of the name

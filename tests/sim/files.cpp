@@ -230,11 +230,6 @@ bool Files::exists(const std::wstring& path) const {
   return hasFolder(path) || find(path) != nullptr;
 }
 
-bool Files::isFolder(const std::wstring& path) const {
-  const Guard guard(kernel_.mutex);
-  return hasFolder(path);
-}
-
 std::string Files::read(const std::wstring& path) const {
   const Guard guard(kernel_.mutex);
   std::string text;

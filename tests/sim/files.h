@@ -23,7 +23,6 @@ class Files : public platform::Files {
   /// Removes a file, or a folder with all in it; handles that are open stay usable.
   void erase(const std::wstring& path);
   bool exists(const std::wstring& path) const;
-  bool isFolder(const std::wstring& path) const;
   std::string read(const std::wstring& path) const;  ///< empty when there is none
   /// Full (lower-case) paths of files and folders below a folder, at any depth, in order.
   std::vector<std::wstring> list(const std::wstring& folder) const;

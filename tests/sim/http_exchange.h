@@ -48,12 +48,6 @@ struct HttpExchange {
 /// The calls that complete later, numbered as REQUEST_ERROR numbers them.
 enum class HttpStage : std::uint8_t { kReceive = 1, kQueryData = 2, kRead = 3, kWrite = 4, kSend = 5 };
 
-/// A call that completes with REQUEST_ERROR.
-struct HttpFailure {
-  HttpStage stage = HttpStage::kSend;
-  platform::ErrorCode error = 12030;
-};
-
 /// What the server does with a request.
 struct HttpReply {
   std::uint32_t status = 200;
@@ -62,8 +56,7 @@ struct HttpReply {
   std::string body;
   std::uint64_t repeatedBody = 0;     ///< instead of `body`: so many times "x"
   std::vector<std::uint32_t> pieces;  ///< sizes that DATA_AVAILABLE tells, in order; then 8192 at most
-  std::optional<HttpFailure> failure;
-  bool hold = false;  ///< WinHttpReceiveResponse completes only after WinHttp::release()
+  bool hold = false;                  ///< WinHttpReceiveResponse completes only after WinHttp::release()
 };
 
 /// When a completion reaches the program.

@@ -115,16 +115,6 @@ Result<ProxyInfo> WinHttp::WinHttpGetProxyForUrl(NativeHandle session, const std
   });
 }
 
-/// Whether the script lets this call fail now; then it has been answered.
-bool WinHttp::fails(HttpRequestHandle& request, const HttpPending& call) {
-  const auto failure = request.reply ? request.reply->failure : std::nullopt;
-  if (!failure || failure->stage != call.stage) {
-    return false;
-  }
-  fail(request, call, failure->error);
-  return true;
-}
-
 /// Asks for the answer: `whole` once the body is complete, otherwise at its beginning.
 void WinHttp::askServer(HttpRequestHandle& request, bool whole) {
   const HttpExchange seen = kernel_.copyOf(request.known);
@@ -161,9 +151,6 @@ void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> da
 void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
   if (call.stage == HttpStage::kSend) {
     return answerSend(request, call);
-  }
-  if (fails(request, call)) {
-    return;
   }
   const std::uint64_t rest = request.reply ? request.replySize() - request.bodyRead : 0;
   if (call.stage == HttpStage::kWrite) {
@@ -212,12 +199,8 @@ void WinHttp::answerSend(HttpRequestHandle& request, const HttpPending& call) {
   } else {
     askServer(request, false);
   }
-  if (!fails(request, call)) {
-    takeBody(request, call.data);
-    if (!fails(request, call)) {
-      finish(request, call, kStatusSendRequestComplete);
-    }
-  }
+  takeBody(request, call.data);
+  finish(request, call, kStatusSendRequestComplete);
 }
 
 }  // namespace sim

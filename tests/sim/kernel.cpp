@@ -30,12 +30,6 @@ void Kernel::recordMisuse(NativeHandle handle, const char* operation) {
   misuse(std::string(operation) + ": handle of the kind " + (object != nullptr ? object->kind() : "closed or foreign"));
 }
 
-std::size_t Kernel::openHandles() const {
-  const Guard guard(mutex);
-  const auto counts = [](const auto& entry) { return !entry.second->dependent; };
-  return static_cast<std::size_t>(std::ranges::count_if(handles_, counts));
-}
-
 std::string Kernel::openHandlesText() const {
   const Guard guard(mutex);
   std::map<std::string, int> kinds;
@@ -45,6 +39,9 @@ std::string Kernel::openHandlesText() const {
   std::string text;
   for (const auto& [kind, count] : kinds) {
     text += count == 0 ? "" : (text.empty() ? "" : ", ") + std::to_string(count) + " " + kind;
+  }
+  for (const std::string& breach : misuse_) {
+    text += "; misuse: " + breach;
   }
   return text;
 }

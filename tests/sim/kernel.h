@@ -185,9 +185,7 @@ class Kernel {
   }
   void misuse(std::string text) { misuse_.push_back(std::move(text)); }
 
-  std::size_t openHandles() const;
   std::string openHandlesText() const;
-  std::vector<std::string> misuseTexts() const { return copyOf(misuse_); }
 
   // --- time
   FileTime now() const { return copyOf(now_); }

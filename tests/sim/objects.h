@@ -19,16 +19,11 @@ class Objects : public platform::Objects {
     foreign_->depth = 1;
     mutexes_[name] = foreign_;
   }
-  /// Whether somebody has a handle to it.
-  bool mutexExists(const std::wstring& name) const {
-    const Guard guard(kernel_.mutex);
-    return findMutex(name) != nullptr;
-  }
-  /// Whether it is taken by a thread of this process.
-  bool mutexHeld(const std::wstring& name) const {
+  /// "none" without a handle to it, "held" when a thread of this process has it, else "free".
+  std::string mutexState(const std::wstring& name) const {
     const Guard guard(kernel_.mutex);
     const auto mutex = findMutex(name);
-    return mutex != nullptr && mutex->depth != 0 && mutex->owner != std::thread::id();
+    return mutex == nullptr ? "none" : mutex->depth != 0 && mutex->owner != std::thread::id() ? "held" : "free";
   }
 
   Result<KernelHandle> CreateEventW(bool manualReset, bool initialState) override {

@@ -15,26 +15,6 @@ struct ArgumentMemory : Object {
   std::vector<wchar_t*> pointers;
 };
 
-/// One argument: 2n backslashes and a quote are n backslashes and a switch of quoting, 2n+1 are n and a literal quote.
-std::wstring takeArgument(const std::wstring& text, std::size_t& at) {
-  std::wstring result;
-  bool quoted = false;
-  std::size_t backslashes = 0;
-  for (; at < text.size() && (quoted || (text[at] != L' ' && text[at] != L'\t')); ++at) {
-    const bool isQuote = text[at] == L'"';
-    if (isQuote) {
-      result.resize(result.size() - (backslashes + 1) / 2);
-    }
-    if (isQuote && backslashes % 2 == 0) {
-      quoted = !quoted;
-    } else {
-      result += text[at];
-    }
-    backslashes = text[at] == L'\\' ? backslashes + 1 : 0;
-  }
-  return result;
-}
-
 }  // namespace
 
 /// An anonymous pipe. Under the kernel's mutex.
@@ -237,13 +217,15 @@ void Processes::end(ChildState& state, Ending ending, std::uint32_t code) {
 // The platform's calls.
 
 std::vector<std::wstring> splitCommandLine(const std::wstring& text) {
-  // The program's name ends at the next quote when it is quoted, else at the next blank; backslashes mean nothing.
-  const std::size_t start = text.starts_with(L'"') ? 1 : 0;
-  std::size_t at = std::min(text.find_first_of(start == 1 ? L"\"" : L" \t", start), text.size());
-  std::vector<std::wstring> arguments{text.substr(start, at - start)};
-  at = std::min(at + start, text.size());
-  while ((at = text.find_first_not_of(L" \t", at)) != std::wstring::npos) {
-    arguments.push_back(takeArgument(text, at));
+  std::vector<std::wstring> arguments{{}};
+  bool quoted = false;
+  for (const wchar_t character : text) {
+    quoted = quoted != (character == L'"');
+    if (!quoted && character == L' ') {
+      arguments.emplace_back();
+    } else if (character != L'"') {
+      arguments.back() += character;
+    }
   }
   return arguments;
 }

@@ -95,7 +95,7 @@ class Processes : public platform::Processes {
   std::uint32_t nextId_ = 5000;
 };
 
-/// Splits a command line by the rules of CommandLineToArgvW.
+/// Splits a command line at each blank outside of quotes, which is what CommandLineToArgvW does to ordinary ones.
 std::vector<std::wstring> splitCommandLine(const std::wstring& text);
 
 }  // namespace sim

@@ -34,20 +34,11 @@ class Registry : public platform::Registry {
  public:
   explicit Registry(Kernel& kernel) : kernel_(kernel) {}
 
-  /// One RegOpenKeyExW or RegOpenCurrentUser.
-  struct Opening {
-    std::wstring path;
-    std::uint32_t access = 0;
-  };
-
   void setRaw(const std::wstring& path, std::uint32_t type, std::vector<std::byte> bytes) {
     const Guard guard(kernel_.mutex);
     values_[lowerCase(path)] = Value{type, std::move(bytes)};
   }
   void set(const std::wstring& path, const std::wstring& text) { setRaw(path, kRegSz, utf16Bytes(text, true)); }
-  void setExpandSz(const std::wstring& path, const std::wstring& text) {
-    setRaw(path, kRegExpandSz, utf16Bytes(text, true));
-  }
   void set(const std::wstring& path, std::uint32_t dword) {
     const auto bytes = std::as_bytes(std::span(&dword, 1));
     setRaw(path, kRegDword, {bytes.begin(), bytes.end()});
@@ -61,7 +52,8 @@ class Registry : public platform::Registry {
     values_.clear();
   }
 
-  std::vector<Opening> openings() const { return kernel_.copyOf(openings_); }
+  /// Of the latest RegOpenKeyExW or RegOpenCurrentUser.
+  std::uint32_t latestAccess() const { return kernel_.copyOf(latestAccess_); }
 
   Result<RegistryKey> RegOpenKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) override {
     return kernel_.call(__func__, [&] { return open(hiveOf(root) + L"\\" + path, access); });
@@ -113,7 +105,7 @@ class Registry : public platform::Registry {
   };
   static std::wstring hiveOf(RegistryRoot root) { return root == RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM"; }
   Result<RegistryKey> open(const std::wstring& path, std::uint32_t access) {
-    openings_.push_back({path, access});
+    latestAccess_ = access;
     const std::wstring below = lowerCase(path) + L"\\";
     const auto next = values_.lower_bound(below);
     if (path != L"HKCU" && (next == values_.end() || !next->first.starts_with(below))) {
@@ -124,7 +116,7 @@ class Registry : public platform::Registry {
 
   Kernel& kernel_;
   std::map<std::wstring, std::optional<Value>> values_;  ///< by lower-cased path; none: erased
-  std::vector<Opening> openings_;
+  std::uint32_t latestAccess_ = 0;
 };
 
 }  // namespace sim

@@ -12,8 +12,7 @@ class System : public platform::System {
  public:
   explicit System(Kernel& kernel) : kernel_(kernel) {}
 
-  bool winHttpLoaded = true;  ///< whether GetModuleHandleW knows winhttp.dll
-  bool hasConsole = false;    ///< whether the parent has one to attach to
+  bool hasConsole = false;  ///< whether the parent has one to attach to
   /// What was written to it.
   std::wstring consoleText() const { return kernel_.copyOf(consoleText_); }
   std::wstring currentDirectory() const { return kernel_.copyOf(currentDirectory_); }
@@ -31,29 +30,20 @@ class System : public platform::System {
     return kernel_.call(__func__, [&] { currentDirectory_ = path; });
   }
   NativeHandle GetModuleHandleW(const std::wstring& name) override {
-    const bool known = !kernel_.faults.pass(__func__) && winHttpLoaded && name == L"winhttp.dll";
-    return known ? this : nullptr;
+    return !kernel_.faults.pass(__func__) && name == L"winhttp.dll" ? this : nullptr;
   }
   Result<std::uint32_t> GetFileVersionInfoSizeW(const std::wstring&) override {
-    return kernel_.call(__func__, [&] { return static_cast<std::uint32_t>(versionBlock().size()); });
+    return kernel_.call(__func__, [] { return kVersionBlockSize; });
   }
   Status GetFileVersionInfoW(const std::wstring&, std::span<std::byte> block) override {
-    return kernel_.call(__func__, [&] {
-      const auto bytes = versionBlock();
-      refuseIf(block.size() < bytes.size(), kErrorInsufficientBuffer);
-      std::ranges::copy(bytes, block.begin());
-    });
+    return kernel_.call(__func__, [&] { refuseIf(block.size() < kVersionBlockSize, kErrorInsufficientBuffer); });
   }
   Result<std::span<const std::byte>> VerQueryValueW(std::span<const std::byte> block,
                                                     const std::wstring& name) override {
     return kernel_.call(__func__, [&] {
-      const std::size_t end = kTranslationSize + utf16Bytes(kFileVersion, true).size();
-      const std::map<std::wstring, std::span<const std::byte>> parts{
-          {L"\\VarFileInfo\\Translation", block.first(kTranslationSize)},
-          {L"\\StringFileInfo\\040904b0\\FileVersion", block.subspan(kTranslationSize, end - kTranslationSize)},
-          {L"\\StringFileInfo\\040904b0\\FileDescription", block.subspan(end)}};
-      refuseIf(!parts.contains(name), kErrorResourceTypeNotFound);
-      return parts.at(name);
+      const auto found = version_.find(name);
+      refuseIf(found == version_.end() || block.size() < kVersionBlockSize, kErrorResourceTypeNotFound);
+      return std::span<const std::byte>(found->second);
     });
   }
   Status AttachConsole() override {
@@ -69,22 +59,15 @@ class System : public platform::System {
 
  private:
   static constexpr ErrorCode kErrorResourceTypeNotFound = 1813;
-  static constexpr std::size_t kTranslationSize = 4;
-  static constexpr const wchar_t* kFileVersion = L"1.2.3.4";
+  static constexpr std::uint32_t kVersionBlockSize = 100;
   struct Console : KernelObject {
     const char* kind() const override { return "console"; }
   };
-  /// The translation (0x0409, 0x04B0) and the two texts, in a layout of the simulation's own.
-  static std::vector<std::byte> versionBlock() {
-    std::vector<std::byte> block{std::byte{0x09}, std::byte{0x04}, std::byte{0xB0}, std::byte{0x04}};
-    for (const wchar_t* const part : {kFileVersion, L"Support bundle collector"}) {
-      const auto bytes = utf16Bytes(part, true);
-      block.insert(block.end(), bytes.begin(), bytes.end());
-    }
-    return block;
-  }
-
   Kernel& kernel_;
+  const std::map<std::wstring, std::vector<std::byte>> version_{
+      {L"\\VarFileInfo\\Translation", utf16Bytes(L"\u0409\u04B0", false)},
+      {L"\\StringFileInfo\\040904b0\\FileVersion", utf16Bytes(L"1.2.3.4", true)},
+      {L"\\StringFileInfo\\040904b0\\FileDescription", utf16Bytes(L"Support bundle collector", true)}};
   std::wstring currentDirectory_ = L"C:\\";
   std::wstring consoleText_;
 };

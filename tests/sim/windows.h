@@ -50,12 +50,10 @@ class Windows {
   Text text{kernel};
   WinHttp winHttp{kernel, certificates};
 
-  /// Handles, keys, identifiers, argument vectors and heap blocks that the program has open.
-  std::size_t openHandles() const { return kernel.openHandles(); }
-  /// By kind, as in "2 event, 1 registry key"; empty when there are none.
+  /// Handles, keys, identifiers, argument vectors and heap blocks that the program has open, by kind ("2 event, 1
+  /// registry key"), and what it did with handles that were closed, foreign or of another kind, and other breaches of a
+  /// contract. Empty when there is nothing of that.
   std::string openHandlesText() const { return kernel.openHandlesText(); }
-  /// What the program did with handles that were closed, foreign or of another kind, and other breaches of a contract.
-  std::vector<std::string> misuse() const { return kernel.misuseTexts(); }
 
  private:
   const platform::Platform platform_{certificates, clock,     crash,    digests,  files,  heap, internet,

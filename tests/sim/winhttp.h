@@ -33,7 +33,7 @@ class WinHttp : public platform::WinHttp {
 
   /// Gives the answer once the whole body has arrived (on the thread that completes the call). Without it: 200.
   void onRequest(Server server) { kernel_.set(server_, std::move(server)); }
-  /// Called when the headers have arrived. A reply given here decides (early answers, failures of send and write).
+  /// Called when the headers have arrived. A reply given here decides (early answers).
   void onHeaders(EarlyServer server) { kernel_.set(headersServer_, std::move(server)); }
   /// Gives what an HTTPS server shows of itself. Without it: "leaf" and "root", with nothing wrong.
   void onHandshake(Handshake server) { kernel_.set(handshake_, std::move(server)); }
@@ -111,7 +111,6 @@ class WinHttp : public platform::WinHttp {
 
   template <class Parent, class Child, class Describe>
   Result<InternetHandle> openBelow(const char* name, NativeHandle parent, const Describe& describe);
-  bool fails(HttpRequestHandle& request, const HttpPending& call);
   bool proxyRefuses(const HttpExchange& seen) const;
   bool shakeHands(HttpRequestHandle& request, const HttpPending& call);
   void askServer(HttpRequestHandle& request, bool whole);

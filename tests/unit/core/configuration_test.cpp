@@ -55,9 +55,9 @@ TEST_F(ConfigurationTest, NamesThatLeadNowhereAndFailures) {
     EXPECT_EQ(read(path), CORE::kNotFound) << CORE::toUtf8Lossy(path);
   }
   EXPECT_EQ(CORE::readPathDefault(L"hklm\\Key\\Value", L"default", true), L"x");
-  EXPECT_EQ(windows_.registry.openings().back().access, 0x101U);  // the 64-bit view
+  EXPECT_EQ(windows_.registry.latestAccess(), 0x101U);  // the 64-bit view
 
-  windows_.registry.setExpandSz(kValue, L"%SystemRoot%");
+  windows_.registry.setRaw(kValue, platform::kRegExpandSz, sim::utf16Bytes(L"%SystemRoot%", true));
   windows_.faults.failNth("ExpandEnvironmentStringsW", 2, platform::kErrorNotEnoughMemory);
   EXPECT_EQ(CORE::readPathDefault(kValue, L"default", false), L"%SystemRoot%");
   windows_.faults.failNth("RegQueryValueExW", 2, platform::kErrorMoreData);  // grew: asked again

@@ -132,12 +132,11 @@ TEST(CrashHandling, EachPlatformCallFailingInTurn) {
       EXPECT_GT(k, 20U);
       return;
     }
-    SCOPED_TRACE(calls[nth - 1]);
+    SCOPED_TRACE(calls[nth - 1].name);
     const Names dumps = world.dumps();
     const bool written = dumps == Names{kNewDump};
     EXPECT_TRUE(written || dumps == Names{kOldDump} || dumps.empty());
-    EXPECT_TRUE(calls[nth - 1] == "WriteFile" || world.log.count(L"No minidump: ") == (written ? 0U : 1U));
-    EXPECT_EQ(world.windows.misuse(), std::vector<std::string>{});
+    EXPECT_TRUE(calls[nth - 1].name == "WriteFile" || world.log.count(L"No minidump: ") == (written ? 0U : 1U));
   }
 }
 

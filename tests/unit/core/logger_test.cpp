@@ -269,7 +269,7 @@ TEST_F(LoggerTest, ConsoleAndFolders) {
   set(L"userModeLogPrograms", L"other.exe, MDDCT.EXE");
   process({L"d"});
   EXPECT_TRUE(
-      windows_.files.isFolder(L"C:\\Windows\\System32\\config\\systemprofile\\AppData\\Local\\Calvera\\Meridon\\logs"));
+      windows_.files.exists(L"C:\\Windows\\System32\\config\\systemprofile\\AppData\\Local\\Calvera\\Meridon\\logs"));
 }
 
 TEST_F(LoggerTest, TimeStamps) {

@@ -184,7 +184,7 @@ TEST(TrustTest, EachCallFailingInTurnLetsNobodyThrough) {
       world.windows.faults.failCall(before + k, platform::kErrorNotEnoughMemory);
       const bool reached = world.reaches();
       const auto made = world.windows.faults.calls();
-      const std::string failed = before + k <= made.size() ? made[before + k - 1] : "";
+      const std::string failed(before + k <= made.size() ? made[before + k - 1].name : "");
       SCOPED_TRACE(situation.name + (" " + failed));
       if (situation.reach == kReaches) {
         EXPECT_TRUE(reached || failed == "WriteFile" || !world.errors().empty());

@@ -61,7 +61,7 @@ void expect(const std::vector<Row>& rows) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), row.console);
     EXPECT_EQ(world.driverLines(), kStarting + row.lines) << world.log.text();
     EXPECT_EQ(world.bundleExists(), row.lines.ends_with(kNotRemoved));
-    world.mayStayOpen = world.windows.objects.mutexExists(kMutexName) ? "1 mutex" : "";
+    world.mayStayOpen = world.windows.objects.mutexState(kMutexName) == "none" ? "" : "1 mutex";
     EXPECT_EQ(world.windows.faults.callCount("ReleaseMutex"), row.code == 1 || row.code == 2 ? 0U : 1U);
     if (row.code != 4) {
       EXPECT_EQ(world.windows.processes.children().size(), row.code == 0 || row.code > 4 ? 2U : 0U);
@@ -135,10 +135,11 @@ TEST(Run, EndsWithTheCollectionOrTheUpload) {
 std::string closingsAfter(const std::string& name, const RunWorld& world) {
   const auto calls = world.windows.faults.calls();
   std::string out;
-  for (auto call = std::find(calls.rbegin(), calls.rend(), name).base(); call != calls.end(); ++call) {
-    for (const char* closing : {"WinHttpCloseHandle", "CloseHandle", "remove", "LocalFree", "ReleaseMutex"}) {
-      if (*call == closing && !out.ends_with(" " + *call)) {
-        out += " " + *call;
+  const auto isIt = [&name](const auto& call) { return call.name == name; };
+  for (auto call = std::find_if(calls.rbegin(), calls.rend(), isIt).base(); call != calls.end(); ++call) {
+    for (const std::string closing : {"WinHttpCloseHandle", "CloseHandle", "remove", "LocalFree", "ReleaseMutex"}) {
+      if (call->name == closing && !out.ends_with(" " + closing)) {
+        out += " " + closing;
       }
     }
   }

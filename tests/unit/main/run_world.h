@@ -35,7 +35,7 @@ struct RunWorld : ScriptWorld {
 
   /// What a child of the run does.
   void script(sim::Child& child) {
-    EXPECT_TRUE(!windows.processes.inlineChildren || windows.objects.mutexHeld(kMutexName));
+    EXPECT_TRUE(!windows.processes.inlineChildren || windows.objects.mutexState(kMutexName) == "held");
     EXPECT_EQ(windows.system.currentDirectory(), L"C:\\Windows\\System32") << "from where powershell.exe is started";
     const std::wstring path = child.argumentAfter(L"-f");
     if (path.empty() && queryHangs) {

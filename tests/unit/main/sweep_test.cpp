@@ -148,10 +148,10 @@ Faults runOnce(const Kind& kind, const Faults& faults, const std::function<void(
   std::map<std::string, std::size_t> made;
   Faults failable;
   for (std::size_t n = first; n < calls.size(); ++n) {
-    const std::string name = calls[n];
+    const std::string name(calls[n].name);
     const bool repeats =
         name == "LockFileEx" || name == "WriteFile" || name == "PeekNamedPipe" || name.starts_with("FileTimeTo");
-    if (++made[name] <= (repeats ? 6 : kind.requests == 1 && world.queryHangs ? 2 : 999) && points.canFail(n + 1)) {
+    if (++made[name] <= (repeats ? 6 : kind.requests == 1 && world.queryHangs ? 2 : 999) && calls[n].canFail) {
       failable.push_back({name, made[name]});
     }
   }
