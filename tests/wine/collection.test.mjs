@@ -21,7 +21,7 @@ describe('the collection', () => {
     assert.equal(collect.arguments.at(-1), '-s');
   });
 
-  it('makes the folders that are missing, whoever else makes them', async () => {
+  it('makes the folders that are missing, though its threads do so at once', async () => {
     for (let n = 0; n < 5; n++) {
       rmSync(product.prefix.path('C:\\ProgramData\\Calvera'), { recursive: true });
       assertDelivered(await upload(product), 'BlockBlob');

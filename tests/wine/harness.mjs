@@ -68,8 +68,7 @@ export const upload = (product, { plan, certificate, query = '', ...options } = 
 /** Everything of the log, for the message of an assertion that fails. */
 const story = (result) => `\n${result.debug.map(({ line }) => line).join('\n').slice(-6000)}\n${result.output}`;
 
-/** Whether a message is this text, or is as this pattern says. */
-export const matches = (text, expected) => (expected instanceof RegExp ? expected.test(text) : text === expected);
+const matches = (text, expected) => (expected instanceof RegExp ? expected.test(text) : text === expected);
 
 /**
  * Demands what every run must show: this exit code, these ERROR messages (texts or patterns) as the last ones, and

@@ -46,14 +46,14 @@ describe('a run that is killed', () => {
 
   // What can be seen of the run that is about to start.
   const watch = (sink) => {
-    const [lines, before] = [product.logText('debug').length, bundles()];
+    const lines = product.logText('debug').length;
     files.requests.length = 0;
     return { sink,
       log: () => product.logText('debug').slice(lines),
       calls: () => product.record().length,
       asked: () => files.requests.length,
-      bundle: () => Math.max(-1, ...bundles().filter((name) => !before.includes(name))
-        .map((name) => statSync(join(product.bundleFolder, name), { throwIfNoEntry: false })?.size ?? -1)) };
+      bundle: () => Math.max(-1, ...bundles().map(
+        (name) => statSync(join(product.bundleFolder, name), { throwIfNoEntry: false })?.size ?? -1)) };
   };
 
   /** Kills the program when it has come to that point; waits for what it leaves. */

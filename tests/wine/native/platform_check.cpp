@@ -27,20 +27,13 @@ namespace {
 int count = 0;
 int failures = 0;
 
-std::string digestOf(std::string_view data, std::string_view key, std::uint32_t algorithm) {
-  HashGenerator generator;
-  generator.SetAlgorithm(algorithm, !key.empty());
-  std::string text;
-  generator.HashAndFormat(data, key, HashOutputFormat::HexLower, text);
-  return text;
-}
-
-// RFC 1321, appendix A.5, and RFC 4231, test case 2.
+// RFC 4231, test case 2. Digests without a key: see the thumbprints.
 void digests() {
-  that(digestOf("abc", "", HashAlgorithm::kMd5) == "900150983cd24fb0d6963f7d28e17f72", "digests: MD5");
-  that(digestOf("what do ya want for nothing?", "Jefe", HashAlgorithm::kSha256) ==
-           "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843",
-       "digests: HMAC-SHA-256");
+  HashGenerator generator;
+  generator.SetAlgorithm(HashAlgorithm::kSha256, true);
+  std::string text;
+  generator.HashAndFormat("what do ya want for nothing?", "Jefe", HashOutputFormat::HexLower, text);
+  that(text == "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843", "digests: HMAC-SHA-256");
 }
 
 void encodings() {
