@@ -4,12 +4,12 @@ find_package(OpenSSL REQUIRED)
 
 # The platform of the targets: the simulated Windows of the tests.
 file(GLOB fuzz_platform_sources CONFIGURE_DEPENDS tests/sim/*.cpp)
-add_library(mddct_fuzz_platform STATIC fuzz/platform.cpp ${fuzz_platform_sources})
+add_library(mddct_fuzz_platform STATIC ${fuzz_platform_sources})
 mddct_options(mddct_fuzz_platform)
 target_link_libraries(mddct_fuzz_platform PUBLIC mddct_core OpenSSL::Crypto)
 
 function(mddct_fuzz name)
-  add_executable(${name}_fuzz fuzz/${name}_fuzz.cpp)
+  add_executable(${name}_fuzz fuzz/${name}_fuzz.cpp fuzz/entry.cpp)
   mddct_options(${name}_fuzz)
   target_link_libraries(${name}_fuzz PRIVATE ${ARGN})
   target_link_options(${name}_fuzz PRIVATE -fsanitize=fuzzer)

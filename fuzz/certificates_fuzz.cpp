@@ -4,7 +4,7 @@
 #include <cctype>
 
 #include "core/convert.h"
-#include "fuzz/check.h"
+#include "fuzz/fuzz.h"
 #include "http/server_verification.h"
 #include "http/win_cert_implementation.h"
 #include "tests/sim/windows.h"
@@ -16,57 +16,45 @@ namespace {
 
 using Certs = WinCertImplementation;
 
-enum class Crl : std::uint8_t { kMissing, kNoCrl, kWithoutInfo, kClear, kRevoking, kMaxValue = kRevoking };
+enum class Kind : std::uint8_t { kMissing, kNoCrl, kWithoutInfo, kUndated, kExpired, kCurrent, kMaxValue = kCurrent };
 
-/// A CRL at a URL: its kind, and its next update from now on, negative when that has passed, or none.
-struct Served {
-  Crl kind;
-  std::optional<std::int64_t> nextUpdate;
-
-  bool isUsable() const { return kind >= Crl::kClear && nextUpdate && *nextUpdate >= 0; }
+/// What is at a URL. Revoking CRLs list every certificate of the chain, others something else.
+struct Crl {
+  Kind kind;
+  bool revokes;
 };
 
 struct World {
   sim::Windows windows;
   sim::ServerChain chain;
-  std::map<std::string, Served> crls;
+  std::vector<std::vector<std::string>> urls;  // of each certificate
+  std::map<std::string, Crl> crls;
 };
 
-sim::CertificateSpec makeCertificate(FuzzedDataProvider& input, std::size_t number, World& world) {
-  sim::CertificateSpec about{std::to_string(number) + input.ConsumeRandomLengthString(20)};
+void addCertificate(FuzzedDataProvider& input, std::size_t number, World& world) {
+  auto& urls = world.urls.emplace_back();
+  world.chain.certificates.push_back({std::to_string(number) + input.ConsumeRandomLengthString(20)});
+  auto& about = world.chain.certificates.back();
   std::erase_if(about.der, [](unsigned char byte) { return std::isspace(byte) != 0; });  // which end a name in a CRL
   about.hasInfo = input.ConsumeIntegralInRange(0, 7) != 0;
   about.hasExtensions = input.ConsumeIntegralInRange(0, 7) != 0;
   if (input.ConsumeIntegralInRange(0, 7) == 0) {
     about.points.emplace(std::nullopt);
-    return about;
+    return;
   }
   auto& points = about.points.emplace().emplace();
   for (int left = input.ConsumeIntegralInRange(0, 3); left > 0; --left) {
     auto& point = points.emplace_back(platform::DistributionPoint{input.ConsumeBool(), {}});
     for (int names = input.ConsumeIntegralInRange(0, 3); names > 0; --names) {
       const std::wstring url = CORE::toWideLossy(input.ConsumeRandomLengthString(12));
-      point.names.push_back({input.PickValueInArray({2u, platform::kAltNameUrl}), url});
-      const Served served{input.ConsumeEnum<Crl>(), input.PickValueInArray<std::int64_t>({-1, 0, 1})};
-      world.crls.emplace(CORE::toUtf8Lossy(url), input.ConsumeBool() ? served : Served{served.kind, std::nullopt});
-    }
-  }
-  return about;
-}
-
-std::vector<std::string> urlsOf(const sim::CertificateSpec& about) {
-  std::vector<std::string> urls;
-  if (!about.hasInfo || !about.hasExtensions || !*about.points) {
-    return urls;
-  }
-  for (const auto& point : **about.points) {
-    for (const auto& name : point.names) {
-      if (point.hasFullName && name.type == platform::kAltNameUrl) {
-        urls.push_back(CORE::toUtf8Lossy(name.url));
+      const auto type = input.PickValueInArray({2u, platform::kAltNameUrl});
+      point.names.push_back({type, url});
+      world.crls.emplace(CORE::toUtf8Lossy(url), Crl{input.ConsumeEnum<Kind>(), input.ConsumeBool()});
+      if (about.hasInfo && about.hasExtensions && point.hasFullName && type == platform::kAltNameUrl) {
+        urls.push_back(CORE::toUtf8Lossy(url));
       }
     }
   }
-  return urls;
 }
 
 std::string thumbprintByPeer(const std::string& der) {
@@ -81,47 +69,43 @@ std::string thumbprintByPeer(const std::string& der) {
 
 /// Whether the first usable CRL of each certificate that names any clears it.
 bool passesByPeer(const World& world) {
-  return std::all_of(world.chain.certificates.begin(), world.chain.certificates.end(), [&](const auto& about) {
-    const auto urls = urlsOf(about);
-    const auto usable =
-        std::find_if(urls.begin(), urls.end(), [&](const auto& url) { return world.crls.at(url).isUsable(); });
-    return urls.empty() || (usable != urls.end() && world.crls.at(*usable).kind == Crl::kClear);
+  return std::all_of(world.urls.begin(), world.urls.end(), [&](const auto& urls) {
+    const auto usable = std::find_if(urls.begin(), urls.end(),
+                                     [&](const auto& url) { return world.crls.at(url).kind == Kind::kCurrent; });
+    return urls.empty() || (usable != urls.end() && !world.crls.at(*usable).revokes);
   });
 }
 
-/// Revoking CRLs list every certificate of the chain, clear ones something else.
 bool download(const World& world, const std::string& url, std::string& body) {
-  const Served& served = world.crls.at(url);
-  const auto now = static_cast<std::int64_t>(world.windows.kernel.now());
+  const auto [kind, revokes] = world.crls.at(url);
+  const platform::FileTime now = world.windows.kernel.now();
   std::vector<std::string> revoked = {"another"};
   for (const auto& about : world.chain.certificates) {
-    revoked.push_back(about.der);
+    revoked.push_back(revokes ? about.der : "one more");
   }
-  revoked.resize(served.kind == Crl::kRevoking ? revoked.size() : 1);
-  const auto nextUpdate = served.nextUpdate ? static_cast<platform::FileTime>(now + *served.nextUpdate) : 0;
-  body = served.kind == Crl::kNoCrl         ? "no CRL"
-         : served.kind == Crl::kWithoutInfo ? std::string(sim::Certificates::kCrlWithoutInfo)
-                                            : sim::Certificates::crlText(nextUpdate, revoked);
-  return served.kind != Crl::kMissing;
+  const platform::FileTime nextUpdate = kind == Kind::kUndated ? 0 : kind == Kind::kExpired ? now - 1 : now;
+  body = kind == Kind::kNoCrl         ? "no CRL"
+         : kind == Kind::kWithoutInfo ? std::string(sim::Certificates::kCrlWithoutInfo)
+                                      : sim::Certificates::crlText(nextUpdate, revoked);
+  return kind != Kind::kMissing;
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  FuzzedDataProvider input(data, size);
+void fuzz::target(std::string_view bytes) {
+  FuzzedDataProvider input(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
   World world;
   for (std::size_t number = input.ConsumeIntegralInRange<std::size_t>(0, 3); number > 0; --number) {
-    world.chain.certificates.push_back(makeCertificate(input, number, world));
+    addCertificate(input, number, world);
   }
   {
     ServerCertificates server;
     server.chain = world.windows.certificates.chainOf(world.chain);
     const auto listed = Certs::ExtractCrlUrlsFromChain(server.chain.get());
-    FUZZ_CHECK(listed.size() == world.chain.certificates.size());
+    FUZZ_CHECK(listed.size() == world.urls.size());
     for (std::size_t i = 0; i < listed.size(); ++i) {
-      const auto& about = world.chain.certificates[i];
-      FUZZ_CHECK(listed[i].urls == urlsOf(about));
-      FUZZ_CHECK(Certs::GetThumbprint(listed[i].certificate) == thumbprintByPeer(about.der));
+      FUZZ_CHECK(listed[i].urls == world.urls[i]);
+      FUZZ_CHECK(Certs::GetThumbprint(listed[i].certificate) == thumbprintByPeer(world.chain.certificates[i].der));
     }
     const std::wstring host;
     const ServerVerification verification(server, {}, host);
@@ -129,5 +113,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(verification.performManualCRLCheck(fetch) == passesByPeer(world));
   }
   FUZZ_CHECK(world.windows.openHandlesText().empty());
-  return 0;
 }

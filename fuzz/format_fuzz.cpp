@@ -1,10 +1,9 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <cstdio>
+#include <algorithm>
 
 #include "core/format.h"
-#include "fuzz/check.h"
-#include "fuzz/input.h"
+#include "fuzz/fuzz.h"
 
 // Any format with arguments of every kind, and single conversions beside the C library's.
 
@@ -15,12 +14,10 @@ using CORE::FormatKind;
 
 template <class C>
 void checkAny(std::basic_string_view<C> format, const std::vector<FormatArgument>& arguments, std::size_t limit) {
-  const std::basic_string<C> whole = CORE::formatArguments(format, arguments);
-  const std::basic_string<C> cut = CORE::formatArguments(format, arguments, limit);
-  std::vector<FormatKind> kinds;
-  for (const FormatArgument& argument : arguments) {
-    kinds.push_back(argument.kind);
-  }
+  const auto whole = CORE::formatArguments(format, arguments);
+  const auto cut = CORE::formatArguments(format, arguments, limit);
+  std::vector<FormatKind> kinds(arguments.size());
+  std::transform(arguments.begin(), arguments.end(), kinds.begin(), [](const auto& one) { return one.kind; });
   if (CORE::detail::matches(format, kinds.data(), kinds.size())) {
     FUZZ_CHECK(cut == whole.substr(0, limit));
     FUZZ_CHECK(whole.size() <= format.size() * (CORE::detail::Conversion::kMostDigits + 64));
@@ -47,14 +44,16 @@ void checkPeer(FuzzedDataProvider& input) {
   const FormatArgument argument = letter == 's' ? FormatArgument{FormatKind::kNarrow, 0, {}, text}
                                                 : FormatArgument{FormatKind::kInteger, number, {}, {}};
   std::string wanted(1200, '\0');
+  const auto print = [&](auto value) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  const int size =
-      letter == 's' ? std::snprintf(wanted.data(), wanted.size(), conversion.c_str(), text.c_str())
-      : is64        ? std::snprintf(wanted.data(), wanted.size(), conversion.c_str(), number)
-                    : std::snprintf(wanted.data(), wanted.size(), conversion.c_str(),
-                             letter == 'c' ? static_cast<unsigned char>(number) : static_cast<std::uint32_t>(number));
+    return std::snprintf(wanted.data(), wanted.size(), conversion.c_str(), value);
 #pragma GCC diagnostic pop
+  };
+  const int size = letter == 's'   ? print(text.c_str())
+                   : letter == 'c' ? print(static_cast<unsigned char>(number))
+                   : is64          ? print(number)
+                                   : print(static_cast<std::uint32_t>(number));
   FUZZ_CHECK(size >= 0 && static_cast<std::size_t>(size) < wanted.size());
   wanted.resize(static_cast<std::size_t>(size));
   FUZZ_CHECK(CORE::formatArguments(conversion, {&argument, 1}) == wanted);
@@ -62,8 +61,8 @@ void checkPeer(FuzzedDataProvider& input) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  FuzzedDataProvider input(data, size);
+void fuzz::target(std::string_view bytes) {
+  FuzzedDataProvider input(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
   checkPeer(input);
   std::vector<FormatArgument> arguments;
   for (int left = input.ConsumeIntegralInRange(0, 4); left > 0; --left) {
@@ -75,5 +74,4 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string format = input.ConsumeRemainingBytesAsString();
   checkAny<char>(format, arguments, limit);
   checkAny<wchar_t>(std::wstring(format.begin(), format.end()), arguments, limit);
-  return 0;
 }

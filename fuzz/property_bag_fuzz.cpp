@@ -1,10 +1,8 @@
-#include <algorithm>
-
 #include "core/convert.h"
 #include "core/property_bag.h"
 #include "core/text.h"
-#include "fuzz/check.h"
-#include "fuzz/input.h"
+#include "fuzz/fuzz.h"
+#include "tests/sim/windows.h"
 
 // The reader of bags: first any text, then one that is built together with the bag that must come of it.
 
@@ -14,8 +12,7 @@ using CORE::PropertyBag;
 
 void checkAnything(const std::wstring& text) {
   PropertyBag top;
-  const bool parsed = top.parse(text);
-  FUZZ_CHECK(parsed || top.count() == 0);
+  FUZZ_CHECK(top.parse(text) || top.count() == 0);
   std::size_t characters = 0;
   for (std::vector<PropertyBag> bags = {top}; !bags.empty();) {
     const PropertyBag bag = bags.back();
@@ -37,35 +34,35 @@ void checkBuilt(const std::wstring& lines) {
   std::vector<PropertyBag> open = {top};
   std::wstring text = L"{";
   for (const std::wstring& line : CORE::splitText(lines, L'\n')) {
-    const std::size_t equals = line.find(L'=');
+    const auto [name, value] = fuzz::cut(line, L'=');
     if (line.empty() && open.size() > 1) {
       open.pop_back();
       text += L"},";
-    } else if (equals == line.npos) {
+    } else if (name == line) {
       PropertyBag nested;
-      nested.add(L"of", line);
-      open.back().addBag(line, nested, false);
+      nested.add(L"of", name);
+      open.back().addBag(name, nested, false);
       open.push_back(nested);
-      text += L"\"" + line + L"\":{\"of\":\"" + line + L"\",";
+      text += L"\"" + name + L"\":{\"of\":\"" + name + L"\",";
     } else {
-      open.back().add(line.substr(0, equals), line.substr(equals + 1));
-      text += L"\"" + line.substr(0, equals) + L"\" : \"" + line.substr(equals + 1) + L"\"\n";
+      open.back().add(name, value);
+      text += L"\"" + name + L"\" : \"" + value + L"\"\n";
     }
   }
   PropertyBag read;
   FUZZ_CHECK(read.parse(text + std::wstring(open.size(), L'}')));
-  FUZZ_CHECK(read.toString(L"|", false) == top.toString(L"|", false));
-  FUZZ_CHECK(read.toString(L"|", true) == top.toString(L"|", true));
+  for (const bool mask : {false, true}) {
+    FUZZ_CHECK(read.toString(L"|", mask) == top.toString(L"|", mask));
+  }
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const fuzz::Platform platform;
-  const std::wstring text = CORE::toWideLossy(fuzz::bytes(data, size));
+void fuzz::target(std::string_view input) {
+  const sim::Windows windows;
+  const std::wstring text = CORE::toWideLossy(input);
   checkAnything(text);
   if (text.find_first_of(L"\"{}") == text.npos) {
     checkBuilt(text);
   }
-  return 0;
 }

@@ -1,10 +1,10 @@
 #include <tuple>
 
 #include "core/convert.h"
-#include "fuzz/check.h"
-#include "fuzz/input.h"
+#include "fuzz/fuzz.h"
 #include "http/win_http_request.h"
 #include "http/wininet_url.h"
+#include "tests/sim/windows.h"
 
 // The two URL splitters, one beside the other, above the simulated platform's reading of URLs.
 
@@ -13,19 +13,18 @@ namespace {
 using Parts = std::tuple<std::uint32_t, std::wstring, std::uint16_t, std::wstring, std::wstring>;
 using InetParts = std::tuple<std::wstring, std::wstring, std::uint16_t, std::wstring>;
 
+// Both split their own output.
 Parts crack(const std::wstring& url, bool plain) {
   Parts out(9, url, 9, L"old", L"old");
   auto& [scheme, host, port, path, extra] = out;
-  const bool cracked = WinHttpRequest::CrackURL(host, scheme, host, port, path, extra, plain);  // from its own output
-  FUZZ_CHECK(cracked == (out != Parts()));
+  FUZZ_CHECK(WinHttpRequest::CrackURL(host, scheme, host, port, path, extra, plain) == (out != Parts()));
   return out;
 }
 
 InetParts crackInet(const std::wstring& url, bool plain) {
   InetParts out(L"old", url, 9, L"old");
   auto& [scheme, host, port, path] = out;
-  const bool cracked = util::WinInet::CrackUrl(host, scheme, host, port, path, plain);
-  FUZZ_CHECK(cracked == (out != InetParts()));
+  FUZZ_CHECK(util::WinInet::CrackUrl(host, scheme, host, port, path, plain) == (out != InetParts()));
   return out;
 }
 
@@ -33,11 +32,10 @@ void check(const std::wstring& url, bool plain) {
   const Parts parts = crack(url, plain);
   const InetParts inet = crackInet(url, plain);
   const auto& [scheme, host, port, path, extra] = parts;
-  const std::wstring prefix = plain ? L"http://" : L"https://";
   const bool hasScheme = url.find(L"://") != url.npos;
-  FUZZ_CHECK(parts == crack(hasScheme ? url : prefix + url, !plain));
-  FUZZ_CHECK(parts == Parts() || ((scheme == 1 || scheme == 2) && !host.empty()));
-  FUZZ_CHECK(parts == Parts() || hasScheme || scheme == (plain ? 1U : 2U));
+  FUZZ_CHECK(parts == crack((hasScheme ? L"" : plain ? L"http://" : L"https://") + url, !plain));
+  FUZZ_CHECK(parts == Parts() ||
+             (!host.empty() && (hasScheme ? scheme == 1 || scheme == 2 : scheme == (plain ? 1 : 2))));
   FUZZ_CHECK(url.ends_with(path + extra));
   FUZZ_CHECK(path.find_first_of(L"?#") == path.npos && (extra.empty() || extra[0] == L'?' || extra[0] == L'#'));
 
@@ -51,11 +49,10 @@ void check(const std::wstring& url, bool plain) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const fuzz::Platform platform;
-  const std::wstring url = CORE::toWideLossy(fuzz::bytes(data, size));
+void fuzz::target(std::string_view input) {
+  const sim::Windows windows;
+  const std::wstring url = CORE::toWideLossy(input);
   check(url, false);
   check(url, true);
   check(L"https://" + url, false);
-  return 0;
 }

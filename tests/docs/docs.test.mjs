@@ -1,6 +1,6 @@
 // The guide and the policy templates against the code, in both directions; the version; the bill of materials.
 import assert from 'node:assert/strict';
-import { before, describe, it } from 'node:test';
+import { describe, it } from 'node:test';
 import { document } from '../../scripts/release/sbom.mjs';
 import { exitCodes, knownReaders, legacyKey, literals, logDefaults, logTexts, read, readers, resultTexts, settings,
   version } from './source.mjs';
@@ -16,8 +16,7 @@ describe('the guide', () => {
   const quoted = (cell) => [...cell.matchAll(/`([^`]+)`/g)].map(([, text]) => text);
 
   it('has the exit codes of the code', () => {
-    const codes = rows(section('Exit codes')).map(([code]) => code).filter((code) => /^\d+$/.test(code));
-    assert.deepEqual(codes, exitCodes);
+    assert.deepEqual(rows(section('Exit codes')).map(([code]) => code).filter((code) => /^\d+$/.test(code)), exitCodes);
   });
 
   it('has the registry values that are read, with their defaults and legacy places', () => {
@@ -55,24 +54,23 @@ describe('the guide', () => {
 // The format's rules as far as these files use it: children in their order, and the attributes that must be there.
 const kRules = {
   policyDefinitions: ['policyNamespaces resources supportedOn categories policies', 'xmlns revision schemaVersion'],
-  policyNamespaces: ['target', ''], target: ['', 'prefix namespace'], resources: ['', 'minRequiredRevision'],
-  supportedOn: ['definitions', ''], definitions: ['definition', ''], definition: ['', 'name displayName'],
-  categories: ['category', ''], category: ['parentCategory', 'name displayName'], parentCategory: ['', 'ref'],
-  policies: ['policy', ''],
+  policyNamespaces: ['target'], target: ['', 'prefix namespace'], resources: ['', 'minRequiredRevision'],
+  supportedOn: ['definitions'], definitions: ['definition'], definition: ['', 'name displayName'],
+  categories: ['category'], category: ['parentCategory', 'name displayName'], parentCategory: ['', 'ref'],
+  policies: ['policy'], enabledValue: ['decimal'], disabledValue: ['decimal'], elements: ['decimal text'],
   policy: ['parentCategory supportedOn enabledValue disabledValue elements', 'name class displayName explainText key'],
-  enabledValue: ['decimal', ''], disabledValue: ['decimal', ''], elements: ['decimal text', ''],
-  text: ['', 'id valueName'], decimal: ['', ''],
+  text: ['', 'id valueName'], decimal: [''],
 };
 const kTextRules = {
   policyDefinitionResources: ['displayName description resources', 'xmlns revision schemaVersion'],
-  displayName: ['', ''], description: ['', ''], resources: ['stringTable presentationTable', ''],
-  stringTable: ['string', ''], string: ['', 'id'], presentationTable: ['presentation', ''],
-  presentation: ['decimalTextBox textBox', 'id'], decimalTextBox: ['', 'refId'],
-  textBox: ['label defaultValue', 'refId'], label: ['', ''], defaultValue: ['', ''],
+  displayName: [''], description: [''], label: [''], defaultValue: [''], decimalTextBox: ['', 'refId'],
+  resources: ['stringTable presentationTable'], stringTable: ['string'], string: ['', 'id'],
+  presentationTable: ['presentation'], presentation: ['decimalTextBox textBox', 'id'],
+  textBox: ['label defaultValue', 'refId'],
 };
 
 function checkRules(element, rules) {
-  const [children, attributes] = rules[element.name] ?? assert.fail(`no such element: ${element.name}`);
+  const [children, attributes = ''] = rules[element.name] ?? assert.fail(`no such element: ${element.name}`);
   const order = element.children.map(({ name }) => children.split(' ').indexOf(name));
   assert.ok(order.every((at, n) => at >= 0 && at >= (order[n - 1] ?? 0)), `children of ${element.name}`);
   for (const name of attributes.match(/\w+/g) ?? []) assert.ok(element.attributes[name], `${element.name}: ${name}`);
@@ -80,28 +78,24 @@ function checkRules(element, rules) {
 }
 
 describe('the policy templates', () => {
-  let admx, adml, policies;
-  before(() => {
-    [admx, adml] = ['mddct.admx', 'en-US/mddct.adml'].map((name) => parseXml(read(`packaging/policy/${name}`)));
-    policies = below(admx, 'policy');
-  });
+  const [admx, adml] = ['mddct.admx', 'en-US/mddct.adml'].map((name) => parseXml(read(`packaging/policy/${name}`)));
   const below = (element, name) => element.children.flatMap(
     (child) => [...(child.name === name ? [child] : []), ...below(child, name)]);
   const attribute = (elements, name) => elements.map(({ attributes }) => attributes[name]);
   const unique = (values) => assert.deepEqual(sorted(new Set(values)), sorted(values));
+  const policies = below(admx, 'policy');
+  const elementsOf = ({ children }) => children.find(({ name }) => name === 'elements')?.children ?? [];
 
   it('keep the format\'s rules', () => {
     checkRules(admx, kRules);
     checkRules(adml, kTextRules);
-    for (const file of [admx, adml]) {
-      assert.equal(file.attributes.xmlns, 'http://schemas.microsoft.com/GroupPolicy/2006/07/PolicyDefinitions');
-    }
+    const kNamespace = 'http://schemas.microsoft.com/GroupPolicy/2006/07/PolicyDefinitions';
+    assert.deepEqual(attribute([admx, adml], 'xmlns'), [kNamespace, kNamespace]);
     const defined = attribute([...below(admx, 'category'), ...below(admx, 'definition')], 'name');
     unique([...defined, ...attribute(policies, 'name')]);
-    for (const policy of policies) {
-      assert.equal(policy.attributes.class, 'Machine');
-      const refs = attribute(policy.children, 'ref').filter(Boolean);
-      assert.deepEqual([refs.length, refs.filter((ref) => !defined.includes(ref))], [2, []], policy.attributes.name);
+    for (const { attributes, children } of policies) {
+      const refs = attribute(children, 'ref').filter(Boolean).map((ref) => defined.includes(ref));
+      assert.deepEqual([attributes.class, refs], ['Machine', [true, true]], attributes.name);
     }
   });
 
@@ -112,27 +106,22 @@ describe('the policy templates', () => {
       unique(ids);
       assert.deepEqual(sorted(used.filter(([, k]) => k === kind).map(([, , id]) => id)), sorted(ids));
     }
+    const box = { decimal: 'decimalTextBox', text: 'textBox' };
     for (const policy of policies) {
       const shown = below(adml, 'presentation').find(
         ({ attributes }) => policy.attributes.presentation === `$(presentation.${attributes.id})`);
-      const elements = policy.children.find(({ name }) => name === 'elements')?.children ?? [];
-      const box = { decimal: 'decimalTextBox', text: 'textBox' };
       assert.deepEqual(shown?.children.map(({ name, attributes }) => [name, attributes.refId]) ?? [],
-        elements.map(({ name, attributes }) => [box[name], attributes.id]), policy.attributes.name);
+        elementsOf(policy).map(({ name, attributes }) => [box[name], attributes.id]), policy.attributes.name);
     }
   });
 
   it('write the values that are looked for first, one policy each', () => {
-    const kPolicies = 'Software\\Policies\\Calvera\\Meridon\\';
-    const written = policies.flatMap(({ attributes, children }) => {
-      const elements = children.find(({ name }) => name === 'elements')?.children ?? [];
-      return [attributes.valueName, ...attribute(elements, 'valueName')].filter(Boolean)
-        .map((name) => `${attributes.key}\\${name}`);
-    });
+    const written = policies.flatMap((policy) => attribute([policy, ...elementsOf(policy)], 'valueName').filter(Boolean)
+      .map((name) => `${policy.attributes.key}\\${name}`));
     // The installer's, the program's own, and Windows'.
     const others = ['Agent\\AgentInstallPath', 'Log\\loggedThresholdReached'];
     assert.deepEqual(sorted(written), settings().filter((name) => !others.includes(name) && !name.startsWith(kWhole))
-      .map((name) => kPolicies + name).sort());
+      .map((name) => `Software\\Policies\\Calvera\\Meridon\\${name}`).sort());
   });
 });
 
@@ -148,11 +137,9 @@ describe('the release', () => {
     const bill = document({ version, gcc: '12', mingw: '10', files: [{ name: 'mdDCT.exe', data }], seconds: 0 });
     const ids = [bill, ...bill.packages, ...bill.files].map(({ SPDXID }) => SPDXID);
     assert.equal(new Set(ids).size, ids.length);
-    for (const { spdxElementId, relatedSpdxElement } of bill.relationships) {
-      assert.ok(ids.includes(spdxElementId) && ids.includes(relatedSpdxElement));
-    }
-    assert.equal(bill.files[0].checksums[1].checksumValue,
-      'ca978112ca1bbdcafac231b39a23dc4da786eff8147c4e72b9807785afee48bb');
-    assert.equal(bill.creationInfo.created, '1970-01-01T00:00:00Z');
+    const named = bill.relationships.flatMap(({ spdxElementId, relatedSpdxElement: other }) => [spdxElementId, other]);
+    assert.deepEqual(named.filter((id) => !ids.includes(id)), []);
+    assert.deepEqual([bill.files[0].checksums[1].checksumValue, bill.creationInfo.created],
+      ['ca978112ca1bbdcafac231b39a23dc4da786eff8147c4e72b9807785afee48bb', '1970-01-01T00:00:00Z']);
   });
 });

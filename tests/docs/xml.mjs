@@ -2,42 +2,34 @@
 // five named entities. Whatever else it meets is an error.
 
 const kToken = /<!--[^]*?-->|<\?xml [^]*?\?>|<\/([\w:]+)\s*>|<([\w:]+)((?:\s+[\w:]+="[^"<]*")*)\s*(\/?)>|([^<]+)/y;
-const kEntities = { lt: '<', gt: '>', amp: '&', quot: '"', apos: "'" };
+const kEntities = { '&lt;': '<', '&gt;': '>', '&amp;': '&', '&quot;': '"', '&apos;': "'" };
 
-function decoded(text) {
-  return text.replace(/&(\w*;?)/g, (whole, name) => {
-    const known = kEntities[name.replace(/;$/, '')];
-    if (!known || !name.endsWith(';')) throw new Error(`no entity: ${whole}`);
-    return known;
-  });
-}
+const demand = (holds, otherwise) => {
+  if (!holds) throw new Error(otherwise);
+};
 
-function attributesOf(text) {
-  const out = {};
-  for (const [, name, value] of text.matchAll(/([\w:]+)="([^"]*)"/g)) {
-    if (name in out) throw new Error(`attribute ${name} twice`);
-    out[name] = decoded(value);
-  }
-  return out;
-}
+const decoded = (text) => text.replace(/&\w*;?/g, (entity) => {
+  demand(entity in kEntities, `no entity: ${entity}`);
+  return kEntities[entity];
+});
 
-/** The root element: {name, attributes, children, text}. @throws for what is not well-formed. */
+/** The root element: {name, attributes, children}. @throws for what is not well-formed. */
 export function parseXml(source) {
-  const top = { name: '', attributes: {}, children: [], text: '' };
-  const open = [top];
-  kToken.lastIndex = 0;
-  while (kToken.lastIndex < source.length) {
+  const open = [{ name: '', children: [] }];
+  for (kToken.lastIndex = 0; kToken.lastIndex < source.length;) {
     const at = kToken.lastIndex;
     const match = kToken.exec(source);
-    if (!match) throw new Error(`no XML: ${source.slice(at, at + 40)}`);
-    const [, closing, name, attributes = '', empty, text] = match;
-    if (text !== undefined) open.at(-1).text += decoded(text);
-    if (closing && open.pop().name !== closing) throw new Error(`</${closing}> closes another element`);
+    demand(match, `no XML: ${source.slice(at, at + 40)}`);
+    const [, closing, name, attributes = '', empty, text = ''] = match;
+    demand(decoded(text).trim() === '' || open.length > 1, 'text outside of all elements');
+    demand(!closing || open.pop().name === closing, `</${closing}> closes another element`);
     if (!name) continue;
-    const element = { name, attributes: attributesOf(attributes), children: [], text: '' };
+    const pairs = [...attributes.matchAll(/([\w:]+)="([^"]*)"/g)].map(([, key, value]) => [key, decoded(value)]);
+    const element = { name, attributes: Object.fromEntries(pairs), children: [] };
+    demand(Object.keys(element.attributes).length === pairs.length, `an attribute of ${name} twice`);
     open.at(-1).children.push(element);
     if (!empty) open.push(element);
   }
-  if (open.length !== 1 || top.children.length !== 1 || top.text.trim()) throw new Error('not one whole element');
-  return top.children[0];
+  demand(open.length === 1 && open[0].children.length === 1, 'not one whole element');
+  return open[0].children[0];
 }

@@ -8,12 +8,11 @@ const kVersions = ['2020-04-08', '2024-11-04'];  // the product's and the SDK's
 const kLargestPut = 5000 * kMiB;
 const kMostBlocks = 50000;
 const kClockSkewMs = 15 * 60000;
-const largestBlock = (version) => (version >= '2022-11-02' ? 100 : 4) * kMiB;
-const refusal = (status, code, message = code) => ({ status, code, message });
+const kLargestBlock = 4 * kMiB;  // of the product's version
 
 /** The service's error body. */
-export const errorBody = ({ code, message }) =>
-  `\ufeff<?xml version="1.0" encoding="utf-8"?><Error><Code>${code}</Code><Message>${message}</Message></Error>`;
+export const errorBody = ({ code }) =>
+  `\ufeff<?xml version="1.0" encoding="utf-8"?><Error><Code>${code}</Code><Message>${code}</Message></Error>`;
 
 /** The blobs of the container "logs". Requests: {method, path, query (URLSearchParams), headers (lower-case names)}. */
 export class BlobService {
@@ -26,67 +25,59 @@ export class BlobService {
 
   /**
    * Judges a request by everything but its body.
-   * @returns {{operation: 'put' | 'create' | 'append'} | {status, code, message}}
+   * @returns {{operation: 'put' | 'create' | 'append'} | {status, code}}
    */
   judge(request, now = Date.now()) {
     const { method, path, query, headers } = request;
-    if (method !== 'PUT') return refusal(405, 'UnsupportedHttpVerb');
+    const { 'x-ms-version': version, 'x-ms-blob-type': type, 'content-length': length } = headers;
     const [, container, name] = /^\/([^/]+)\/(.+)$/.exec(path) ?? [];
-    if (!name) return refusal(400, 'InvalidUri');
-    const operation = query.get('comp') === 'appendblock' ? 'append'
-      : headers['x-ms-blob-type'] === 'AppendBlob' ? 'create' : 'put';
-    const broken = this.#judgeHeaders(headers, now) ?? this.#judgeSignature(request, operation, now) ??
-      (query.has('comp') && operation !== 'append' ? refusal(400, 'InvalidQueryParameterValue', 'comp') : null) ??
-      (container === 'logs' ? null : refusal(404, 'ContainerNotFound')) ??
-      this.#judgeOperation(operation, path, headers);
-    return broken ?? { operation };
+    const operation = query.get('comp') === 'appendblock' ? 'append' : type === 'AppendBlob' ? 'create' : 'put';
+    const [date, size, blob] = [headers['x-ms-date'] ?? headers.date, Number(length), this.blobs.get(path)];
+    // The service looks in this order; the first rule that does not hold is its answer.
+    const rules = [
+      [method === 'PUT', 405, 'UnsupportedHttpVerb'],
+      [name, 400, 'InvalidUri'],
+      [version, 400, 'MissingRequiredHeader'],
+      [kVersions.includes(version), 400, 'InvalidHeaderValue'],
+      [date, 403, 'AuthenticationFailed'],
+      [new Date(date).toUTCString() === date, 400, 'InvalidHeaderValue'],
+      [Math.abs(Date.parse(date) - now) <= kClockSkewMs, 403, 'AuthenticationFailed'],
+      [length, 411, 'MissingContentLengthHeader'],
+      [/^\d+$/.test(length), 400, 'InvalidHeaderValue'],
+      ...(this.account ? this.#rulesOfSignature(request, operation, now) : []),
+      [operation === 'append' || !query.has('comp'), 400, 'InvalidQueryParameterValue'],
+      [container === 'logs', 404, 'ContainerNotFound'],
+      ...{
+        append: [
+          [blob, 404, 'BlobNotFound'],
+          [blob?.type === 'AppendBlob', 409, 'InvalidBlobType'],
+          [size > 0, 400, 'InvalidHeaderValue'],
+          [size <= kLargestBlock, 413, 'RequestBodyTooLarge'],
+          [blob?.blocks < kMostBlocks, 409, 'BlockCountExceedsLimit'],
+        ],
+        create: [[size === 0, 400, 'InvalidHeaderValue']],
+        put: [
+          [type, 400, 'MissingRequiredHeader'],
+          [type === 'BlockBlob', 400, 'InvalidHeaderValue'],
+          [size <= kLargestPut, 413, 'RequestBodyTooLarge'],
+        ],
+      }[operation],
+    ];
+    const [, status, code] = rules.find(([holds]) => !holds) ?? [];
+    return status ? { status, code } : { operation };
   }
 
-  #judgeHeaders(headers, now) {
-    const version = headers['x-ms-version'];
-    if (!version) return refusal(400, 'MissingRequiredHeader', 'x-ms-version');
-    if (!kVersions.includes(version)) return refusal(400, 'InvalidHeaderValue', 'x-ms-version');
-    const date = headers['x-ms-date'] ?? headers.date;
-    if (!date) return refusal(403, 'AuthenticationFailed', 'no x-ms-date');
-    if (new Date(date).toUTCString() !== date) return refusal(400, 'InvalidHeaderValue', 'x-ms-date');
-    if (Math.abs(Date.parse(date) - now) > kClockSkewMs) return refusal(403, 'AuthenticationFailed', 'x-ms-date');
-    const length = headers['content-length'];
-    if (length === undefined) return refusal(411, 'MissingContentLengthHeader');
-    return /^\d+$/.test(length) ? null : refusal(400, 'InvalidHeaderValue', 'Content-Length');
-  }
-
-  #judgeSignature({ method, path, query, headers }, operation, now) {
-    if (!this.account) return null;
+  #rulesOfSignature({ method, path, query, headers }, operation, now) {
     if (headers.authorization) {
       const right = sharedKeyAuthorization(this.account, method, path, query, headers);
-      return headers.authorization === right ? null : refusal(403, 'AuthenticationFailed', 'shared key');
+      return [[headers.authorization === right, 403, 'AuthenticationFailed']];
     }
-    const fields = Object.fromEntries(query);
-    if (!fields.sig) return refusal(403, 'AuthenticationFailed', 'not signed');
-    const scope = fields.sr === 'c' ? `/${path.split('/')[1]}` : path;
-    if (fields.sig !== sasSignature(this.account, scope, fields) || !(Date.parse(fields.se) > now)) {
-      return refusal(403, 'AuthenticationFailed', 'shared-access signature');
-    }
+    const { sig, ...fields } = Object.fromEntries(query);
     const allowing = operation === 'append' ? 'aw' : this.blobs.has(path) ? 'w' : 'cw';
-    return [...allowing].some((permission) => fields.sp.includes(permission)) ? null
-      : refusal(403, 'AuthorizationPermissionMismatch');
-  }
-
-  #judgeOperation(operation, path, headers) {
-    const length = Number(headers['content-length']);
-    const type = headers['x-ms-blob-type'];
-    if (operation === 'append') {
-      const blob = this.blobs.get(path);
-      if (!blob) return refusal(404, 'BlobNotFound');
-      if (blob.type !== 'AppendBlob') return refusal(409, 'InvalidBlobType');
-      if (length === 0) return refusal(400, 'InvalidHeaderValue', 'Content-Length');
-      if (length > largestBlock(headers['x-ms-version'])) return refusal(413, 'RequestBodyTooLarge');
-      return blob.blocks >= kMostBlocks ? refusal(409, 'BlockCountExceedsLimit') : null;
-    }
-    if (!type) return refusal(400, 'MissingRequiredHeader', 'x-ms-blob-type');
-    if (operation === 'create') return length === 0 ? null : refusal(400, 'InvalidHeaderValue', 'Content-Length');
-    if (type !== 'BlockBlob') return refusal(400, 'InvalidHeaderValue', 'x-ms-blob-type');
-    return length > kLargestPut ? refusal(413, 'RequestBodyTooLarge') : null;
+    return [
+      [sig === sasSignature(this.account, path, fields) && Date.parse(fields.se) > now, 403, 'AuthenticationFailed'],
+      [[...allowing].some((permission) => fields.sp?.includes(permission)), 403, 'AuthorizationPermissionMismatch'],
+    ];
   }
 
   /** The digest that the request's body goes into: that of the blob as it will be. */

@@ -3,25 +3,25 @@ import { once } from 'node:events';
 import { createServer } from 'node:http';
 
 export class FileServer {
-  constructor() {
-    /** path -> what is there, bytes or text. */
-    this.files = new Map();
-    /** One entry a request: path, and whether it came through a proxy. */
-    this.requests = [];
-    /** Awaited before an answer. */
-    this.beforeAnswer = () => {};
-    this.server = createServer(async ({ url, headers }, response) => {
-      this.requests.push({ path: url.replace(/^http:\/\/[^/]*/, ''), proxied: url[0] !== '/' || 'via' in headers });
-      const body = this.files.get(this.requests.at(-1).path);
-      await this.beforeAnswer();
-      const type = typeof body === 'string' ? 'application/x-ns-proxy-autoconfig' : 'application/pkix-crl';
-      response.writeHead(body === undefined ? 404 : 200, { 'content-type': type, connection: 'close' }).end(body);
-    });
-  }
+  /** path -> what is there, bytes or text. */
+  files = new Map();
+  /** One entry a request: path, and whether it came through a proxy. */
+  requests = [];
+  /** Awaited before an answer. */
+  beforeAnswer = () => {};
+  #server = createServer(async ({ url, headers }, response) => {
+    const path = url.replace(/^http:\/\/[^/]*/, '');
+    this.requests.push({ path, proxied: url[0] !== '/' || 'via' in headers });
+    const body = this.files.get(path);
+    await this.beforeAnswer();
+    const type = typeof body === 'string' ? 'application/x-ns-proxy-autoconfig' : 'application/pkix-crl';
+    response.writeHead(body === undefined ? 404 : 200, { 'content-type': type, connection: 'close' }).end(body);
+  });
 
-  /** http://localhost:port, without a slash at its end. */
-  get origin() {
-    return `http://localhost:${this.server.address().port}`;
+  /** Listens on a free port of 127.0.0.1, at origin: http://localhost:port, without a slash at its end. */
+  async start() {
+    await once(this.#server.listen(0, '127.0.0.1'), 'listening');
+    this.origin = `http://localhost:${this.#server.address().port}`;
   }
 
   /** Puts a PAC file there that gives this answer for every URL; returns its URL. */
@@ -30,22 +30,14 @@ export class FileServer {
     return `${this.origin}/${name}`;
   }
 
-  /** How often a path was asked for, directly and through a proxy. */
+  /** How often a path was asked for: [directly, through a proxy]. */
   counts(path) {
-    const asked = this.requests.filter((request) => request.path === path);
-    const proxied = asked.filter((request) => request.proxied).length;
-    return { direct: asked.length - proxied, proxied };
+    return [false, true].map((through) => this.requests.filter(
+      (request) => request.path === path && request.proxied === through).length);
   }
 
-  /** Listens on a free port of 127.0.0.1. */
-  async start() {
-    this.server.listen(0, '127.0.0.1');
-    await once(this.server, 'listening');
-  }
-
-  async stop() {
-    this.server.closeAllConnections();
-    this.server.close();
-    await once(this.server, 'close');
+  stop() {
+    this.#server.closeAllConnections();
+    this.#server.close();
   }
 }

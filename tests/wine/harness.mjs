@@ -4,7 +4,7 @@ import { after, before } from 'node:test';
 import { certificates } from '../../scripts/wine/ca.mjs';
 import { FileServer } from './crl_server.mjs';
 import { clonePrefix, endOnSignals } from '../../scripts/wine/prefix.mjs';
-import { Product, parseLog } from '../../scripts/wine/product.mjs';
+import { Product, kProxyKey, parseLog } from '../../scripts/wine/product.mjs';
 import { startSink } from './sink.mjs';
 
 endOnSignals();
@@ -16,12 +16,14 @@ export const kPutFailed = [/^AzureBlobUploader::AzurePutBlobRequestCb\(\): Error
 export const requestError = (operation, number) => new RegExp(
   `^WinHttpRequest::RequestCallback\\(\\): ${operation} failed for url https://.*: 0x${number.toString(16)} `);
 
-/** A product in a prefix called name, there for the tests of a suite. */
-export function useProduct(name, options) {
+/** A product in a prefix called name, for the tests of a suite; asks: the FileServer that it asks for its proxy. */
+export function useProduct(name, { asks } = {}) {
   const product = new Product();
   before(async () => {
     product.prefix = await clonePrefix(`test-${name}`);
-    Object.assign(product, await Product.install(product.prefix, options));
+    Object.assign(product, await Product.install(product.prefix));
+    const pac = asks?.addPac('direct.pac', 'DIRECT');
+    if (asks) await product.prefix.importRegistry({ [kProxyKey]: { 'HTTP Proxy Auto Config URL': pac } });
   });
   after(() => product.prefix?.remove());
   return product;

@@ -9,17 +9,10 @@ import { Authority, certificates, kAuthorityExtensions, leafExtensions } from '.
 import { stateFolder } from '../../scripts/wine/paths.mjs';
 import { emptyFolder } from '../../scripts/wine/proc.mjs';
 
-// name: what differs from a good leaf of the intermediate's
-const kLeaves = {
-  good: {},
-  revoked: {},
-  stale: {},   // its CRL has expired
-  absent: {},  // its CRL is not there
-  expired: { expired: true },
-  'wrong-name': { host: 'elsewhere.example' },
-  'wrong-usage': { usage: 'clientAuth' },
-  private: { isPrivate: true },
-};
+// name: what differs from a good leaf of the intermediate's; the CRL of "stale" has expired, that of "absent" is not
+// there.
+const kLeaves = { good: {}, revoked: {}, stale: {}, absent: {}, expired: { expired: true },
+  'wrong-name': { host: 'elsewhere.example' }, 'wrong-usage': { usage: 'clientAuth' }, private: { isPrivate: true } };
 
 /**
  * Makes everything; the CRLs are put on the server as root.crl and NAME.crl, a leaf's own.
@@ -29,14 +22,16 @@ const kLeaves = {
  */
 export async function makePki(folderName, server) {
   const folder = emptyFolder(stateFolder(folderName));
+  const file = (name) => join(folder, name);
   const { authority } = await certificates();
-  for (const kind of ['pem', 'key']) {
-    copyFileSync(authority.pem.replace(/pem$/, kind), join(folder, `root.${kind}`));
-  }
-  const crlAt = (name) => `crlDistributionPoints = URI:${server.origin}/${name}.crl`;
-  const root = new Authority(folder, 'root');
+  for (const kind of ['pem', 'key']) copyFileSync(authority.pem.replace(/pem$/, kind), file(`root.${kind}`));
+  const crlAt = (name) => `crlDistributionPoints = a
+[a]
+fullname = dirName:b,URI:${server.origin}/${name}.crl
+[b]
+CN = a name of another kind`;
+  const [root, intermediate] = ['root', 'intermediate'].map((name) => new Authority(folder, name));
   await root.sign('intermediate', [...kAuthorityExtensions, crlAt('root')]);
-  const intermediate = new Authority(folder, 'intermediate');
   const privateRoot = await new Authority(folder, 'private-root').signItself();
   for (const [name, { isPrivate, host = 'localhost', usage, expired }] of Object.entries(kLeaves)) {
     const signer = isPrivate ? privateRoot : intermediate;
@@ -45,15 +40,13 @@ export async function makePki(folderName, server) {
   await intermediate.revoke('revoked');
   const crl = await intermediate.crl();
   for (const name of Object.keys(kLeaves)) server.files.set(`/${name}.crl`, crl);
-  server.files.delete('/absent.crl');
-  server.files.set('/stale.crl', await intermediate.crl({ expired: true }));
-  server.files.set('/private.crl', await privateRoot.crl()).set('/root.crl', await root.crl());
+  server.files.set('/stale.crl', await intermediate.crl({ expired: true })).set('/root.crl', await root.crl())
+    .set('/private.crl', await privateRoot.crl()).delete('/absent.crl');
 
   return (name) => {
-    const read = (file) => readFileSync(join(folder, file));
-    const chain = kLeaves[name].isPrivate ? [`${name}.pem`, 'private-root.pem'] :
-      [`${name}.pem`, 'intermediate.pem', 'root.pem'];
-    const pins = chain.map((file) => new X509Certificate(read(file)).fingerprint256);
-    return { key: read(`${name}.key`), cert: Buffer.concat(chain.slice(0, 2).map(read)), pins };
+    const issuers = kLeaves[name].isPrivate ? ['private-root'] : ['intermediate', 'root'];
+    const chain = [name, ...issuers].map((each) => readFileSync(file(`${each}.pem`)));
+    const pins = chain.map((pem) => new X509Certificate(pem).fingerprint256);
+    return { key: readFileSync(file(`${name}.key`)), cert: Buffer.concat(chain.slice(0, 2)), pins };
   };
 }

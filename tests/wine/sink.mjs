@@ -20,18 +20,18 @@ import { BlobService, errorBody } from './blob_service.mjs';
  */
 
 class Sink {
+  /** One entry a request, in the order of arrival; its fields are filled as the request goes on. */
+  requests = [];
+  rawSockets = new Map();
+
   constructor({ leaf, plan = () => ({}), account }) {
     this.service = new BlobService(account);
     this.plan = plan;
-    /** One entry a request, in the order of arrival; its fields are filled as the request goes on. */
-    this.requests = [];
-    this.rawSockets = new Map();
     this.server = createServer({ key: leaf.key, cert: leaf.cert });
     Object.assign(this.server, { requestTimeout: 0, headersTimeout: 0, keepAliveTimeout: 0 });
     this.server.on('connection', (socket) => {
       this.rawSockets.set(socket.remotePort, socket);
-      socket.once('close', () => this.rawSockets.delete(socket.remotePort));
-      socket.on('error', () => {});
+      socket.once('close', () => this.rawSockets.delete(socket.remotePort)).on('error', () => {});
     });
     this.server.on('clientError', (error, socket) => socket.destroy());
     this.server.on('request', (request, response) => this.#serve(request, response).catch((error) => {
@@ -48,16 +48,7 @@ class Sink {
   /** Closes every connection and the port. */
   async stop() {
     for (const socket of this.rawSockets.values()) socket.destroy();
-    this.server.close();
-    await once(this.server, 'close');
-  }
-
-  #record({ method, url, headers }) {
-    const [path, queryText = ''] = url.replace(/^https?:\/\/[^/?]*/, '').split(/\?(.*)/s);
-    const entry = { method, path, queryText, query: new URLSearchParams(queryText), headers,
-      bytes: 0, complete: false, startedAt: Date.now(), endedAt: null };
-    this.requests.push(entry);
-    return entry;
+    await once(this.server.close(), 'close');
   }
 
   #reset(socket) {
@@ -66,28 +57,24 @@ class Sink {
   }
 
   async #serve(request, response) {
-    request.on('error', () => {});
-    response.on('error', () => {});
-    const entry = this.#record(request);
-    const behaviour = this.plan(entry, this.requests.length - 1) ?? {};
+    for (const stream of [request, response]) stream.on('error', () => {});
+    const { method, url, headers } = request;
+    // Wine names the server to it, too, when it comes through a proxy.
+    const [path, queryText = ''] = url.replace(/^https:\/\/[^/?]*/, '').split(/\?(.*)/s);
+    const entry = { method, path, queryText, query: new URLSearchParams(queryText), headers,
+      bytes: 0, complete: false, startedAt: Date.now(), endedAt: null };
+    const behaviour = this.plan(entry, this.requests.push(entry) - 1) ?? {};
     const verdict = this.service.judge(entry);
-    if (behaviour.early) return this.#answerEarly(request, response, entry, behaviour, verdict);
-    const hash = verdict.operation && this.service.digestFor(verdict.operation, entry.path);
-    if (!(await this.#read(request, entry, behaviour, hash))) return;
-    if (verdict.operation && !behaviour.status) this.service.store(verdict.operation, entry.path, entry.bytes, hash);
+    if (behaviour.early) await this.#answer(response, behaviour, verdict);
+    if (behaviour.early && behaviour.early !== 'keep') {
+      await sleep(50);
+      return behaviour.early === 'reset' ? this.#reset(request.socket) : request.socket.destroy();
+    }
+    const hash = verdict.operation && this.service.digestFor(verdict.operation, path);
+    if (!(await this.#read(request, entry, behaviour, hash)) || behaviour.early) return;
+    if (verdict.operation && !behaviour.status) this.service.store(verdict.operation, path, entry.bytes, hash);
     if (behaviour.lateMs) await sleep(behaviour.lateMs);
     if (!behaviour.silent) await this.#answer(response, behaviour, verdict);
-  }
-
-  async #answerEarly(request, response, entry, behaviour, verdict) {
-    await this.#answer(response, behaviour, verdict);
-    if (behaviour.early === 'keep') {
-      for await (const chunk of request) entry.bytes += chunk.length;
-      return;
-    }
-    await sleep(50);
-    if (behaviour.early === 'reset') this.#reset(request.socket);
-    else request.socket.destroy();
   }
 
   // True when the whole body has come.
@@ -133,7 +120,6 @@ class Sink {
  */
 export async function startSink(options) {
   const sink = new Sink(options);
-  sink.server.listen(0, '127.0.0.1');
-  await once(sink.server, 'listening');
+  await once(sink.server.listen(0, '127.0.0.1'), 'listening');
   return sink;
 }

@@ -25,7 +25,7 @@ struct PropertyBagTest : testing::Test {
 TEST_F(PropertyBagTest, LooksUpByNameInAnyCaseAndFindsTheFirst) {
   bag_.add(L"Name", L"first");
   bag_.add(L"NAME", L"second");
-  bag_.addBag(L"Nest", PropertyBag(), false);
+  bag_.addBag(L"Nest", bag_, true);
   EXPECT_EQ(bag_.get(L"name").str() + bag_.get(L"nest", L" a bag").str(), L"first a bag");
   EXPECT_TRUE(bag_.isBag(L"NEST") && !bag_.isBag(L"name") && !bag_.isBag(L"missing"));
   bag_.set(L"nAME", L"third");

@@ -1,5 +1,5 @@
 // https_client get URL | putfile URL FILE, then any of
-//   --revocation --ignore-name --ignore-all --plain-http --pin TEXT --pac URL --user NAME --password TEXT
+//   --revocation --ignore-name --ignore-all --plain-http --pin=TEXT --pac=URL --user=NAME --password=TEXT
 // runs one request as the program would, for tests of requests that the shipped program never makes. It logs where the
 // program does and prints one line of JSON: "ok" is what the operation returned, "bytes" the length of the response
 // body. --pin may come several times. The exit code is 0 when the request was run, whatever came of it, otherwise 1.
@@ -20,37 +20,24 @@
 
 namespace {
 
-void configure(WinHttpRequest& request, const std::vector<std::wstring>& options) {
-  std::wstring user, password;
-  const std::map<std::wstring, std::function<void()>> switches = {
-      {L"--revocation", [&] { request.enableRevocationCheck(); }},
-      {L"--ignore-name", [&] { request.ignoreCertNameMismatch(); }},
-      {L"--ignore-all", [&] { request.ignoreCertErrors(); }},
-      {L"--plain-http", [&] { request.allowPlainHttp(); }},
-  };
-  const std::map<std::wstring, std::function<void(const std::wstring&)>> values = {
-      {L"--pin", [&](const std::wstring& text) { request.addThumbprint(native::narrow(text)); }},
-      {L"--pac", [&](const std::wstring& url) { request.setPacUrl(url); }},
-      {L"--user", [&](const std::wstring& text) { user = text; }},
-      {L"--password", [&](const std::wstring& text) { password = text; }},
-  };
-  for (std::size_t i = 0; i < options.size(); ++i) {
-    if (switches.contains(options[i])) {
-      switches.at(options[i])();
-    } else {
-      values.at(options[i])(options.at(i + 1));
-      ++i;
-    }
-  }
-  if (!user.empty() || !password.empty()) {
-    request.setProxyCredentials(user, password);
-  }
-}
-
 void perform(const std::vector<std::wstring>& arguments) {
   const auto request = WinHttpRequest::create();
+  std::wstring user;
+  const std::map<std::wstring, std::function<void(const std::wstring&)>> options = {
+      {L"--revocation", [&](const auto&) { request->enableRevocationCheck(); }},
+      {L"--ignore-name", [&](const auto&) { request->ignoreCertNameMismatch(); }},
+      {L"--ignore-all", [&](const auto&) { request->ignoreCertErrors(); }},
+      {L"--plain-http", [&](const auto&) { request->allowPlainHttp(); }},
+      {L"--pin", [&](const auto& text) { request->addThumbprint(native::narrow(text)); }},
+      {L"--pac", [&](const auto& url) { request->setPacUrl(url); }},
+      {L"--user", [&](const auto& name) { user = name; }},
+      {L"--password", [&](const auto& text) { request->setProxyCredentials(user, text); }},
+  };
   const bool gets = arguments.at(0) == L"get";
-  configure(*request, {arguments.begin() + (gets ? 2 : 3), arguments.end()});
+  for (auto option = arguments.begin() + (gets ? 2 : 3); option != arguments.end(); ++option) {
+    const std::size_t equals = option->find(L'=');
+    options.at(option->substr(0, equals))(equals == option->npos ? L"" : option->substr(equals + 1));
+  }
   const std::string url = native::narrow(arguments.at(1));
   std::string response;
   const bool ok = gets ? request->get(url, response)

@@ -8,8 +8,6 @@ namespace check {
 /// One result in the Test Anything Protocol, "ok 3 - registry: text" or "not ok 3 - ...".
 void that(bool passed, std::string_view name);
 
-void certificates();  ///< certificates and policies
-void crash();         ///< failures that are thrown on, dumps, stacks; works in the current folder
-void storage();       ///< files, registry, security, the search for DLLs; works in the current folder
+void crash();  ///< failures that are thrown on, dumps, stacks; works in the current folder
 
 }  // namespace check
