@@ -1,5 +1,6 @@
 #include <thread>
 
+#include "http/event_queue.h"
 #include "http/exchange_handles.h"
 #include "platform/winhttp.h"
 #include "tests/unit/http/http_test.h"
@@ -22,7 +23,7 @@ TEST(CancelTest, CancelThatSeesNoEndOrHasNoEvent) {
   EXPECT_EQ(world.completions, 0);
 }
 
-TEST(CancelTest, HandlesCloseAfterTheLastCall) {
+TEST(CancelTest, HandlesCloseAfterTheLastCallAndClosingComesLast) {
   World world;
   const auto closes = [&] { return world.windows.faults.callCount("WinHttpCloseHandle"); };
   const auto open = [&] { return world.windows.winHttp.WinHttpOpen(L"agent", 4, L"", L"", 1u << 28); };
@@ -40,6 +41,12 @@ TEST(CancelTest, HandlesCloseAfterTheLastCall) {
   handles.closeNow(ExchangeHandles::Outcome::kFinished);
   EXPECT_EQ(handles.settle(), ExchangeHandles::Outcome::kCancelled) << "the first decides";
   EXPECT_EQ(handles.settle(), std::nullopt) << "settled once";
+
+  EventQueue queue;
+  CallbackEvent event;
+  EXPECT_TRUE(queue.push({1, 10, 0}) && !queue.pushClosing()) << "somebody drains already";
+  EXPECT_TRUE(queue.pop(event) && event.status == 1) << "before the closing";
+  EXPECT_TRUE(queue.pop(event) && event.status == platform::kStatusHandleClosing);
 }
 
 TEST(CancelTest, RacesWithTheExchangeEndEitherWay) {

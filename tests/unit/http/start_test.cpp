@@ -90,6 +90,7 @@ TEST(StartTest, TargetsAndTimeouts) {
   EXPECT_EQ(timeouts.forPlatform(), (Platform{858993400, 1717986800, 858993400, 858993400}));
   timeouts.setMilliseconds({1, 0, 7, 4294967287U});  // the sum just fits
   EXPECT_THROW(timeouts.setMilliseconds({1, 0, 8, 4294967287U}), CORE::coreException);
+  EXPECT_THROW(timeouts.setSeconds({4294967, 1, 0, 0}), CORE::coreException);
   EXPECT_EQ(timeouts.total(), 0xFFFFFFFFU) << "what does not fit changes nothing";
   EXPECT_EQ(timeouts.forPlatform(), (Platform{1, 0, 7, -9}));
 }

@@ -37,8 +37,6 @@ TEST(SystemProxyTest, TheFirstSourceWithAProxyWins) {
       {L"gone,b,c,m,i,w", L"via b|",
        L"ResolvePacUrl(): Unable to find proxy with given pac file: 0x2f87 (WinHTTP message 12167.)|"
        L"ChooseProxyServer(): Found proxy via WPAD PAC URL: via b"},
-      {L",b,c,m,i,w", L"via c|", L"DetectWpad(): WinHttpDetectAutoProxyConfigUrl failed: WinHTTP message 5.",
-       "WinHttpDetectAutoProxyConfigUrl"},
       {L"direct,gone,c,m,i,w", L"via c|",
        L"ResolvePacUrl(): Ran PAC file. Proxy access type: 1|"
        L"Attempting to find a proxy for target https://h/c/b.zip?sv=1 using PAC Url: c|"
@@ -68,6 +66,11 @@ TEST(SystemProxyTest, TheFirstSourceWithAProxyWins) {
     EXPECT_EQ(choose(world, row.sources), row.result) << row.sources;
     EXPECT_TRUE(world.tells(row.lines)) << world.log.text();
   }
+  World world;
+  using Entries = std::vector<std::wstring>;
+  EXPECT_EQ(SystemProxy::ExtractAllWinHTTPProxies(L"h.example", L"http=a https=b"), Entries({L"http://b"}));
+  EXPECT_EQ(SystemProxy::ExtractAllWinHTTPProxies(L"HTTPS://h", L"https=a b"), Entries({L"http://b"})) << "exact";
+  EXPECT_EQ(SystemProxy::ExtractAllWinHTTPProxies(L"https://h h", L"b"), Entries());
 }
 
 }  // namespace

@@ -117,7 +117,9 @@ const Situation kSituations[] = {
      L"Manual CRL check is disabled by killswitch|Performing automatic CRL check|matched all live certs"},
     {"private root, pin of the root", kReaches, 3, kAsks | kPrivateRoot,
      L"Performing manual CRL check|thumbprintMatch(): Server Thumbprint: |Matched thumbprint: ",
-     [](W& w) { w.pin("another"), w.pin("root"); }},
+     [](W& w) {
+       w.request->setThumbprints({"AB:01", w.pinOf("root")});
+     }},
     {"private root, killswitch", kStops, 1, kAsks | kPrivateRoot | kKillswitch,
      L"Revocation check failed. Status: 0x20 Info: 0x0", [](W& w) { w.pin("root"); }},
     {"private root, lower-case pin", kNeverReaches, 2, kAsks | kPrivateRoot,
@@ -227,7 +229,6 @@ TEST(TrustTest, WhatTheProbeTakesAlongAndWhatChainsCost) {
   EXPECT_EQ(world.windows.certificates.serverNames(), std::vector<std::wstring>({L"host.example"}));
 }
 
-// WinHTTP itself refuses most of these before anybody asks.
 TEST(TrustTest, EveryPolicyStatus) {
   const std::vector<sim::CertificateSpec> certificates = {{"leaf"}, {"root"}};
   const std::tuple<sim::ServerChain, bool, const wchar_t*> rows[] = {
@@ -250,12 +251,21 @@ TEST(TrustTest, EveryPolicyStatus) {
 }
 
 // URLs, thumbprints and CRLs of any chain: see the fuzz target.
-TEST(CertificatesTest, AllOfAChainOrNone) {
+TEST(CertificatesTest, WhatIsMissingFailsClosed) {
   World world;
-  const auto chain = world.windows.certificates.chainOf({{{"leaf"}, {"root"}}});
-  EXPECT_EQ(Certs::ExtractCertificatesFromChain(chain.get(), true).size(), 2U);
+  auto& certificates = world.windows.certificates;
+  const auto chain = certificates.chainOf({{{"leaf"}, {"root"}}});
+  std::uint32_t status = 9;
   world.windows.faults.failNth("CertDuplicateCertificateContext", 2, 5);
-  EXPECT_TRUE(Certs::ExtractCertificatesFromChain(chain.get(), true).empty());
+  EXPECT_TRUE(Certs::ExtractCertificatesFromChain(chain.get(), true).empty()) << "all of them, or none";
+  EXPECT_TRUE(Certs::ExtractCertificatesFromChain(certificates.chainOf({}).get(), true).empty());
+  EXPECT_TRUE(Certs::ExtractCertificatesFromChain(nullptr, true).empty());
+  EXPECT_TRUE(Certs::ExtractCrlUrlsFromCert(nullptr).empty());
+  EXPECT_TRUE(Certs::ExtractCrlUrlsFromChain(nullptr).empty());
+  EXPECT_TRUE(Certs::IsCRLExpired(nullptr));
+  EXPECT_TRUE(Certs::IsCertificateRevoked(nullptr, nullptr));
+  EXPECT_FALSE(Certs::VerifyCertChain(nullptr, status, false, false));
+  EXPECT_FALSE(Certs::VerifyCertRevocation({}, nullptr, status, status));
 }
 
 // The digest of "abc": FIPS 180-2, appendix B.1.
@@ -265,6 +275,10 @@ TEST(CertificatesTest, PinsOfCertificatesInPem) {
   const auto abc = Certs::ConvertPEMToCertCtx(pem);
   EXPECT_EQ(Certs::GetThumbprint(abc.get()),
             "BA:78:16:BF:8F:01:CF:EA:41:41:40:DE:5D:AE:22:23:B0:03:61:A3:96:17:7A:9C:B4:10:FF:61:F2:00:15:AD");
+  for (const std::size_t nth : {1u, 2u}) {
+    world.windows.faults.failNth("CryptStringToBinaryA", nth, 5);
+    EXPECT_FALSE(Certs::ConvertPEMToCertCtx(pem));
+  }
   world.windows.faults.failNth("BCryptFinishHash", 1, 5);
   world.request->setThumbprintsFromCerts({abc.get(), nullptr, abc.get()});
   EXPECT_EQ(world.log.count(L"GetThumbprints(): Unable to generate hash for certificate:"), 2U);

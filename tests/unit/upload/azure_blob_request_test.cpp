@@ -51,12 +51,11 @@ TEST(AzureBlobRequest, SignsTheWholeRequest) {
   EXPECT_EQ(world.log.count(L"YW55IDY0") + world.log.count(L"any 64 byte"), 0U) << "the key is never logged";
 }
 
-TEST(AzureBlobRequest, DatesAndAccounts) {
-  using namespace StorageSigning;
+TEST(AzureBlobRequest, Dates) {
+  using StorageSigning::dateText;
   EXPECT_EQ(dateText({2028, 12, 0, 31, 23, 59, 59, 999}), "Sun, 31 Dec 2028 23:59:59 GMT");
   EXPECT_EQ(dateText({800, 0, 9, 9, 1, 2, 3, 0}), "Sat, 09 Jan 800 01:02:03 GMT") << "never out of the tables";
   EXPECT_EQ(dateText({2026, 13, 1, 1, 0, 0, 0, 0}), "Mon, 01 Dec 2026 00:00:00 GMT");
-  EXPECT_EQ(accountName(L".x", L"", false) + accountName(L"h", L"", true), "");
 }
 
 }  // namespace

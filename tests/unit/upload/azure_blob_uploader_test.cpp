@@ -32,9 +32,9 @@ sim::HttpReply answer(std::uint32_t status, const std::string& body = {}, bool h
 const sim::HttpReply kHeld = answer(201, "", true);
 
 /// A blob service, and the checks that hold after every upload.
-class UploaderTest : public ::testing::Test, protected World {
+class UploadFixture : public ::testing::Test, protected World {
  protected:
-  UploaderTest() {
+  UploadFixture() {
     windows.winHttp.storeBodyUpTo = 0;
     windows.winHttp.lateDelay = std::chrono::milliseconds(1);
   }
@@ -103,7 +103,7 @@ void expectRequest(const sim::HttpExchange& got, const std::string& blobType, st
   EXPECT_EQ(got.bodySha256, digest.hex()) << "at " << offset;
 }
 
-TEST_F(UploaderTest, PutBlobAndAppendBlocksInEveryDelivery) {
+TEST_F(UploadFixture, PutBlobAndAppendBlocksInEveryDelivery) {
   for (const sim::Delivery delivery : kDeliveries) {
     windows.winHttp.delivery = delivery;
     for (const std::uint64_t size : {0 * kMiB, kBlock + 1, delivery == sim::Delivery::kMixed ? kPutBlobLimit : 1}) {
@@ -137,7 +137,7 @@ TEST_F(UploaderTest, PutBlobAndAppendBlocksInEveryDelivery) {
   }
 }
 
-TEST_F(UploaderTest, RefusedAndThrowingStartsLeaveTheUploaderUsable) {
+TEST_F(UploadFixture, RefusedAndThrowingStartsLeaveTheUploaderUsable) {
   prepare(209'715'250'000);
   EXPECT_FALSE(uploader->uploadFile(kPath, kBlobUrl, "", nullptr));
   EXPECT_FALSE(upload());
@@ -157,7 +157,7 @@ TEST_F(UploaderTest, RefusedAndThrowingStartsLeaveTheUploaderUsable) {
   expectEnd(kSucceeded, 1);
 }
 
-TEST_F(UploaderTest, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
+TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
   const std::wstring put = L"AzureBlobUploader::AzurePutBlobRequestCb(): Error headers: ";
   const std::wstring append = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
   const Errors changed = {append + L"File stream no longer valid"};
@@ -214,7 +214,7 @@ TEST_F(UploaderTest, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
   }
 }
 
-TEST_F(UploaderTest, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) {
+TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) {
   const std::tuple<std::uint64_t, std::size_t, Outcomes> rows[] = {
       {1, 0, kFailed}, {kAppended, 0, kNothing}, {kAppended, 3, kNothing}};
   for (int n = 0; n < 6; ++n) {
@@ -244,7 +244,7 @@ TEST_F(UploaderTest, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) {
   before = "1 event, 3 file";  // WinHTTP may still use what the request lent it: it is never freed
 }
 
-TEST_F(UploaderTest, CompletionThatLetsGoOrThrows) {
+TEST_F(UploadFixture, CompletionThatLetsGoOrThrows) {
   for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
     for (const bool append : {false, true}) {
       windows.winHttp.delivery = delivery;
@@ -263,7 +263,7 @@ TEST_F(UploaderTest, CompletionThatLetsGoOrThrows) {
   }
 }
 
-TEST_F(UploaderTest, ExceptionWhileARequestIsBeingStarted) {
+TEST_F(UploadFixture, ExceptionWhileARequestIsBeingStarted) {
   for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
     windows.winHttp.delivery = delivery;
     prepare(kAppended);
