@@ -1,6 +1,8 @@
 #include <fuzzer/FuzzedDataProvider.h>
+#include <openssl/evp.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 
 #include "core/convert.h"
@@ -58,11 +60,11 @@ void addCertificate(FuzzedDataProvider& input, std::size_t number, World& world)
 }
 
 std::string thumbprintByPeer(const std::string& der) {
-  sim::Sha256 hash;
-  hash.add(std::as_bytes(std::span(der)));
+  std::array<unsigned char, 32> digest{};
+  EVP_Digest(der.data(), der.size(), digest.data(), nullptr, EVP_sha256(), nullptr);
   std::string text;
-  for (const int digit : hash.hex()) {
-    text += (text.size() % 3 == 2 ? ":" : "") + std::string(1, static_cast<char>(std::toupper(digit)));
+  for (const unsigned char value : digest) {
+    text += (text.empty() ? "" : ":") + std::string{"0123456789ABCDEF"[value >> 4], "0123456789ABCDEF"[value & 15]};
   }
   return text;
 }

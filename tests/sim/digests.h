@@ -1,22 +1,12 @@
 #pragma once
 
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
 #include "platform/digests.h"
 #include "tests/sim/kernel.h"
 
-struct evp_md_ctx_st;
-
 namespace sim {
-
-/// The SHA-256 of some bytes in lower-case hexadecimal, fed in pieces.
-class Sha256 {
- public:
-  Sha256();
-  void add(std::span<const std::byte> data);
-  std::string hex() const;
-
- private:
-  std::unique_ptr<evp_md_ctx_st, void (*)(evp_md_ctx_st*)> context_;
-};
 
 /// "SHA256" and "MD5", plain or keyed, computed by OpenSSL. The hash object that the program lends is touched whenever
 /// the platform would, so that the sanitizers see one that is freed too early.
@@ -98,7 +88,17 @@ class Digests : public platform::Digests {
 
   /// NTSTATUS of a failure has the two top bits set.
   static NtStatus ntStatus(Status status) { return status.ok ? 0 : static_cast<NtStatus>(status.error | 0xC0000000); }
-  static void compute(const Hash& hash, std::span<std::byte> digest);
+  static void compute(const Hash& hash, std::span<std::byte> digest) {
+    const EVP_MD* const algorithm = hash.provider.md5 ? EVP_md5() : EVP_sha256();
+    const auto* const data = reinterpret_cast<const unsigned char*>(hash.data.data());
+    auto* const out = reinterpret_cast<unsigned char*>(digest.data());
+    if (hash.provider.keyed) {
+      const void* const key = hash.key.empty() ? "" : static_cast<const void*>(hash.key.data());  // null: no key
+      HMAC(algorithm, key, static_cast<int>(hash.key.size()), data, hash.data.size(), out, nullptr);
+    } else {
+      EVP_Digest(data, hash.data.size(), out, nullptr, algorithm, nullptr);
+    }
+  }
 
   Kernel& kernel_;
 };

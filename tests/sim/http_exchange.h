@@ -24,8 +24,7 @@ struct HttpExchange {
   std::uint32_t totalLength = 0;
   std::vector<std::uint64_t> writes;  ///< sizes of the WinHttpWriteData calls
   std::uint64_t bodySize = 0;         ///< bytes that arrived
-  std::string bodySha256;             ///< lower-case hexadecimal, once the body is complete
-  std::string body;                   ///< stored up to WinHttp::storeBodyUpTo bytes, otherwise empty
+  std::string body;                   ///< its first bytes, up to WinHttp::storeBodyUpTo
   bool sent = false;                  ///< WinHttpSendRequest succeeded
   bool reached = false;               ///< its headers have left for the server
   bool closed = false;                ///< the program closed the request handle

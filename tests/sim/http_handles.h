@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "tests/sim/digests.h"
 #include "tests/sim/winhttp.h"
 
 namespace sim {
@@ -29,12 +28,11 @@ struct HttpPending {
   std::span<const std::byte> data;
 };
 
-/// A request and its way through the call-backs. Under the kernel's mutex, but for `hash` and `reply`, which belong to
-/// the thread that completes the call in flight.
+/// A request and its way through the call-backs. Under the kernel's mutex, but for `reply`, which belongs to the thread
+/// that completes the call in flight.
 struct HttpRequestHandle : HttpHandle {
   const char* kind() const override { return "WinHTTP request"; }
 
-  Sha256 hash;
   std::optional<HttpReply> reply;
 
   std::optional<ServerChain> shown;    ///< by the server, once the handshake is done

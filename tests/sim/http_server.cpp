@@ -130,21 +130,14 @@ void WinHttp::askServer(HttpRequestHandle& request, bool whole) {
 }
 
 void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> data) {
-  request.hash.add(data);
   Guard guard(kernel_.mutex);
   HttpExchange& known = request.known;
   known.bodySize += data.size();
-  if (known.bodySize <= storeBodyUpTo) {
-    known.body.append(reinterpret_cast<const char*>(data.data()), data.size());
-  } else {
-    known.body.clear();
-  }
-  if (known.bodySize == known.totalLength && known.bodySha256.empty()) {
-    known.bodySha256 = request.hash.hex();
+  const auto kept = std::min<std::uint64_t>(data.size(), storeBodyUpTo - known.body.size());
+  known.body.append(reinterpret_cast<const char*>(data.data()), static_cast<std::size_t>(kept));
+  if (known.bodySize == known.totalLength && !request.reply) {
     guard.unlock();
-    if (!request.reply) {
-      askServer(request, true);
-    }
+    askServer(request, true);
   }
 }
 

@@ -14,6 +14,7 @@ namespace {
 constexpr std::uint64_t kPutBlobLimit = 256 * kMiB;
 constexpr std::uint64_t kBlock = 4 * kMiB;
 constexpr std::uint64_t kAppended = kPutBlobLimit + 1;  ///< 66 requests: one that creates, 65 blocks
+constexpr std::uint64_t kStored = 100;                  ///< bytes of each body that are compared
 constexpr const char* kBlobUrl = "https://acct.blob.example/c/b.zip?sv=1&sig=x%2F";
 
 using Replies = std::map<std::size_t, sim::HttpReply>;
@@ -35,7 +36,7 @@ const sim::HttpReply kHeld = answer(201, "", true);
 class UploadFixture : public ::testing::Test, protected World {
  protected:
   UploadFixture() {
-    windows.winHttp.storeBodyUpTo = 0;
+    windows.winHttp.storeBodyUpTo = kStored;
     windows.winHttp.lateDelay = std::chrono::milliseconds(1);
   }
 
@@ -96,11 +97,10 @@ void expectRequest(const sim::HttpExchange& got, const std::string& blobType, st
   EXPECT_EQ(got.header("x-ms-blob-type"), blobType);
   EXPECT_EQ(got.header("Content-Type"), "application/zip");
   EXPECT_EQ(got.header("Content-Length"), size == 0 ? "" : std::to_string(size));
-  std::vector<std::byte> body(static_cast<std::size_t>(size));
-  std::generate(body.begin(), body.end(), [at = offset]() mutable { return sim::Files::sparseByte(at++); });
-  sim::Sha256 digest;
-  digest.add(body);
-  EXPECT_EQ(got.bodySha256, digest.hex()) << "at " << offset;
+  EXPECT_EQ(got.bodySize, size);
+  for (std::uint64_t at = 0; at < std::min<std::uint64_t>(size, kStored); ++at) {
+    ASSERT_EQ(std::byte(got.body.at(at)), sim::Files::sparseByte(offset + at)) << offset << " + " << at;
+  }
 }
 
 TEST_F(UploadFixture, PutBlobAndAppendBlocksInEveryDelivery) {
