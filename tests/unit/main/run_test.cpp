@@ -77,7 +77,7 @@ TEST(Run, EndsBeforeTheCollection) {
       {0, called(L"--=https://h/b"), taken(L"https://h/b")},  // the empty name is a prefix of the only one
       {3, called(L"-=https://h/b"), badArgument(L"-=https://h/b"), unknown + "-=https://h/b'\n"},
       {0, called(L"-url x --url https://h/b\u00E4"), taken(L"https://h/b\u00E4")},
-      {0, called(L"stray -url=https://h/b more"), taken(L"https://h/b")},
+      {0, called(L"stray -url=https://h/b -- -more"), taken(L"https://h/b")},
       {3, called(L"-url"), badArgument(L"-url"), "mdDCT.exe: option '-url' requires an argument\n"},
       {3, called(L"-url https://h/b - -URL y"), badArgument(L"-URL"), unknown + "-URL'\n"},
       {3, called(L"---url=https://h/b"), badArgument(L"---url=https://h/b"), unknown + "---url=https://h/b'\n"},
