@@ -22,7 +22,6 @@ function(mddct_tests folder library)
   gtest_discover_tests(${folder}_tests TEST_PREFIX ${folder}. DISCOVERY_TIMEOUT 60 PROPERTIES TIMEOUT 300)
 endfunction()
 
-mddct_tests(platform mddct_core)
 mddct_tests(core mddct_core)
 mddct_tests(digest mddct_digest)
 mddct_tests(http mddct_http)

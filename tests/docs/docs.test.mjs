@@ -1,10 +1,23 @@
 // The guide and the policy templates against the code, in both directions; the version; the bill of materials.
 import assert from 'node:assert/strict';
+import { createRequire } from 'node:module';
 import { describe, it } from 'node:test';
 import { document } from '../../scripts/release/sbom.mjs';
 import { exitCodes, knownReaders, legacyKey, literals, logDefaults, logTexts, read, readers, resultTexts, settings,
   version } from './source.mjs';
-import { parseXml } from './xml.mjs';
+
+const require = createRequire(new URL('../../scripts/wine/package.json', import.meta.url));
+const { XMLParser, XMLValidator } = require('fast-xml-parser');
+
+/** The root element: {name, attributes, children}. @throws for what is not well-formed. */
+function parseXml(source) {
+  assert.equal(XMLValidator.validate(source), true);
+  const parser = new XMLParser({ preserveOrder: true, ignoreAttributes: false, attributeNamePrefix: '',
+    ignoreDeclaration: true });
+  const elementsIn = (nodes) => nodes.filter((node) => !('#text' in node)).map(({ ':@': attributes = {}, ...node }) => (
+    { name: Object.keys(node)[0], attributes, children: elementsIn(Object.values(node)[0]) }));
+  return elementsIn(parser.parse(source))[0];
+}
 
 const sorted = (values) => [...values].sort();
 const kWhole = 'HKLM\\SYSTEM\\';
