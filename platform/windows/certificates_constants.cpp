@@ -1,5 +1,5 @@
 // The neutral constants and layouts of the certificates against the platform's own. CERT_CHAIN_POLICY_SSL is a pointer
-// made from a number, which no static_assert can read: platform_check sees that policy answer.
+// made from a number, which no static_assert can read: platform_check compares the two.
 
 #include <string_view>
 

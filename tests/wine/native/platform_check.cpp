@@ -4,6 +4,9 @@
 
 #include <windows.h>
 
+// After windows.h, which it needs.
+#include <wincrypt.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -36,14 +39,17 @@ void digests() {
   that(text == "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843", "digests: HMAC-SHA-256");
 }
 
-void encodings() {
+void certificates() {
   std::array<char, 4> text{};
   const auto bytes = std::as_writable_bytes(std::span(text));
   for (const std::string_view given : {"YWJj", "-----BEGIN X-----\r\nYWJj\r\n-----END X-----"}) {
     const auto size =
         platform::current().certificates.CryptStringToBinaryA(given, platform::kCryptStringBase64Any, bytes);
-    that(size.value == 3 && std::string_view(text.data(), 3) == "abc", "encodings: " + std::string(given, 0, 10));
+    that(size.value == 3 && std::string_view(text.data(), 3) == "abc",
+         "certificates: decoded " + std::string(given, 0, 10));
   }
+  that(reinterpret_cast<std::uintptr_t>(CERT_CHAIN_POLICY_SSL) == platform::kChainPolicySsl,
+       "certificates: the number of the SSL policy");
 }
 
 void files() {
@@ -134,7 +140,7 @@ void that(bool passed, std::string_view name) {
 int main() {
   platform::install(&platform::windowsPlatform());
   std::filesystem::current_path(native::arguments().at(0));
-  for (const auto part : {check::digests, check::encodings, check::files, check::security, check::registry,
+  for (const auto part : {check::digests, check::certificates, check::files, check::security, check::registry,
                           check::system, check::crash}) {
     part();
   }
