@@ -49,6 +49,20 @@ TEST(CancelTest, HandlesCloseAfterTheLastCallAndClosingComesLast) {
   EXPECT_TRUE(queue.pop(event) && event.status == platform::kStatusHandleClosing);
 }
 
+TEST(CancelTest, ASynchronousCallComesBackAtOnce) {
+  World world;
+  std::jthread canceller;
+  world.windows.winHttp.onHeaders([&](const sim::HttpExchange&) -> std::optional<sim::HttpReply> {
+    canceller = std::jthread([&] { EXPECT_TRUE(world.request->cancelRequest()); });
+    while (!world.exchange().closed) {
+      std::this_thread::yield();
+    }
+    return std::nullopt;
+  });
+  EXPECT_FALSE(world.request->get(kUrl, world.body));
+  EXPECT_EQ(world.log.count(L"Waiting for http request"), 0U) << "not at its limit";
+}
+
 TEST(CancelTest, RacesWithTheExchangeEndEitherWay) {
   for (std::uint32_t round = 0; round < 60; ++round) {
     World world(sim::Delivery::kMixed);
