@@ -27,7 +27,7 @@ inline std::wstring lowerCase(std::wstring text) {
   return text;
 }
 
-/// Text services. Unless set otherwise, the system's message for 5 is "Message 5.\r\n" and that of winhttp.dll for
+/// Text services. The system's message for 5 is "Message 5.\r\n" and that of winhttp.dll for
 /// 12029 is "WinHTTP message 12029.\r\n".
 class Text : public platform::Text {
  public:
@@ -38,12 +38,11 @@ class Text : public platform::Text {
                      {L"systemroot", L"C:\\Windows"},
                      {L"temp", L"C:\\Windows\\Temp"}} {}
 
-  /// Of the system and of every module; empty: unknown (error 317).
-  void setMessage(ErrorCode code, const std::wstring& text) {
+  /// Neither the system nor a module has a message for it (error 317).
+  void setUnknown(ErrorCode code) {
     const Guard guard(kernel_.mutex);
-    messages_[code] = text;
+    unknown_.insert(code);
   }
-  void setUnknown(ErrorCode code) { setMessage(code, L""); }
   void setVariable(const std::wstring& name, const std::wstring& value) {
     const Guard guard(kernel_.mutex);
     environment_[lowerCase(name)] = value;
@@ -73,9 +72,8 @@ class Text : public platform::Text {
                                        std::span<wchar_t> buffer) override {
     return kernel_.call(__func__, [&] {
       const bool fromModule = (flags & kFormatMessageFromModule) != 0 && module != nullptr;
-      const std::wstring usual = (fromModule ? L"WinHTTP message " : L"Message ") + std::to_wstring(code) + L".\r\n";
-      const std::wstring text = messages_.contains(code) ? messages_[code] : usual;
-      refuseIf(text.empty(), kErrorMessageNotFound);
+      const std::wstring text = (fromModule ? L"WinHTTP message " : L"Message ") + std::to_wstring(code) + L".\r\n";
+      refuseIf(unknown_.contains(code), kErrorMessageNotFound);
       refuseIf(buffer.size() < text.size() + 1, kErrorInsufficientBuffer);
       return put(text, buffer);
     });
@@ -117,7 +115,7 @@ class Text : public platform::Text {
   }
 
   Kernel& kernel_;
-  std::map<ErrorCode, std::wstring> messages_;
+  std::set<ErrorCode> unknown_;
   std::map<std::wstring, std::wstring> environment_;  ///< names lower-cased
 };
 
