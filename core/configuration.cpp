@@ -20,7 +20,7 @@ namespace {
 using platform::RegistryRoot;
 
 // A value may grow between the call that asks for its size and the one that reads it.
-constexpr int kMostAttempts = 4;
+constexpr int kMaxAttempts = 4;
 
 /// A full name taken apart.
 struct ValueName {
@@ -59,7 +59,7 @@ std::optional<RawValue> readRaw(platform::NativeHandle key, const std::wstring& 
     return std::nullopt;
   }
   RawValue out;
-  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kMaxAttempts; ++attempt) {
     out.data.assign(info.value.size, std::byte{});
     const std::size_t room = out.data.size();
     info = registry.RegQueryValueExW(key, name, out.data);

@@ -9,6 +9,7 @@
 #include <exception>
 #include <string>
 
+#include "core/crash_reporter.h"
 #include "core/crash_settings.h"
 #include "core/error_text.h"
 #include "core/exception.h"
@@ -17,7 +18,6 @@
 #include "core/log_context.h"
 #include "core/logger.h"
 #include "core/minidump_file.h"
-#include "core/minidump_writer.h"
 #include "platform/crash.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
@@ -31,10 +31,10 @@ using platform::CrashInfo;
 // What the process ends with: STATUS_STACK_BUFFER_OVERRUN, the code of a fail-fast, which is no exit code of a run.
 constexpr std::uint32_t kFailFast = 0xC0000409;
 
-constexpr std::size_t kMostFrames = 64;
+constexpr std::size_t kMaxFrames = 64;
 
 // How long a second crash, and the end of the run, wait for the report of the first.
-constexpr std::chrono::seconds kPatience{30};
+constexpr std::chrono::seconds kReportTimeout{30};
 constexpr std::uint32_t kRest = 10;  // milliseconds
 
 void report(const CrashInfo* info) noexcept;
@@ -43,11 +43,12 @@ void report(const CrashInfo* info) noexcept;
 struct Handling {
   CrashSettings settings;
   bool settingsLoaded = false;
-  MinidumpWriter writer{report};
+  CrashReporter reporter{report};
   std::uint32_t runThread = 0;
-  std::atomic<std::uint32_t> turn{0};  ///< the thread whose crash is being handled; it keeps it when the process ends
-  std::atomic<std::uint32_t> reporter{0};  ///< the reporting thread, while it works
-  std::atomic<bool> canWalk{false};        ///< DbgHelp is there
+  std::atomic<std::uint32_t> handlingThread{
+      0};  ///< the thread whose crash is being handled; it keeps it when the process ends
+  std::atomic<std::uint32_t> reportingThread{0};  ///< the reporting thread, while it works
+  std::atomic<bool> canWalk{false};               ///< DbgHelp is there
   std::atomic<bool> dumpTried{false};
   std::atomic<bool> redirected{false};
   std::uint32_t code = 0;  ///< of the exception that is thrown on
@@ -64,14 +65,14 @@ Handling& made() {
 }
 
 /// Whether the calling thread may handle its crash: one at a time. Not when handling a crash has crashed.
-bool takeTurn(Handling& h, std::uint32_t thread) {
-  const auto limit = std::chrono::steady_clock::now() + kPatience;
+bool claimHandling(Handling& h, std::uint32_t thread) {
+  const auto limit = std::chrono::steady_clock::now() + kReportTimeout;
   do {
     std::uint32_t holder = 0;
-    if (h.turn.compare_exchange_strong(holder, thread)) {
+    if (h.handlingThread.compare_exchange_strong(holder, thread)) {
       return true;
     }
-    if (holder == thread || h.reporter.load() == thread) {
+    if (holder == thread || h.reportingThread.load() == thread) {
       return false;
     }
     platform::current().processes.Sleep(kRest);
@@ -83,7 +84,7 @@ bool takeTurn(Handling& h, std::uint32_t thread) {
 
 void logStack(const CrashInfo* info) {
   std::uint32_t number = 0;
-  for (const platform::StackFrame& frame : platform::current().crash.walkStack(info, kMostFrames)) {
+  for (const platform::StackFrame& frame : platform::current().crash.walkStack(info, kMaxFrames)) {
     log(kFatal, L"crashHandling::logStack(): %2u %s", number++, frame);
   }
 }
@@ -118,7 +119,7 @@ void attempt(const char* name, const Part& part) noexcept {
 /// Runs on the reporting thread. The log is flushed before the dump too, which may take long.
 void report(const CrashInfo* info) noexcept {
   Handling& h = *handling.load();
-  h.reporter.store(platform::current().processes.GetCurrentThreadId());
+  h.reportingThread.store(platform::current().processes.GetCurrentThreadId());
   setLogContext(L"crash");
   if (info != nullptr) {
     log(kFatal, L"crashHandling::onUnhandledException(): Structured exception 0x%x at 0x%p in thread %u", info->code,
@@ -132,7 +133,7 @@ void report(const CrashInfo* info) noexcept {
   corelogger::instance().flush();
   attempt("minidump", [&] { logDump(h, info, loaded); });
   corelogger::instance().flush();
-  h.reporter.store(0);
+  h.reportingThread.store(0);
 }
 
 // --- structured exceptions
@@ -154,17 +155,17 @@ bool isFailureOfCode(std::uint32_t code) {
 /// On the thread that failed, which logs nothing itself: it may have no stack left, or hold the log's locks.
 CrashAction onUnhandledException(const CrashInfo& info) {
   Handling& h = *handling.load();
-  if (!takeTurn(h, info.threadId)) {
+  if (!claimHandling(h, info.threadId)) {
     return CrashAction::kEndProcess;
   }
   // A report that is late may still read this thread's state, which must stay as it is until the process ends.
-  const bool reported = h.writer.perform(&info);
+  const bool reported = h.reporter.report(&info);
   if (!reported || info.threadId != h.runThread || !isFailureOfCode(info.code) || h.redirected.exchange(true)) {
     return CrashAction::kEndProcess;
   }
   h.code = info.code;
   h.address = info.address;
-  h.turn.store(0);
+  h.handlingThread.store(0);
   return CrashAction::kThrow;
 }
 
@@ -185,10 +186,10 @@ std::wstring unhandledText() {
 [[noreturn]] void onTerminate() noexcept {
   auto& processes = platform::current().processes;
   Handling* const h = handling.load();
-  if (h == nullptr || takeTurn(*h, processes.GetCurrentThreadId())) {
+  if (h == nullptr || claimHandling(*h, processes.GetCurrentThreadId())) {
     attempt("exception",
             [] { log(kFatal, L"crashHandling::onTerminate(): Unhandled exception: %s", unhandledText()); });
-    if (h != nullptr && h->writer.perform(nullptr) && h->canWalk.load()) {
+    if (h != nullptr && h->reporter.report(nullptr) && h->canWalk.load()) {
       attempt("stack", [] { logStack(nullptr); });
     }
     corelogger::instance().flush();
@@ -220,8 +221,8 @@ void crashHandling::install() noexcept {
     h.runThread = platform::current().processes.GetCurrentThreadId();
     h.redirected.store(false);
     h.dumpTried.store(false);
-    h.turn.store(0);
-    h.writer.start();
+    h.handlingThread.store(0);
+    h.reporter.start();
     platform::current().crash.SetUnhandledExceptionFilter(onUnhandledException, throwStructuredException);
   } catch (...) {
     // Out of memory: a structured exception ends the process as it does by default.
@@ -229,9 +230,9 @@ void crashHandling::install() noexcept {
 }
 
 void crashHandling::waitForReport() noexcept {
-  const auto limit = std::chrono::steady_clock::now() + kPatience;
+  const auto limit = std::chrono::steady_clock::now() + kReportTimeout;
   const Handling* const h = handling.load();
-  while (h != nullptr && h->turn.load() != 0 && std::chrono::steady_clock::now() < limit) {
+  while (h != nullptr && h->handlingThread.load() != 0 && std::chrono::steady_clock::now() < limit) {
     platform::current().processes.Sleep(kRest);
   }
 }

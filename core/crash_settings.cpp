@@ -13,7 +13,7 @@
 namespace CORE {
 namespace {
 
-constexpr std::uint32_t kMostDumps = 100;
+constexpr std::uint32_t kMaxDumps = 100;
 
 std::wstring readText(std::wstring_view valueName) {
   return readSetting(std::wstring(kProductKey).append(L"\\Dump\\").append(valueName), L"");
@@ -44,7 +44,7 @@ std::wstring readFolder() {
 CrashSettings CrashSettings::read() {
   return guardMemory([] {
     CrashSettings out;
-    out.dumpCount = std::min(readNumber(L"DumpCount", out.dumpCount), kMostDumps);
+    out.dumpCount = std::min(readNumber(L"DumpCount", out.dumpCount), kMaxDumps);
     out.dumpType = readNumber(L"DumpType", out.dumpType);
     out.dumpFolder = readFolder();
     return out;

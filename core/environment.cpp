@@ -7,7 +7,7 @@ namespace CORE {
 namespace {
 
 // The environment may change between the call that asks for the size and the one that expands.
-constexpr int kMostAttempts = 4;
+constexpr int kMaxAttempts = 4;
 
 }  // namespace
 
@@ -15,7 +15,7 @@ std::optional<std::wstring> expandEnvironment(const std::wstring& text) {
   platform::Text& service = platform::current().text;
   auto needed = service.ExpandEnvironmentStringsW(text, {});
   std::wstring buffer;
-  for (int attempt = 0; attempt < kMostAttempts && needed && needed.value != 0; ++attempt) {
+  for (int attempt = 0; attempt < kMaxAttempts && needed && needed.value != 0; ++attempt) {
     buffer.assign(needed.value, L'\0');
     needed = service.ExpandEnvironmentStringsW(text, buffer);
     if (needed && needed.value != 0 && needed.value <= buffer.size()) {

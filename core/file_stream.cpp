@@ -10,7 +10,7 @@
 namespace CORE {
 namespace {
 
-constexpr std::size_t kLargestRead = std::size_t{1} << 30;  // ReadFile counts in 32 bits
+constexpr std::size_t kMaxRead = std::size_t{1} << 30;  // ReadFile counts in 32 bits
 
 }  // namespace
 
@@ -28,7 +28,7 @@ std::size_t FileStream::read(std::span<std::byte> buffer) {
   std::size_t total = 0;
   while (good() && total < buffer.size()) {
     const auto rest = buffer.subspan(total);
-    const auto got = platform::current().files.ReadFile(file_.get(), rest.first(std::min(rest.size(), kLargestRead)));
+    const auto got = platform::current().files.ReadFile(file_.get(), rest.first(std::min(rest.size(), kMaxRead)));
     total += got ? got.value : 0;
     failed_ = !got || got.value == 0;
   }

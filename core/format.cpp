@@ -10,7 +10,7 @@ namespace {
 
 using detail::Conversion;
 
-constexpr std::size_t kMostDigitsOf64Bits = 20;
+constexpr std::size_t kMaxDigitsOf64Bits = 20;
 
 /// Longer formats are messages, for which room is made at once.
 constexpr std::size_t kShortFormat = 32;
@@ -123,7 +123,7 @@ class Expansion {
       prefix[1] = static_cast<C>(conversion.letter);
       prefixSize = 2;
     }
-    C digits[kMostDigitsOf64Bits];
+    C digits[kMaxDigitsOf64Bits];
     C* const end = std::end(digits);
     const View shown = digitsOf(conversion.letter, magnitude, end);
     putDigits(conversion, View(prefix, prefixSize), shown);

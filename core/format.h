@@ -8,7 +8,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "core/string.h"
+#include "core/corestring.h"
 
 namespace CORE {
 
@@ -100,7 +100,7 @@ struct Conversion {
   bool is64 = false;
   char letter = 0;  ///< 0: not a conversion of this product
   static constexpr std::size_t kNoPrecision = static_cast<std::size_t>(-1);
-  static constexpr std::size_t kMostDigits = 512;
+  static constexpr std::size_t kMaxDigits = 512;
 };
 
 /// Reads the conversion behind a "%"; `at` moves behind it.
@@ -125,8 +125,8 @@ constexpr Conversion readConversion(std::basic_string_view<C> text, std::size_t&
     value = 0;
     for (; at < text.size() && text[at] >= static_cast<C>('0') && text[at] <= static_cast<C>('9'); ++at) {
       value = value * 10 + static_cast<std::size_t>(text[at] - static_cast<C>('0'));
-      if (value > Conversion::kMostDigits) {
-        value = Conversion::kMostDigits;
+      if (value > Conversion::kMaxDigits) {
+        value = Conversion::kMaxDigits;
       }
     }
   };

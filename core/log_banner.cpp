@@ -12,12 +12,12 @@
 
 namespace CORE {
 
-std::string LogBanner::lines(LineMaker& maker, LogSeries::Opened opened, bool first) const {
+std::string LogBanner::lines(LineMaker& maker, LogRotation::Opened opened, bool first) const {
   std::string text;
   const auto add = [&](const std::wstring& message) { text += maker.line(makeLogRecord(kInfo, {}, message)); };
-  if (opened == LogSeries::Opened::kNew) {
+  if (opened == LogRotation::Opened::kNew) {
     add(format(L"Log for %s", program));
-  } else if (opened == LogSeries::Opened::kExisting) {
+  } else if (opened == LogRotation::Opened::kExisting) {
     add(L"Opening latest existing log file");
   }
   if (first) {

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "core/log_line.h"
-#include "core/log_series.h"
+#include "core/log_rotation.h"
 
 namespace CORE {
 
@@ -14,7 +14,7 @@ struct LogBanner {
   bool callerWrites = false;  ///< there is no writer thread
 
   /// The lines for a file that has just been opened so. \param first  the process has not written to it yet.
-  std::string lines(LineMaker& maker, LogSeries::Opened opened, bool first) const;
+  std::string lines(LineMaker& maker, LogRotation::Opened opened, bool first) const;
 
  private:
   std::wstring startedText(std::uint32_t processId) const;

@@ -8,7 +8,7 @@
 namespace CORE {
 namespace {
 
-constexpr std::uint32_t kTurnPatience = 1000;  // milliseconds
+constexpr std::uint32_t kMutexTimeout = 1000;  // milliseconds
 
 }  // namespace
 
@@ -18,9 +18,9 @@ platform::Status LogConsole::open() {
   if (!attached && attached.error != platform::kErrorAccessDenied) {  // that one: it has a console already
     return attached;
   }
-  auto turn = platform.objects.CreateMutexW(false, L"Local\\meridon_sysmessage_console");
-  if (!turn) {
-    return {false, turn.error};
+  auto mutex = platform.objects.CreateMutexW(false, L"Local\\meridon_sysmessage_console");
+  if (!mutex) {
+    return {false, mutex.error};
   }
   auto console =
       platform.files.CreateFileW(L"CONOUT$", platform::kGenericRead | platform::kGenericWrite, platform::kFileShareAll,
@@ -28,21 +28,21 @@ platform::Status LogConsole::open() {
   if (!console) {
     return {false, console.error};
   }
-  turn_ = std::move(turn.value);
+  mutex_ = std::move(mutex.value);
   console_ = std::move(console.value);
   return {true, platform::kErrorSuccess};
 }
 
 platform::Status LogConsole::write(const std::wstring& lines) {
   const platform::Platform& platform = platform::current();
-  const auto waited = platform.objects.WaitForSingleObject(turn_.get(), kTurnPatience);
+  const auto waited = platform.objects.WaitForSingleObject(mutex_.get(), kMutexTimeout);
   if (!waited) {
     console_.reset();
     return {false, waited.error};
   }
   if (waited.value != platform::kWaitTimeout) {  // else somebody sits on it: not worth a line
     platform.system.WriteConsoleW(console_.get(), lines);
-    platform.objects.ReleaseMutex(turn_.get());
+    platform.objects.ReleaseMutex(mutex_.get());
   }
   return {true, platform::kErrorSuccess};
 }

@@ -20,7 +20,7 @@ class LogConsole {
 
  private:
   platform::KernelHandle console_;
-  platform::KernelHandle turn_;
+  platform::KernelHandle mutex_;
 };
 
 }  // namespace CORE

@@ -16,11 +16,11 @@ constexpr wchar_t kReached[] = L"loggedThresholdReached";
 
 }  // namespace
 
-LogDiskGuard::Verdict LogDiskGuard::look(std::uint32_t ticks) {
-  if (!looked_ || ticks - lookedAt_ >= kInterval) {
-    const bool first = !looked_;
-    looked_ = true;
-    lookedAt_ = ticks;
+LogDiskGuard::Action LogDiskGuard::check(std::uint32_t ticks) {
+  if (!checked_ || ticks - checkedAt_ >= kInterval) {
+    const bool first = !checked_;
+    checked_ = true;
+    checkedAt_ = ticks;
     if (stopped_) {
       thresholdMB_ = LogSettings::readNumber(L"DiskThresholdForLogAndEventsMB");
     }
@@ -30,10 +30,10 @@ LogDiskGuard::Verdict LogDiskGuard::look(std::uint32_t ticks) {
       remember(stopped_);
     }
     if (stopped_ && !before) {
-      return Verdict::kLastLine;
+      return Action::kWriteLastLine;
     }
   }
-  return stopped_ ? Verdict::kSilent : Verdict::kWrite;
+  return stopped_ ? Action::kDrop : Action::kWrite;
 }
 
 bool LogDiskGuard::hasSpace() const {

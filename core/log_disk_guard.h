@@ -10,10 +10,10 @@ namespace CORE {
 /// Guarded by its owner.
 class LogDiskGuard {
  public:
-  enum class Verdict {
+  enum class Action {
     kWrite,
-    kLastLine,  ///< the stop begins: one line is to tell of it, then nothing is written
-    kSilent,
+    kWriteLastLine,  ///< the stop begins: one line is to tell of it, then nothing is written
+    kDrop,
   };
 
   LogDiskGuard() = default;
@@ -23,7 +23,7 @@ class LogDiskGuard {
   /// \param ticks  now, in milliseconds
   /// Looks at the volume, at most once every five seconds; a stop reads the threshold anew each time. A volume that
   /// cannot be asked has space.
-  Verdict look(std::uint32_t ticks);
+  Action check(std::uint32_t ticks);
 
  private:
   bool hasSpace() const;
@@ -31,8 +31,8 @@ class LogDiskGuard {
 
   std::wstring folder_;
   std::uint32_t thresholdMB_ = 0;
-  bool looked_ = false;
-  std::uint32_t lookedAt_ = 0;
+  bool checked_ = false;
+  std::uint32_t checkedAt_ = 0;
   bool stopped_ = false;
 };
 

@@ -14,8 +14,8 @@ namespace CORE {
 namespace {
 
 // The byte that stands for a turn lies where no log file reaches, so that readers do not meet it.
-constexpr std::uint64_t kTurnOffset = 0x4000000000000000;
-constexpr std::uint32_t kTurnPatience = 2000;  // milliseconds
+constexpr std::uint64_t kLockOffset = 0x4000000000000000;
+constexpr std::uint32_t kLockTimeout = 2000;  // milliseconds
 
 }  // namespace
 
@@ -41,30 +41,30 @@ std::uint64_t LogFile::size() const {
   return isOpen() ? platform::current().files.GetFileSizeEx(file_.get()).value : 0;
 }
 
-std::uint32_t LogFile::takeTurn() {
+std::uint32_t LogFile::lock() {
   const platform::Platform& platform = platform::current();
   std::uint32_t waited = 0;
   for (std::uint32_t begun = 0; isOpen(); platform.processes.Sleep(1)) {
-    const platform::Status locked = platform.files.LockFileEx(file_.get(), kTurnOffset);
-    hasTurn_ = locked.ok;
-    if (hasTurn_ || locked.error != platform::kErrorLockViolation) {
+    const platform::Status locked = platform.files.LockFileEx(file_.get(), kLockOffset);
+    locked_ = locked.ok;
+    if (locked_ || locked.error != platform::kErrorLockViolation) {
       break;  // without locks, as on some network drives, there are no turns
     }
     const std::uint32_t now = platform.clock.GetTickCount();
     begun = begun == 0 ? now : begun;
     waited = now - begun;
-    if (waited >= kTurnPatience) {
+    if (waited >= kLockTimeout) {
       break;
     }
   }
   return waited;
 }
 
-void LogFile::endTurn() {
-  if (hasTurn_ && !platform::current().files.UnlockFileEx(file_.get(), kTurnOffset)) {
+void LogFile::unlock() {
+  if (locked_ && !platform::current().files.UnlockFileEx(file_.get(), kLockOffset)) {
     file_.reset();  // which ends it for certain
   }
-  hasTurn_ = false;
+  locked_ = false;
 }
 
 platform::Status LogFile::write(std::string_view lines) {

@@ -22,15 +22,15 @@ class LogFile {
 
   /// Waits for this process's turn, at most two seconds: a process that hangs with its turn holds up nobody for ever.
   /// Gives the milliseconds waited.
-  std::uint32_t takeTurn();
-  void endTurn();
+  std::uint32_t lock();
+  void unlock();
 
   /// Writes whole lines with one call, as long as the platform takes them so.
   platform::Status write(std::string_view lines);
 
  private:
   platform::KernelHandle file_;
-  bool hasTurn_ = false;
+  bool locked_ = false;
 };
 
 }  // namespace CORE

@@ -143,7 +143,7 @@ std::string_view LineMaker::ids(std::uint32_t threadId) {
   return ids_;
 }
 
-void LineMaker::append(const WaitingRecord& record, std::string& out) {
+void LineMaker::append(const BufferedRecord& record, std::string& out) {
   const std::size_t begin = out.size();
   out.append(stamp(record.time));
   if (record.label.empty()) {
@@ -157,7 +157,7 @@ void LineMaker::append(const WaitingRecord& record, std::string& out) {
 }
 
 std::string LineMaker::line(const LogRecord& record) {
-  WaitingRecords one;
+  RecordBuffer one;
   one.add(record);
   std::string out;
   append(one.at(0), out);

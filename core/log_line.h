@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/waiting_records.h"
+#include "core/record_buffer.h"
 #include "platform/clock.h"
 
 namespace CORE {
@@ -46,7 +46,7 @@ class LineMaker {
   void setBias(std::int32_t bias);
   const LineLayout& layout() const { return layout_; }
   /// Appends the whole line of a record, with its line end.
-  void append(const WaitingRecord& record, std::string& out);
+  void append(const BufferedRecord& record, std::string& out);
   /// The same of a record that did not wait.
   std::string line(const LogRecord& record);
 

@@ -28,10 +28,10 @@ void LogQueue::pushNotice(const LogRecord& record) {
   append(record, lock);
 }
 
-LogQueue::Wait LogQueue::waitForRecords(std::chrono::milliseconds patience) {
+LogQueue::Wait LogQueue::waitForRecords(std::chrono::milliseconds timeout) {
   std::unique_lock lock(mutex_);
   writerSleeps_ = records_.empty() && !closed_;
-  const bool woken = arrived_.wait_for(lock, patience, [this] { return closed_ || !records_.empty(); });
+  const bool woken = arrived_.wait_for(lock, timeout, [this] { return closed_ || !records_.empty(); });
   writerSleeps_ = false;
   if (!woken) {
     return Wait::kNothing;
@@ -39,7 +39,7 @@ LogQueue::Wait LogQueue::waitForRecords(std::chrono::milliseconds patience) {
   return records_.empty() ? Wait::kClosed : Wait::kRecords;
 }
 
-void LogQueue::take(WaitingRecords& records) {
+void LogQueue::take(RecordBuffer& records) {
   records.clear();
   const std::lock_guard lock(mutex_);
   std::swap(records, records_);

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "core/waiting_records.h"
+#include "core/record_buffer.h"
 
 namespace CORE {
 
@@ -32,10 +32,10 @@ class LogQueue {
 
   enum class Wait { kRecords, kNothing, kClosed };
   /// Waits for records, that long at most; kClosed when the queue is closed and empty.
-  Wait waitForRecords(std::chrono::milliseconds patience);
+  Wait waitForRecords(std::chrono::milliseconds timeout);
   /// Puts all that wait in the place of `records`, whose memory serves for what comes next. They count as waiting until
   /// they are written.
-  void take(WaitingRecords& records);
+  void take(RecordBuffer& records);
   /// Tells that this many more of the records taken are in their files (or lost for good).
   void markWritten(std::size_t count);
   /// Waits until every record queued before the call is written; false when none of them was for that long a time.
@@ -50,7 +50,7 @@ class LogQueue {
   std::mutex mutex_;  ///< guards everything below
   std::condition_variable arrived_;
   std::condition_variable progressed_;
-  WaitingRecords records_;
+  RecordBuffer records_;
   std::uint64_t queued_ = 0;
   std::uint64_t written_ = 0;
   bool overflown_ = false;

@@ -12,8 +12,8 @@
 namespace CORE {
 namespace {
 
-constexpr std::chrono::seconds kFlushPatience{10};
-constexpr std::chrono::seconds kIdleLook{1};
+constexpr std::chrono::seconds kFlushTimeout{10};
+constexpr std::chrono::seconds kIdleCheckInterval{1};
 
 std::uint64_t lowestLevel(const LogSettings& settings) {
   if (settings.flag(L"traceEnabled")) {
@@ -56,7 +56,7 @@ void LogSession::submit(const LogRecord& record) {
 
 void LogSession::run() noexcept {
   for (;;) {
-    switch (queue_.waitForRecords(kIdleLook)) {
+    switch (queue_.waitForRecords(kIdleCheckInterval)) {
       case LogQueue::Wait::kRecords:
         writeWaiting();
         break;
@@ -79,7 +79,7 @@ bool LogSession::flush() {
     while (writeWaiting()) {
     }
   }
-  return queue_.waitUntilWritten(kFlushPatience);
+  return queue_.waitUntilWritten(kFlushTimeout);
 }
 
 void LogSession::closeFiles() {

@@ -50,7 +50,7 @@ class LogSession {
   LogQueue queue_;
 
   std::mutex fileMutex_;  ///< guards everything below, and the order of records
-  WaitingRecords taken_;
+  RecordBuffer taken_;
   LogWriter writer_;
   bool closed_ = false;
 };

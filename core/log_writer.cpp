@@ -53,11 +53,11 @@ LogWriter::LogWriter(const LogSettings& settings, std::wstring program, std::wst
       group_(settings.flag(L"DeveloperMachine") ? 1 : settings.number(L"batchLogMessageCount")),
       maker_(layoutOf(settings, std::move(component))) {
   const std::wstring folder = folderOf(settings, banner_.program);
-  const LogSeries::Limits limits{settings.number(L"MaxDebugLogs"), settings.number(L"MaxDaysKept"),
-                                 settings.number(L"MaxDebugLogSizeMB") * kMiB};
-  info_.series = LogSeries(folder, settings.text(L"FileNameBase"), limits);
+  const LogRotation::Limits limits{settings.number(L"MaxDebugLogs"), settings.number(L"MaxDaysKept"),
+                                   settings.number(L"MaxDebugLogSizeMB") * kMiB};
+  info_.series = LogRotation(folder, settings.text(L"FileNameBase"), limits);
   info_.enabled = settings.flag(L"logEnabled");
-  debug_.series = LogSeries(folder, settings.text(L"DebugNameBase"), limits);
+  debug_.series = LogRotation(folder, settings.text(L"DebugNameBase"), limits);
   debug_.enabled = settings.flag(L"debugEnabled") || settings.flag(L"traceEnabled");
   banner_.debugEnabled = debug_.enabled;
   diskGuard_ = LogDiskGuard(folder, settings.number(L"DiskThresholdForLogAndEventsMB"));
@@ -87,26 +87,26 @@ void LogWriter::close() {
   debug_.series.file().close();
 }
 
-std::size_t LogWriter::write(const WaitingRecords& records, std::size_t first, bool callerWrites) {
+std::size_t LogWriter::write(const RecordBuffer& records, std::size_t first, bool callerWrites) {
   banner_.callerWrites = callerWrites;
   maker_.setBias(currentBias(readBias_));
   lastWrite_ = platform::current().clock.GetTickCount();
   lines_.clear();
   text_.clear();
   std::size_t count = records.size() - first;
-  switch (diskGuard_.look(lastWrite_)) {
-    case LogDiskGuard::Verdict::kWrite:
+  switch (diskGuard_.check(lastWrite_)) {
+    case LogDiskGuard::Action::kWrite:
       count = makeLines(records, first);
       writeToConsole();
       break;
-    case LogDiskGuard::Verdict::kLastLine:
+    case LogDiskGuard::Action::kWriteLastLine:
       text_ = maker_.line(
           makeLogRecord(kWarn, {},
                         L"Disk space free threshold for log reached.  No more messages will be logged until more disk "
                         L"space has become available or the threshold is reduced."));
       lines_.push_back({text_.size(), kWarn, lastWrite_});
       break;
-    case LogDiskGuard::Verdict::kSilent:
+    case LogDiskGuard::Action::kDrop:
       return count;
   }
   writeTo(debug_, info_, kTrace);
@@ -114,10 +114,10 @@ std::size_t LogWriter::write(const WaitingRecords& records, std::size_t first, b
   return count;
 }
 
-std::size_t LogWriter::makeLines(const WaitingRecords& records, std::size_t first) {
+std::size_t LogWriter::makeLines(const RecordBuffer& records, std::size_t first) {
   std::size_t next = first;
   for (; next < records.size() && text_.size() < kBytesOfTurn; ++next) {
-    const WaitingRecord record = records.at(next);
+    const BufferedRecord record = records.at(next);
     maker_.append(record, text_);
     lines_.push_back({text_.size(), record.level, record.tickCount});
   }
@@ -147,15 +147,15 @@ void LogWriter::writeTo(Target& target, Target& other, std::uint32_t fromLevel) 
 /// \return why it failed; empty when it did not
 std::wstring LogWriter::tryToWrite(Target& target, std::uint32_t fromLevel, std::size_t bytes) {
   platform::Status status{true, platform::kErrorSuccess};
-  const LogSeries::Opened opened = target.series.prepare(bytes, lastWrite_, status);
-  if (opened == LogSeries::Opened::kFailed) {
+  const LogRotation::Opened opened = target.series.prepare(bytes, lastWrite_, status);
+  if (opened == LogRotation::Opened::kFailed) {
     return format(L"Open file error, errno=0x%p\n\nfile = %s\n\nMessage = %s", status.error, target.series.path(),
                   systemErrorText(status.error));
   }
   LogFile& file = target.series.file();
-  const std::uint32_t lockWait = file.takeTurn();
+  const std::uint32_t lockWait = file.lock();
   status = writeLines(file, banner_.lines(maker_, opened, !target.started), fromLevel, lockWait);
-  file.endTurn();
+  file.unlock();
   return status ? std::wstring()
                 : format(L"System error occurred while attempting to log a message\n\nError = %s",
                          systemErrorText(status.error));

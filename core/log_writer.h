@@ -9,7 +9,7 @@
 #include "core/log_console.h"
 #include "core/log_disk_guard.h"
 #include "core/log_line.h"
-#include "core/log_series.h"
+#include "core/log_rotation.h"
 #include "core/log_settings.h"
 
 namespace CORE {
@@ -26,14 +26,14 @@ class LogWriter {
   /// Writes as many of the records, from that one on, as one turn at the files takes, and returns their number. Those
   /// that cannot be written are lost, which the other file tells once.
   /// \param callerWrites  there is no writer thread; for the banner.
-  std::size_t write(const WaitingRecords& records, std::size_t first, bool callerWrites);
+  std::size_t write(const RecordBuffer& records, std::size_t first, bool callerWrites);
   /// Closes files to which nothing was written for "InactivityTimeoutSeconds"; the next record opens them again.
   void closeIdleFiles();
   void close();
 
  private:
   struct Target {
-    LogSeries series;
+    LogRotation series;
     bool enabled = false;
     bool failing = false;  ///< the present failure has been told
     bool started = false;  ///< it has the banner of this process
@@ -45,7 +45,7 @@ class LogWriter {
     std::uint32_t tickCount;
   };
 
-  std::size_t makeLines(const WaitingRecords& records, std::size_t first);
+  std::size_t makeLines(const RecordBuffer& records, std::size_t first);
   void writeTo(Target& target, Target& other, std::uint32_t fromLevel);
   std::wstring tryToWrite(Target& target, std::uint32_t fromLevel, std::size_t bytes);
   platform::Status writeLines(LogFile& file, std::string text, std::uint32_t fromLevel, std::uint32_t lockWait) const;

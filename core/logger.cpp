@@ -16,7 +16,7 @@ constexpr std::uint64_t kNoLevel = std::numeric_limits<std::uint64_t>::max();
 /// The lowest level that is admitted.
 constinit std::atomic<std::uint64_t> admittedFrom{kNoLevel};
 
-constexpr std::chrono::milliseconds kCallPatience{10'000};
+constexpr std::chrono::milliseconds kCallTimeout{10'000};
 
 /// Counts a log call while it lasts.
 class Call {
@@ -56,8 +56,8 @@ std::shared_ptr<LogSession> corelogger::takeSession() {
     taken = std::exchange(session_, nullptr);
     current_.store(nullptr);
   }
-  for (auto patience = kCallPatience; calls_.load() != 0; --patience) {
-    if (patience.count() == 0) {
+  for (auto left = kCallTimeout; calls_.load() != 0; --left) {
+    if (left.count() == 0) {
       new std::shared_ptr<LogSession>(taken);  // a call that hangs in the platform: its session stays for good
       break;
     }
@@ -124,11 +124,11 @@ void corelogger::stop() noexcept {
 
 void corelogger::submit(LogSession& session, std::uint32_t level, std::wstring_view label, std::wstring_view format,
                         std::span<const FormatArgument> arguments) {
-  std::wstring message = formatArguments(format, arguments, kMostMessageCharacters);
+  std::wstring message = formatArguments(format, arguments, kMaxMessageCharacters);
   const MessageFilter filter = filter_.load();
   if (filter != nullptr && level >= kInfo) {
     filter(level, message);
-    message.resize(std::min(message.size(), kMostMessageCharacters));
+    message.resize(std::min(message.size(), kMaxMessageCharacters));
   }
   session.submit(makeLogRecord(level, label, message));
 }

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "core/corestring.h"
 #include "core/property_bag_data.h"
-#include "core/string.h"
 
 namespace CORE {
 

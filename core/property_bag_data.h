@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
+#include "core/corestring.h"
 #include "core/counted.h"
-#include "core/string.h"
 
 namespace CORE {
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kBlanksPerLevel = 3;
 /// What the byte length of a framework string can say, in characters of the platform's two bytes.
-constexpr std::size_t kMostCharacters = 0x7FFFFFFFU / 2;
+constexpr std::size_t kMaxCharacters = 0x7FFFFFFFU / 2;
 
 /// Takes the text form in pieces and only counts them.
 struct Counter {
@@ -77,9 +77,9 @@ void putText(Sink& sink, const PropertyBagData& top, std::wstring_view separator
 
 std::wstring PropertyBag::toString(std::wstring_view separator, bool mask, std::size_t limit) const {
   return guardMemory([&] {
-    Counter counter{0, std::min(limit, kMostCharacters + 1)};
+    Counter counter{0, std::min(limit, kMaxCharacters + 1)};
     putText(counter, *data_, separator, mask);
-    if (counter.size > kMostCharacters) {
+    if (counter.size > kMaxCharacters) {
       throwOutOfMemory();
     }
     Writer writer{{}, counter.size};

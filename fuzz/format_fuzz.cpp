@@ -20,7 +20,7 @@ void checkAny(std::basic_string_view<C> format, const std::vector<FormatArgument
   std::transform(arguments.begin(), arguments.end(), kinds.begin(), [](const auto& one) { return one.kind; });
   if (CORE::detail::matches(format, kinds.data(), kinds.size())) {
     FUZZ_CHECK(cut == whole.substr(0, limit));
-    FUZZ_CHECK(whole.size() <= format.size() * (CORE::detail::Conversion::kMostDigits + 64));
+    FUZZ_CHECK(whole.size() <= format.size() * (CORE::detail::Conversion::kMaxDigits + 64));
   }
 }
 

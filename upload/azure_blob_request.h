@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/string.h"
+#include "core/corestring.h"
 #include "http/win_http_request.h"
 
 /// What a storage request takes beside the HTTP request's own settings; before it is started.

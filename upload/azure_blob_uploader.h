@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "core/coreref.h"
+#include "core/corestring.h"
 #include "core/file_stream.h"
-#include "core/string.h"
 #include "upload/azure_blob_request.h"
 
 /// The code in the storage service's error document: the text of the first "Code" element behind the first "<Error>",

@@ -192,9 +192,9 @@ TEST_F(LoggerTest, OldFilesGo) {
   const std::wstring inUse = L"2001-01-01-000000", notOwn = L"2001-01-01-00000x";
   const std::tuple<std::wstring, std::wstring, std::size_t> rows[] = {
       {L"4", L"99", 4}, {L"99", L"5", 6}, {L"0", L"nothing", 8}};  // 0 and no number: defaults
-  for (const auto& [mostFiles, mostDays, kept] : rows) {
-    set(L"MaxDebugLogs", mostFiles);
-    set(L"MaxDaysKept", mostDays);
+  for (const auto& [maxFiles, maxDays, kept] : rows) {
+    set(L"MaxDebugLogs", maxFiles);
+    set(L"MaxDaysKept", maxDays);
     windows_.files.erase(kFolder);
     for (const std::wstring& time : {inUse, notOwn, std::wstring(L"2001-01-02-000000")}) {
       windows_.files.write(kFolder + L"debug-" + time + L".txt", "old");

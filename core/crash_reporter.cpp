@@ -1,4 +1,4 @@
-#include "core/minidump_writer.h"
+#include "core/crash_reporter.h"
 
 #include <thread>
 
@@ -9,7 +9,7 @@ constexpr std::size_t kReserve = std::size_t{256} << 10;
 
 }  // namespace
 
-void MinidumpWriter::start() noexcept {
+void CrashReporter::start() noexcept {
   try {
     const std::lock_guard lock(mutex_);
     if (!started_) {
@@ -22,7 +22,7 @@ void MinidumpWriter::start() noexcept {
   }
 }
 
-void MinidumpWriter::run() noexcept {
+void CrashReporter::run() noexcept {
   std::unique_lock lock(mutex_);
   for (;;) {
     changed_.wait(lock, [this] { return asked_ != done_; });
@@ -36,9 +36,9 @@ void MinidumpWriter::run() noexcept {
   }
 }
 
-bool MinidumpWriter::perform(const platform::CrashInfo* info) noexcept {
+bool CrashReporter::report(const platform::CrashInfo* info) noexcept {
   try {
-    const auto limit = std::chrono::steady_clock::now() + patience_;
+    const auto limit = std::chrono::steady_clock::now() + timeout_;
     std::unique_lock lock(mutex_);
     if (!started_ || !changed_.wait_until(lock, limit, [this] { return asked_ == done_; })) {
       return false;

@@ -1,4 +1,4 @@
-#include "core/string.h"
+#include "core/corestring.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "core/waiting_records.h"
+#include "core/record_buffer.h"
 
 #include <algorithm>
 
@@ -27,7 +27,7 @@ LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstri
           platform.processes.GetCurrentThreadId()};
 }
 
-WaitingRecords::Block& WaitingRecords::blockOf(std::size_t index) {
+RecordBuffer::Block& RecordBuffer::blockOf(std::size_t index) {
   const std::size_t number = index / kBlockRecords;
   if (number == blocks_.size()) {
     Block block;
@@ -38,7 +38,7 @@ WaitingRecords::Block& WaitingRecords::blockOf(std::size_t index) {
   return blocks_[number];
 }
 
-void WaitingRecords::add(const LogRecord& record) {
+void RecordBuffer::add(const LogRecord& record) {
   Block& block = blockOf(size_);
   std::string& texts = block.texts;
   Entry entry{record.time, texts.size(), 0, 0, 0, record.level, record.tickCount, record.threadId};
@@ -52,7 +52,7 @@ void WaitingRecords::add(const LogRecord& record) {
   ++size_;
 }
 
-WaitingRecord WaitingRecords::at(std::size_t index) const {
+BufferedRecord RecordBuffer::at(std::size_t index) const {
   const Block& block = blocks_[index / kBlockRecords];
   const Entry& entry = block.entries[index % kBlockRecords];
   const auto text = [&block](std::size_t from, std::size_t to) {
@@ -67,7 +67,7 @@ WaitingRecord WaitingRecords::at(std::size_t index) const {
           entry.threadId};
 }
 
-void WaitingRecords::clear() {
+void RecordBuffer::clear() {
   blocks_.resize(std::min(blocks_.size(), kKeptBlocks));
   std::erase_if(blocks_, [](const Block& block) { return block.texts.capacity() > kKeptBytes; });
   for (Block& block : blocks_) {

@@ -11,7 +11,7 @@
 namespace CORE {
 
 /// Most characters of a message.
-inline constexpr std::size_t kMostMessageCharacters = 8192;
+inline constexpr std::size_t kMaxMessageCharacters = 8192;
 
 /// One log record, as its log call makes it. The texts are the caller's.
 struct LogRecord {
@@ -27,8 +27,8 @@ struct LogRecord {
 /// Makes a record of the calling thread, now. The texts stay the caller's.
 LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message);
 
-/// A record that waits for the writer. The texts are UTF-8 and belong to the WaitingRecords.
-struct WaitingRecord {
+/// A record that waits for the writer. The texts are UTF-8 and belong to the RecordBuffer.
+struct BufferedRecord {
   std::uint32_t level = 0;
   std::string_view label;
   std::string_view message;
@@ -41,12 +41,12 @@ struct WaitingRecord {
 /// Records in the order of their calls, their texts side by side: a log call allocates nothing of its own that another
 /// thread would have to free. They stand in blocks, so that a burst never moves what already waits. Guarded by its
 /// owner.
-class WaitingRecords {
+class RecordBuffer {
  public:
   void add(const LogRecord& record);
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
-  WaitingRecord at(std::size_t index) const;
+  BufferedRecord at(std::size_t index) const;
   /// Keeps the memory of the first blocks for the next records.
   void clear();
 

@@ -1,4 +1,4 @@
-#include "core/log_series.h"
+#include "core/log_rotation.h"
 
 #include <algorithm>
 
@@ -19,7 +19,7 @@ constexpr wchar_t kWildcard[] =
     L"-??????";                                               // in pieces: "??-" was a trigraph
 constexpr std::wstring_view kPattern = L"0000-00-00-000000";  // 0 stands for a digit
 constexpr std::size_t kDayLength = 10;
-constexpr std::uint32_t kLookInterval = 1000;  // milliseconds
+constexpr std::uint32_t kCheckInterval = 1000;  // milliseconds
 constexpr platform::FileTime kDay = 24ULL * 3600 * 10'000'000;
 
 /// As file names have it.
@@ -41,12 +41,12 @@ bool isDateTime(std::wstring_view text) {
 
 }  // namespace
 
-std::wstring LogSeries::pathOf(std::wstring_view dateTime) const {
+std::wstring LogRotation::pathOf(std::wstring_view dateTime) const {
   return format(L"%s%s-%s%s", folder_, base_, dateTime, kExtension);
 }
 
 /// The date and time texts of the files that there are, oldest first.
-std::vector<std::wstring> LogSeries::names() const {
+std::vector<std::wstring> LogRotation::names() const {
   platform::Files& files = platform::current().files;
   std::vector<std::wstring> out;
   platform::FoundFile found;
@@ -67,7 +67,7 @@ std::vector<std::wstring> LogSeries::names() const {
   return out;
 }
 
-std::wstring LogSeries::selectDateTimeLog(std::wstring_view day) const {
+std::wstring LogRotation::selectDateTimeLog(std::wstring_view day) const {
   std::wstring newest;
   for (const std::wstring& dateTime : names()) {
     newest = dateTime.starts_with(day) ? dateTime : newest;
@@ -75,16 +75,16 @@ std::wstring LogSeries::selectDateTimeLog(std::wstring_view day) const {
   return newest.empty() ? newest : pathOf(newest);
 }
 
-bool LogSeries::isFull(std::size_t bytes) const {
-  const std::uint64_t size = limits_.mostBytes == 0 ? 0 : file_.size();
-  return size != 0 && size + bytes > limits_.mostBytes;
+bool LogRotation::isFull(std::size_t bytes) const {
+  const std::uint64_t size = limits_.maxBytes == 0 ? 0 : file_.size();
+  return size != 0 && size + bytes > limits_.maxBytes;
 }
 
-LogSeries::Opened LogSeries::prepare(std::size_t bytes, std::uint32_t ticks, platform::Status& status) {
-  if (file_.isOpen() && ticks - lookedAt_ < kLookInterval && !isFull(bytes)) {
+LogRotation::Opened LogRotation::prepare(std::size_t bytes, std::uint32_t ticks, platform::Status& status) {
+  if (file_.isOpen() && ticks - checkedAt_ < kCheckInterval && !isFull(bytes)) {
     return Opened::kNothing;
   }
-  lookedAt_ = ticks;
+  checkedAt_ = ticks;
   const std::wstring now = textOf(localTimeNow());
   const std::wstring today = now.substr(0, kDayLength);
   const bool ofToday = !path_.empty() && path_.starts_with(folder_ + base_ + L"-" + today);
@@ -111,12 +111,12 @@ LogSeries::Opened LogSeries::prepare(std::size_t bytes, std::uint32_t ticks, pla
   }
 }
 
-void LogSeries::removeOld() const {
+void LogRotation::removeOld() const {
   const auto all = names();
-  const std::wstring oldest = textOfDaysAgo(limits_.mostDays);
+  const std::wstring oldest = textOfDaysAgo(limits_.maxDays);
   for (std::size_t i = 0; i < all.size(); ++i) {
     const std::wstring path = pathOf(all[i]);
-    if ((all.size() - i > limits_.mostFiles || all[i] < oldest) && path != path_) {
+    if ((all.size() - i > limits_.maxFiles || all[i] < oldest) && path != path_) {
       // Opened for nobody else beside it, so that a file in use stays; what cannot be removed stays as well.
       platform::current().files.CreateFileW(path, platform::kDelete, 0, platform::kOpenExisting,
                                             platform::kFileFlagDeleteOnClose);

@@ -15,29 +15,29 @@ namespace CORE {
 /// The thread that reports a crash and writes its minidump, made beforehand: the thread that failed may have no stack
 /// left, or hold a lock that a report needs. It waits in real time and calls the platform only while it works, so it
 /// lives as long as the process; the object is never destroyed.
-class MinidumpWriter {
+class CrashReporter {
  public:
   /// What the thread does about a crash; null: about std::terminate.
   using Work = void (*)(const platform::CrashInfo* info) noexcept;
 
-  /// \param patience  how long perform() waits.
-  explicit MinidumpWriter(Work work, std::chrono::milliseconds patience = std::chrono::seconds(30))
-      : work_(work), patience_(patience) {}
-  MinidumpWriter(const MinidumpWriter&) = delete;
-  MinidumpWriter& operator=(const MinidumpWriter&) = delete;
+  /// \param timeout  how long report() waits.
+  explicit CrashReporter(Work work, std::chrono::milliseconds timeout = std::chrono::seconds(30))
+      : work_(work), timeout_(timeout) {}
+  CrashReporter(const CrashReporter&) = delete;
+  CrashReporter& operator=(const CrashReporter&) = delete;
 
-  /// Makes the thread, unless it is there. Without one, perform() fails at once. Any thread.
+  /// Makes the thread, unless it is there. Without one, report() fails at once. Any thread.
   void start() noexcept;
 
   /// Lets the thread do its work, which gets a copy of `info`. Waits for the end of it: false when it does not come in
   /// time, or when there is no thread. Any thread.
-  bool perform(const platform::CrashInfo* info) noexcept;
+  bool report(const platform::CrashInfo* info) noexcept;
 
  private:
   void run() noexcept;
 
   const Work work_;
-  const std::chrono::milliseconds patience_;
+  const std::chrono::milliseconds timeout_;
   std::mutex mutex_;  ///< guards everything below
   std::condition_variable changed_;
   bool started_ = false;

@@ -15,12 +15,12 @@ namespace CORE {
 /// A process goes on in the newest file of the day. A new file is begun when the day is another one, or when the file
 /// would grow beyond the limit; then the files beyond the number to keep, and those of too long ago, are removed. A
 /// file is never renamed, and never removed while anybody has it open. Guarded by its owner.
-class LogSeries {
+class LogRotation {
  public:
   struct Limits {
-    std::uint32_t mostFiles = 0;  ///< kept, the one in use included
-    std::uint32_t mostDays = 0;   ///< kept after they were begun
-    std::uint64_t mostBytes = 0;  ///< of one file; 0: no limit
+    std::uint32_t maxFiles = 0;  ///< kept, the one in use included
+    std::uint32_t maxDays = 0;   ///< kept after they were begun
+    std::uint64_t maxBytes = 0;  ///< of one file; 0: no limit
   };
 
   /// What prepare() did.
@@ -31,9 +31,9 @@ class LogSeries {
     kFailed,
   };
 
-  LogSeries() = default;
+  LogRotation() = default;
   /// \param folder  with its separator at the end.
-  LogSeries(std::wstring folder, std::wstring base, const Limits& limits)
+  LogRotation(std::wstring folder, std::wstring base, const Limits& limits)
       : folder_(std::move(folder)), base_(std::move(base)), limits_(limits) {}
 
   /// Sees to it that the right file is open for that many more bytes. A failure is tried again at the next call.
@@ -59,7 +59,7 @@ class LogSeries {
   Limits limits_;
   std::wstring path_;
   LogFile file_;
-  std::uint32_t lookedAt_ = 0;  ///< ticks
+  std::uint32_t checkedAt_ = 0;  ///< ticks
 };
 
 }  // namespace CORE
