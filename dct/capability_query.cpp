@@ -39,7 +39,7 @@ constexpr std::array kDefaultFeatures = {L"AgentCore",
 constexpr std::array kDefaultLogLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE"};
 
 constexpr std::uint32_t kErrorUnreadable = 13;
-constexpr std::size_t kLongestMessage = 8192;  // what a log record holds
+constexpr std::size_t kMaxMessageCharacters = 8192;  // what a log record holds
 
 struct ProcessWide {
   std::mutex loading;  ///< held by the one who asks the script
@@ -117,7 +117,7 @@ bool dct_common::getLogLevel(CORE::PropertyBag& bag) {
   if (!answer || !bag.parse(std::move(*answer))) {
     // An answer can be long; more of it than a log record shows is of no use.
     const CORE::FormatArgument text = {CORE::FormatKind::kNarrow, 0, {}, output};
-    const std::wstring error = CORE::formatArguments(L"Failed to load json %S.", {&text, 1}, kLongestMessage);
+    const std::wstring error = CORE::formatArguments(L"Failed to load json %S.", {&text, 1}, kMaxMessageCharacters);
     bag.setError(kErrorUnreadable, error);
     CORE::log(CORE::kError, L"dct_common::getLogLevel(): %s", error);
     return false;

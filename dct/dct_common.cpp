@@ -12,7 +12,7 @@ constexpr std::uint32_t kErrorNotStarted = 60;
 constexpr std::uint32_t kErrorNoScript = 70;
 constexpr std::uint32_t kErrorNoInstallPath = 80;
 constexpr std::uint32_t kErrorNoTempFolder = 130;
-constexpr std::size_t kLongestMessage = 8192;  // what a log record holds
+constexpr std::size_t kMaxMessageCharacters = 8192;  // what a log record holds
 
 std::wstring joined(std::wstring folder, const wchar_t* name) {
   if (!folder.ends_with(L'\\')) {
@@ -36,7 +36,7 @@ bool dct_common::invokeDCTScript(CORE::PropertyBag& request, CORE::PropertyBag& 
   }
   if (CORE::logAdmits(CORE::kInfo)) {
     CORE::log(CORE::kInfo, L"dct_common::invokeDCTScript(): Parameters received: \n %s",
-              request.toString(L"\r\n", false, kLongestMessage));
+              request.toString(L"\r\n", false, kMaxMessageCharacters));
   }
   tempFolder_ = getTempFolder();
   CORE::log(CORE::kDebug, L"dct_common::invokeDCTScript(): Temp folder - %s", tempFolder_);

@@ -9,7 +9,7 @@
 namespace {
 
 constexpr std::wstring_view kSeparators = L"\\/";
-constexpr std::size_t kLongestPath = 32767;
+constexpr std::size_t kMaxPathCharacters = 32767;
 
 bool isSeparator(wchar_t c) { return kSeparators.find(c) != std::wstring_view::npos; }
 
@@ -55,7 +55,7 @@ std::wstring_view parentPath(std::wstring_view path) {
 
 bool ensureFolder(std::wstring_view path) {
   path = withoutTrailingSeparators(path);
-  if (path.empty() || path.size() > kLongestPath) {
+  if (path.empty() || path.size() > kMaxPathCharacters) {
     return false;
   }
   auto& files = platform::current().files;

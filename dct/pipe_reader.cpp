@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr std::uint32_t kRestMilliseconds = 5;
-constexpr std::uint32_t kMostDrainReads = 2000 / kRestMilliseconds;
+constexpr std::uint32_t kPollInterval = 5;
+constexpr std::uint32_t kMaxDrainReads = 2000 / kPollInterval;
 constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
 
 void logFailure(platform::ErrorCode error) {
@@ -60,7 +60,7 @@ void PipeReader::run() noexcept {
 void PipeReader::readAll() {
   const platform::Platform& windows = platform::current();
   std::vector<std::byte> buffer(kBufferBytes);
-  for (std::uint32_t drainReads = 0; drainReads < kMostDrainReads;) {
+  for (std::uint32_t drainReads = 0; drainReads < kMaxDrainReads;) {
     const bool ended = childEnded_.load();  // before the look: what the child wrote is there now
     drainReads += ended ? 1 : 0;
     const auto waiting = windows.processes.PeekNamedPipe(pipe_.get());
@@ -71,7 +71,7 @@ void PipeReader::readAll() {
       if (ended) {
         return;
       }
-      windows.processes.Sleep(kRestMilliseconds);
+      windows.processes.Sleep(kPollInterval);
       continue;
     }
     const auto part = std::span(buffer).first(std::min<std::size_t>(waiting.value, buffer.size()));
@@ -84,10 +84,10 @@ void PipeReader::readAll() {
 }
 
 void PipeReader::append(std::span<const std::byte> bytes) {
-  const std::size_t taken = std::min(bytes.size(), mostOutput_ - output_.size());
+  const std::size_t taken = std::min(bytes.size(), maxOutputBytes_ - output_.size());
   output_.append(reinterpret_cast<const char*>(bytes.data()), taken);
   if (taken < bytes.size() && !dropped_) {
     dropped_ = true;
-    CORE::log(CORE::kWarn, L"dct_common::runDctCommand(): Script output beyond %zu bytes is dropped.", mostOutput_);
+    CORE::log(CORE::kWarn, L"dct_common::runDctCommand(): Script output beyond %zu bytes is dropped.", maxOutputBytes_);
   }
 }

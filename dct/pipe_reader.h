@@ -19,10 +19,10 @@
 class PipeReader {
  public:
   /// Bytes; output beyond it is read and dropped, with one WARN line.
-  static constexpr std::size_t kMostOutput = std::size_t{128} << 20;
+  static constexpr std::size_t kMaxOutputBytes = std::size_t{128} << 20;
 
-  explicit PipeReader(platform::KernelHandle pipe, std::size_t mostOutput = kMostOutput)
-      : mostOutput_(mostOutput), pipe_(std::move(pipe)) {}
+  explicit PipeReader(platform::KernelHandle pipe, std::size_t maxOutputBytes = kMaxOutputBytes)
+      : maxOutputBytes_(maxOutputBytes), pipe_(std::move(pipe)) {}
   PipeReader(const PipeReader&) = delete;
   PipeReader& operator=(const PipeReader&) = delete;
   /// As finish().
@@ -41,7 +41,7 @@ class PipeReader {
   void readAll();
   void append(std::span<const std::byte> bytes);
 
-  const std::size_t mostOutput_;
+  const std::size_t maxOutputBytes_;
   platform::KernelHandle pipe_;  // the thread's while it runs
   std::string output_;
   bool dropped_ = false;

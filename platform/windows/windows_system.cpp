@@ -12,7 +12,7 @@ static_assert(kLoadLibrarySearchSystem32 == LOAD_LIBRARY_SEARCH_SYSTEM32);
 namespace {
 
 // The longest path that the system knows, in characters with the terminator.
-constexpr DWORD kLongestPath = 32768;
+constexpr DWORD kMaxPathCharacters = 32768;
 
 }  // namespace
 
@@ -21,10 +21,10 @@ Status WindowsSystem::SetDefaultDllDirectories(std::uint32_t flags) {
 }
 
 Result<std::wstring> WindowsSystem::GetSystemDirectoryW() {
-  std::wstring path(kLongestPath, L'\0');
-  const UINT length = ::GetSystemDirectoryW(path.data(), kLongestPath);
+  std::wstring path(kMaxPathCharacters, L'\0');
+  const UINT length = ::GetSystemDirectoryW(path.data(), kMaxPathCharacters);
   const ErrorCode error = ::GetLastError();
-  const bool ok = length != 0 && length < kLongestPath;
+  const bool ok = length != 0 && length < kMaxPathCharacters;
   path.resize(ok ? length : 0);
   return {ok, std::move(path), error};
 }
@@ -34,10 +34,10 @@ Status WindowsSystem::SetCurrentDirectoryW(const std::wstring& path) {
 }
 
 Result<std::wstring> WindowsSystem::GetModuleFileNameW() {
-  std::wstring path(kLongestPath, L'\0');
-  const DWORD length = ::GetModuleFileNameW(nullptr, path.data(), kLongestPath);
+  std::wstring path(kMaxPathCharacters, L'\0');
+  const DWORD length = ::GetModuleFileNameW(nullptr, path.data(), kMaxPathCharacters);
   const ErrorCode error = ::GetLastError();
-  const bool ok = length != 0 && length < kLongestPath;
+  const bool ok = length != 0 && length < kMaxPathCharacters;
   path.resize(ok ? length : 0);
   return {ok, std::move(path), error};
 }

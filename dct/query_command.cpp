@@ -2,7 +2,7 @@
 #include "core/log.h"
 #include "dct/dct_common.h"
 #include "dct/pipe_reader.h"
-#include "dct/script_child.h"
+#include "dct/query_child.h"
 #include "platform/objects.h"
 #include "platform/platform.h"
 
@@ -53,7 +53,7 @@ bool openPipes(Pipes& pipes, CORE::PropertyBag& result) {
 }
 
 /// Waits for the child. A wait that ends in another way than the documented ones is a failure with its own number.
-bool waitForChild(ScriptChild& child, const std::wstring& command, CORE::PropertyBag& result) {
+bool waitForChild(QueryChild& child, const std::wstring& command, CORE::PropertyBag& result) {
   const auto waited = child.wait(kTimeoutMilliseconds);
   if (waited && waited.value == platform::kWaitObject0) {
     return true;
@@ -68,7 +68,7 @@ bool waitForChild(ScriptChild& child, const std::wstring& command, CORE::Propert
                            CORE::systemErrorText(error)));
 }
 
-bool checkExitCode(const ScriptChild& child, CORE::PropertyBag& result) {
+bool checkExitCode(const QueryChild& child, CORE::PropertyBag& result) {
   const auto exitCode = child.exitCode();
   if (!exitCode) {
     return fail(
@@ -95,7 +95,7 @@ bool dct_common::runDctCommand(const std::wstring& command, CORE::PropertyBag& r
   }
   // In this order: a child that is still running is ended before the reader is told that it has ended.
   PipeReader reader(std::move(pipes.output.read));
-  ScriptChild child;
+  QueryChild child;
   const platform::Status started = child.start(command, folder, {pipes.input.read.get(), pipes.output.write.get()});
   pipes = {};  // the child's ends, or the reader would never see the end; and the input, of which there is none
   if (!started) {

@@ -9,12 +9,12 @@
 /// A child process that does not outlive its owner: unless it was seen to end, destruction ends it together with its
 /// own children, which a job holds together. Its children that it leaves behind when it ends by itself are let be. One
 /// thread at a time.
-class ScriptChild {
+class QueryChild {
  public:
-  ScriptChild() = default;
-  ScriptChild(const ScriptChild&) = delete;
-  ScriptChild& operator=(const ScriptChild&) = delete;
-  ~ScriptChild();
+  QueryChild() = default;
+  QueryChild(const QueryChild&) = delete;
+  QueryChild& operator=(const QueryChild&) = delete;
+  ~QueryChild();
 
   /// Starts the child at normal priority with these standard handles inherited (with every other inheritable handle of
   /// the process). Without a job, which is logged at WARN, only the child itself can be ended.

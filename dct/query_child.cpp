@@ -1,4 +1,4 @@
-#include "dct/script_child.h"
+#include "dct/query_child.h"
 
 #include "core/error_text.h"
 #include "core/log.h"
@@ -16,7 +16,7 @@ void logNoJob(platform::ErrorCode error) {
 
 }  // namespace
 
-ScriptChild::~ScriptChild() {
+QueryChild::~QueryChild() {
   if (!running_) {
     return;
   }
@@ -27,8 +27,8 @@ ScriptChild::~ScriptChild() {
   }
 }
 
-platform::Status ScriptChild::start(const std::wstring& command, const std::wstring& folder,
-                                    const platform::StandardHandles& handles) {
+platform::Status QueryChild::start(const std::wstring& command, const std::wstring& folder,
+                                   const platform::StandardHandles& handles) {
   auto& processes = platform::current().processes;
   auto job = processes.CreateJobObjectW();  // first, so that the child is in it as early as can be
   auto started = processes.CreateProcessW(command, true, platform::kNormalPriorityClass, folder, handles);
@@ -50,7 +50,7 @@ platform::Status ScriptChild::start(const std::wstring& command, const std::wstr
   return {true, platform::kErrorSuccess};
 }
 
-platform::Result<std::uint32_t> ScriptChild::wait(std::uint32_t milliseconds) {
+platform::Result<std::uint32_t> QueryChild::wait(std::uint32_t milliseconds) {
   const auto waited = platform::current().objects.WaitForSingleObject(process_.process.get(), milliseconds);
   if (waited && waited.value == platform::kWaitObject0) {
     running_ = false;
@@ -58,11 +58,11 @@ platform::Result<std::uint32_t> ScriptChild::wait(std::uint32_t milliseconds) {
   return waited;
 }
 
-platform::Result<std::uint32_t> ScriptChild::exitCode() const {
+platform::Result<std::uint32_t> QueryChild::exitCode() const {
   return platform::current().processes.GetExitCodeProcess(process_.process.get());
 }
 
-void ScriptChild::end() const {
+void QueryChild::end() const {
   auto& processes = platform::current().processes;
   if (job_ && processes.TerminateJobObject(job_.get(), kEndedExitCode)) {
     return;
