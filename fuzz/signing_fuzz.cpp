@@ -16,7 +16,7 @@ namespace {
 class Probe : public WinHttpRequest {
  public:
   static std::shared_ptr<Probe> create() { return std::make_shared<Probe>(CreateKey{}); }
-  explicit Probe(CreateKey key) : WinHttpRequest(key) { makeProbe(); }
+  explicit Probe(CreateKey key) : WinHttpRequest(key) { actAsProbe(); }
 
   bool preflightCertVerification() override {
     query = canonicalQuery();

@@ -17,9 +17,9 @@ void ExchangeHandles::Set::close() {
   session.reset();
 }
 
-bool ExchangeHandles::begin() {
+bool ExchangeHandles::markStarted() {
   const std::lock_guard guard(mutex_);
-  return !std::exchange(begun_, true);
+  return !std::exchange(started_, true);
 }
 
 bool ExchangeHandles::setSession(platform::InternetHandle session) { return set(&Set::session, std::move(session)); }
@@ -34,7 +34,7 @@ ExchangeHandles::Call ExchangeHandles::useSession() { return use(&Set::session);
 ExchangeHandles::Call ExchangeHandles::useConnection() { return use(&Set::connection); }
 ExchangeHandles::Call ExchangeHandles::useRequest() { return use(&Set::request); }
 
-bool ExchangeHandles::isOpen() const {
+bool ExchangeHandles::hasAllHandles() const {
   const std::lock_guard guard(mutex_);
   return outcome_ == Outcome::kOpen && handles_.session && handles_.connection && handles_.request;
 }
@@ -48,7 +48,7 @@ bool ExchangeHandles::close(Outcome outcome, const std::function<void()>& onDeci
   Set closing;  // closed after the lock is gone
   {
     const std::lock_guard guard(mutex_);
-    if (!begun_ || outcome_ != Outcome::kOpen) {
+    if (!started_ || outcome_ != Outcome::kOpen) {
       return false;
     }
     outcome_ = outcome;
@@ -75,12 +75,12 @@ void ExchangeHandles::closeNow(Outcome outcome) {
   closing.close();
 }
 
-std::optional<ExchangeHandles::Outcome> ExchangeHandles::settle() {
+std::optional<ExchangeHandles::Outcome> ExchangeHandles::takeOutcome() {
   const std::lock_guard guard(mutex_);
-  if (outcome_ == Outcome::kOpen || settled_) {
+  if (outcome_ == Outcome::kOpen || outcomeTaken_) {
     return std::nullopt;
   }
-  settled_ = true;
+  outcomeTaken_ = true;
   return outcome_;
 }
 

@@ -45,7 +45,7 @@ class ExchangeHandles {
   };
 
   /// Marks the exchange as started. False when it was started before: handles serve one exchange.
-  bool begin();
+  bool markStarted();
 
   /// Takes a handle over, closing an earlier one. False, and the handle is closed, when the exchange is closed already.
   bool setSession(platform::InternetHandle session);
@@ -57,7 +57,7 @@ class ExchangeHandles {
   Call useRequest();
 
   /// True while all three handles exist and nobody has closed them.
-  bool isOpen() const;
+  bool hasAllHandles() const;
   Outcome outcome() const;
 
   /// Closes request, connection and session, in this order: at once, or by the last call in progress.
@@ -71,7 +71,7 @@ class ExchangeHandles {
 
   /// Settles a closed exchange: the caller, and nobody else, does what its outcome asks for (calls the completion, or
   /// wakes the canceller). Nothing when the exchange is open or was settled before.
-  std::optional<Outcome> settle();
+  std::optional<Outcome> takeOutcome();
 
  private:
   struct Set {
@@ -89,7 +89,7 @@ class ExchangeHandles {
   mutable std::mutex mutex_;
   Set handles_;
   std::uint32_t calls_ = 0;
-  bool begun_ = false;
-  bool settled_ = false;
+  bool started_ = false;
+  bool outcomeTaken_ = false;
   Outcome outcome_ = Outcome::kOpen;
 };

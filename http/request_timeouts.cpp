@@ -7,12 +7,12 @@
 
 namespace {
 
-constexpr std::uint32_t kMostSeconds = 4294967;  // the most whole seconds whose milliseconds fit in 32 bits
+constexpr std::uint32_t kMaxSeconds = 4294967;  // the most whole seconds whose milliseconds fit in 32 bits
 constexpr std::array<double, 4> kShares = {0.2, 0.4, 0.2, 0.2};
 
 [[noreturn]] void throwNumericError() { throw CORE::coreException(L"Numeric error"); }
 
-std::uint32_t toMilliseconds(std::uint32_t seconds) { return std::min(seconds, kMostSeconds) * 1000U; }
+std::uint32_t toMilliseconds(std::uint32_t seconds) { return std::min(seconds, kMaxSeconds) * 1000U; }
 
 }  // namespace
 

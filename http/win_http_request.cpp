@@ -166,7 +166,7 @@ bool WinHttpRequest::finishSync(bool performed, std::string& response) {
 
 bool WinHttpRequest::cancelRequest() {
   const auto self = shared_from_this();
-  if (!handles_.isOpen()) {
+  if (!handles_.hasAllHandles()) {
     handles_.close(ExchangeHandles::Outcome::kCancelled);  // a start that is still under way sends nothing then
     return true;
   }

@@ -14,9 +14,9 @@
 
 #include "core/corestring.h"
 #include "core/file_stream.h"
-#include "http/event_queue.h"
 #include "http/exchange_handles.h"
 #include "http/http_request.h"
+#include "http/notification_queue.h"
 #include "http/request_lock.h"
 #include "http/request_timeouts.h"
 #include "http/server_verification.h"
@@ -103,7 +103,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   void allowPlainHttp() { plainHttpAllowed_ = true; }
   /// Makes the request a preflight probe: it takes its proxy as given, runs no preflight of its own, watches the
   /// sending-request notification and reports its own abort at TRACE only.
-  void makeProbe() { isProbe_ = true; }
+  void actAsProbe() { isProbe_ = true; }
 
   /// Starts the exchange. True: the completion will come, or has come already on this thread. False: nothing is
   /// pending, the reason is logged, and the completion never comes. \throws CORE::coreException for texts that are not
@@ -178,11 +178,11 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   void RequestCallback(std::uint32_t status, const void* information, std::uint32_t informationLength) noexcept;
   void watchSending() noexcept;
   void drain() noexcept;
-  void runStep(const CallbackEvent& event) noexcept;
-  bool step(const CallbackEvent& event);
+  void runStep(const Notification& event) noexcept;
+  bool step(const Notification& event);
   bool continueUpload();
   bool writeComplete(std::uint32_t bytes);
-  bool requestError(const CallbackEvent& event);
+  bool requestError(const Notification& event);
   bool UploadData();
   bool ReceiveResponse();
   bool CheckHeaders();
@@ -241,6 +241,6 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   platform::KernelHandle syncEvent_;
   platform::KernelHandle cancelEvent_;
   ExchangeHandles handles_;
-  EventQueue queue_;
+  NotificationQueue queue_;
   std::mutex completionMutex_;
 };

@@ -34,7 +34,7 @@ bool WinHttpRequest::preflightCertVerification() {
 
 std::shared_ptr<const ServerCertificates> WinHttpRequest::probeServer() {
   const auto probe = create();
-  probe->makeProbe();
+  probe->actAsProbe();
   handProxyTo(*probe);
   probe->timeouts_ = timeouts_;
   probe->trust_.pins = trust_.pins;

@@ -36,7 +36,7 @@ struct CrashInfo {
 /// What becomes of the thread that raised it.
 enum class CrashAction : std::uint8_t {
   kEndProcess,  ///< the process ends with the exception's code
-  kThrow,       ///< the thread goes on as if the function of resumeWith() had been called where it failed
+  kThrow,       ///< the thread goes on as if `thrower` had been called where it failed
 };
 
 /// The filter. Runs on the thread that failed, whose stack may be nearly full.
@@ -51,9 +51,9 @@ class Crash {
  public:
   virtual ~Crash() = default;
 
-  /// Installs the filter for exceptions that nobody handled. \param resumeAt  a function that throws; what kThrow
+  /// Installs the filter for exceptions that nobody handled. \param thrower  a function that throws; what kThrow
   /// calls.
-  virtual void SetUnhandledExceptionFilter(CrashFilter filter, void (*resumeAt)()) = 0;
+  virtual void SetUnhandledExceptionFilter(CrashFilter filter, void (*thrower)()) = 0;
 
   /// Loads DbgHelp, from System32 only; the other operations need it. Once; it stays loaded.
   virtual Status loadDbgHelp() = 0;

@@ -6,7 +6,7 @@
 #include <iterator>
 
 #include "platform/windows/native.h"
-#include "platform/windows/windows_resume.h"
+#include "platform/windows/throw_in_thread.h"
 
 // After windows.h, which it needs.
 #include <dbghelp.h>
@@ -32,7 +32,7 @@ constexpr DWORD kCompilerMark = 0x00474343;
 
 struct Installed {
   CrashFilter filter = nullptr;
-  void (*resumeAt)() = nullptr;
+  void (*thrower)() = nullptr;
   LPTOP_LEVEL_EXCEPTION_FILTER before = nullptr;
 };
 constinit Installed installed;
@@ -47,7 +47,7 @@ LONG WINAPI onException(EXCEPTION_POINTERS* pointers) {
                        ::GetCurrentThreadId(), pointers};
   const bool mayGoOn = (record.ExceptionFlags & EXCEPTION_NONCONTINUABLE) == 0;
   if (installed.filter(info) == CrashAction::kThrow && mayGoOn &&
-      resumeBy(*pointers->ContextRecord, installed.resumeAt)) {
+      throwInThread(*pointers->ContextRecord, installed.thrower)) {
     return EXCEPTION_CONTINUE_EXECUTION;
   }
   // At once: an orderly end would wait for locks that the failing thread may hold.
@@ -89,11 +89,11 @@ std::wstring hex(DWORD64 number) {
 }
 
 StackFrame frameAt(DWORD64 address) {
-  constexpr std::size_t kLongestName = 512;
-  alignas(SYMBOL_INFO) std::array<std::byte, sizeof(SYMBOL_INFO) + kLongestName> memory{};
+  constexpr std::size_t kMaxNameCharacters = 512;
+  alignas(SYMBOL_INFO) std::array<std::byte, sizeof(SYMBOL_INFO) + kMaxNameCharacters> memory{};
   auto* const symbol = ::new (memory.data()) SYMBOL_INFO{};
   symbol->SizeOfStruct = sizeof(SYMBOL_INFO);
-  symbol->MaxNameLen = kLongestName;
+  symbol->MaxNameLen = kMaxNameCharacters;
   DWORD64 offset = 0;
   if (dbgHelp.symFromAddr(::GetCurrentProcess(), address, &offset, symbol) && symbol->NameLen != 0) {
     const char* const name = symbol->Name;
@@ -111,10 +111,10 @@ StackFrame frameAt(DWORD64 address) {
 
 }  // namespace
 
-void WindowsCrash::SetUnhandledExceptionFilter(CrashFilter filter, void (*resumeAt)()) {
+void WindowsCrash::SetUnhandledExceptionFilter(CrashFilter filter, void (*thrower)()) {
   const bool isFirst = installed.filter == nullptr;
   installed.filter = filter;
-  installed.resumeAt = resumeAt;
+  installed.thrower = thrower;
   if (isFirst) {
     ::AddVectoredExceptionHandler(1, onAnyException);
   }

@@ -9,7 +9,7 @@ namespace platform {
 /// The real Windows, with DbgHelp for dumps and stacks. DbgHelp takes one call at a time, which is seen to here.
 class WindowsCrash final : public Crash {
  public:
-  void SetUnhandledExceptionFilter(CrashFilter filter, void (*resumeAt)()) override;
+  void SetUnhandledExceptionFilter(CrashFilter filter, void (*thrower)()) override;
   Status loadDbgHelp() override;
   Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const CrashInfo* info) override;
   std::vector<StackFrame> walkStack(const CrashInfo* info, std::size_t most) override;

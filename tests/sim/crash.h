@@ -17,18 +17,18 @@ class Crash : public platform::Crash {
   /// As if the calling thread had failed there and nobody had handled it: runs the filter. Comes back when the process
   /// would end now; otherwise the function that is to throw is called.
   CrashAction raise(std::uint32_t code, std::uintptr_t address) {
-    const auto [filter, resumeAt] = kernel_.copyOf(installed_);
+    const auto [filter, thrower] = kernel_.copyOf(installed_);
     const std::uint32_t thread = current().processes.GetCurrentThreadId();
     const auto action = filter == nullptr ? CrashAction::kEndProcess : filter({code, address, thread, nullptr});
     if (action == CrashAction::kThrow) {
-      resumeAt();
+      thrower();
     }
     return action;
   }
 
-  void SetUnhandledExceptionFilter(CrashFilter filter, void (*resumeAt)()) override {
+  void SetUnhandledExceptionFilter(CrashFilter filter, void (*thrower)()) override {
     kernel_.faults.note(__func__);
-    kernel_.set(installed_, {filter, resumeAt});
+    kernel_.set(installed_, {filter, thrower});
   }
   Status loadDbgHelp() override {
     return kernel_.call(__func__, [&] { loaded_ = true; });

@@ -4,7 +4,7 @@
 namespace sim {
 namespace {
 
-constexpr std::uint32_t kLargestPiece = 8192;  // what the platform tells as available at once
+constexpr std::uint32_t kMaxPiece = 8192;  // what the platform tells as available at once
 constexpr std::uint32_t kCertEExpired = 0x800B0101;
 constexpr std::uint32_t kCertEWrongUsage = 0x800B0110;
 constexpr std::uint32_t kTrustIsRevoked = 0x4;  // CERT_TRUST_IS_REVOKED
@@ -158,7 +158,7 @@ void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
   } else if (call.stage == HttpStage::kQueryData) {
     const auto& pieces = request.reply->pieces;
     if (request.available == 0) {
-      const std::uint32_t piece = request.piece < pieces.size() ? pieces[request.piece] : kLargestPiece;
+      const std::uint32_t piece = request.piece < pieces.size() ? pieces[request.piece] : kMaxPiece;
       ++request.piece;
       request.available = static_cast<std::uint32_t>(std::min<std::uint64_t>(piece, rest));
     }

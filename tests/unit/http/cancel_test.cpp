@@ -1,7 +1,7 @@
 #include <thread>
 
-#include "http/event_queue.h"
 #include "http/exchange_handles.h"
+#include "http/notification_queue.h"
 #include "platform/winhttp.h"
 #include "tests/unit/http/http_test.h"
 
@@ -28,7 +28,7 @@ TEST(CancelTest, HandlesCloseAfterTheLastCallAndClosingComesLast) {
   const auto closes = [&] { return world.windows.faults.callCount("WinHttpCloseHandle"); };
   const auto open = [&] { return world.windows.winHttp.WinHttpOpen(L"agent", 4, L"", L"", 1u << 28); };
   ExchangeHandles handles;
-  EXPECT_TRUE(handles.begin() && handles.setSession(open().value));
+  EXPECT_TRUE(handles.markStarted() && handles.setSession(open().value));
   {
     const auto call = handles.useSession();
     EXPECT_TRUE(handles.close(ExchangeHandles::Outcome::kCancelled));
@@ -39,11 +39,11 @@ TEST(CancelTest, HandlesCloseAfterTheLastCallAndClosingComesLast) {
   EXPECT_FALSE(handles.setSession(open().value)) << "it came too late";
   EXPECT_EQ(closes(), 2U);
   handles.closeNow(ExchangeHandles::Outcome::kFinished);
-  EXPECT_EQ(handles.settle(), ExchangeHandles::Outcome::kCancelled) << "the first decides";
-  EXPECT_EQ(handles.settle(), std::nullopt) << "settled once";
+  EXPECT_EQ(handles.takeOutcome(), ExchangeHandles::Outcome::kCancelled) << "the first decides";
+  EXPECT_EQ(handles.takeOutcome(), std::nullopt) << "settled once";
 
-  EventQueue queue;
-  CallbackEvent event;
+  NotificationQueue queue;
+  Notification event;
   EXPECT_TRUE(queue.push({1, 10, 0}) && !queue.pushClosing()) << "somebody drains already";
   EXPECT_TRUE(queue.pop(event) && event.status == 1) << "before the closing";
   EXPECT_TRUE(queue.pop(event) && event.status == platform::kStatusHandleClosing);

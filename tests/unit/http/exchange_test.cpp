@@ -113,7 +113,7 @@ TEST(ExchangeTest, CallsThatFailEndItOnce) {
 TEST(ExchangeTest, NothingLeavesWhenTheLastCheckThrows) {
   for (const sim::Delivery delivery : kDeliveries) {
     World world(delivery);
-    world.request->makeProbe();
+    world.request->actAsProbe();
     world.request->onSending = []() -> bool { throw CORE::coreException(L"out of the check"); };
     const bool started = world.putFile();
     world.settle();

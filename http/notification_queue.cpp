@@ -1,22 +1,22 @@
-#include "http/event_queue.h"
+#include "http/notification_queue.h"
 
 #include <utility>
 
 #include "platform/winhttp.h"
 
-bool EventQueue::push(const CallbackEvent& event) {
+bool NotificationQueue::push(const Notification& event) {
   const std::lock_guard guard(mutex_);
   events_.push_back(event);
-  return claim();
+  return startHandling();
 }
 
-bool EventQueue::pushClosing() noexcept {
+bool NotificationQueue::pushClosing() noexcept {
   const std::lock_guard guard(mutex_);
   closing_ = true;
-  return claim();
+  return startHandling();
 }
 
-bool EventQueue::pop(CallbackEvent& event) noexcept {
+bool NotificationQueue::pop(Notification& event) noexcept {
   const std::lock_guard guard(mutex_);
   if (!events_.empty()) {
     event = events_.front();
@@ -27,8 +27,8 @@ bool EventQueue::pop(CallbackEvent& event) noexcept {
     event = {platform::kStatusHandleClosing, 0, 0};
     return true;
   }
-  draining_ = false;
+  handling_ = false;
   return false;
 }
 
-bool EventQueue::claim() noexcept { return !std::exchange(draining_, true); }
+bool NotificationQueue::startHandling() noexcept { return !std::exchange(handling_, true); }

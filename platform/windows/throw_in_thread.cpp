@@ -1,4 +1,4 @@
-#include "platform/windows/windows_resume.h"
+#include "platform/windows/throw_in_thread.h"
 
 #include <bit>
 
@@ -9,7 +9,7 @@ namespace {
 
 constexpr DWORD64 kStackAlignment = 16;
 constexpr DWORD kDirectionFlag = 0x400;
-constexpr DWORD64 kRoom = 4096;  // below the stack pointer, for resumeAt to begin with
+constexpr DWORD64 kRoom = 4096;  // below the stack pointer, for thrower to begin with
 
 /// Whether the stack pointer is one, with something above it to return by.
 bool isOnStack(const CONTEXT& context) {
@@ -45,7 +45,7 @@ bool stopsOrLeaves(CONTEXT& context) {
 
 }  // namespace
 
-bool resumeBy(_CONTEXT& failed, void (*resumeAt)()) {
+bool throwInThread(_CONTEXT& failed, void (*thrower)()) {
   CONTEXT context = failed;
   if (!isOnStack(context)) {
     return false;
@@ -62,7 +62,7 @@ bool resumeBy(_CONTEXT& failed, void (*resumeAt)()) {
   }
   context.Rsp -= sizeof(DWORD64);
   *std::bit_cast<DWORD64*>(context.Rsp) = returnsTo;
-  context.Rip = std::bit_cast<DWORD64>(resumeAt);
+  context.Rip = std::bit_cast<DWORD64>(thrower);
   context.EFlags &= ~kDirectionFlag;  // every function may rely on it
   failed = context;
   return true;

@@ -26,7 +26,7 @@ std::uint32_t numberAt(const void* information) {
   return number;
 }
 
-CallbackEvent eventOf(std::uint32_t status, const void* information, std::uint32_t informationLength) {
+Notification eventOf(std::uint32_t status, const void* information, std::uint32_t informationLength) {
   switch (status) {
     case platform::kStatusDataAvailable:
     case platform::kStatusWriteComplete:
@@ -148,7 +148,7 @@ void WinHttpRequest::watchSending() noexcept {
 }
 
 void WinHttpRequest::drain() noexcept {
-  CallbackEvent event;
+  Notification event;
   while (queue_.pop(event)) {
     if (event.status == platform::kStatusHandleClosing) {
       concludeClosing();
@@ -158,7 +158,7 @@ void WinHttpRequest::drain() noexcept {
   }
 }
 
-void WinHttpRequest::runStep(const CallbackEvent& event) noexcept {
+void WinHttpRequest::runStep(const Notification& event) noexcept {
   bool success = false;
   try {
     success = step(event);
@@ -170,7 +170,7 @@ void WinHttpRequest::runStep(const CallbackEvent& event) noexcept {
   }
 }
 
-bool WinHttpRequest::step(const CallbackEvent& event) {
+bool WinHttpRequest::step(const Notification& event) {
   switch (event.status) {
     case platform::kStatusSecureFailure:
       return logSecureFailure(event.number);
@@ -193,7 +193,7 @@ bool WinHttpRequest::step(const CallbackEvent& event) {
   }
 }
 
-bool WinHttpRequest::requestError(const CallbackEvent& event) {
+bool WinHttpRequest::requestError(const Notification& event) {
   const std::string text = CORE::toUtf8Lossy(CORE::moduleErrorText(L"winhttp.dll", event.number));
   CORE::log(isProbe_ ? CORE::kTrace : CORE::kError,  // a probe's abort is expected
             L"WinHttpRequest::RequestCallback(): %s failed for url %s: 0x%x (%S)", apiName(event.api), url_,
@@ -202,14 +202,14 @@ bool WinHttpRequest::requestError(const CallbackEvent& event) {
 }
 
 void WinHttpRequest::concludeClosing() noexcept {
-  const auto settled = handles_.settle();
-  if (!settled) {
+  const auto outcome = handles_.takeOutcome();
+  if (!outcome) {
     return;
   }
   closeUpload();
-  if (*settled == ExchangeHandles::Outcome::kFinished) {
+  if (*outcome == ExchangeHandles::Outcome::kFinished) {
     deliver();
-  } else if (*settled == ExchangeHandles::Outcome::kCancelled) {
+  } else if (*outcome == ExchangeHandles::Outcome::kCancelled) {
     completion_ = nullptr;
     signalCancelled();
   }

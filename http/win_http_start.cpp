@@ -69,7 +69,7 @@ bool WinHttpRequest::performAsync(HttpMethod method, const std::string& url, Htt
   if (!parseTarget(url, scheme, port)) {
     return false;
   }
-  if (!handles_.begin()) {
+  if (!handles_.markStarted()) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Request was performed before");
     return false;
   }
@@ -100,14 +100,14 @@ bool WinHttpRequest::start(HttpMethod method, std::uint32_t scheme, std::uint16_
 
 bool WinHttpRequest::concludeFailedStart() {
   handles_.close(ExchangeHandles::Outcome::kStartFailed);
-  const auto settled = handles_.settle();
-  if (!settled) {
+  const auto outcome = handles_.takeOutcome();
+  if (!outcome) {
     // A send that failed after its notifications had ended the exchange: the completion has come, or is being called.
     return isCompleted();
   }
   completion_ = nullptr;
   closeUpload();
-  if (*settled == ExchangeHandles::Outcome::kCancelled) {
+  if (*outcome == ExchangeHandles::Outcome::kCancelled) {
     signalCancelled();
   }
   return false;
