@@ -19,10 +19,10 @@ extern "C" int wWinMain(void* /*instance*/, void* /*previous*/, wchar_t* /*comma
   if (!limited) {
     CORE::log(CORE::kError, L"wWinMain(): SetDefaultDllDirectories failed: %s", CORE::systemErrorText(limited.error));
   }
-  const int exitCode = runProgram();
+  const ExitCode exitCode = runProgram();
   CORE::corelogger::instance().flush();
 
   // A worker of WinHTTP or the log may still run here. Returning is safe with it: no object of ours has a static
   // destructor (scripts/build-windows.sh checks), so what a worker can reach lives on until ExitProcess ends it.
-  return exitCode;
+  return static_cast<int>(exitCode);
 }

@@ -13,9 +13,11 @@
 #include "core/log.h"
 #include "core/property_bag.h"
 #include "dct/dct_agent.h"
+#include "main/account_check.h"
+#include "main/bundle_deleter.h"
+#include "main/collection_mutex.h"
 #include "main/command_line.h"
-#include "main/process_guards.h"
-#include "main/upload_outcome.h"
+#include "main/completion_event.h"
 #include "platform/internet.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
@@ -63,7 +65,7 @@ class Run {
   Run& operator=(const Run&) = delete;
   ~Run();
 
-  ExitCode perform();
+  ExitCode runStages();
 
  private:
   bool checkAccount();
@@ -85,30 +87,30 @@ class Run {
   std::optional<dct_Agent> collector_;
   std::string bundlePath_;
   std::optional<DCTDeleter> deleter_;
-  std::shared_ptr<UploadOutcome> outcome_;
+  std::shared_ptr<CompletionEvent> completion_;
   ProxySettings proxy_;
   std::unique_ptr<AzureBlobUploader, ReleaseUploader> uploader_;
 };
 
-ExitCode Run::perform() {
+ExitCode Run::runStages() {
   struct Stage {
     ExitCode failure;
-    bool (Run::*perform)();
+    bool (Run::*run)();
   };
   static constexpr std::array kStages = {
-      Stage{kInsufficientPermissions, &Run::checkAccount},
-      Stage{kCollectionInProgress, &Run::takeMutex},
-      Stage{kBadInvocation, &Run::readCommandLine},
-      Stage{kBadInvocation, &Run::checkUrl},
-      Stage{kCollectionFailed, &Run::collect},
-      Stage{kCollectionFailed, &Run::armDeleter},
-      Stage{kUploadNotStarted, &Run::startUpload},
-      Stage{kWaitFailed, &Run::waitForUpload},
-      Stage{kUploadFailed, &Run::judgeUpload},
+      Stage{ExitCode::kInsufficientPermissions, &Run::checkAccount},
+      Stage{ExitCode::kCollectionInProgress, &Run::takeMutex},
+      Stage{ExitCode::kBadInvocation, &Run::readCommandLine},
+      Stage{ExitCode::kBadInvocation, &Run::checkUrl},
+      Stage{ExitCode::kCollectionFailed, &Run::collect},
+      Stage{ExitCode::kCollectionFailed, &Run::armDeleter},
+      Stage{ExitCode::kUploadNotStarted, &Run::startUpload},
+      Stage{ExitCode::kWaitFailed, &Run::waitForUpload},
+      Stage{ExitCode::kUploadFailed, &Run::judgeUpload},
   };
   for (const Stage& stage : kStages) {
     try {
-      if (!(this->*stage.perform)()) {
+      if (!(this->*stage.run)()) {
         return stage.failure;
       }
     } catch (...) {
@@ -116,14 +118,14 @@ ExitCode Run::perform() {
       return stage.failure;
     }
   }
-  return kSuccess;
+  return ExitCode::kSuccess;
 }
 
 Run::~Run() {
   uploader_.reset();
   proxy_ = {};
-  if (outcome_) {
-    outcome_->close();  // by the run itself: the callback's share may outlive it
+  if (completion_) {
+    completion_->close();  // by the run itself: the callback's share may outlive it
   }
 }
 
@@ -149,7 +151,7 @@ bool Run::readCommandLine() {
   arguments_ = std::move(processes.CommandLineToArgvW(processes.GetCommandLineW(), count).value);
   if (!lParseCommandLine(count, arguments_.get(), options_)) {
     CORE::log(CORE::kError, L"wWinMain(): Invalid command line options.");
-    CORE::log(CORE::kInfo, L"PrintUsage(): Usage:\r\nmdDCT.exe -url \"<url>\"");
+    CORE::log(CORE::kInfo, kUsage);
     return false;
   }
   return true;
@@ -204,8 +206,8 @@ bool Run::armDeleter() {
 }
 
 bool Run::startUpload() {
-  outcome_ = std::make_shared<UploadOutcome>();
-  if (!outcome_->open()) {
+  completion_ = std::make_shared<CompletionEvent>();
+  if (!completion_->open()) {
     return false;
   }
   proxy_.server = readProxySetting(L"HTTP Proxy Server");
@@ -216,7 +218,7 @@ bool Run::startUpload() {
             bundlePath_, options_.url, orNone(proxy_.server), orNone(proxy_.bypass), orNone(proxy_.pacUrl));
   uploader_.reset(new AzureBlobUploader);
   uploader_->setProxyConfig(proxy_.server, proxy_.bypass, proxy_.pacUrl);
-  const auto onDone = [outcome = outcome_](AzureBlobUploader*, bool succeeded) { outcome->report(succeeded); };
+  const auto onDone = [completion = completion_](AzureBlobUploader*, bool succeeded) { completion->report(succeeded); };
   if (!uploader_->uploadFile(bundlePath_, options_.url, "", onDone)) {
     CORE::log(CORE::kError, L"wWinMain(): Failed to start upload.");
     return false;
@@ -224,10 +226,10 @@ bool Run::startUpload() {
   return true;
 }
 
-bool Run::waitForUpload() { return outcome_->wait(); }
+bool Run::waitForUpload() { return completion_->wait(); }
 
 bool Run::judgeUpload() {
-  if (!outcome_->succeeded()) {
+  if (!completion_->succeeded()) {
     CORE::log(CORE::kError, L"wWinMain(): Upload failed.");
     return false;
   }
@@ -237,15 +239,15 @@ bool Run::judgeUpload() {
 
 }  // namespace
 
-int runProgram() {
+ExitCode runProgram() {
   CORE::crashHandling::loadSettings();
   CORE::crashHandling::install();
   CORE::log(CORE::kInfo, L"wWinMain(): Starting DCT collection.");
-  const auto perform = [] {
+  const auto runAndCleanUp = [] {
     Run run;
-    return run.perform();
+    return run.runStages();
   };
-  const int exitCode = perform();
+  const ExitCode exitCode = runAndCleanUp();
   CORE::crashHandling::waitForReport();
   return exitCode;
 }

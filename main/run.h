@@ -1,19 +1,9 @@
 #pragma once
 
-/// The exit codes of the process.
-enum ExitCode : int {
-  kSuccess = 0,
-  kInsufficientPermissions = 1,
-  kCollectionInProgress = 2,
-  kBadInvocation = 3,
-  kCollectionFailed = 4,
-  kUploadNotStarted = 5,
-  kWaitFailed = 6,
-  kUploadFailed = 7,
-};
+#include "main/exit_code.h"
 
 /// One whole run: account check, mutex, command line, collection, upload, clean-up. Returns the exit code of the
 /// process. Call it on the main thread, once per process, with the platform installed and the logger started. Blocks
 /// until the upload has ended, without limit of its own. Never throws: an exception ends the run with the code of the
 /// stage it happened in.
-int runProgram();
+ExitCode runProgram();

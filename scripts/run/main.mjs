@@ -47,7 +47,7 @@ function timeLimit() {
 }
 
 /** The whole of it. Returns what went wrong, in words. */
-async function perform(prefix) {
+async function collectAndShow(prefix) {
   step('importing the product\'s settings into its registry');
   const product = await Product.install(prefix);
   showSettings(product.settings);
@@ -75,7 +75,7 @@ async function main() {
   await removeStale();
   step('making the Wine prefix (the first time takes some 15 s)');
   await templatePrefix();
-  const problems = await perform(await clonePrefix(name));
+  const problems = await collectAndShow(await clonePrefix(name));
   console.log(problems.length === 0 ? '\nAll is well.' : ['\nFailed:', ...problems].join('\n  '));
   return problems.length === 0 ? 0 : 1;
 }

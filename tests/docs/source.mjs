@@ -1,5 +1,5 @@
 // What the code holds that the guide and the policy templates speak of, read from the sources by a few patterns:
-// exit codes from main/run.h, settings from the files that read the registry, texts from the log calls.
+// exit codes from main/exit_code.h, settings from the files that read the registry, texts from the log calls.
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -15,7 +15,7 @@ const sources = execFileSync('git', ['ls-files', ...kFolders], { cwd: root, enco
 const all = (text, pattern) => [...text.matchAll(pattern)];
 
 /** The numbers of the exit codes. */
-export const exitCodes = all(/enum ExitCode[^}]*/.exec(read('main/run.h'))[0], /= (\d+),/g).map(([, number]) => number);
+export const exitCodes = all(/enum class ExitCode[^}]*/.exec(read('main/exit_code.h'))[0], /= (\d+),/g).map(([, number]) => number);
 
 /** The product's version, as text. */
 export const version = /^#define MDDCT_VERSION_TEXT "([\d.]+)"$/m.exec(read('packaging/version.h'))[1];

@@ -56,7 +56,7 @@ struct RunWorld : ScriptWorld {
 
   /// One run, until nothing of it is at work any more.
   int run() {
-    const int code = runProgram();
+    const int code = static_cast<int>(runProgram());
     windows.winHttp.release();
     windows.winHttp.waitUntilIdle();
     CORE::corelogger::instance().flush();

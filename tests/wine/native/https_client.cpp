@@ -20,7 +20,7 @@
 
 namespace {
 
-void perform(const std::vector<std::wstring>& arguments) {
+void sendRequest(const std::vector<std::wstring>& arguments) {
   const auto request = WinHttpRequest::create();
   std::wstring user;
   const std::map<std::wstring, std::function<void(const std::wstring&)>> options = {
@@ -54,7 +54,7 @@ int main() {
   CORE::setLogContext(L"main");
   int exitCode = 0;
   try {
-    perform(native::arguments());
+    sendRequest(native::arguments());
   } catch (const std::exception& exception) {
     native::complain("https_client", exception.what());
     exitCode = 1;

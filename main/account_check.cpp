@@ -1,22 +1,16 @@
-#include "main/process_guards.h"
+#include "main/account_check.h"
 
 #include <array>
 #include <span>
-#include <system_error>
 #include <vector>
 
 #include "core/error_text.h"
-#include "core/exception.h"
 #include "core/log.h"
-#include "platform/files.h"
-#include "platform/objects.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
 #include "platform/security.h"
 
 namespace {
-
-constexpr const wchar_t* kMutexName = L"Global\\meridon_lumen_dct_mutex";
 
 /// The TokenUser information of a token, first element first; empty (and logged) when it cannot be had. The identifier
 /// that it points to lies in the same buffer.
@@ -60,46 +54,4 @@ bool IsSystemProcess() {
     return false;
   }
   return windows.security.EqualSid(user.front().sid, system.value.get());
-}
-
-DCTMutex::~DCTMutex() {
-  if (mutex_) {
-    platform::current().objects.ReleaseMutex(mutex_.get());
-  }
-}
-
-bool DCTMutex::GetMutex() {
-  auto created = platform::current().objects.CreateMutexW(true, kMutexName);
-  if (created.error == platform::kErrorAlreadyExists) {
-    CORE::log(CORE::kError, L"DCTMutex::GetMutex(): Mutex already exists");
-    // kept: the handle is dropped, not closed. It lives until the process ends, which is about to happen.
-    (void)created.value.release();
-    return false;
-  }
-  if (!created) {
-    CORE::log(CORE::kError, L"DCTMutex::GetMutex(): CreateMutex failed: %s", CORE::systemErrorText(created.error));
-    return false;
-  }
-  mutex_ = std::move(created.value);
-  return true;
-}
-
-DCTDeleter::~DCTDeleter() {
-  try {
-    removeBundle();
-  } catch (...) {
-    CORE::log(CORE::kWarn, L"DCTDeleter::~DCTDeleter(): Unable to clean DCT bundle.");
-  }
-}
-
-void DCTDeleter::removeBundle() const {
-  if (path_.empty()) {
-    return;
-  }
-  std::error_code error;
-  const bool removed = platform::current().files.remove(path_, error);
-  if (!removed && CORE::logAdmits(CORE::kWarn)) {
-    CORE::log(CORE::kWarn, L"DCTDeleter::~DCTDeleter(): Unable to clean DCT bundle. Error code: %d. Error msg: %s",
-              error.value(), CORE::systemErrorText(static_cast<std::uint32_t>(error.value())));
-  }
 }

@@ -1,4 +1,4 @@
-#include "main/upload_outcome.h"
+#include "main/completion_event.h"
 
 #include "core/error_text.h"
 #include "core/log.h"
@@ -11,7 +11,7 @@ constexpr int kSignalAttempts = 3;
 
 }  // namespace
 
-bool UploadOutcome::open() {
+bool CompletionEvent::open() {
   auto created = platform::current().objects.CreateEventW(true, false);
   if (!created) {
     CORE::log(CORE::kError, L"wWinMain(): CreateEvent failed: %s", CORE::systemErrorText(created.error));
@@ -21,12 +21,12 @@ bool UploadOutcome::open() {
   return true;
 }
 
-void UploadOutcome::close() {
+void CompletionEvent::close() {
   const std::lock_guard lock(mutex_);
   event_.reset();
 }
 
-void UploadOutcome::report(bool succeeded) {
+void CompletionEvent::report(bool succeeded) {
   succeeded_.exchange(succeeded);
   // Held across the signal, so that the run which it wakes closes the event behind the call, never inside it. The
   // callback's own share keeps the lock alive.
@@ -41,7 +41,7 @@ void UploadOutcome::report(bool succeeded) {
   }
 }
 
-bool UploadOutcome::wait() const {
+bool CompletionEvent::wait() const {
   const auto waited = platform::current().objects.WaitForSingleObject(event_.get(), platform::kInfinite);
   if (!waited || waited.value != platform::kWaitObject0) {
     CORE::log(CORE::kError, L"wWinMain(): WaitForSingleObject failed: %s", CORE::systemErrorText(waited.error));

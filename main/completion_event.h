@@ -11,11 +11,11 @@
 /// The run and the completion callback own it together, so a completion that comes after the run has given up waiting
 /// still finds it; the event itself is closed by the run alone, at its place in the clean-up. report() may run on any
 /// thread, the rest on the main thread.
-class UploadOutcome {
+class CompletionEvent {
  public:
-  UploadOutcome() = default;
-  UploadOutcome(const UploadOutcome&) = delete;
-  UploadOutcome& operator=(const UploadOutcome&) = delete;
+  CompletionEvent() = default;
+  CompletionEvent(const CompletionEvent&) = delete;
+  CompletionEvent& operator=(const CompletionEvent&) = delete;
 
   /// Creates the event. False, with one ERROR line, when that fails.
   bool open();

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+/// Removes the collection bundle from disk when it is destroyed. A removal that fails is logged at WARN and changes
+/// nothing else; an empty path means that there is nothing to remove.
+class DCTDeleter {
+ public:
+  /// \param path  UTF-8. The file system takes narrow paths in the process's ANSI code page, which agrees with UTF-8 on
+  ///              ASCII characters.
+  explicit DCTDeleter(const std::string& path) : path_(path) {}
+  DCTDeleter(const DCTDeleter&) = delete;
+  DCTDeleter& operator=(const DCTDeleter&) = delete;
+  ~DCTDeleter();
+
+ private:
+  void removeBundle() const;
+
+  std::string path_;
+};

@@ -1,0 +1,13 @@
+#pragma once
+
+/// The exit codes of the process.
+enum class ExitCode : int {
+  kSuccess = 0,
+  kInsufficientPermissions = 1,
+  kCollectionInProgress = 2,
+  kBadInvocation = 3,
+  kCollectionFailed = 4,
+  kUploadNotStarted = 5,
+  kWaitFailed = 6,
+  kUploadFailed = 7,
+};
