@@ -7,7 +7,7 @@
 #include "bench/benchmarks.h"
 #include "bench/harness.h"
 #include "bench/real_windows.h"
-#include "core/property_bag.h"
+#include "core/bag/property_bag.h"
 
 namespace bench {
 namespace {

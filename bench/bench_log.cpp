@@ -10,8 +10,8 @@
 #include "bench/benchmarks.h"
 #include "bench/harness.h"
 #include "bench/real_windows.h"
-#include "core/log.h"
-#include "core/logger.h"
+#include "core/log/log.h"
+#include "core/log/logger.h"
 
 namespace bench {
 namespace {

@@ -4,7 +4,7 @@
 #include "bench/benchmarks.h"
 #include "bench/harness.h"
 #include "bench/real_windows.h"
-#include "core/log_line.h"
+#include "core/log/log_line.h"
 
 namespace bench {
 namespace {

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "core/convert.h"
+#include "core/text/convert.h"
 #include "tests/sim/files.h"
 #include "tests/sim/objects.h"
 

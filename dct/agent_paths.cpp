@@ -1,10 +1,10 @@
 #include "dct/agent_paths.h"
 
-#include "core/configuration.h"
-#include "core/environment.h"
-#include "core/format.h"
-#include "core/local_time.h"
-#include "core/log_folder.h"
+#include "core/base/local_time.h"
+#include "core/format/format.h"
+#include "core/log/log_folder.h"
+#include "core/settings/configuration.h"
+#include "core/settings/environment.h"
 #include "platform/platform.h"
 
 namespace {

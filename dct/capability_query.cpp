@@ -5,10 +5,10 @@
 #include <mutex>
 #include <optional>
 
-#include "core/convert.h"
-#include "core/exception.h"
-#include "core/log.h"
-#include "core/text.h"
+#include "core/base/exception.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "dct/dct_common.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/property_bag.h"
+#include "core/bag/property_bag.h"
 
 /// What the collection script supports, process-wide: empty until the capability query has run, then filled for good by
 /// its answer or by the defaults. Every function takes the process-wide lock for its own duration; any thread.

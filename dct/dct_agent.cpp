@@ -2,11 +2,11 @@
 
 #include <array>
 
-#include "core/error_text.h"
-#include "core/log.h"
-#include "core/log_folder.h"
+#include "core/files/ensure_folder.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/log/log_folder.h"
 #include "dct/agent_paths.h"
-#include "dct/ensure_folder.h"
 #include "platform/files.h"
 #include "platform/objects.h"
 #include "platform/platform.h"

@@ -1,8 +1,8 @@
 #include "dct/dct_common.h"
 
-#include "core/error_text.h"
-#include "core/log.h"
-#include "dct/ensure_folder.h"
+#include "core/files/ensure_folder.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 

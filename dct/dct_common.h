@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "core/property_bag.h"
+#include "core/bag/property_bag.h"
 #include "platform/handle.h"
 #include "platform/processes.h"
 

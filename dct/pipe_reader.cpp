@@ -4,8 +4,8 @@
 #include <system_error>
 #include <vector>
 
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "platform/processes.h"

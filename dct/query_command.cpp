@@ -1,5 +1,5 @@
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "dct/dct_common.h"
 #include "dct/pipe_reader.h"
 #include "dct/query_child.h"

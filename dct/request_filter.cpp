@@ -1,5 +1,5 @@
-#include "core/log.h"
-#include "core/text.h"
+#include "core/log/log.h"
+#include "core/text/text.h"
 #include "dct/capability_query.h"
 #include "dct/dct_common.h"
 

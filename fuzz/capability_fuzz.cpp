@@ -1,5 +1,5 @@
-#include "core/convert.h"
-#include "core/text.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "dct/capability_query.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"

@@ -5,7 +5,7 @@
 #include <array>
 #include <cctype>
 
-#include "core/convert.h"
+#include "core/text/convert.h"
 #include "fuzz/fuzz.h"
 #include "http/server_verification.h"
 #include "http/win_cert_implementation.h"

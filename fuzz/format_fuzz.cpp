@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "core/format.h"
+#include "core/format/format.h"
 #include "fuzz/fuzz.h"
 
 // Any format with arguments of every kind, and single conversions beside the C library's.

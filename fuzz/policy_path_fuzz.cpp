@@ -1,8 +1,8 @@
 #include <algorithm>
 
-#include "core/convert.h"
-#include "core/legacy_policy.h"
-#include "core/text.h"
+#include "core/settings/legacy_policy.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 

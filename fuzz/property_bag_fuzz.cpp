@@ -1,6 +1,6 @@
-#include "core/convert.h"
-#include "core/property_bag.h"
-#include "core/text.h"
+#include "core/bag/property_bag.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 

@@ -1,4 +1,4 @@
-#include "core/convert.h"
+#include "core/text/convert.h"
 #include "fuzz/fuzz.h"
 #include "http/proxy_list.h"
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "core/convert.h"
+#include "core/text/convert.h"
 #include "fuzz/fuzz.h"
 #include "http/request_text.h"
 

@@ -1,7 +1,7 @@
-#include "core/convert.h"
-#include "core/log_line.h"
-#include "core/sensitive_names.h"
-#include "core/text.h"
+#include "core/log/log_line.h"
+#include "core/redaction/sensitive_names.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 

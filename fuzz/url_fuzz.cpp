@@ -1,6 +1,6 @@
 #include <tuple>
 
-#include "core/convert.h"
+#include "core/text/convert.h"
 #include "fuzz/fuzz.h"
 #include "http/win_http_request.h"
 #include "http/wininet_url.h"

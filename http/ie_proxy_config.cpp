@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "core/error_text.h"
-#include "core/log.h"
-#include "core/memory_guard.h"
+#include "core/base/memory_guard.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "platform/platform.h"
 
 bool IEProxyConfig::init() {

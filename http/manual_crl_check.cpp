@@ -1,8 +1,8 @@
 #include <array>
 
-#include "core/convert.h"
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "http/server_verification.h"
 #include "http/win_cert_implementation.h"
 #include "platform/platform.h"

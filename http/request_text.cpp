@@ -1,7 +1,7 @@
 #include "http/request_text.h"
 
-#include "core/convert.h"
-#include "core/format.h"
+#include "core/format/format.h"
+#include "core/text/convert.h"
 
 namespace request_text {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "core/exception.h"
+#include "core/base/exception.h"
 
 namespace {
 

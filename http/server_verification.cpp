@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "core/error_text.h"
-#include "core/log.h"
-#include "core/text.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/text.h"
 #include "http/win_cert_implementation.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"

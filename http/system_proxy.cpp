@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <utility>
 
-#include "core/error_text.h"
-#include "core/log.h"
-#include "core/memory_guard.h"
-#include "core/text.h"
+#include "core/base/memory_guard.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/text.h"
 #include "http/ie_proxy_config.h"
 #include "http/proxy_list.h"
 #include "http/wininet_url.h"

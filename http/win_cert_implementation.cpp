@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <optional>
 
-#include "core/convert.h"
-#include "core/error_text.h"
-#include "core/log.h"
-#include "core/memory_guard.h"
+#include "core/base/memory_guard.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "platform/platform.h"
 #include "upload/digest/base64.h"
 #include "upload/digest/hash_generator.h"

@@ -1,10 +1,10 @@
 // The questions to the platform's own judgement: is a CRL fresh, does it list a certificate, does a chain satisfy the
 // policy of TLS, is any of it revoked.
 
-#include "core/error_text.h"
-#include "core/format.h"
-#include "core/log.h"
-#include "core/memory_guard.h"
+#include "core/base/memory_guard.h"
+#include "core/format/error_text.h"
+#include "core/format/format.h"
+#include "core/log/log.h"
 #include "http/win_cert_implementation.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"

@@ -3,10 +3,10 @@
 #include <string>
 #include <utility>
 
-#include "core/convert.h"
-#include "core/error_text.h"
-#include "core/exception.h"
-#include "core/log.h"
+#include "core/base/exception.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "http/inflight_table.h"
 #include "http/win_http_request.h"
 #include "platform/objects.h"

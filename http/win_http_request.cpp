@@ -3,9 +3,9 @@
 #include <array>
 #include <string_view>
 
-#include "core/convert.h"
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "http/win_cert_implementation.h"
 #include "platform/objects.h"
 #include "platform/platform.h"

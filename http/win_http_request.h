@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/corestring.h"
-#include "core/file_stream.h"
+#include "core/files/file_stream.h"
+#include "core/text/corestring.h"
 #include "http/exchange_handles.h"
 #include "http/http_request.h"
 #include "http/notification_queue.h"

@@ -1,8 +1,8 @@
 #include <utility>
 
-#include "core/convert.h"
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "http/inflight_table.h"
 #include "http/request_text.h"
 #include "http/system_proxy.h"

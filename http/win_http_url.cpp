@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "core/convert.h"
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "http/request_text.h"
 #include "http/win_http_request.h"
 #include "platform/platform.h"

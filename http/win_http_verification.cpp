@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "core/configuration.h"
-#include "core/convert.h"
-#include "core/log.h"
+#include "core/log/log.h"
+#include "core/settings/configuration.h"
+#include "core/text/convert.h"
 #include "http/win_http_request.h"
 
 // When and on which chain the server's certificates are checked: before the session is opened, on a chain that a probe

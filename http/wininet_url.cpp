@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "platform/internet.h"
 #include "platform/platform.h"
 

@@ -4,8 +4,8 @@
 #include <span>
 #include <vector>
 
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
 #include "platform/security.h"

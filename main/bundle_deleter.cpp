@@ -2,8 +2,8 @@
 
 #include <system_error>
 
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 

@@ -1,7 +1,7 @@
 #include "main/collection_mutex.h"
 
-#include "core/error_text.h"
-#include "core/log.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "platform/objects.h"
 #include "platform/platform.h"
 

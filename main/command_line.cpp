@@ -4,8 +4,8 @@
 #include <set>
 #include <vector>
 
-#include "core/convert.h"
-#include "core/log.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "main/getopt_long_only.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "core/format.h"
+#include "core/format/format.h"
 
 namespace {
 

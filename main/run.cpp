@@ -5,13 +5,13 @@
 #include <optional>
 #include <string>
 
-#include "core/configuration.h"
-#include "core/convert.h"
-#include "core/crash_handling.h"
-#include "core/error_text.h"
-#include "core/exception.h"
-#include "core/log.h"
-#include "core/property_bag.h"
+#include "core/bag/property_bag.h"
+#include "core/base/exception.h"
+#include "core/crash/crash_handling.h"
+#include "core/format/error_text.h"
+#include "core/log/log.h"
+#include "core/settings/configuration.h"
+#include "core/text/convert.h"
 #include "dct/dct_agent.h"
 #include "main/account_check.h"
 #include "main/bundle_deleter.h"

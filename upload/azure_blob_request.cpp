@@ -1,7 +1,7 @@
 #include "upload/azure_blob_request.h"
 
-#include "core/format.h"
-#include "core/log.h"
+#include "core/format/format.h"
+#include "core/log/log.h"
 #include "platform/clock.h"
 #include "platform/platform.h"
 #include "upload/digest/base64.h"

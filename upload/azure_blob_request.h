@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/corestring.h"
+#include "core/text/corestring.h"
 #include "http/win_http_request.h"
 
 /// What a storage request takes beside the HTTP request's own settings; before it is started.

@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
-#include "core/convert.h"
-#include "core/log.h"
+#include "core/log/log.h"
+#include "core/text/convert.h"
 #include "platform/clock.h"
 #include "platform/platform.h"
 

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "core/coreref.h"
-#include "core/corestring.h"
-#include "core/file_stream.h"
+#include "core/base/coreref.h"
+#include "core/files/file_stream.h"
+#include "core/text/corestring.h"
 #include "upload/azure_blob_request.h"
 
 /// The code in the storage service's error document: the text of the first "Code" element behind the first "<Error>",

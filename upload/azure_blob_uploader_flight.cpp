@@ -3,8 +3,8 @@
 #include <thread>
 #include <utility>
 
-#include "core/exception.h"
-#include "core/log.h"
+#include "core/base/exception.h"
+#include "core/log/log.h"
 #include "upload/azure_blob_uploader.h"
 
 /// One request on its way, and the reference to the uploader that its completion holds. Whoever claims the reference

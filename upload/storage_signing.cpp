@@ -4,9 +4,9 @@
 #include <array>
 #include <optional>
 
-#include "core/convert.h"
-#include "core/format.h"
-#include "core/text.h"
+#include "core/format/format.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "platform/platform.h"
 #include "platform/text.h"
 #include "upload/digest/percent_decoding.h"

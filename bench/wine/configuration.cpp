@@ -1,7 +1,7 @@
 // configuration: prints the row of a look-up through the map of legacy policies, on this platform's registry. The value
 // "limit" must stand below the product's key WebRTCRedir.
 
-#include "core/configuration.h"
+#include "core/settings/configuration.h"
 
 #include <cstdio>
 #include <string>

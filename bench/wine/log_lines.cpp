@@ -13,9 +13,9 @@
 #include <string>
 
 #include "bench/harness.h"
-#include "core/log.h"
-#include "core/log_context.h"
-#include "core/logger.h"
+#include "core/log/log.h"
+#include "core/log/log_context.h"
+#include "core/log/logger.h"
 #include "platform/platform.h"
 #include "platform/windows/windows_platform.h"
 

@@ -22,11 +22,11 @@ export const version = /^#define MDDCT_VERSION_TEXT "([\d.]+)"$/m.exec(read('pac
 
 // How each file that reads settings names them, below the product's key. Another file that reads some has to be added.
 const kReaders = {
-  'core/configuration.cpp': [/L"HKLM\\\\Software\\\\Calvera\\\\Meridon\\\\(\w+)"/g, ''],
-  'core/crash_settings.cpp': [/read(?:Text|Number)\(L"(\w+)"/g, 'Dump\\'],
-  'core/log_disk_guard.cpp': [/kReached\[\] = L"(\w+)"/g, 'Log\\'],
-  'core/log_line.cpp': [/readPath\(L"(HKLM\\\\[^"]+)"/g, ''],
-  'core/log_settings.cpp': [/(?:^ {4}L"(?=\w+=)|settingName\(L")(\w+)/gm, 'Log\\', /kProductKey\) \+ L"\\\\(\w+)"/g],
+  'core/settings/configuration.cpp': [/L"HKLM\\\\Software\\\\Calvera\\\\Meridon\\\\(\w+)"/g, ''],
+  'core/crash/crash_settings.cpp': [/read(?:Text|Number)\(L"(\w+)"/g, 'Dump\\'],
+  'core/log/log_disk_guard.cpp': [/kReached\[\] = L"(\w+)"/g, 'Log\\'],
+  'core/log/log_line.cpp': [/readPath\(L"(HKLM\\\\[^"]+)"/g, ''],
+  'core/log/log_settings.cpp': [/(?:^ {4}L"(?=\w+=)|settingName\(L")(\w+)/gm, 'Log\\', /kProductKey\) \+ L"\\\\(\w+)"/g],
   'dct/agent_paths.cpp': [/productSetting\(L"\\\\([^"]+)"/g, ''],
   'http/win_http_verification.cpp': [/kProductKey\) \+ L"\\\\([^"]+)"/g, ''],
   'main/run.cpp': [/readProxySetting\(L"([^"]+)"/g, 'Node Manager\\'],
@@ -50,11 +50,11 @@ export function settings() {
 
 /** The defaults of the log's settings: "Log\logEnabled" to "true". */
 export const logDefaults = Object.fromEntries(
-  all(read('core/log_settings.cpp'), /^ {4}L"(\w+)=([^"]*)"/gm).map(([, name, value]) => [`Log\\${name}`, value]));
+  all(read('core/log/log_settings.cpp'), /^ {4}L"(\w+)=([^"]*)"/gm).map(([, name, value]) => [`Log\\${name}`, value]));
 
 /** Where legacy policies of a component are, as the map has it. */
 export function legacyKey(component) {
-  const map = read('core/legacy_policy.cpp');
+  const map = read('core/settings/legacy_policy.cpp');
   const pattern = component === '' ? 'L"\\\\\\\\(Vantix VDX)"' : `\\{L"${component.toLowerCase()}", L"([^"]+)"\\}`;
   const row = all(map, new RegExp(pattern, 'g')).map(([, key]) => key).find(Boolean);
   return `${/kLegacyRoot = L"([^"]+)"/.exec(map)[1]}\\\\${row}`.replaceAll('\\\\', '\\');

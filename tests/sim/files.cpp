@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "core/convert.h"
+#include "core/text/convert.h"
 #include "tests/sim/security.h"
 #include "tests/sim/text.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "core/convert.h"
-#include "core/log_line.h"
+#include "core/log/log_line.h"
+#include "core/text/convert.h"
 
 namespace sim {
 namespace {

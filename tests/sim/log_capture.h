@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "core/log.h"
-#include "core/logger.h"
+#include "core/log/log.h"
+#include "core/log/logger.h"
 #include "tests/sim/windows.h"
 
 namespace sim {

@@ -5,7 +5,7 @@
 #include <new>
 #include <utility>
 
-#include "core/exception.h"
+#include "core/base/exception.h"
 
 namespace {
 

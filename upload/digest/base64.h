@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/corestring.h"
+#include "core/text/corestring.h"
 
 /// The alphabet of RFC 4648, section 4.
 inline constexpr std::string_view kBase64Alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

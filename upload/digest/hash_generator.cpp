@@ -3,10 +3,10 @@
 #include <limits>
 #include <new>
 
-#include "core/corestring.h"
-#include "core/exception.h"
-#include "core/format.h"
-#include "core/log.h"
+#include "core/base/exception.h"
+#include "core/format/format.h"
+#include "core/log/log.h"
+#include "core/text/corestring.h"
 #include "platform/heap.h"
 #include "platform/platform.h"
 #include "upload/digest/base64.h"

@@ -1,10 +1,10 @@
-#include "core/configuration.h"
+#include "core/settings/configuration.h"
 
 #include <gtest/gtest.h>
 
-#include "core/convert.h"
-#include "core/legacy_policy.h"
-#include "core/text.h"
+#include "core/settings/legacy_policy.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "tests/sim/windows.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "core/crash_handling.h"
+#include "core/crash/crash_handling.h"
 
 #include <gtest/gtest.h>
 
@@ -9,9 +9,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include "core/crash_settings.h"
-#include "core/exception.h"
-#include "core/format.h"
+#include "core/base/exception.h"
+#include "core/crash/crash_settings.h"
+#include "core/format/format.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
 

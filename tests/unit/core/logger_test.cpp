@@ -1,4 +1,4 @@
-#include "core/logger.h"
+#include "core/log/logger.h"
 
 #include <gtest/gtest.h>
 
@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include "core/convert.h"
-#include "core/log_context.h"
-#include "core/log_session.h"
+#include "core/log/log_context.h"
+#include "core/log/log_session.h"
+#include "core/text/convert.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
 

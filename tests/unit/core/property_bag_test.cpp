@@ -1,9 +1,9 @@
-#include "core/property_bag.h"
+#include "core/bag/property_bag.h"
 
 #include <gtest/gtest.h>
 
-#include "core/convert.h"
-#include "core/text.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "tests/sim/windows.h"
 
 // How well-formed texts are read: see the fuzz target.

@@ -3,8 +3,8 @@
 #include <array>
 #include <new>
 
-#include "core/convert.h"
-#include "core/format.h"
+#include "core/format/format.h"
+#include "core/text/convert.h"
 #include "tests/sim/registry.h"
 
 namespace {

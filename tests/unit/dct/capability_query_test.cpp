@@ -1,6 +1,6 @@
 #include "dct/capability_query.h"
 
-#include "core/text.h"
+#include "core/text/text.h"
 #include "tests/unit/dct/script_world.h"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "dct/dct_agent.h"
 
+#include "core/files/ensure_folder.h"
 #include "dct/agent_paths.h"
-#include "dct/ensure_folder.h"
 #include "tests/unit/dct/script_world.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "core/exception.h"
+#include "core/base/exception.h"
 #include "platform/winhttp.h"
 #include "tests/unit/http/http_test.h"
 

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "core/convert.h"
-#include "core/text.h"
+#include "core/text/convert.h"
+#include "core/text/text.h"
 #include "http/win_http_request.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "core/text.h"
+#include "core/text/text.h"
 #include "http/win_cert_implementation.h"
 #include "tests/unit/http/http_test.h"
 

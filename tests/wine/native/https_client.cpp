@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "core/log_context.h"
-#include "core/logger.h"
+#include "core/log/log_context.h"
+#include "core/log/logger.h"
 #include "http/win_http_request.h"
 #include "platform/platform.h"
 #include "platform/windows/windows_platform.h"

@@ -1,0 +1,93 @@
+#include <algorithm>
+#include <limits>
+#include <vector>
+
+#include "core/bag/property_bag.h"
+#include "core/base/exception.h"
+#include "core/base/memory_guard.h"
+#include "core/redaction/sensitive_names.h"
+
+namespace CORE {
+namespace {
+
+constexpr std::size_t kBlanksPerLevel = 3;
+/// What the byte length of a framework string can say, in characters of the platform's two bytes.
+constexpr std::size_t kMaxCharacters = 0x7FFFFFFFU / 2;
+
+/// Takes the text form in pieces and only counts them.
+struct Counter {
+  std::size_t size = 0;
+  std::size_t most;
+
+  bool full() const { return size >= most; }
+  void blanks(std::size_t count) { add(count); }
+  void text(std::wstring_view piece) { add(piece.size()); }
+  void add(std::size_t count) { size += std::min(count, most - size); }
+};
+
+/// Takes the text form in pieces and keeps them.
+struct Writer {
+  std::wstring out;
+  std::size_t most;
+
+  bool full() const { return out.size() >= most; }
+  void blanks(std::size_t count) { out.append(std::min(count, most - out.size()), L' '); }
+  void text(std::wstring_view piece) { out.append(piece.substr(0, most - out.size())); }
+};
+
+struct Level {
+  const PropertyBagData* data;
+  std::size_t next;
+};
+
+template <class Sink>
+void putValue(Sink& sink, const PropertyEntry& entry, bool mask) {
+  if (entry.value.isBinary() && entry.value.byteLength() != 0) {
+    sink.text(L"<BINARY>");
+    return;
+  }
+  sink.text(L"\"");
+  sink.text(mask && isSensitiveName(entry.name) ? std::wstring_view(L"*****") : std::wstring_view(entry.value));
+  sink.text(L"\"");
+}
+
+template <class Sink>
+void putText(Sink& sink, const PropertyBagData& top, std::wstring_view separator, bool mask) {
+  std::vector<Level> levels = {{&top, 0}};
+  while (!levels.empty() && !sink.full()) {
+    Level& level = levels.back();
+    if (level.next == level.data->entries.size()) {
+      levels.pop_back();
+      continue;
+    }
+    const PropertyEntry& entry = *level.data->entries[level.next++];
+    sink.blanks(kBlanksPerLevel * levels.size());
+    sink.text(entry.name);
+    sink.text(L" = ");
+    if (entry.bag) {
+      levels.push_back({entry.bag.get(), 0});
+    } else {
+      putValue(sink, entry, mask);
+    }
+    sink.text(separator);
+  }
+}
+
+}  // namespace
+
+std::wstring PropertyBag::toString(std::wstring_view separator, bool mask, std::size_t limit) const {
+  return guardMemory([&] {
+    Counter counter{0, std::min(limit, kMaxCharacters + 1)};
+    putText(counter, *data_, separator, mask);
+    if (counter.size > kMaxCharacters) {
+      throwOutOfMemory();
+    }
+    Writer writer{{}, counter.size};
+    writer.out.reserve(counter.size);
+    putText(writer, *data_, separator, mask);
+    std::replace(writer.out.begin(), writer.out.end(), L'\0', L' ');
+    return std::move(writer.out);
+  });
+}
+
+}  // namespace CORE

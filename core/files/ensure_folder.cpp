@@ -1,0 +1,77 @@
+#include "core/files/ensure_folder.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/files.h"
+#include "platform/platform.h"
+
+namespace {
+
+constexpr std::wstring_view kSeparators = L"\\/";
+constexpr std::size_t kMaxPathCharacters = 32767;
+
+bool isSeparator(wchar_t c) { return kSeparators.find(c) != std::wstring_view::npos; }
+
+/// Characters of the part that has no parent: "C:\", "C:", "\", "\\server\share" (which "\\?\C:" looks like), or none.
+std::size_t rootLength(std::wstring_view path) {
+  if (path.size() >= 2 && path[1] == L':') {
+    return path.size() >= 3 && isSeparator(path[2]) ? 3 : 2;
+  }
+  if (path.empty() || !isSeparator(path[0])) {
+    return 0;
+  }
+  if (path.size() < 2 || !isSeparator(path[1])) {
+    return 1;
+  }
+  const std::size_t share = path.find_first_of(kSeparators, 2);
+  if (share == std::wstring_view::npos) {
+    return path.size();
+  }
+  return std::min(path.find_first_of(kSeparators, share + 1), path.size());
+}
+
+std::wstring_view withoutTrailingSeparators(std::wstring_view path) {
+  const std::size_t root = rootLength(path);
+  while (path.size() > root && isSeparator(path.back())) {
+    path.remove_suffix(1);
+  }
+  return path;
+}
+
+}  // namespace
+
+std::wstring_view parentPath(std::wstring_view path) {
+  path = withoutTrailingSeparators(path);
+  const std::size_t root = rootLength(path);
+  if (path.size() <= root) {
+    return path;
+  }
+  while (path.size() > root && !isSeparator(path.back())) {
+    path.remove_suffix(1);
+  }
+  return withoutTrailingSeparators(path);
+}
+
+bool ensureFolder(std::wstring_view path) {
+  path = withoutTrailingSeparators(path);
+  if (path.empty() || path.size() > kMaxPathCharacters) {
+    return false;
+  }
+  auto& files = platform::current().files;
+  std::vector<std::wstring> missing;  // deepest first
+  while (!path.empty() && files._waccess(std::wstring(path), 0) != 0) {
+    missing.emplace_back(path);
+    const std::wstring_view parent = parentPath(path);
+    if (parent.size() == path.size()) {
+      break;
+    }
+    path = parent;
+  }
+  for (; !missing.empty(); missing.pop_back()) {
+    if (!files.CreateDirectoryW(missing.back())) {
+      return false;
+    }
+  }
+  return true;
+}
