@@ -7,8 +7,8 @@
 
 #include "core/text/convert.h"
 #include "fuzz/fuzz.h"
-#include "http/server_verification.h"
-#include "http/win_cert_implementation.h"
+#include "http/trust/server_verification.h"
+#include "http/trust/win_cert_implementation.h"
 #include "tests/sim/windows.h"
 
 // Chains with any distribution points and any CRLs behind them: URLs, thumbprints, and the verdict of the manual check,

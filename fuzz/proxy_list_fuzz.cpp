@@ -1,6 +1,6 @@
 #include "core/text/convert.h"
 #include "fuzz/fuzz.h"
-#include "http/proxy_list.h"
+#include "http/proxy/proxy_list.h"
 
 // Proxy lists come from the registry, from the user's settings and from WinHTTP's own. The checks count and search the
 // text in their own, plainer way.

@@ -2,8 +2,8 @@
 
 #include "core/text/convert.h"
 #include "fuzz/fuzz.h"
+#include "http/proxy/wininet_url.h"
 #include "http/win_http_request.h"
-#include "http/wininet_url.h"
 #include "tests/sim/windows.h"
 
 // The two URL splitters, one beside the other, above the simulated platform's reading of URLs.

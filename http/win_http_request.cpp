@@ -6,7 +6,7 @@
 #include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "core/text/convert.h"
-#include "http/win_cert_implementation.h"
+#include "http/trust/win_cert_implementation.h"
 #include "platform/objects.h"
 #include "platform/platform.h"
 

@@ -19,7 +19,7 @@
 #include "http/notification_queue.h"
 #include "http/request_lock.h"
 #include "http/request_timeouts.h"
-#include "http/server_verification.h"
+#include "http/trust/server_verification.h"
 #include "platform/handle.h"
 
 /// Names and values of a query, ordered byte-wise by name; a name may repeat, its values then keep their order.

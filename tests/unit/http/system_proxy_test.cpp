@@ -1,4 +1,4 @@
-#include "http/system_proxy.h"
+#include "http/proxy/system_proxy.h"
 
 #include "tests/unit/http/http_test.h"
 

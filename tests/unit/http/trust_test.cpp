@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "core/text/text.h"
-#include "http/win_cert_implementation.h"
+#include "http/trust/win_cert_implementation.h"
 #include "tests/unit/http/http_test.h"
 
 // Which servers a request goes to: the preflight, the check inside the sending-request notification, pins, revocation.

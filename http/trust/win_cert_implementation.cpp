@@ -1,4 +1,4 @@
-#include "http/win_cert_implementation.h"
+#include "http/trust/win_cert_implementation.h"
 
 #include <algorithm>
 #include <optional>

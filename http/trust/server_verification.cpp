@@ -1,11 +1,11 @@
-#include "http/server_verification.h"
+#include "http/trust/server_verification.h"
 
 #include <utility>
 
 #include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "core/text/text.h"
-#include "http/win_cert_implementation.h"
+#include "http/trust/win_cert_implementation.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 

@@ -1,4 +1,4 @@
-#include "http/ie_proxy_config.h"
+#include "http/proxy/ie_proxy_config.h"
 
 #include <utility>
 

@@ -1,4 +1,4 @@
-#include "http/wininet_url.h"
+#include "http/proxy/wininet_url.h"
 
 #include <utility>
 

@@ -5,7 +5,7 @@
 #include "core/format/error_text.h"
 #include "core/format/format.h"
 #include "core/log/log.h"
-#include "http/win_cert_implementation.h"
+#include "http/trust/win_cert_implementation.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 

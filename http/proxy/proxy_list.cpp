@@ -1,4 +1,4 @@
-#include "http/proxy_list.h"
+#include "http/proxy/proxy_list.h"
 
 #include <algorithm>
 

@@ -3,8 +3,8 @@
 #include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "core/text/convert.h"
-#include "http/server_verification.h"
-#include "http/win_cert_implementation.h"
+#include "http/trust/server_verification.h"
+#include "http/trust/win_cert_implementation.h"
 #include "platform/platform.h"
 
 // The revocation check with CRLs that the program downloads itself, through the request's proxy.

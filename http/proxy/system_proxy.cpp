@@ -1,4 +1,4 @@
-#include "http/system_proxy.h"
+#include "http/proxy/system_proxy.h"
 
 #include <cstdint>
 #include <utility>
@@ -7,9 +7,9 @@
 #include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "core/text/text.h"
-#include "http/ie_proxy_config.h"
-#include "http/proxy_list.h"
-#include "http/wininet_url.h"
+#include "http/proxy/ie_proxy_config.h"
+#include "http/proxy/proxy_list.h"
+#include "http/proxy/wininet_url.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 
