@@ -1,7 +1,7 @@
 #include "core/log/log.h"
 #include "core/text/text.h"
-#include "dct/capability_query.h"
 #include "dct/dct_common.h"
+#include "dct/query/capability_query.h"
 
 namespace {
 

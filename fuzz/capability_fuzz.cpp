@@ -1,6 +1,6 @@
 #include "core/text/convert.h"
 #include "core/text/text.h"
-#include "dct/capability_query.h"
+#include "dct/query/capability_query.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 

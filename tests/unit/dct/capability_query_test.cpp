@@ -1,4 +1,4 @@
-#include "dct/capability_query.h"
+#include "dct/query/capability_query.h"
 
 #include "core/text/text.h"
 #include "tests/unit/dct/script_world.h"

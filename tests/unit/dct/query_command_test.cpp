@@ -1,6 +1,6 @@
 #include <thread>
 
-#include "dct/pipe_reader.h"
+#include "dct/query/pipe_reader.h"
 #include "tests/unit/dct/script_world.h"
 
 namespace {

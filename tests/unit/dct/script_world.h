@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "dct/capability_query.h"
 #include "dct/dct_agent.h"
+#include "dct/query/capability_query.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
 

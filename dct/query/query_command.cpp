@@ -1,8 +1,8 @@
 #include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "dct/dct_common.h"
-#include "dct/pipe_reader.h"
-#include "dct/query_child.h"
+#include "dct/query/pipe_reader.h"
+#include "dct/query/query_child.h"
 #include "platform/objects.h"
 #include "platform/platform.h"
 

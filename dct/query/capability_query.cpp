@@ -1,4 +1,4 @@
-#include "dct/capability_query.h"
+#include "dct/query/capability_query.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "dct/pipe_reader.h"
+#include "dct/query/pipe_reader.h"
 
 #include <algorithm>
 #include <system_error>

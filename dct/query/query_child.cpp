@@ -1,4 +1,4 @@
-#include "dct/query_child.h"
+#include "dct/query/query_child.h"
 
 #include "core/format/error_text.h"
 #include "core/log/log.h"
