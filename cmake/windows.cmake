@@ -55,7 +55,7 @@ add_custom_command(TARGET mdDCT POST_BUILD VERBATIM
 
 # What it meets under Wine: the launcher, the stand-in for powershell.exe, and the programs of the tests.
 
-set(native ${PROJECT_SOURCE_DIR}/scripts/wine/native)
+set(native ${PROJECT_SOURCE_DIR}/wine/native)
 add_library(mddct_native STATIC ${native}/arguments.cpp)
 mddct_options(mddct_native)
 target_compile_definitions(mddct_native PRIVATE UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX)
@@ -75,7 +75,7 @@ mddct_native_program(mddct_powershell ${native}/powershell.cpp)
 set_target_properties(mddct_powershell PROPERTIES
   OUTPUT_NAME powershell RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/standin)
 
-set(tests ${PROJECT_SOURCE_DIR}/tests/wine/native)
+set(tests ${PROJECT_SOURCE_DIR}/tests/wine/programs)
 mddct_native_program(mddct_https_client ${tests}/https_client.cpp)
 target_link_libraries(mddct_https_client PRIVATE mddct_http mddct_windows)
 file(GLOB check_sources CONFIGURE_DEPENDS ${tests}/check/*.cpp)

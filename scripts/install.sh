@@ -67,7 +67,7 @@ install_packages() {
 # The lock file's copy beside the packages says which state of it is installed.
 install_node_packages() {
   cmp -s package-lock.json node_modules/.installed-lock && return
-  echo "installing: node packages of scripts/wine"
+  echo "installing: node packages of wine/"
   local log
   log=$(mktemp)
   if ! npm ci --ignore-scripts --no-audit --no-fund >"$log" 2>&1 </dev/null; then
@@ -80,4 +80,4 @@ install_node_packages() {
 
 mapfile -t missing < <(missing_packages)
 [ ${#missing[@]} -eq 0 ] || install_packages "${missing[@]}"
-(cd scripts/wine && install_node_packages)
+(cd wine && install_node_packages)

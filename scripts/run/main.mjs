@@ -2,14 +2,14 @@
 // Arguments: the bundle's size, and the URL to send to ('' for the emulator).
 import { readdirSync, rmSync } from 'node:fs';
 import { join } from 'node:path';
-import { startAzurite } from '../wine/azurite.mjs';
-import { certificates } from '../wine/ca.mjs';
-import { stateFolder } from '../wine/paths.mjs';
-import { Prefix, clonePrefix, endEverything, endOnSignals, templatePrefix } from '../wine/prefix.mjs';
-import { alive } from '../wine/proc.mjs';
-import { Product } from '../wine/product.mjs';
-import { blobSas } from '../wine/sas.mjs';
-import { openStorage } from '../wine/storage.mjs';
+import { startAzurite } from '../../wine/azurite.mjs';
+import { certificates } from '../../wine/ca.mjs';
+import { stateFolder } from '../../wine/paths.mjs';
+import { Prefix, clonePrefix, endEverything, endOnSignals, templatePrefix } from '../../wine/prefix.mjs';
+import { alive } from '../../wine/proc.mjs';
+import { Product } from '../../wine/product.mjs';
+import { blobSas } from '../../wine/sas.mjs';
+import { openStorage } from '../../wine/storage.mjs';
 import { showBlob, showEnd, showRun, showSettings, step } from './show.mjs';
 
 const kContainer = 'logs';

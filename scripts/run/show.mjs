@@ -1,6 +1,6 @@
 // What ./run.sh prints. The functions that judge return what is wrong, in words; an empty list is well.
-import { alive } from '../wine/proc.mjs';
-import { kProgramFolder } from '../wine/product.mjs';
+import { alive } from '../../wine/proc.mjs';
+import { kProgramFolder } from '../../wine/product.mjs';
 
 /** What the exit codes mean. */
 const kMeanings = ['the bundle arrived', 'not started as the local system account',

@@ -6,7 +6,7 @@ import { document } from '../../scripts/release/sbom.mjs';
 import { exitCodes, knownReaders, legacyKey, literals, logDefaults, logTexts, read, readers, resultTexts, settings,
   version } from './source.mjs';
 
-const require = createRequire(new URL('../../scripts/wine/package.json', import.meta.url));
+const require = createRequire(new URL('../../wine/package.json', import.meta.url));
 const { XMLParser, XMLValidator } = require('fast-xml-parser');
 
 /** The root element: {name, attributes, children}. @throws for what is not well-formed. */

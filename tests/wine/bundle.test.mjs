@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { describe, it } from 'node:test';
 import { assertEnded, kMiB, kPutFailed, kUploadFailed, upload, useFiles, useProduct } from './harness.mjs';
-import { kLogFolder, kProgramFolder } from '../../scripts/wine/product.mjs';
+import { kLogFolder, kProgramFolder } from '../../wine/product.mjs';
 
 const kMissing = [/^wWinMain\(\): filesystem error: file_size: No such file or directory/];
 const kStreamEnds = [/^WinHttpRequest::UploadData\(\): File stream is invalid$/, ...kPutFailed];

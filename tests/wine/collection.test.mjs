@@ -4,7 +4,7 @@ import assert from 'node:assert/strict';
 import { rmSync } from 'node:fs';
 import { describe, it } from 'node:test';
 import { assertDelivered, upload, useProduct, withProduct } from './harness.mjs';
-import { kInstallPath } from '../../scripts/wine/product.mjs';
+import { kInstallPath } from '../../wine/product.mjs';
 
 describe('the collection', () => {
   const product = useProduct('collection');

@@ -4,7 +4,7 @@ import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import { join } from 'node:path';
 import { describe, it } from 'node:test';
 import { upload, useProduct, wholeRecords } from './harness.mjs';
-import { kSettingsKey } from '../../scripts/wine/product.mjs';
+import { kSettingsKey } from '../../wine/product.mjs';
 
 const kDumpFolder = 'C:\\ProgramData\\Calvera\\Meridon\\dumps';
 const kDumpName = /^mdDCT-\d{4}-\d\d-\d\d-\d{6}-\d+\.dmp$/;

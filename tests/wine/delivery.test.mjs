@@ -2,12 +2,12 @@
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { after, before, describe, it } from 'node:test';
-import { startAzurite } from '../../scripts/wine/azurite.mjs';
-import { certificates } from '../../scripts/wine/ca.mjs';
+import { startAzurite } from '../../wine/azurite.mjs';
+import { certificates } from '../../wine/ca.mjs';
 import { assertDelivered, assertEnded, kMiB, kUploadFailed, useProduct } from './harness.mjs';
-import { stateFolder } from '../../scripts/wine/paths.mjs';
-import { blobSas } from '../../scripts/wine/sas.mjs';
-import { openStorage } from '../../scripts/wine/storage.mjs';
+import { stateFolder } from '../../wine/paths.mjs';
+import { blobSas } from '../../wine/sas.mjs';
+import { openStorage } from '../../wine/storage.mjs';
 
 const kPutFailed = /^AzureBlobUploader::AzurePutBlobRequestCb\(\): Error headers: HTTP\/1\.1 40[34] /;
 const kChainFailed = new RegExp('^AzureBlobUploader::AzureAppendBlockRequestCb\\(\\): Failed to append the previous ' +

@@ -5,7 +5,7 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { describe, it } from 'node:test';
 import { assertDelivered, assertEnded, kMiB, kPutFailed, kUploadFailed, requestError, upload, useProduct,
   wholeRecords, withProduct, withSink } from './harness.mjs';
-import { kInstallPath, kProgramFolder, kSettingsKey } from '../../scripts/wine/product.mjs';
+import { kInstallPath, kProgramFolder, kSettingsKey } from '../../wine/product.mjs';
 
 const kNobody = 'https://localhost:9/logs/a.zip';
 const kUsage = 'PrintUsage(): Usage:\r\nmdDCT.exe -url "<url>"';

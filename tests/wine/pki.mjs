@@ -5,9 +5,9 @@
 import { X509Certificate } from 'node:crypto';
 import { copyFileSync, readFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { Authority, certificates, kAuthorityExtensions, leafExtensions } from '../../scripts/wine/ca.mjs';
-import { stateFolder } from '../../scripts/wine/paths.mjs';
-import { emptyFolder } from '../../scripts/wine/proc.mjs';
+import { Authority, certificates, kAuthorityExtensions, leafExtensions } from '../../wine/ca.mjs';
+import { stateFolder } from '../../wine/paths.mjs';
+import { emptyFolder } from '../../wine/proc.mjs';
 
 // name: what differs from a good leaf of the intermediate's; the CRL of "stale" has expired, that of "absent" is not
 // there.

@@ -3,9 +3,9 @@ import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { it } from 'node:test';
 import { withProduct } from './harness.mjs';
-import { binaries } from '../../scripts/wine/paths.mjs';
-import { onDriveZ } from '../../scripts/wine/prefix.mjs';
-import { emptyFolder } from '../../scripts/wine/proc.mjs';
+import { binaries } from '../../wine/paths.mjs';
+import { onDriveZ } from '../../wine/prefix.mjs';
+import { emptyFolder } from '../../wine/proc.mjs';
 
 it('the Windows layer', (test) => withProduct('platform', {}, async ({ prefix }) => {
   const folder = emptyFolder(join(prefix.folder, 'check'));

@@ -4,7 +4,7 @@ import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, before, describe, it } from 'node:test';
 import { assertEnded, kPutFailed, requestError, upload, useFiles, useProduct } from './harness.mjs';
-import { kProxyKey } from '../../scripts/wine/product.mjs';
+import { kProxyKey } from '../../wine/product.mjs';
 import { startProxy } from './proxy.mjs';
 
 const kConnections = 'HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings\\Connections';

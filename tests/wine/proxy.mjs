@@ -4,8 +4,8 @@ import { closeSync, openSync, readFileSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { stateFolder } from '../../scripts/wine/paths.mjs';
-import { alive, emptyFolder, endGroup, startGroup } from '../../scripts/wine/proc.mjs';
+import { stateFolder } from '../../wine/paths.mjs';
+import { alive, emptyFolder, endGroup, startGroup } from '../../wine/proc.mjs';
 
 async function freePort(address) {
   const server = createServer().listen(0, address);

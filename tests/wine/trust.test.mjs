@@ -9,9 +9,9 @@ import { userInfo } from 'node:os';
 import { join } from 'node:path';
 import { after, before, describe, it } from 'node:test';
 import { useFiles, useProduct } from './harness.mjs';
-import { binaries } from '../../scripts/wine/paths.mjs';
+import { binaries } from '../../wine/paths.mjs';
 import { makePki } from './pki.mjs';
-import { kProgramFolder, kProxyKey, kSettingsKey } from '../../scripts/wine/product.mjs';
+import { kProgramFolder, kProxyKey, kSettingsKey } from '../../wine/product.mjs';
 import { startProxy } from './proxy.mjs';
 import { startSink } from './sink.mjs';
 

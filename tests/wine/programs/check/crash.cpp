@@ -6,7 +6,7 @@
 
 #include "platform/files.h"
 #include "platform/platform.h"
-#include "tests/wine/native/check/tap.h"
+#include "tests/wine/programs/check/tap.h"
 
 namespace check {
 namespace {

@@ -1,4 +1,4 @@
-#include "scripts/wine/native/arguments.h"
+#include "wine/native/arguments.h"
 
 #include <windows.h>
 

@@ -20,9 +20,9 @@
 #include "platform/security.h"
 #include "platform/system.h"
 #include "platform/windows/windows_platform.h"
-#include "scripts/wine/native/arguments.h"
-#include "tests/wine/native/check/tap.h"
+#include "tests/wine/programs/check/tap.h"
 #include "upload/digest/hash_generator.h"
+#include "wine/native/arguments.h"
 
 namespace check {
 namespace {

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "scripts/wine/native/arguments.h"
+#include "wine/native/arguments.h"
 
 namespace fs = std::filesystem;
 

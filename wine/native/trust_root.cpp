@@ -9,7 +9,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "scripts/wine/native/arguments.h"
+#include "wine/native/arguments.h"
 
 int main() {
   std::ifstream file(std::filesystem::path(native::arguments().at(0)), std::ios::binary);

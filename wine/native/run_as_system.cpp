@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "scripts/wine/native/arguments.h"
+#include "wine/native/arguments.h"
 
 namespace {
 

@@ -16,7 +16,7 @@
 #include "http/win_http_request.h"
 #include "platform/platform.h"
 #include "platform/windows/windows_platform.h"
-#include "scripts/wine/native/arguments.h"
+#include "wine/native/arguments.h"
 
 namespace {
 
