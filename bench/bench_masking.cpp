@@ -5,6 +5,7 @@
 #include "bench/harness.h"
 #include "bench/real_windows.h"
 #include "core/log/log_line.h"
+#include "core/redaction/legacy_word.h"
 
 namespace bench {
 namespace {

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <string>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "tests/sim/files.h"
 #include "tests/sim/objects.h"
 

@@ -6,7 +6,7 @@ find_package(nlohmann_json REQUIRED)
 file(GLOB bench_sources CONFIGURE_DEPENDS bench/*.cpp)
 add_executable(mddct_bench ${bench_sources})
 mddct_options(mddct_bench)
-target_link_libraries(mddct_bench PRIVATE mddct_sim mddct_digest mddct_core spdlog::spdlog_header_only
+target_link_libraries(mddct_bench PRIVATE mddct_sim mddct_digest mddct_bag spdlog::spdlog_header_only
   nlohmann_json::nlohmann_json OpenSSL::Crypto)
 # GCC 12 takes a copy of two bytes in a vector of the simulation for one out of bounds, at -O3 only.
 target_compile_options(mddct_bench PRIVATE -Wno-array-bounds -Wno-stringop-overread)

@@ -31,10 +31,10 @@ endforeach()
 mddct_bench_program(mddct_log_lines bench/wine/log_lines.cpp bench/harness.cpp)
 target_include_directories(mddct_log_lines SYSTEM PRIVATE ${PROJECT_BINARY_DIR}/peers)
 target_compile_definitions(mddct_log_lines PRIVATE SPDLOG_FMT_EXTERNAL FMT_HEADER_ONLY)
-target_link_libraries(mddct_log_lines PRIVATE mddct_core mddct_windows)
+target_link_libraries(mddct_log_lines PRIVATE mddct_log mddct_windows)
 
 mddct_bench_program(mddct_bench_configuration bench/wine/configuration.cpp bench/harness.cpp)
-target_link_libraries(mddct_bench_configuration PRIVATE mddct_core mddct_windows)
+target_link_libraries(mddct_bench_configuration PRIVATE mddct_log mddct_windows)
 
 add_custom_target(mddct_bench_programs DEPENDS mddct_bare_upload mddct_empty_program mddct_log_lines
   mddct_bench_configuration)

@@ -1,4 +1,4 @@
-# Warnings, sanitizers and the folder libraries.
+# Warnings, sanitizers and the libraries of the rooms.
 
 find_package(Threads REQUIRED)
 
@@ -12,6 +12,9 @@ else()
   set(mddct_warnings
     -Wall -Wextra -Werror -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wnon-virtual-dtor
     -Woverloaded-virtual -Wcast-align -Wundef -Wformat=2 -Wimplicit-fallthrough -Wno-missing-field-initializers)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+    list(APPEND mddct_warnings -Wthread-safety)  # the labels of core/base/mutex.h
+  endif()
 endif()
 
 # What every target of ours is compiled with; warnings are errors.
@@ -25,15 +28,22 @@ function(mddct_options target)
   target_link_libraries(${target} PUBLIC Threads::Threads)
 endfunction()
 
-# A static library of the sources that match; an entry point and the Windows layer are never part of one.
-function(mddct_library target folder)
-  file(GLOB sources CONFIGURE_DEPENDS ${ARGN})
+# The library of a room: the sources of its folder, without those of folders below it and without the entry point.
+function(mddct_room name folder)
+  set(target mddct_${name})
+  file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
   list(FILTER sources EXCLUDE REGEX "/main/entry\\.cpp$")
-  if(NOT sources)
-    add_library(${target} INTERFACE)
-    target_include_directories(${target} INTERFACE ${PROJECT_SOURCE_DIR})
-    return()
-  endif()
   add_library(${target} STATIC ${sources})
   mddct_options(${target})
+  set_property(GLOBAL APPEND PROPERTY MDDCT_ROOMS ${target})
+  list(TRANSFORM ARGN PREPEND mddct_)
+  target_link_libraries(${target} PUBLIC ${ARGN})
+  if(NOT WIN32 AND NOT MDDCT_FUZZ)
+    # The whole room with what stands below it, and nothing else: a call upwards does not link.
+    add_executable(${target}_links cmake/empty_program.cpp)
+    mddct_options(${target}_links)
+    target_link_libraries(${target}_links PRIVATE -Wl,--whole-archive $<TARGET_FILE:${target}> -Wl,--no-whole-archive
+      ${ARGN})
+    add_dependencies(${target}_links ${target})
+  endif()
 endfunction()

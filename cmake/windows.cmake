@@ -26,7 +26,8 @@ target_link_libraries(mddct_windows PUBLIC mddct_platform
 # calls alone, or the run-time library ends the program. And a build tells nothing of the folder it was made in, so that
 # another one gives the same bytes.
 if(NOT MSVC)
-  foreach(target mddct_platform mddct_core mddct_digest mddct_http mddct_upload mddct_dct mddct_main mddct_windows)
+  get_property(rooms GLOBAL PROPERTY MDDCT_ROOMS)
+  foreach(target ${rooms} mddct_windows)
     target_compile_options(${target} PRIVATE -fnon-call-exceptions -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
   endforeach()
 endif()
@@ -71,7 +72,7 @@ mddct_native_program(mddct_trust_root ${native}/trust_root.cpp)
 target_link_libraries(mddct_trust_root PRIVATE crypt32)
 
 # In a folder of its own: Windows finds it there by its bare name only for who asks for that folder.
-mddct_native_program(mddct_powershell ${native}/powershell.cpp)
+mddct_native_program(mddct_powershell ${native}/powershell_standin.cpp)
 set_target_properties(mddct_powershell PROPERTIES
   OUTPUT_NAME powershell RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/standin)
 

@@ -3,17 +3,17 @@
 #include <array>
 
 #include "core/files/ensure_folder.h"
+#include "core/files/protected_folder.h"
 #include "core/format/error_text.h"
 #include "core/log/log.h"
-#include "core/log/log_folder.h"
 #include "dct/agent_paths.h"
+#include "dct/result_code.h"
 #include "platform/files.h"
 #include "platform/objects.h"
 #include "platform/platform.h"
 
 namespace {
 
-constexpr std::uint32_t kErrorNoTempFolder = 130;
 constexpr std::uint32_t kCancelledExitCode = 200;
 constexpr std::uint32_t kNoExitCode = 0xFFFFFFFF;
 
@@ -28,8 +28,8 @@ bool hasLoggingFolder() {
 bool dct_Agent::validate(CORE::PropertyBag& /*request*/, CORE::PropertyBag& result) {
   const std::wstring folder = getTempFolder();
   CORE::log(CORE::kTrace, L"dct_Agent::validate(): Temp folder - %s", folder);
-  if (!hasLoggingFolder() || !ensureFolder(folder)) {
-    result.setError(kErrorNoTempFolder, L"Cannot create the temporary directory.");
+  if (!hasLoggingFolder() || !CORE::ensureFolder(folder)) {
+    result.setError(static_cast<std::uint32_t>(ResultCode::kNoTempFolder), L"Cannot create the temporary directory.");
     return false;
   }
   return true;

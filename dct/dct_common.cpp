@@ -3,16 +3,13 @@
 #include "core/files/ensure_folder.h"
 #include "core/format/error_text.h"
 #include "core/log/log.h"
+#include "dct/query/capability_query.h"
+#include "dct/query/query_command.h"
+#include "dct/result_code.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 
 namespace {
-
-constexpr std::uint32_t kErrorNotStarted = 60;
-constexpr std::uint32_t kErrorNoScript = 70;
-constexpr std::uint32_t kErrorNoInstallPath = 80;
-constexpr std::uint32_t kErrorNoTempFolder = 130;
-constexpr std::size_t kMaxMessageCharacters = 8192;  // what a log record holds
 
 std::wstring joined(std::wstring folder, const wchar_t* name) {
   if (!folder.ends_with(L'\\')) {
@@ -21,8 +18,8 @@ std::wstring joined(std::wstring folder, const wchar_t* name) {
   return folder + name;
 }
 
-bool fail(CORE::PropertyBag& result, std::uint32_t code, const std::wstring& text) {
-  result.setError(code, text);
+bool fail(CORE::PropertyBag& result, ResultCode code, const std::wstring& text) {
+  result.setError(static_cast<std::uint32_t>(code), text);
   return false;
 }
 
@@ -36,20 +33,20 @@ bool dct_common::invokeDCTScript(CORE::PropertyBag& request, CORE::PropertyBag& 
   }
   if (CORE::logAdmits(CORE::kInfo)) {
     CORE::log(CORE::kInfo, L"dct_common::invokeDCTScript(): Parameters received: \n %s",
-              request.toString(L"\r\n", false, kMaxMessageCharacters));
+              request.toString(L"\r\n", false, CORE::kMaxMessageCharacters));
   }
   tempFolder_ = getTempFolder();
   CORE::log(CORE::kDebug, L"dct_common::invokeDCTScript(): Temp folder - %s", tempFolder_);
-  if (!ensureFolder(tempFolder_)) {
-    return fail(result, kErrorNoTempFolder, L"Cannot create the temporary directory.");
+  if (!CORE::ensureFolder(tempFolder_)) {
+    return fail(result, ResultCode::kNoTempFolder, L"Cannot create the temporary directory.");
   }
   const std::wstring folder = scriptFolder();
   if (folder.empty()) {
-    return fail(result, kErrorNoInstallPath, getMessage(1));
+    return fail(result, ResultCode::kNoInstallPath, getMessage(1));
   }
   const std::wstring scriptPath = joined(folder, L"vdx-support.ps1");
   if (platform::current().files._waccess(scriptPath, 0) != 0) {
-    return fail(result, kErrorNoScript, L"The DCT script is not found on disk.");
+    return fail(result, ResultCode::kNoScript, L"The DCT script is not found on disk.");
   }
   std::wstring bundlePath;
   getBundlePath(bundlePath, request, tempFolder_);
@@ -77,9 +74,36 @@ bool dct_common::startScript(const std::wstring& command, const std::wstring& fo
   auto started = platform::current().processes.CreateProcessW(command, false, 0, folder, {});
   if (!started) {
     CORE::log(CORE::kError, L"dct_common::invokeDCTScript(): Could not create process.");
-    return fail(result, kErrorNotStarted,
+    return fail(result, ResultCode::kNotStarted,
                 CORE::format(L"The DCT script failed to start, error: %s", CORE::systemErrorText(started.error)));
   }
   process = std::move(started.value);
+  return true;
+}
+
+bool dct_common::runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output) {
+  const std::wstring folder = scriptFolder();
+  if (!folder.empty()) {
+    return runQueryCommand(command, folder, result, output);
+  }
+  const std::wstring text = getMessage(1);  // a folder "dct" on the current drive could be anybody's
+  CORE::log(CORE::kError, L"dct_common::runDctCommand(): %s", text);
+  return fail(result, ResultCode::kNoInstallPath, text);
+}
+
+bool dct_common::getLogLevel(CORE::PropertyBag& bag) {
+  std::string output;
+  if (!runDctCommand(kQueryCommand, bag, output)) {
+    return false;
+  }
+  if (!parseCapabilityOutput(output, bag)) {
+    // An answer can be long; more of it than a log record shows is of no use.
+    const CORE::FormatArgument text = {CORE::FormatKind::kNarrow, 0, {}, output};
+    const std::wstring error =
+        CORE::formatArguments(L"Failed to load json %S.", {&text, 1}, CORE::kMaxMessageCharacters);
+    CORE::log(CORE::kError, L"dct_common::getLogLevel(): %s", error);
+    return fail(bag, ResultCode::kUnreadableAnswer, error);
+  }
+  bag.set(L"Version", L"2");
   return true;
 }

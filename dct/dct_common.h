@@ -45,10 +45,7 @@ class dct_common {
   /// capability query when it has not run yet. Unsupported names are logged at WARN and left out.
   std::wstring getDCTFilter(CORE::PropertyBag& request);
 
-  /// Runs a command in the script folder and hands out what it wrote to its standard output, of which more than 128 MiB
-  /// is dropped. Its standard input is at its end; its standard error goes nowhere. A child that takes longer than a
-  /// minute is ended together with its children. On false the result bag holds the error, which has been logged (258
-  /// after a minute, the exit code when that is not 0), and `output` is unchanged.
+  /// Runs a command in the script folder: see runQueryCommand. 80 without an install path.
   bool runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output);
 
   /// Asks the script what it supports. True: the bag holds its answer and "Version" "2". False: the bag holds the
@@ -61,8 +58,6 @@ class dct_common {
   std::wstring commandLine(const std::wstring& scriptPath, const std::wstring& bundlePath, CORE::PropertyBag& request);
   bool startScript(const std::wstring& command, const std::wstring& folder, platform::ProcessInformation& process,
                    CORE::PropertyBag& result);
-  /// Fills the process-wide lists of supported features and log levels unless they are filled.
-  void loadSupportedLists();
 
  protected:
   std::wstring tempFolder_;

@@ -40,7 +40,7 @@ std::wstring featureArgument(const std::wstring& features) {
 }  // namespace
 
 std::wstring dct_common::getDCTFilter(CORE::PropertyBag& request) {
-  loadSupportedLists();
+  loadSupportedLists([this](CORE::PropertyBag& answer) { return getLogLevel(answer); });
   const wchar_t* const selection = request.getInt(L"Version", 1) == 1 ? L"DCTFilterType" : L"Dumps";
   const std::wstring dumps = dumpArgument(request.get(selection).str());
   std::wstring out = L"-s" + featureArgument(request.get(L"Features").str());

@@ -1,4 +1,4 @@
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "core/text/text.h"
 #include "dct/query/capability_query.h"
 #include "fuzz/fuzz.h"

@@ -5,7 +5,7 @@
 #include <array>
 #include <cctype>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "fuzz/fuzz.h"
 #include "http/trust/server_verification.h"
 #include "http/trust/win_cert_implementation.h"

@@ -1,7 +1,7 @@
 #include <algorithm>
 
+#include "core/base/unicode.h"
 #include "core/settings/legacy_policy.h"
-#include "core/text/convert.h"
 #include "core/text/text.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"

@@ -1,5 +1,5 @@
 #include "core/bag/property_bag.h"
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "core/text/text.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"

@@ -1,4 +1,4 @@
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "fuzz/fuzz.h"
 #include "http/proxy/proxy_list.h"
 

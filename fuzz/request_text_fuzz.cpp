@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "core/base/unicode.h"
 #include "core/text/convert.h"
 #include "fuzz/fuzz.h"
 #include "http/request_text.h"

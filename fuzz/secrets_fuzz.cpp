@@ -1,6 +1,7 @@
+#include "core/base/unicode.h"
 #include "core/log/log_line.h"
+#include "core/redaction/legacy_word.h"
 #include "core/redaction/sensitive_names.h"
-#include "core/text/convert.h"
 #include "core/text/text.h"
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <map>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "fuzz/fuzz.h"
 #include "http/win_http_request.h"
 #include "tests/sim/windows.h"

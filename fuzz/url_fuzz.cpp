@@ -1,6 +1,6 @@
 #include <tuple>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "fuzz/fuzz.h"
 #include "http/proxy/wininet_url.h"
 #include "http/win_http_request.h"

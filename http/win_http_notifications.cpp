@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "core/base/exception.h"
+#include "core/base/unicode.h"
 #include "core/format/error_text.h"
 #include "core/log/log.h"
-#include "core/text/convert.h"
 #include "http/inflight_table.h"
 #include "http/win_http_request.h"
 #include "platform/objects.h"

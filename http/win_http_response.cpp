@@ -2,9 +2,9 @@
 #include <new>
 #include <vector>
 
+#include "core/base/unicode.h"
 #include "core/format/error_text.h"
 #include "core/log/log.h"
-#include "core/text/convert.h"
 #include "http/win_http_request.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/base/unicode.h"
 #include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "core/text/convert.h"

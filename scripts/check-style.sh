@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The layout of every C++ file is what clang-format makes of it, and no Windows header is included above the seam.
+# The layout of every C++ file is what clang-format makes of it, no Windows header is included above the seam, and each
+# room includes only itself and the rooms that stand below it in CMakeLists.txt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,5 +11,28 @@ leaks=$(git grep -nIE '#\s*include\s*<(windows|winhttp|wininet|wincrypt|bcrypt|u
 if [ -n "$leaks" ]; then
   echo "Windows headers outside platform/windows:"
   echo "$leaks"
+  exit 1
+fi
+
+# Reads the lines mddct_room(NAME FOLDER ROOMS-BELOW...), which stand from the ground up, then FILE:#include "HEADER".
+upwards=$({ sed -n 's/^mddct_room(\(.*\))$/room \1/p' CMakeLists.txt
+  git grep -E '^#include "[a-z]' -- platform core http upload dct main ':!platform/windows' ':!main/entry.cpp'; } | awk '
+  function folder(path) { sub(/\/[^\/]*$/, "", path); return path }
+  $1 == "room" {
+    folders[$2] = $3
+    may[$3, $3] = 1
+    for (i = 4; i <= NF; i++) {
+      for (name in folders) if (may[folders[$i], folders[name]]) may[$3, folders[name]] = 1
+    }
+    next
+  }
+  {
+    split($0, part, ":")
+    split($0, quoted, "\"")
+    if (!may[folder(part[1]), folder(quoted[2])]) print
+  }')
+if [ -n "$upwards" ]; then
+  echo "Includes of what does not stand below:"
+  echo "$upwards"
   exit 1
 fi

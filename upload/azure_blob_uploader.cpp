@@ -4,6 +4,7 @@
 #include <string_view>
 #include <utility>
 
+#include "core/base/unicode.h"
 #include "core/log/log.h"
 #include "core/text/convert.h"
 #include "platform/clock.h"

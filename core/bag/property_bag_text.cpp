@@ -5,6 +5,7 @@
 #include "core/bag/property_bag.h"
 #include "core/base/exception.h"
 #include "core/base/memory_guard.h"
+#include "core/redaction/masks.h"
 #include "core/redaction/sensitive_names.h"
 
 namespace CORE {
@@ -43,11 +44,11 @@ struct Level {
 template <class Sink>
 void putValue(Sink& sink, const PropertyEntry& entry, bool mask) {
   if (entry.value.isBinary() && entry.value.byteLength() != 0) {
-    sink.text(L"<BINARY>");
+    sink.text(kBinaryMask);
     return;
   }
   sink.text(L"\"");
-  sink.text(mask && isSensitiveName(entry.name) ? std::wstring_view(L"*****") : std::wstring_view(entry.value));
+  sink.text(mask && isSensitiveName(entry.name) ? kSecretMask : std::wstring_view(entry.value));
   sink.text(L"\"");
 }
 

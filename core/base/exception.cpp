@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 
 namespace CORE {
 

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "core/base/local_time.h"
+#include "core/files/protected_folder.h"
 #include "core/format/error_text.h"
 #include "core/format/format.h"
-#include "core/log/log_folder.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "platform/processes.h"

@@ -6,6 +6,7 @@
 #include "platform/files.h"
 #include "platform/platform.h"
 
+namespace CORE {
 namespace {
 
 constexpr std::wstring_view kSeparators = L"\\/";
@@ -75,3 +76,5 @@ bool ensureFolder(std::wstring_view path) {
   }
   return true;
 }
+
+}  // namespace CORE

@@ -6,8 +6,8 @@
 #include <span>
 #include <vector>
 
+#include "core/base/unicode.h"
 #include "core/format/format.h"
-#include "core/text/convert.h"
 #include "platform/platform.h"
 #include "platform/system.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 
 namespace CORE {
 namespace {

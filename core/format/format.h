@@ -8,6 +8,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "core/redaction/masks.h"
 #include "core/text/corestring.h"
 
 namespace CORE {
@@ -45,17 +46,13 @@ constexpr FormatKind kindOf() {
   }
 }
 
-/// The texts that stand for content which must not be shown.
-inline constexpr std::wstring_view kBinaryText = L"<BINARY>";
-inline constexpr std::wstring_view kSecretText = L"*****";
-
 template <class C>
 FormatArgument maskedOr(const corestring<C>& text, FormatArgument plain) {
   if (text.isSecret()) {
-    return {FormatKind::kWide, 0, kSecretText, "*****"};
+    return {FormatKind::kWide, 0, kSecretMask, kSecretMaskNarrow};
   }
   if (text.isBinary() && text.byteLength() != 0) {
-    return {FormatKind::kWide, 0, kBinaryText, "<BINARY>"};
+    return {FormatKind::kWide, 0, kBinaryMask, kBinaryMaskNarrow};
   }
   return plain;
 }

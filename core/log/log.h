@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -20,10 +21,13 @@ enum LogLevel : std::uint32_t {
   kFatal = 5,
 };
 
+/// The longest message of a record, in characters; what goes beyond is cut.
+inline constexpr std::size_t kMaxMessageCharacters = 8192;
+
 /// Whether a record of that level is made at all. Costs one atomic read; any thread.
 bool logAdmits(std::uint32_t level) noexcept;
 
-/// Formats the message (cut to 8192 characters) and hands the record to the process-wide logger. Never throws.
+/// Formats the message (cut to kMaxMessageCharacters) and hands the record to the process-wide logger. Never throws.
 void logArguments(std::uint32_t level, std::wstring_view format, std::span<const FormatArgument> arguments) noexcept;
 
 /// The log call of every part of the program: the text begins with the qualified operation name and "(): ".

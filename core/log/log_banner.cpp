@@ -2,10 +2,10 @@
 
 #include <cstdint>
 
+#include "core/base/unicode.h"
 #include "core/files/program_version.h"
 #include "core/format/format.h"
 #include "core/log/log.h"
-#include "core/text/convert.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
 #include "platform/system.h"

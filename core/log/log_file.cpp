@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <span>
 
-#include "core/log/log_folder.h"
+#include "core/files/protected_folder.h"
 #include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/platform.h"

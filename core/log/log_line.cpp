@@ -4,9 +4,10 @@
 #include <cstdlib>
 #include <utility>
 
+#include "core/base/unicode.h"
 #include "core/format/format.h"
+#include "core/redaction/legacy_word.h"
 #include "core/settings/configuration.h"
-#include "core/text/convert.h"
 #include "core/text/number_text.h"
 #include "platform/platform.h"
 
@@ -22,19 +23,6 @@ constexpr std::int64_t kMinutesPerDay = 1440;
 std::wstring utcStamp(const platform::SystemTime& t) {
   return format(L"%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", t.year, t.month, t.day, t.hour, t.minute, t.second,
                 t.milliseconds);
-}
-
-constexpr std::size_t kMaskBlock = 64;
-
-/// Whether the masked word's first two letters stand anywhere from a place in the block on; hardly any block holds
-/// them, and wide steps find that out. Reads one character behind the block.
-bool holdsStartOfWord(const char* block) {
-  unsigned char found = 0;
-  for (std::size_t i = 0; i < kMaskBlock; ++i) {
-    const bool starts = ((block[i] | 0x20) == 'v') & ((block[i + 1] | 0x20) == 't');
-    found = static_cast<unsigned char>(found | static_cast<unsigned char>(starts));
-  }
-  return found != 0;
 }
 
 struct LocalTime {
@@ -76,23 +64,6 @@ std::wstring timeStamp(platform::FileTime time, std::int32_t bias) {
   const std::int64_t offset = std::abs(local.offsetMinutes);
   return format(L"%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02d:%02d", t.year, t.month, t.day, t.hour, t.minute, t.second,
                 t.milliseconds, local.offsetMinutes < 0 ? L'-' : L'+', offset / 60, offset % 60);
-}
-
-void maskLegacyWord(std::string& text, std::size_t from) {
-  // ASCII is enough: no other character has one of these letters as its lower case.
-  const auto is = [&text](std::size_t at, char small) { return (text[at] | 0x20) == small; };
-  const std::size_t end = std::max<std::size_t>(text.size(), 2) - 2;
-  for (std::size_t at = from; at < end;) {
-    if (at + kMaskBlock < text.size() && !holdsStartOfWord(text.data() + at)) {
-      at += kMaskBlock;
-      continue;
-    }
-    for (const std::size_t stop = std::min(at + kMaskBlock, end); at < stop; ++at) {
-      if (is(at, 'v') && is(at + 1, 't') && is(at + 2, 'x')) {
-        text.replace(at, 3, 3, '*');
-      }
-    }
-  }
 }
 
 std::int32_t currentBias(bool readFromRegistry) {

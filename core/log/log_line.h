@@ -30,9 +30,6 @@ std::wstring_view levelName(std::uint32_t level);
 /// kUnknownBias it is the time of the call, not the record's, in UTC.
 std::wstring timeStamp(platform::FileTime time, std::int32_t bias);
 
-/// Overwrites every "vtx", in any case, from that byte of a UTF-8 text on with three asterisks. Linear in its length.
-void maskLegacyWord(std::string& text, std::size_t from = 0);
-
 /// The bias now: 0 unless it is to be read; then "ActiveTimeBias" of the system, kUnknownBias when that cannot be read
 /// or is no bias (more than a day).
 std::int32_t currentBias(bool readFromRegistry);

@@ -2,12 +2,13 @@
 
 #include <utility>
 
+#include "core/base/unicode.h"
+#include "core/files/protected_folder.h"
 #include "core/format/error_text.h"
 #include "core/format/format.h"
 #include "core/log/log.h"
 #include "core/log/log_folder.h"
 #include "core/settings/environment.h"
-#include "core/text/convert.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
 

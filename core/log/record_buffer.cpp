@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "core/base/unicode.h"
 #include "core/log/log_context.h"
-#include "core/text/convert.h"
 #include "platform/platform.h"
 #include "platform/processes.h"
 

@@ -10,9 +10,6 @@
 
 namespace CORE {
 
-/// Most characters of a message.
-inline constexpr std::size_t kMaxMessageCharacters = 8192;
-
 /// One log record, as its log call makes it. The texts are the caller's.
 struct LogRecord {
   std::uint32_t level = 0;

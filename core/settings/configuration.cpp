@@ -7,10 +7,10 @@
 #include <vector>
 
 #include "core/base/memory_guard.h"
+#include "core/base/unicode.h"
 #include "core/format/format.h"
 #include "core/settings/environment.h"
 #include "core/settings/legacy_policy.h"
-#include "core/text/convert.h"
 #include "core/text/text.h"
 #include "platform/platform.h"
 

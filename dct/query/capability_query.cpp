@@ -3,18 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <mutex>
-#include <optional>
+#include <utility>
 
 #include "core/base/exception.h"
-#include "core/log/log.h"
 #include "core/text/convert.h"
 #include "core/text/text.h"
-#include "dct/dct_common.h"
 
 namespace {
-
-constexpr const wchar_t* kQueryCommand =
-    L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
 
 constexpr std::array kDefaultFeatures = {L"AgentCore",
                                          L"VirtualChannel",
@@ -38,9 +33,6 @@ constexpr std::array kDefaultFeatures = {L"AgentCore",
                                          L"Watermark"};
 constexpr std::array kDefaultLogLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE"};
 
-constexpr std::uint32_t kErrorUnreadable = 13;
-constexpr std::size_t kMaxMessageCharacters = 8192;  // what a log record holds
-
 struct ProcessWide {
   std::mutex loading;  ///< held by the one who asks the script
   std::mutex lock;     ///< guards `supported`; never held while the script runs
@@ -52,15 +44,17 @@ ProcessWide& processWide() {
   return lists;
 }
 
-std::optional<std::wstring> decoded(const std::string& output) {
-  try {
-    return CORE::to_wstr(output, CORE::kUtf8);
-  } catch (const CORE::coreException&) {
-    return std::nullopt;
-  }
-}
-
 }  // namespace
+
+bool parseCapabilityOutput(const std::string& output, CORE::PropertyBag& bag) {
+  std::wstring text;
+  try {
+    text = CORE::to_wstr(output, CORE::kUtf8);
+  } catch (const CORE::coreException&) {
+    return false;
+  }
+  return bag.parse(std::move(text));
+}
 
 SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features) {
   SupportedLists out;
@@ -102,31 +96,13 @@ std::set<std::wstring> supportedLogLevels() {
   return lists.supported.logLevels;
 }
 
-void forgetSupportedListsForTests() {
+void setSupportedLists(SupportedLists supported) {
   ProcessWide& lists = processWide();
   const std::lock_guard lock(lists.lock);
-  lists.supported = {};
+  lists.supported = std::move(supported);
 }
 
-bool dct_common::getLogLevel(CORE::PropertyBag& bag) {
-  std::string output;
-  if (!runDctCommand(kQueryCommand, bag, output)) {
-    return false;
-  }
-  std::optional<std::wstring> answer = decoded(output);
-  if (!answer || !bag.parse(std::move(*answer))) {
-    // An answer can be long; more of it than a log record shows is of no use.
-    const CORE::FormatArgument text = {CORE::FormatKind::kNarrow, 0, {}, output};
-    const std::wstring error = CORE::formatArguments(L"Failed to load json %S.", {&text, 1}, kMaxMessageCharacters);
-    bag.setError(kErrorUnreadable, error);
-    CORE::log(CORE::kError, L"dct_common::getLogLevel(): %s", error);
-    return false;
-  }
-  bag.set(L"Version", L"2");
-  return true;
-}
-
-void dct_common::loadSupportedLists() {
+void loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript) {
   ProcessWide& lists = processWide();
   const std::lock_guard once(lists.loading);
   if (!supportedFeatures().empty()) {
@@ -134,13 +110,12 @@ void dct_common::loadSupportedLists() {
   }
   SupportedLists answer;
   CORE::PropertyBag bag;
-  if (getLogLevel(bag) && bag.isBag(L"featureData")) {
+  if (askScript(bag) && bag.isBag(L"featureData")) {
     answer = readCapabilityAnswer(bag.getBag(L"featureData"));
   }
   if (answer.features.empty()) {  // also when no entry has a name: an empty list would be asked for again
     answer.features.assign(kDefaultFeatures.begin(), kDefaultFeatures.end());
     answer.logLevels = {kDefaultLogLevels.begin(), kDefaultLogLevels.end()};
   }
-  const std::lock_guard lock(lists.lock);
-  lists.supported = std::move(answer);
+  setSupportedLists(std::move(answer));
 }

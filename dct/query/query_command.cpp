@@ -1,6 +1,7 @@
+#include "dct/query/query_command.h"
+
 #include "core/format/error_text.h"
 #include "core/log/log.h"
-#include "dct/dct_common.h"
 #include "dct/query/pipe_reader.h"
 #include "dct/query/query_child.h"
 #include "platform/objects.h"
@@ -9,7 +10,6 @@
 namespace {
 
 constexpr std::uint32_t kTimeoutMilliseconds = 60000;
-constexpr std::uint32_t kErrorNoInstallPath = 80;
 
 /// The failure of one run: goes into the result bag and into the log.
 bool fail(CORE::PropertyBag& result, std::uint32_t code, const std::wstring& text) {
@@ -84,11 +84,8 @@ bool checkExitCode(const QueryChild& child, CORE::PropertyBag& result) {
 
 }  // namespace
 
-bool dct_common::runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output) {
-  const std::wstring folder = scriptFolder();
-  if (folder.empty()) {  // a folder of that name on the current drive could be anybody's
-    return fail(result, kErrorNoInstallPath, getMessage(1));
-  }
+bool runQueryCommand(const std::wstring& command, const std::wstring& folder, CORE::PropertyBag& result,
+                     std::string& output) {
   Pipes pipes;
   if (!openPipes(pipes, result)) {
     return false;

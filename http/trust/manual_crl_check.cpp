@@ -1,8 +1,8 @@
 #include <array>
 
+#include "core/base/unicode.h"
 #include "core/format/error_text.h"
 #include "core/log/log.h"
-#include "core/text/convert.h"
 #include "http/trust/server_verification.h"
 #include "http/trust/win_cert_implementation.h"
 #include "platform/platform.h"

@@ -4,9 +4,9 @@
 #include <optional>
 
 #include "core/base/memory_guard.h"
+#include "core/base/unicode.h"
 #include "core/format/error_text.h"
 #include "core/log/log.h"
-#include "core/text/convert.h"
 #include "platform/platform.h"
 #include "upload/digest/base64.h"
 #include "upload/digest/hash_generator.h"

@@ -2,7 +2,7 @@
 
 #include <optional>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "tests/sim/security.h"
 #include "tests/sim/text.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "core/base/unicode.h"
 #include "core/log/log_line.h"
-#include "core/text/convert.h"
 
 namespace sim {
 namespace {

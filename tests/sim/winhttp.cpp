@@ -1,6 +1,6 @@
 #include "tests/sim/winhttp.h"
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "tests/sim/http_handles.h"
 #include "tests/sim/internet.h"
 #include "tests/sim/text.h"

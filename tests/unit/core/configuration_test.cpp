@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/base/unicode.h"
 #include "core/settings/legacy_policy.h"
-#include "core/text/convert.h"
 #include "core/text/text.h"
 #include "tests/sim/windows.h"
 

@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <thread>
 
+#include "core/base/unicode.h"
 #include "core/log/log_context.h"
 #include "core/log/log_session.h"
-#include "core/text/convert.h"
 #include "tests/sim/log_capture.h"
 #include "tests/sim/windows.h"
 

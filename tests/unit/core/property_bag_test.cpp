@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "core/text/text.h"
 #include "tests/sim/windows.h"
 

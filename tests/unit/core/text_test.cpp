@@ -3,6 +3,7 @@
 #include <array>
 #include <new>
 
+#include "core/base/unicode.h"
 #include "core/format/format.h"
 #include "core/text/convert.h"
 #include "tests/sim/registry.h"

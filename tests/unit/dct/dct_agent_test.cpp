@@ -57,7 +57,7 @@ TEST(EnsureFolder, ParentsByTextAlone) {
         std::pair(L"C:\\a", L"C:\\"), std::pair(L"C:/a\\\\b\\", L"C:/a"), std::pair(L"a", L""),
         std::pair(L"\\a", L"\\"), std::pair(L"\\\\s", L"\\\\s"), std::pair(L"\\\\s\\t\\", L"\\\\s\\t"),
         std::pair(L"\\\\s\\t\\x", L"\\\\s\\t")}) {
-    EXPECT_EQ(parentPath(path), parent);
+    EXPECT_EQ(CORE::parentPath(path), parent);
   }
 }
 

@@ -19,7 +19,7 @@ inline const std::wstring kBundlePath =
 /// A machine with an installed agent. Nothing else may be left open at its end.
 struct ScriptWorld {
   ScriptWorld() {
-    forgetSupportedListsForTests();
+    setSupportedLists({});
     windows.registry.set(L"HKLM\\Software\\Calvera\\Meridon\\Agent\\AgentInstallPath", L"C:\\Agent");
     windows.files.write(L"C:\\Agent\\dct\\vdx-support.ps1", "#");
     windows.text.setVariable(L"ProgramData", L"C:\\ProgramData");
@@ -28,7 +28,7 @@ struct ScriptWorld {
     windows.processes.endAll();
     CORE::corelogger::instance().stop();  // whose files would count as open
     EXPECT_EQ(windows.openHandlesText(), mayStayOpen);
-    forgetSupportedListsForTests();
+    setSupportedLists({});
   }
 
   /// Every child from now on prints that.

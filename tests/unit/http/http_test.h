@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "core/text/text.h"
 #include "http/win_http_request.h"
 #include "tests/sim/log_capture.h"
