@@ -37,7 +37,7 @@ const kReads =
 /** Files that read settings, which must be those that settings() knows. */
 export const readers = sources.filter(({ name, text }) => name.endsWith('.cpp') && kReads.test(text))
   .map(({ name }) => name).sort();
-export const knownReaders = Object.keys(kReaders);
+export const knownReaders = Object.keys(kReaders).sort();
 
 /** Every registry value that is read: "Log\logEnabled", or a whole name from another key. Sorted. */
 export function settings() {
