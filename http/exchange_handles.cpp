@@ -7,7 +7,7 @@ ExchangeHandles::Call::Call(Call&& other) noexcept
 
 ExchangeHandles::Call::~Call() {
   if (owner_ != nullptr) {
-    owner_->leave();
+    owner_->endCall();
   }
 }
 
@@ -18,7 +18,7 @@ void ExchangeHandles::Set::close() {
 }
 
 bool ExchangeHandles::markStarted() {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   return !std::exchange(started_, true);
 }
 
@@ -35,19 +35,19 @@ ExchangeHandles::Call ExchangeHandles::useConnection() { return use(&Set::connec
 ExchangeHandles::Call ExchangeHandles::useRequest() { return use(&Set::request); }
 
 bool ExchangeHandles::hasAllHandles() const {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   return outcome_ == Outcome::kOpen && handles_.session && handles_.connection && handles_.request;
 }
 
 ExchangeHandles::Outcome ExchangeHandles::outcome() const {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   return outcome_;
 }
 
 bool ExchangeHandles::close(Outcome outcome, const std::function<void()>& onDecided) {
   Set closing;  // closed after the lock is gone
   {
-    const std::lock_guard guard(mutex_);
+    const CORE::MutexLock lock(mutex_);
     if (!started_ || outcome_ != Outcome::kOpen) {
       return false;
     }
@@ -66,7 +66,7 @@ bool ExchangeHandles::close(Outcome outcome, const std::function<void()>& onDeci
 void ExchangeHandles::closeNow(Outcome outcome) {
   Set closing;
   {
-    const std::lock_guard guard(mutex_);
+    const CORE::MutexLock lock(mutex_);
     if (outcome_ == Outcome::kOpen) {
       outcome_ = outcome;
     }
@@ -76,7 +76,7 @@ void ExchangeHandles::closeNow(Outcome outcome) {
 }
 
 std::optional<ExchangeHandles::Outcome> ExchangeHandles::takeOutcome() {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   if (outcome_ == Outcome::kOpen || outcomeTaken_) {
     return std::nullopt;
   }
@@ -86,7 +86,7 @@ std::optional<ExchangeHandles::Outcome> ExchangeHandles::takeOutcome() {
 
 bool ExchangeHandles::set(platform::InternetHandle Set::*place, platform::InternetHandle handle) {
   // The handle that is left over, the earlier one or the one that came too late, closes after the lock is gone.
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   if (outcome_ != Outcome::kOpen) {
     return false;
   }
@@ -95,7 +95,7 @@ bool ExchangeHandles::set(platform::InternetHandle Set::*place, platform::Intern
 }
 
 ExchangeHandles::Call ExchangeHandles::use(platform::InternetHandle Set::*place) {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   if (outcome_ != Outcome::kOpen || !(handles_.*place)) {
     return Call(nullptr, nullptr);
   }
@@ -103,10 +103,10 @@ ExchangeHandles::Call ExchangeHandles::use(platform::InternetHandle Set::*place)
   return Call(this, (handles_.*place).get());
 }
 
-void ExchangeHandles::leave() {
+void ExchangeHandles::endCall() {
   Set closing;
   {
-    const std::lock_guard guard(mutex_);
+    const CORE::MutexLock lock(mutex_);
     --calls_;
     if (calls_ == 0 && outcome_ != Outcome::kOpen) {
       std::swap(closing, handles_);

@@ -2,18 +2,18 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <optional>
 
+#include "core/base/mutex.h"
 #include "platform/handle.h"
 #include "platform/winhttp.h"
 
 /// The session, connection and request handle of one exchange, and the one place that decides how the exchange ends.
 ///
-/// WinHTTP may call back inside the very call that asked, or on a worker before that call has returned, so no lock is
-/// ever held across a WinHTTP call. A caller takes a handle as a Call, which counts; a close that finds calls in
-/// progress is carried out by the last of them as it leaves. So a handle is neither used after its close nor mistaken
-/// for another object's. Any thread may use every operation.
+/// WinHTTP may call back inside the very call that asked, or on another thread before that call has returned. So no
+/// lock is held across a call of WinHTTP. A caller borrows a handle as a Call, which counts while it lives; a close
+/// that finds calls in progress is carried out by the last of them as it ends. So a handle is neither used after its
+/// close nor mistaken for another object's. Any thread may use every operation.
 class ExchangeHandles {
  public:
   /// How the exchange was closed; the first to close decides.
@@ -44,10 +44,12 @@ class ExchangeHandles {
     platform::NativeHandle handle_;
   };
 
-  /// Marks the exchange as started. False when it was started before: handles serve one exchange.
-  bool markStarted();
+  /// Marks the exchange as started.
+  /// \returns false when it was started before: handles serve one exchange.
+  bool markStarted() EXCLUDES(mutex_);
 
-  /// Takes a handle over, closing an earlier one. False, and the handle is closed, when the exchange is closed already.
+  /// Takes a handle over, and closes an earlier one.
+  /// \returns false, with the handle closed, when the exchange is closed already.
   bool setSession(platform::InternetHandle session);
   bool setConnection(platform::InternetHandle connection);
   bool setRequest(platform::InternetHandle request);
@@ -56,22 +58,24 @@ class ExchangeHandles {
   Call useConnection();
   Call useRequest();
 
-  /// True while all three handles exist and nobody has closed them.
-  bool hasAllHandles() const;
-  Outcome outcome() const;
+  /// Returns whether all three handles exist and nobody has closed them.
+  bool hasAllHandles() const EXCLUDES(mutex_);
+  Outcome outcome() const EXCLUDES(mutex_);
 
   /// Closes request, connection and session, in this order: at once, or by the last call in progress.
-  /// \param onDecided  runs under the lock once this call has decided, before anything is closed; it must not throw
+  /// \param onDecided  runs under the lock once this call has decided, before anything is closed; it must not throw.
   /// \returns true when this call decided; false, without effect, when the exchange was not started or is closed.
-  bool close(Outcome outcome, const std::function<void()>& onDecided = {});
+  bool close(Outcome outcome, const std::function<void()>& onDecided = {}) EXCLUDES(mutex_);
 
-  /// As close, but carries any decided close out at once, whatever calls are in progress. For the sending-request
-  /// notification only: data leaves when it returns, and the call that caused it has taken its handle up long before.
-  void closeNow(Outcome outcome);
+  /// As close(), but closes at once, whatever calls are in progress, and also what was decided before. For the
+  /// sending-request notification only: data leaves when it returns, and the call that caused it has read its handle
+  /// long before.
+  void closeNow(Outcome outcome) EXCLUDES(mutex_);
 
-  /// Settles a closed exchange: the caller, and nobody else, does what its outcome asks for (calls the completion, or
-  /// wakes the canceller). Nothing when the exchange is open or was settled before.
-  std::optional<Outcome> takeOutcome();
+  /// Hands out how a closed exchange has ended, once. The caller that gets it, and nobody else, does what it asks for:
+  /// it calls the completion, or wakes the thread that cancelled.
+  /// \returns nothing while the exchange is open, and to every later caller.
+  std::optional<Outcome> takeOutcome() EXCLUDES(mutex_);
 
  private:
   struct Set {
@@ -82,14 +86,14 @@ class ExchangeHandles {
     void close();
   };
 
-  bool set(platform::InternetHandle Set::*place, platform::InternetHandle handle);
-  Call use(platform::InternetHandle Set::*place);
-  void leave();
+  bool set(platform::InternetHandle Set::*place, platform::InternetHandle handle) EXCLUDES(mutex_);
+  Call use(platform::InternetHandle Set::*place) EXCLUDES(mutex_);
+  void endCall() EXCLUDES(mutex_);
 
-  mutable std::mutex mutex_;
-  Set handles_;
-  std::uint32_t calls_ = 0;
-  bool started_ = false;
-  bool outcomeTaken_ = false;
-  Outcome outcome_ = Outcome::kOpen;
+  mutable CORE::Mutex mutex_;
+  Set handles_ GUARDED_BY(mutex_);
+  std::uint32_t calls_ GUARDED_BY(mutex_) = 0;
+  bool started_ GUARDED_BY(mutex_) = false;
+  bool outcomeTaken_ GUARDED_BY(mutex_) = false;
+  Outcome outcome_ GUARDED_BY(mutex_) = Outcome::kOpen;
 };

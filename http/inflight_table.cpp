@@ -8,7 +8,7 @@ InflightTable& InflightTable::instance() {
 }
 
 std::uintptr_t InflightTable::add(std::shared_ptr<WinHttpRequest> request) {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   const std::uintptr_t number = last_ + 1;
   requests_.emplace(number, std::move(request));
   last_ = number;
@@ -16,13 +16,13 @@ std::uintptr_t InflightTable::add(std::shared_ptr<WinHttpRequest> request) {
 }
 
 std::shared_ptr<WinHttpRequest> InflightTable::find(std::uintptr_t number) {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   const auto at = requests_.find(number);
   return at == requests_.end() ? nullptr : at->second;
 }
 
 std::shared_ptr<WinHttpRequest> InflightTable::take(std::uintptr_t number) {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   const auto at = requests_.find(number);
   if (at == requests_.end()) {
     return nullptr;

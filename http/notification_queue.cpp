@@ -4,27 +4,27 @@
 
 #include "platform/winhttp.h"
 
-bool NotificationQueue::push(const Notification& event) {
-  const std::lock_guard guard(mutex_);
-  events_.push_back(event);
+bool NotificationQueue::push(const Notification& notification) {
+  const CORE::MutexLock lock(mutex_);
+  waiting_.push_back(notification);
   return startHandling();
 }
 
 bool NotificationQueue::pushClosing() noexcept {
-  const std::lock_guard guard(mutex_);
+  const CORE::MutexLock lock(mutex_);
   closing_ = true;
   return startHandling();
 }
 
-bool NotificationQueue::pop(Notification& event) noexcept {
-  const std::lock_guard guard(mutex_);
-  if (!events_.empty()) {
-    event = events_.front();
-    events_.pop_front();
+bool NotificationQueue::pop(Notification& notification) noexcept {
+  const CORE::MutexLock lock(mutex_);
+  if (!waiting_.empty()) {
+    notification = waiting_.front();
+    waiting_.pop_front();
     return true;
   }
   if (std::exchange(closing_, false)) {
-    event = {platform::kStatusHandleClosing, 0, 0};
+    notification = {platform::kStatusHandleClosing, 0, 0};
     return true;
   }
   handling_ = false;

@@ -1,36 +1,35 @@
 #pragma once
 
-#include <cstdint>
 #include <deque>
-#include <mutex>
 
-/// What a status notification brought, copied out of WinHTTP's memory.
-struct Notification {
-  std::uint32_t status = 0;
-  std::uint32_t number = 0;  ///< bytes, bits or error number, by status
-  std::uintptr_t api = 0;    ///< REQUEST_ERROR: the number of the API that failed
-};
+#include "core/base/mutex.h"
+#include "http/notification.h"
 
-/// The notifications of one request in order of arrival, handled by one thread at a time. WinHTTP calls back several
-/// deep, and on workers; a nested or concurrent notification is only queued, so the stack stays as shallow as the
-/// outermost one and a step never runs inside another. Any thread.
+/// The notifications of one request in order of arrival, handled by one thread at a time.
+///
+/// WinHTTP calls back several frames deep, and on its own threads. A notification that comes while another one is being
+/// handled is only queued. So the stack stays as shallow as the outermost one, and a step never runs inside another.
+/// Any thread.
 class NotificationQueue {
  public:
-  /// Queues an event. True when the caller is the one to drain: it calls pop until that gives false.
+  /// Queues a notification.
+  /// \returns true when the caller is the one that handles: it calls pop() until that returns false.
   /// \throws std::bad_alloc, and then nothing was queued.
-  bool push(const Notification& event);
+  bool push(const Notification& notification) EXCLUDES(mutex_);
 
   /// Queues HANDLE_CLOSING, which is handed out after all others. Needs no memory, so it cannot be lost.
-  bool pushClosing() noexcept;
+  /// \returns as push().
+  bool pushClosing() noexcept EXCLUDES(mutex_);
 
-  /// Hands out the next event. False when there is none; the caller is no longer the one that drains.
-  bool pop(Notification& event) noexcept;
+  /// Hands out the next notification.
+  /// \returns false when there is none; the caller is no longer the one that handles.
+  bool pop(Notification& notification) noexcept EXCLUDES(mutex_);
 
  private:
-  bool startHandling() noexcept;
+  bool startHandling() noexcept REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  std::deque<Notification> events_;
-  bool closing_ = false;
-  bool handling_ = false;
+  CORE::Mutex mutex_;
+  std::deque<Notification> waiting_ GUARDED_BY(mutex_);
+  bool closing_ GUARDED_BY(mutex_) = false;
+  bool handling_ GUARDED_BY(mutex_) = false;
 };

@@ -1,5 +1,3 @@
-#include <array>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -8,6 +6,7 @@
 #include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "http/inflight_table.h"
+#include "http/notification.h"
 #include "http/win_http_request.h"
 #include "platform/objects.h"
 #include "platform/platform.h"
@@ -17,35 +16,6 @@
 
 namespace {
 
-/// The 32-bit number that a notification points to; 0 when it points to none.
-std::uint32_t numberAt(const void* information) {
-  std::uint32_t number = 0;
-  if (information != nullptr) {
-    std::memcpy(&number, information, sizeof(number));
-  }
-  return number;
-}
-
-Notification eventOf(std::uint32_t status, const void* information, std::uint32_t informationLength) {
-  switch (status) {
-    case platform::kStatusDataAvailable:
-    case platform::kStatusWriteComplete:
-    case platform::kStatusSecureFailure:
-      return {status, numberAt(information), 0};
-    case platform::kStatusReadComplete:
-      return {status, informationLength, 0};
-    case platform::kStatusRequestError: {
-      platform::AsyncResult result{};
-      if (information != nullptr) {
-        std::memcpy(&result, information, sizeof(result));
-      }
-      return {status, result.error, result.result};
-    }
-    default:
-      return {status, 0, 0};
-  }
-}
-
 /// Logs the exception being handled; call it inside a catch block only.
 void logStepException() noexcept {
   try {
@@ -54,41 +24,6 @@ void logStepException() noexcept {
   } catch (...) {  // no memory left even for the text
     CORE::log(CORE::kError, L"WinHttpRequest::RequestCallback(): Exception in a callback");
   }
-}
-
-std::wstring apiName(std::uintptr_t api) {
-  constexpr std::array<const wchar_t*, 5> kNames = {L"WinHttpReceiveResponse", L"WinHttpQueryDataAvailable",
-                                                    L"WinHttpReadData", L"WinHttpWriteData", L"WinHttpSendRequest"};
-  if (1 <= api && api <= kNames.size()) {
-    return kNames[api - 1];
-  }
-  return L"unknown code: " + std::to_wstring(api);
-}
-
-struct SecureFailureText {
-  std::uint32_t bit;
-  const wchar_t* text;
-};
-
-// The bits of WINHTTP_STATUS_CALLBACK's SECURE_FAILURE.
-constexpr std::array<SecureFailureText, 8> kSecureFailures = {{
-    {0x1, L"WinHttpRequest::RequestCallback(): Certificate revocation check failed"},
-    {0x2, L"WinHttpRequest::RequestCallback(): Certificate is invalid"},
-    {0x4, L"WinHttpRequest::RequestCallback(): Certificate has been revoked"},
-    {0x8, L"WinHttpRequest::RequestCallback(): Certificate Authority is unrecognized"},
-    {0x10, L"WinHttpRequest::RequestCallback(): Certificate Common Name is incorrect"},
-    {0x20, L"WinHttpRequest::RequestCallback(): Certificate is expired"},
-    {0x80000000, L"WinHttpRequest::RequestCallback(): Internal ssl library error"},
-    {0x40, L"WinHttpRequest::RequestCallback(): Server's certificate has wrong usage"},
-}};
-
-bool logSecureFailure(std::uint32_t bits) {
-  for (const auto& [bit, text] : kSecureFailures) {
-    if ((bits & bit) != 0) {
-      CORE::log(CORE::kDebug, L"%s", text);
-    }
-  }
-  return true;  // the error itself comes as REQUEST_ERROR
 }
 
 }  // namespace
@@ -115,19 +50,19 @@ void WinHttpRequest::RequestCallback(std::uint32_t status, const void* informati
     case platform::kStatusHandleCreated:
       return;
     case platform::kStatusSendingRequest:
-      watchSending();
+      checkBeforeSending();
       return;
     case platform::kStatusHandleClosing:
-      if (queue_.pushClosing()) {
-        drain();
+      if (notifications_.pushClosing()) {
+        handleNotifications();
       }
       return;
     default:
       break;
   }
   try {
-    if (queue_.push(eventOf(status, information, informationLength))) {
-      drain();
+    if (notifications_.push(copyNotification(status, information, informationLength))) {
+      handleNotifications();
     }
   } catch (...) {  // the event is lost, so the exchange cannot go on
     logStepException();
@@ -135,33 +70,54 @@ void WinHttpRequest::RequestCallback(std::uint32_t status, const void* informati
   }
 }
 
-void WinHttpRequest::watchSending() noexcept {
+void WinHttpRequest::checkBeforeSending() noexcept {
   bool allowed = false;
   try {
-    allowed = !isDecided() && SendingRequest();
+    allowed = !hasEnded() && SendingRequest();
   } catch (...) {
     logStepException();
   }
-  if (!allowed || isDecided()) {
+  if (!allowed || hasEnded()) {
     handles_.closeNow(ExchangeHandles::Outcome::kFinished);  // data leaves as soon as this notification returns
   }
 }
 
-void WinHttpRequest::drain() noexcept {
-  Notification event;
-  while (queue_.pop(event)) {
-    if (event.status == platform::kStatusHandleClosing) {
-      concludeClosing();
+bool WinHttpRequest::SendingRequest() {
+  if (gate_.hasPassed()) {
+    CORE::log(CORE::kTrace,
+              L"WinHttpRequest::SendingRequest(): Skip as server certificate chain has already been verified");
+    return true;
+  }
+  std::shared_ptr<const ServerCertificates> server;
+  {
+    const auto call = handles_.useRequest();  // not held longer than this: a close waits for it
+    if (!call) {
+      CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Request handle doesn't exist");
+      return false;
+    }
+    if (gate_.settings().ignoreAllErrors) {
+      return true;
+    }
+    server = gate_.capture(call.handle());
+  }
+  return server != nullptr && gate_.checkLive(*server, target_.host());
+}
+
+void WinHttpRequest::handleNotifications() noexcept {
+  Notification notification;
+  while (notifications_.pop(notification)) {
+    if (notification.status == platform::kStatusHandleClosing) {
+      onHandleClosing();
     } else {
-      runStep(event);
+      runStep(notification);
     }
   }
 }
 
-void WinHttpRequest::runStep(const Notification& event) noexcept {
+void WinHttpRequest::runStep(const Notification& notification) noexcept {
   bool success = false;
   try {
-    success = step(event);
+    success = step(notification);
   } catch (...) {
     logStepException();
   }
@@ -170,65 +126,58 @@ void WinHttpRequest::runStep(const Notification& event) noexcept {
   }
 }
 
-bool WinHttpRequest::step(const Notification& event) {
-  switch (event.status) {
+bool WinHttpRequest::step(const Notification& notification) {
+  switch (notification.status) {
     case platform::kStatusSecureFailure:
-      return logSecureFailure(event.number);
+      logSecureFailure(notification.number);
+      return true;  // the error itself comes as REQUEST_ERROR
     case platform::kStatusRequestError:
-      return requestError(event);
+      return requestError(notification);
     case platform::kStatusSendRequestComplete:
-      return isDecided() || continueUpload();
+      return hasEnded() || continueUpload();
     case platform::kStatusWriteComplete:
-      return isDecided() || writeComplete(event.number);
+      return hasEnded() || writeComplete(notification.number);
     case platform::kStatusHeadersAvailable:
-      return isDecided() || CheckHeaders();
+      return hasEnded() || CheckHeaders();
     case platform::kStatusDataAvailable:
       // 0 bytes are the normal end, which closes like a failure: both lead to the completion.
-      return isDecided() || (event.number != 0 && DataAvailable(event.number));
+      return hasEnded() || (notification.number != 0 && DataAvailable(notification.number));
     case platform::kStatusReadComplete:
-      return isDecided() || readComplete(event.number);
+      return hasEnded() || readComplete(notification.number);
     default:
-      CORE::log(CORE::kDebug, L"WinHttpRequest::RequestCallback(): Unable to handle callback type: %d", event.status);
+      CORE::log(CORE::kDebug, L"WinHttpRequest::RequestCallback(): Unable to handle callback type: %d",
+                notification.status);
       return true;
   }
 }
 
-bool WinHttpRequest::requestError(const Notification& event) {
-  const std::string text = CORE::toUtf8Lossy(CORE::moduleErrorText(L"winhttp.dll", event.number));
-  CORE::log(isProbe_ ? CORE::kTrace : CORE::kError,  // a probe's abort is expected
-            L"WinHttpRequest::RequestCallback(): %s failed for url %s: 0x%x (%S)", apiName(event.api), url_,
-            event.number, text);
-  return event.number == platform::kErrorWinHttpOperationCancelled;  // whoever cancelled closes
+bool WinHttpRequest::requestError(const Notification& notification) {
+  const std::string text = CORE::toUtf8Lossy(CORE::moduleErrorText(L"winhttp.dll", notification.number));
+  CORE::log(gate_.isProbe() ? CORE::kTrace : CORE::kError,  // a probe's abort is expected
+            L"WinHttpRequest::RequestCallback(): %s failed for url %s: 0x%x (%S)", apiName(notification.api),
+            target_.url(), notification.number, text);
+  return notification.number == platform::kErrorWinHttpOperationCancelled;  // whoever cancelled closes
 }
 
-void WinHttpRequest::concludeClosing() noexcept {
+void WinHttpRequest::onHandleClosing() noexcept {
   const auto outcome = handles_.takeOutcome();
   if (!outcome) {
     return;
   }
-  closeUpload();
+  body_.close();
   if (*outcome == ExchangeHandles::Outcome::kFinished) {
-    deliver();
+    callCompletion();
   } else if (*outcome == ExchangeHandles::Outcome::kCancelled) {
     completion_ = nullptr;
     signalCancelled();
   }
 }
 
-void WinHttpRequest::deliver() noexcept {
+void WinHttpRequest::callCompletion() noexcept {
   const HttpCompletion completion = std::exchange(completion_, nullptr);
   try {
     const std::lock_guard<RequestLock> guard(*this);
-    std::string body;
-    {
-      const std::lock_guard result(resultMutex_);
-      try {
-        body = responseBody_;
-      } catch (const std::bad_alloc&) {  // the completion must come, so it gets the only copy there is
-        body = std::move(responseBody_);
-      }
-    }
-    completion(this, std::move(body));
+    completion(this, response_.copyOrTakeBody());
   } catch (...) {
     logStepException();
   }

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::uint32_t kCancelWait = 10000;  // milliseconds
+constexpr std::uint32_t kCancelTimeout = 10000;  // milliseconds
 
 constexpr std::array<std::string_view, 9> kContentTypes = {"",
                                                            "text/css",
@@ -60,7 +60,7 @@ bool WinHttpRequest::getAsync(const std::string& url, HttpCompletion completion)
 bool WinHttpRequest::postAsync(ContentType type, const std::string& url, const std::string& body,
                                HttpCompletion completion) {
   setContentType(type);
-  setBody(std::as_bytes(std::span(body)));
+  body_.copy(std::as_bytes(std::span(body)));
   return performAsync(HttpMethod::kPost, url, std::move(completion));
 }
 
@@ -71,30 +71,26 @@ bool WinHttpRequest::putAsync(ContentType type, const std::string& url, std::spa
     CORE::log(CORE::kWarn, L"WinHttpRequest::putAsync(): Size of outgoing buffer is smaller than the given length");
     length = buffer.size();
   }
-  if (lender_) {
-    outgoing_ = buffer.first(length);
-  } else {
-    setBody(buffer.first(length));
-  }
+  body_.takeBuffer(buffer.first(length));
   return performAsync(HttpMethod::kPut, url, std::move(completion));
 }
 
 bool WinHttpRequest::putStringAsync(ContentType type, const std::string& url, const std::string& body,
                                     HttpCompletion completion) {
   setContentType(type);
-  setBody(std::as_bytes(std::span(body)));
+  body_.copy(std::as_bytes(std::span(body)));
   return performAsync(HttpMethod::kPut, url, std::move(completion));
 }
 
 bool WinHttpRequest::putFileAsync(ContentType type, const std::string& url, const std::string& path,
                                   HttpCompletion completion) {
   setContentType(type);
-  filePath_ = path;
+  body_.useFile(path);
   return performAsync(HttpMethod::kPut, url, std::move(completion));
 }
 
 void WinHttpRequest::setThumbprintsFromCerts(const std::vector<platform::NativeHandle>& certificates) {
-  trust_.pins = WinCertImplementation::GetThumbprints(certificates);
+  gate_.settings().pins = WinCertImplementation::GetThumbprints(certificates);
 }
 
 void WinHttpRequest::setTimeouts(std::uint32_t resolve, std::uint32_t connect, std::uint32_t send,
@@ -112,8 +108,8 @@ void WinHttpRequest::setProxy(const std::string& proxy) { setProxy(wide(proxy));
 void WinHttpRequest::setProxyBypass(const std::string& bypass) { setProxyBypass(wide(bypass)); }
 
 void WinHttpRequest::setProxyCredentials(const std::wstring& user, const std::wstring& password) {
-  proxyUser_ = user;
-  proxyPassword_ = CORE::wstr::secret(password);
+  proxy_.user = user;
+  proxy_.password = CORE::wstr::secret(password);
 }
 
 void WinHttpRequest::setProxyCredentials(const std::string& user, const std::wstring& password) {
@@ -131,9 +127,9 @@ bool WinHttpRequest::performSync(HttpMethod method, const std::string& url, cons
   }
   syncEvent_ = std::move(event.value);
   if (!path.empty()) {
-    filePath_ = path;
+    body_.useFile(path);
   } else if (!body.empty()) {
-    setBody(std::as_bytes(std::span(body)));
+    body_.copy(std::as_bytes(std::span(body)));
   }
   if (!performAsync(method, url, Synchronize)) {
     CORE::log(CORE::kError, L"WinHttpRequest::performSync(): Failed to perform synchronous request");
@@ -159,8 +155,7 @@ void WinHttpRequest::Synchronize(HttpRequest* request, const std::string&) {
 
 bool WinHttpRequest::finishSync(bool performed, std::string& response) {
   const bool success = performed && isSuccess();
-  const std::lock_guard guard(resultMutex_);
-  response = responseBody_;
+  response = response_.body();
   return success;
 }
 
@@ -178,7 +173,7 @@ bool WinHttpRequest::cancelRequest() {
   if (!handles_.close(ExchangeHandles::Outcome::kCancelled, [&] { cancelEvent_ = std::move(event.value); })) {
     return true;
   }
-  const auto waited = platform::current().objects.WaitForSingleObject(waitFor, kCancelWait);
+  const auto waited = platform::current().objects.WaitForSingleObject(waitFor, kCancelTimeout);
   if (waited && waited.value == platform::kWaitObject0) {
     return true;
   }
@@ -190,20 +185,14 @@ std::uint32_t WinHttpRequest::getResponseCode() {
   if (!isCompleted()) {
     CORE::log(CORE::kWarn, L"WinHttpRequest::getResponseCode(): Request did not complete");
   }
-  return statusCode_;
+  return response_.status();
 }
 
 void WinHttpRequest::getResponseHeaders(std::string& headers) {
   if (!isCompleted()) {
     CORE::log(CORE::kWarn, L"WinHttpRequest::getResponseHeaders(): Request did not complete");
   }
-  const std::lock_guard guard(resultMutex_);
-  headers = responseHeaders_;
-}
-
-bool WinHttpRequest::isSuccess() {
-  const std::uint32_t status = statusCode_;
-  return 200 <= status && status <= 299;
+  headers = response_.headers();
 }
 
 void WinHttpRequest::setContentType(ContentType type) {
@@ -213,7 +202,16 @@ void WinHttpRequest::setContentType(ContentType type) {
   }
 }
 
-void WinHttpRequest::setBody(std::span<const std::byte> body) {
-  body_.assign(body.begin(), body.end());
-  outgoing_ = body_;
+bool WinHttpRequest::CrackURL(const std::wstring& url, std::uint32_t& scheme, std::wstring& host, std::uint16_t& port,
+                              std::wstring& path, std::wstring& extra, bool plainHttpDefault) {
+  auto parts = crackUrl(url, plainHttpDefault);
+  const bool parsed = parts.has_value();
+  auto [number, name, parsedHost, parsedPort, parsedPath, parsedExtra] =
+      std::move(parts).value_or(platform::UrlComponents{});
+  scheme = number;
+  host = std::move(parsedHost);
+  port = parsedPort;
+  path = std::move(parsedPath);
+  extra = std::move(parsedExtra);
+  return parsed;
 }

@@ -2,17 +2,17 @@
 
 #include "core/format/error_text.h"
 #include "core/log/log.h"
-#include "core/text/convert.h"
+#include "http/crl_download.h"
 #include "http/inflight_table.h"
 #include "http/proxy/system_proxy.h"
+#include "http/proxy/user_agents.h"
 #include "http/request_text.h"
+#include "http/server_probe.h"
 #include "http/win_http_request.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 
 namespace {
-
-constexpr wchar_t kUserAgent[] = L"VXAgent";
 
 // All completions, secure failure, handle created and handle closing.
 constexpr std::uint32_t kNotifications = 0x097F0C00;
@@ -50,8 +50,6 @@ class Registration {
   std::uintptr_t number_;
 };
 
-platform::WinHttp& winHttp() { return platform::current().winHttp; }
-
 }  // namespace
 
 bool WinHttpRequest::performAsync(HttpMethod method, const std::string& url, HttpCompletion completion) {
@@ -64,9 +62,7 @@ bool WinHttpRequest::performAsync(HttpMethod method, const std::string& url, Htt
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Empty url");
     return false;
   }
-  std::uint32_t scheme = 0;
-  std::uint16_t port = 0;
-  if (!parseTarget(url, scheme, port)) {
+  if (!parseTarget(url)) {
     return false;
   }
   if (!handles_.markStarted()) {
@@ -75,30 +71,30 @@ bool WinHttpRequest::performAsync(HttpMethod method, const std::string& url, Htt
   }
   completion_ = std::move(completion);
   try {
-    if (start(method, scheme, port)) {
+    if (start(method)) {
       return true;
     }
   } catch (...) {
-    concludeFailedStart();
+    endFailedStart();
     throw;
   }
-  return concludeFailedStart();
+  return endFailedStart();
 }
 
-bool WinHttpRequest::start(HttpMethod method, std::uint32_t scheme, std::uint16_t port) {
+bool WinHttpRequest::start(HttpMethod method) {
   chooseProxy();
   const auto limits = timeouts_.forPlatform();
   if (!preflightCertVerification()) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Pre-flight certificate verification failed for %s", url_);
+    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Pre-flight certificate verification failed for %s",
+              target_.url());
     return false;
   }
   verb_ = verbOf(method);
-  return openSession() && configureSession(limits) && openConnection(port) &&
-         openRequest(scheme == platform::kSchemeHttps) && applySecurity() && applyProxyCredentials() &&
-         prepareBody(method) && send();
+  return openSession() && configureSession(limits) && openConnection() && openRequest() && applySecurity() &&
+         applyProxyCredentials() && prepareBody(method) && send();
 }
 
-bool WinHttpRequest::concludeFailedStart() {
+bool WinHttpRequest::endFailedStart() {
   handles_.close(ExchangeHandles::Outcome::kStartFailed);
   const auto outcome = handles_.takeOutcome();
   if (!outcome) {
@@ -106,20 +102,19 @@ bool WinHttpRequest::concludeFailedStart() {
     return isCompleted();
   }
   completion_ = nullptr;
-  closeUpload();
+  body_.close();
   if (*outcome == ExchangeHandles::Outcome::kCancelled) {
     signalCancelled();
   }
   return false;
 }
 
-bool WinHttpRequest::parseTarget(const std::string& url, std::uint32_t& scheme, std::uint16_t& port) {
-  url_ = CORE::to_wstr(url, CORE::kUtf8);
-  if (!CrackURL(url_, scheme, host_, port, path_, extra_, false)) {
+bool WinHttpRequest::parseTarget(const std::string& url) {
+  if (!target_.parse(url)) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Unable to parse url");
     return false;
   }
-  if (scheme != platform::kSchemeHttps && !plainHttpAllowed_) {
+  if (!target_.isHttps() && !plainHttpAllowed_) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Only https is supported");
     return false;
   }
@@ -127,22 +122,29 @@ bool WinHttpRequest::parseTarget(const std::string& url, std::uint32_t& scheme, 
 }
 
 void WinHttpRequest::chooseProxy() {
-  if (isProbe_) {
-    return;
+  if (gate_.isProbe()) {
+    return;  // it goes the way that its parent has chosen
   }
   ChosenProxy chosen;
-  SystemProxy::ChooseProxyServer(chosen, url_, pacUrl_, proxy_, proxyBypass_);
-  proxy_ = std::move(chosen.servers);
-  proxyBypass_ = std::move(chosen.bypass);
+  SystemProxy::ChooseProxyServer(chosen, target_.url(), proxy_.pacUrl, proxy_.servers, proxy_.bypass);
+  proxy_.servers = std::move(chosen.servers);
+  proxy_.bypass = std::move(chosen.bypass);
+}
+
+bool WinHttpRequest::preflightCertVerification() {
+  return gate_.preflight(
+      target_.host(), proxy_.isNamed(),
+      {.probe = [this] { return probeServer(target_.url(), proxy_, timeouts_, gate_.settings()); },
+       .downloadCrl = [this](const std::string& url, std::string& body) { return downloadCrl(url, proxy_, body); }});
 }
 
 bool WinHttpRequest::openSession() {
-  const bool named = !proxy_.empty();
-  auto session =
-      winHttp().WinHttpOpen(kUserAgent, named ? platform::kAccessTypeNamedProxy : platform::kAccessTypeAutomaticProxy,
-                            proxy_, named ? proxyBypass_ : std::wstring(), platform::kWinHttpFlagAsync);
+  const bool named = proxy_.isNamed();
+  auto session = platform::current().winHttp.WinHttpOpen(
+      kRequestUserAgent, named ? platform::kAccessTypeNamedProxy : platform::kAccessTypeAutomaticProxy, proxy_.servers,
+      named ? proxy_.bypass : std::wstring(), platform::kWinHttpFlagAsync);
   if (named) {
-    CORE::log(CORE::kDebug, L"WinHttpRequest::performAsync(): Using proxy server: %s", proxy_);
+    CORE::log(CORE::kDebug, L"WinHttpRequest::performAsync(): Using proxy server: %s", proxy_.servers);
   } else {
     CORE::log(CORE::kDebug, L"WinHttpRequest::performAsync(): Using automatic proxy configuration.");
   }
@@ -159,29 +161,26 @@ bool WinHttpRequest::configureSession(const std::array<int, 4>& limits) {
   if (!call) {
     return false;
   }
-  const auto limited = winHttp().WinHttpSetTimeouts(call.handle(), limits[0], limits[1], limits[2], limits[3]);
+  const auto limited =
+      platform::current().winHttp.WinHttpSetTimeouts(call.handle(), limits[0], limits[1], limits[2], limits[3]);
   if (!limited) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpSetTimeouts failed: 0x%x", limited.error);
     return false;
   }
-  if (!winHttp().WinHttpSetStatusCallback(call.handle(), WinHttpCallback, notificationMask())) {
+  const std::uint32_t sending = gate_.watchesSending(proxy_.isNamed()) ? platform::kStatusSendingRequest : 0U;
+  if (!platform::current().winHttp.WinHttpSetStatusCallback(call.handle(), WinHttpCallback, kNotifications | sending)) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Failed to set status callback");
     return false;
   }
   return true;
 }
 
-std::uint32_t WinHttpRequest::notificationMask() const {
-  const bool watchesSending = !trust_.pins.empty() || (!proxy_.empty() && trust_.checkRevocation) || isProbe_;
-  return watchesSending ? kNotifications | platform::kStatusSendingRequest : kNotifications;
-}
-
-bool WinHttpRequest::openConnection(std::uint16_t port) {
+bool WinHttpRequest::openConnection() {
   const auto call = handles_.useSession();
   if (!call) {
     return false;
   }
-  auto connection = winHttp().WinHttpConnect(call.handle(), host_, port);
+  auto connection = platform::current().winHttp.WinHttpConnect(call.handle(), target_.host(), target_.port());
   if (!connection) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpConnect failed: 0x%x", connection.error);
     return false;
@@ -189,14 +188,15 @@ bool WinHttpRequest::openConnection(std::uint16_t port) {
   return handles_.setConnection(std::move(connection.value));
 }
 
-bool WinHttpRequest::openRequest(bool secure) {
+bool WinHttpRequest::openRequest() {
   const auto call = handles_.useConnection();
   if (!call) {
     return false;
   }
-  const std::uint32_t flags = platform::kWinHttpFlagBypassProxyCache | (secure ? platform::kWinHttpFlagSecure : 0U);
-  auto request =
-      winHttp().WinHttpOpenRequest(call.handle(), verb_, request_text::target(path_, extra_, queryParameters_), flags);
+  const std::uint32_t flags =
+      platform::kWinHttpFlagBypassProxyCache | (target_.isHttps() ? platform::kWinHttpFlagSecure : 0U);
+  auto request = platform::current().winHttp.WinHttpOpenRequest(call.handle(), verb_,
+                                                                target_.requestLine(queryParameters_), flags);
   if (!request) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpOpenRequest failed: 0x%x", request.error);
     return false;
@@ -209,22 +209,18 @@ bool WinHttpRequest::applySecurity() {
   if (!call) {
     return false;
   }
-  std::uint32_t flags = trust_.ignoreName ? platform::kSecurityFlagIgnoreCertCnInvalid : 0U;
-  if (trust_.ignoreAllErrors) {
-    flags |= platform::kSecurityFlagIgnoreAll;
-  } else if (!trust_.pins.empty()) {
-    flags |= platform::kSecurityFlagIgnoreUnknownCa;  // trust is decided by the pins
-  } else if (trust_.checkRevocation && proxy_.empty()) {
-    const auto enabled =
-        winHttp().WinHttpSetOption(call.handle(), platform::kOptionEnableFeature, platform::kEnableSslRevocation);
+  if (gate_.usesPlatformRevocation(proxy_.isNamed())) {
+    const auto enabled = platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionEnableFeature,
+                                                                      platform::kEnableSslRevocation);
     if (!enabled) {
       CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpSetOption failed to enable revocation: 0x%x",
                 enabled.error);
       return false;
     }
   }
+  const std::uint32_t flags = gate_.securityFlags();
   if (flags != 0) {
-    const auto set = winHttp().WinHttpSetOption(call.handle(), platform::kOptionSecurityFlags, flags);
+    const auto set = platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionSecurityFlags, flags);
     if (!set) {
       CORE::log(CORE::kWarn, L"WinHttpRequest::performAsync(): WinHttpSetOptions failed: 0x%x", set.error);
     }
@@ -233,23 +229,36 @@ bool WinHttpRequest::applySecurity() {
 }
 
 bool WinHttpRequest::applyProxyCredentials() {
-  if (proxyUser_.empty() || proxyPassword_.empty()) {
+  if (proxy_.user.empty() || proxy_.password.empty()) {
     return true;
   }
   const auto call = handles_.useRequest();
   if (!call) {
     return false;
   }
-  const auto user = winHttp().WinHttpSetOption(call.handle(), platform::kOptionProxyUsername, proxyUser_);
+  const auto user =
+      platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionProxyUsername, proxy_.user);
   if (!user) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Unable to set proxy user: 0x%x %s", user.error,
               CORE::systemErrorText(user.error));
     return false;
   }
-  const auto password = winHttp().WinHttpSetOption(call.handle(), platform::kOptionProxyPassword, proxyPassword_.str());
+  const auto password = platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionProxyPassword,
+                                                                     proxy_.password.str());
   if (!password) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Unable to set proxy pw: 0x%x %s", password.error,
               CORE::systemErrorText(password.error));
+    return false;
+  }
+  return true;
+}
+
+bool WinHttpRequest::prepareBody(HttpMethod method) {
+  if (method != HttpMethod::kPost && method != HttpMethod::kPut) {
+    return true;
+  }
+  if (!body_.prepare()) {
+    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Request data size is too large");
     return false;
   }
   return true;
@@ -267,8 +276,8 @@ bool WinHttpRequest::send() {
     return false;
   }
   Registration registration(shared_from_this());
-  const auto sent = winHttp().WinHttpSendRequest(call.handle(), lines, outgoing_.first(bytesSent_), totalLength_,
-                                                 registration.number());
+  const auto sent = platform::current().winHttp.WinHttpSendRequest(call.handle(), lines, body_.optionalData(),
+                                                                   body_.length(), registration.number());
   if (!sent) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpSendRequest failed: 0x%x", sent.error);
     return false;

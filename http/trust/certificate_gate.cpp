@@ -1,24 +1,44 @@
+#include "http/trust/certificate_gate.h"
+
 #include <algorithm>
 #include <utility>
 
 #include "core/log/log.h"
 #include "core/settings/configuration.h"
-#include "core/text/convert.h"
-#include "http/win_http_request.h"
+#include "platform/winhttp.h"
 
-// When and on which chain the server's certificates are checked: before the session is opened, on a chain that a probe
-// brought; and at the last moment before data leaves, on the live one.
+// The texts name the operations of WinHttpRequest that call the gate.
 
-bool WinHttpRequest::preflightCertVerification() {
+bool CertificateGate::watchesSending(bool viaProxy) const {
+  return !settings_.pins.empty() || (viaProxy && settings_.checkRevocation) || isProbe_;
+}
+
+std::uint32_t CertificateGate::securityFlags() const {
+  std::uint32_t flags = settings_.ignoreName ? platform::kSecurityFlagIgnoreCertCnInvalid : 0U;
+  if (settings_.ignoreAllErrors) {
+    flags |= platform::kSecurityFlagIgnoreAll;
+  } else if (!settings_.pins.empty()) {
+    flags |= platform::kSecurityFlagIgnoreUnknownCa;  // the pins decide whom to trust
+  }
+  return flags;
+}
+
+bool CertificateGate::usesPlatformRevocation(bool viaProxy) const {
+  // Through a proxy the platform could not download CRLs; the live check looks for revocation there.
+  return !settings_.ignoreAllErrors && settings_.pins.empty() && settings_.checkRevocation && !viaProxy;
+}
+
+bool CertificateGate::preflight(const std::wstring& host, bool viaProxy, const CertificateSources& sources) {
   if (isProbe_) {
     CORE::log(CORE::kTrace,
               L"WinHttpRequest::preflightCertVerification(): Skipping preflight certificate verification");
     return true;
   }
-  if (trust_.ignoreAllErrors || !trust_.checkRevocation) {
+  if (settings_.ignoreAllErrors || !settings_.checkRevocation) {
     return true;
   }
-  const auto server = probeServer();
+  CORE::log(CORE::kDebug, L"WinHttpRequest::preflightCertVerification(): Sending out preflight request");
+  const auto server = sources.probe();
   if (!server) {
     CORE::log(CORE::kWarn,
               L"WinHttpRequest::preflightCertVerification(): Preflight request failed to obtain server certificates. "
@@ -29,37 +49,18 @@ bool WinHttpRequest::preflightCertVerification() {
             L"WinHttpRequest::preflightCertVerification(): Preflight request successfully obtained the server's "
             L"certificates");
   CORE::log(CORE::kDebug, L"WinHttpRequest::preflightCertVerification(): Verifying preflight's certificates");
-  return verifyPreflight(ServerVerification(*server, trust_, host_));
+  return verifyPreflight(ServerVerification(*server, settings_, host), viaProxy, sources);
 }
 
-std::shared_ptr<const ServerCertificates> WinHttpRequest::probeServer() {
-  const auto probe = create();
-  probe->actAsProbe();
-  handProxyTo(*probe);
-  probe->timeouts_ = timeouts_;
-  probe->trust_.pins = trust_.pins;
-  probe->trust_.ignoreName = trust_.ignoreName;
-  CORE::log(CORE::kDebug, L"WinHttpRequest::preflightCertVerification(): Sending out preflight request");
-  std::string nothing;
-  probe->get(CORE::to_mstr(url_, CORE::kUtf8), nothing);  // fails by design: it is closed once it has the chain
-  const std::lock_guard guard(probe->resultMutex_);       // a probe that was given up may still be at work
-  return probe->server_;
-}
-
-void WinHttpRequest::handProxyTo(WinHttpRequest& request) const {
-  request.setProxyBypass(proxyBypass_);
-  request.setProxy(proxy_);
-  request.setProxyCredentials(proxyUser_, proxyPassword_.str());
-}
-
-bool WinHttpRequest::verifyPreflight(const ServerVerification& verification) {
+bool CertificateGate::verifyPreflight(const ServerVerification& verification, bool viaProxy,
+                                      const CertificateSources& sources) {
   bool untrustedRoot = false;
   if (!verification.verifyCertChain(untrustedRoot)) {
     CORE::log(CORE::kDebug,
               L"WinHttpRequest::preflightCertVerification(): Preflight certificate chain verification failed");
     return false;
   }
-  if (!checkPreflightRevocation(verification, untrustedRoot)) {
+  if (!checkPreflightRevocation(verification, !viaProxy && !untrustedRoot, sources)) {
     return false;
   }
   CORE::log(CORE::kDebug,
@@ -76,8 +77,8 @@ bool WinHttpRequest::verifyPreflight(const ServerVerification& verification) {
   return true;
 }
 
-bool WinHttpRequest::checkPreflightRevocation(const ServerVerification& verification, bool untrustedRoot) const {
-  bool automatic = proxy_.empty() && !untrustedRoot;
+bool CertificateGate::checkPreflightRevocation(const ServerVerification& verification, bool automatic,
+                                               const CertificateSources& sources) {
   if (!automatic &&
       CORE::readSettingBool(std::wstring(CORE::kProductKey) + L"\\Node Manager\\DisableManualCRLCheck", false)) {
     CORE::log(CORE::kDebug, L"WinHttpRequest::preflightCertVerification(): Manual CRL check is disabled by killswitch");
@@ -92,69 +93,50 @@ bool WinHttpRequest::checkPreflightRevocation(const ServerVerification& verifica
     return true;
   }
   CORE::log(CORE::kDebug, L"WinHttpRequest::preflightCertVerification(): Performing manual CRL check");
-  const auto download = [this](const std::string& url, std::string& body) { return downloadCrl(url, body); };
-  if (!verification.performManualCRLCheck(download)) {
+  if (!verification.performManualCRLCheck(sources.downloadCrl)) {
     CORE::log(CORE::kError, L"WinHttpRequest::preflightCertVerification(): Preflight: manual CRL check failed");
     return false;
   }
   return true;
 }
 
-bool WinHttpRequest::downloadCrl(const std::string& url, std::string& body) const {
-  const auto request = create();
-  request->allowPlainHttp();
-  handProxyTo(*request);
-  request->setPacUrl(pacUrl_);
-  return request->get(url, body);
+std::shared_ptr<const ServerCertificates> CertificateGate::capture(platform::NativeHandle request) {
+  auto server = std::make_shared<ServerCertificates>();
+  server->certificate = ServerVerification::GetServerCert(request);
+  if (!server->certificate) {
+    CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Unable to obtain server certificate");
+    return nullptr;
+  }
+  server->chain = ServerVerification::GetCertChain(request, server->certificate.get());
+  if (!server->chain) {
+    CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Unable to obtain certificate chain");
+    return nullptr;
+  }
+  // The certificates captured before are released after the lock is gone.
+  std::shared_ptr<const ServerCertificates> earlier = server;
+  const CORE::MutexLock lock(mutex_);
+  captured_.swap(earlier);
+  return server;
 }
 
-bool WinHttpRequest::SendingRequest() {
-  if (chainVerified_) {
-    CORE::log(CORE::kTrace,
-              L"WinHttpRequest::SendingRequest(): Skip as server certificate chain has already been verified");
-    return true;
-  }
-  if (!handles_.useRequest()) {
-    CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Request handle doesn't exist");
-    return false;
-  }
-  if (trust_.ignoreAllErrors) {
-    return true;
-  }
-  const auto server = captureServer();
-  if (!server) {
-    return false;
-  }
+std::shared_ptr<const ServerCertificates> CertificateGate::captured() const {
+  const CORE::MutexLock lock(mutex_);
+  return captured_;
+}
+
+bool CertificateGate::checkLive(const ServerCertificates& server, const std::wstring& host) {
   if (isProbe_) {
     CORE::log(CORE::kTrace,
               L"WinHttpRequest::SendingRequest(): Cert chain captured; aborting probe before any HTTP data is sent to "
               L"the server");
     return false;
   }
-  const ServerVerification verification(*server, trust_, host_);
-  chainVerified_ = preflightThumbprints_.empty() ? verifyLive(verification) : matchesPreflight(verification);
-  return chainVerified_;
+  const ServerVerification verification(server, settings_, host);
+  passed_ = preflightThumbprints_.empty() ? verifyLive(verification) : matchesPreflight(verification);
+  return passed_;
 }
 
-std::shared_ptr<const ServerCertificates> WinHttpRequest::captureServer() {
-  auto server = std::make_shared<ServerCertificates>();
-  const auto call = handles_.useRequest();  // not longer than this: a close waits for it
-  server->certificate = ServerVerification::GetServerCert(call.handle());
-  if (!server->certificate) {
-    CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Unable to obtain server certificate");
-    return nullptr;
-  }
-  server->chain = ServerVerification::GetCertChain(call.handle(), server->certificate.get());
-  if (!server->chain) {
-    CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Unable to obtain certificate chain");
-    return nullptr;
-  }
-  const std::lock_guard guard(resultMutex_);
-  server_ = server;
-  return server;
-}
-
-bool WinHttpRequest::matchesPreflight(const ServerVerification& verification) const {
+bool CertificateGate::matchesPreflight(const ServerVerification& verification) const {
   const auto live = verification.thumbprints();
   if (live.empty()) {
     CORE::log(CORE::kDebug, L"WinHttpRequest::SendingRequest(): Failed to extract individual certs from chain.");
@@ -175,13 +157,13 @@ bool WinHttpRequest::matchesPreflight(const ServerVerification& verification) co
   return true;
 }
 
-bool WinHttpRequest::verifyLive(const ServerVerification& verification) const {
+bool CertificateGate::verifyLive(const ServerVerification& verification) const {
   bool untrustedRoot = false;
   if (!verification.verifyCertChain(untrustedRoot)) {
     CORE::log(CORE::kDebug, L"WinHttpRequest::SendingRequest(): Certificate chain verification failed.");
     return false;
   }
-  if (trust_.checkRevocation && !verification.automaticCRLCheck()) {
+  if (settings_.checkRevocation && !verification.automaticCRLCheck()) {
     CORE::log(CORE::kTrace, L"WinHttpRequest::SendingRequest(): Certificate revocation check failed.");
     return false;
   }

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+#include "http/proxy/request_proxy.h"
+
+/// Downloads a CRL, over HTTPS or plain HTTP: a CRL carries its own signature. The request searches its own proxy, with
+/// the settings that it is given. Waits for its end, at most as long as the default time limits say; any thread.
+/// \param body  the response body, whatever the status.
+/// \returns true for a status from 200 to 299.
+bool downloadCrl(const std::string& url, const RequestProxy& proxy, std::string& body);
