@@ -45,7 +45,7 @@ ExchangeHandles::Outcome ExchangeHandles::outcome() const {
 }
 
 bool ExchangeHandles::close(Outcome outcome, const std::function<void()>& onDecided) {
-  Set closing;  // closed after the lock is gone
+  Set closing;  // closed after the lock is gone: WinHTTP may call back inside the close
   {
     const CORE::MutexLock lock(mutex_);
     if (!started_ || outcome_ != Outcome::kOpen) {
@@ -55,7 +55,7 @@ bool ExchangeHandles::close(Outcome outcome, const std::function<void()>& onDeci
     if (onDecided) {
       onDecided();
     }
-    if (calls_ == 0) {
+    if (calls_ == 0) {  // else the last call in progress closes, in endCall()
       std::swap(closing, handles_);
     }
   }

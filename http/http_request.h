@@ -12,9 +12,9 @@
 
 class HttpRequest;
 
-/// Called once when an asynchronous request has ended (not when it was cancelled): the request, which stays alive until
-/// the function has returned, and a copy of the response body. Runs on one of WinHTTP's threads, or inside the starting
-/// call.
+/// Called once when an asynchronous request has ended, but not when it was cancelled. It is given the request, which
+/// stays alive until the function has returned, and a copy of the response body. Runs on one of WinHTTP's threads, or
+/// inside the starting call.
 using HttpCompletion = std::function<void(HttpRequest*, std::string)>;
 
 /// Names and values, ordered byte-wise by name.
@@ -38,10 +38,11 @@ enum class ContentType : std::uint32_t {
 
 /// One HTTP exchange: configured, performed once, read. Every HTTP call of the program goes through this interface.
 ///
-/// Synchronous operations return true when the exchange succeeded with a status of 200 to 299 and hand out the response
-/// body in every case. Asynchronous operations return true when the request was started; then, and only then, the
-/// completion comes. URLs and narrow texts are UTF-8. An object is used by one thread until it is started.
-/// The operations stand in the order of their slots; there is no virtual destructor, owners delete the concrete class.
+/// Synchronous operations return true when the exchange succeeded with a status from 200 to 299. They hand out the
+/// response body in either case. Asynchronous operations return true when the request was started; then, and only then,
+/// the completion comes. URLs and narrow texts are UTF-8. One thread uses an object until it is started.
+///
+/// The operations stand in the order of their slots. There is no virtual destructor: owners delete the concrete class.
 class HttpRequest {
  public:
   virtual bool get(const std::string& url, std::string& response) = 0;
@@ -63,7 +64,7 @@ class HttpRequest {
 
   virtual void ignoreCertErrors() = 0;
   virtual void ignoreCertNameMismatch() = 0;
-  /// Kept with the request and not interpreted here.
+  /// Stores a value with the request. kept: nobody reads it.
   virtual void setUserValue(std::uint64_t value) = 0;
   virtual void enableRevocationCheck() = 0;
   virtual void setHeaders(const HttpMap& headers) = 0;
@@ -71,11 +72,12 @@ class HttpRequest {
   /// Pins are SHA-256 digests of a certificate's DER encoding in upper-case hexadecimal pairs joined by colons.
   virtual void addThumbprint(const std::string& thumbprint) = 0;
   virtual void setThumbprints(const std::vector<std::string>& thumbprints) = 0;
-  /// Certificates by their platform contexts, which stay the caller's.
+  /// Replaces the pins by those of the certificates, whose contexts stay the caller's.
   virtual void setThumbprintsFromCerts(const std::vector<platform::NativeHandle>& certificates) = 0;
-  /// Seconds for the whole exchange, of which the four limits are shares; values above 4294967 count as 4294967.
+  /// Limits the whole exchange, in seconds; the four limits of WinHTTP are shares of it. Values above 4294967 count as
+  /// 4294967.
   virtual void setTimeout(std::uint32_t seconds) = 0;
-  /// Seconds for each limit; values above 4294967 count as 4294967.
+  /// Sets each limit, in seconds. Values above 4294967 count as 4294967.
   /// \throws CORE::coreException when the sum in milliseconds does not fit in 32 bits.
   virtual void setTimeouts(std::uint32_t resolve, std::uint32_t connect, std::uint32_t send, std::uint32_t receive) = 0;
   virtual void setProxy(const std::wstring& proxy) = 0;
@@ -87,12 +89,12 @@ class HttpRequest {
   virtual void setPacUrl(const std::wstring& url) = 0;
   virtual void setPacUrl(const std::string& url) = 0;
 
-  /// Ends the exchange; its completion is not called. True when nothing was in flight or the end was seen within ten
-  /// seconds. May be called from another thread, and from a completion.
+  /// Ends the exchange; its completion is not called. May be called from another thread, and from a completion.
+  /// \returns true when nothing was in flight, or when the end was seen within ten seconds.
   virtual bool cancelRequest() = 0;
-  /// 0 until headers have arrived.
+  /// Returns the status; 0 until headers have arrived.
   virtual std::uint32_t getResponseCode() = 0;
-  /// The raw headers, lines ended by CRLF.
+  /// Hands out the raw headers, lines ended by CRLF.
   virtual void getResponseHeaders(std::string& headers) = 0;
   virtual std::wstring getUrl() = 0;
   /// Called once per send, when body length and all of the caller's headers are known, before the header block is

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The lock that a request holds while its completion runs; a second base of the request, apart from its interface.
+/// The lock that a request holds while its completion runs. A second base of the request, beside its interface.
 class RequestLock {
  public:
   virtual void lock() = 0;

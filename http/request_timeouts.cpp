@@ -8,7 +8,7 @@
 namespace {
 
 constexpr std::uint32_t kMaxSeconds = 4294967;  // the most whole seconds whose milliseconds fit in 32 bits
-constexpr std::array<double, 4> kShares = {0.2, 0.4, 0.2, 0.2};
+constexpr std::array<double, 4> kShares = {0.2, 0.4, 0.2, 0.2};  // of the total: resolve, connect, send, receive
 
 [[noreturn]] void throwNumericError() { throw CORE::coreException(L"Numeric error"); }
 

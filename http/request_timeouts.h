@@ -20,16 +20,14 @@ class RequestTimeouts {
 
   /// Milliseconds for the whole exchange.
   std::uint32_t total() const { return total_; }
-  bool isExplicit() const { return explicit_; }
-  const Limits& explicitLimits() const { return limits_; }
 
-  /// What WinHttpSetTimeouts takes: the shares of the total, cut to whole milliseconds, or the limits as they were set.
-  /// An explicit limit above 2147483647 turns negative there, as the platform's signed parameter has it.
-  /// \throws CORE::coreException when a share is negative.
+  /// Returns what WinHttpSetTimeouts takes: the shares of the total, cut to whole milliseconds, or the limits as they
+  /// were set. The platform's parameter is signed, so a limit above 2147483647 turns negative. \throws
+  /// CORE::coreException when a share is negative.
   std::array<int, 4> forPlatform() const;
 
  private:
   std::uint32_t total_ = 150000;
-  bool explicit_ = false;
+  bool explicit_ = false;  ///< limits_ count, not the shares
   Limits limits_{};
 };

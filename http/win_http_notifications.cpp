@@ -12,7 +12,8 @@
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 
-// From WinHTTP's notifications to the steps of the exchange and its end. Nothing here lets an exception out.
+// From WinHTTP's notifications to the steps of the exchange, and to its end. An exception must not leave a callback of
+// WinHTTP, so each of these operations ends the exchange instead.
 
 namespace {
 
@@ -36,6 +37,8 @@ void WinHttpRequest::WinHttpCallback(platform::NativeHandle /*handle*/, std::uin
     }
     return;
   }
+  // HANDLE_CLOSING is the last notification. The share taken here keeps the request alive until its completion has
+  // returned, whoever drops it meanwhile.
   InflightTable& table = InflightTable::instance();
   const auto request = status == platform::kStatusHandleClosing ? table.take(context) : table.find(context);
   if (request) {  // else it comes late, after a send that failed
@@ -50,7 +53,7 @@ void WinHttpRequest::RequestCallback(std::uint32_t status, const void* informati
     case platform::kStatusHandleCreated:
       return;
     case platform::kStatusSendingRequest:
-      checkBeforeSending();
+      checkBeforeSending();  // not queued: WinHTTP sends as soon as this notification returns
       return;
     case platform::kStatusHandleClosing:
       if (notifications_.pushClosing()) {
@@ -64,7 +67,7 @@ void WinHttpRequest::RequestCallback(std::uint32_t status, const void* informati
     if (notifications_.push(copyNotification(status, information, informationLength))) {
       handleNotifications();
     }
-  } catch (...) {  // the event is lost, so the exchange cannot go on
+  } catch (...) {  // the notification is lost, so the exchange cannot go on
     logStepException();
     handles_.close(ExchangeHandles::Outcome::kFinished);
   }
@@ -78,7 +81,8 @@ void WinHttpRequest::checkBeforeSending() noexcept {
     logStepException();
   }
   if (!allowed || hasEnded()) {
-    handles_.closeNow(ExchangeHandles::Outcome::kFinished);  // data leaves as soon as this notification returns
+    // At once, also when calls are in progress: WinHttpSendRequest itself may be the frame below.
+    handles_.closeNow(ExchangeHandles::Outcome::kFinished);
   }
 }
 
@@ -122,7 +126,7 @@ void WinHttpRequest::runStep(const Notification& notification) noexcept {
     logStepException();
   }
   if (!success) {
-    handles_.close(ExchangeHandles::Outcome::kFinished);
+    handles_.close(ExchangeHandles::Outcome::kFinished);  // the completion follows with HANDLE_CLOSING
   }
 }
 

@@ -142,7 +142,7 @@ bool WinHttpRequest::performSync(HttpMethod method, const std::string& url, cons
   CORE::log(CORE::kError,
             L"WinHttpRequest::performSync(): Waiting for http request (%S) failed. Wait result=%d. LastError=%s.", url,
             waited.value, CORE::systemErrorText(waited.error));
-  handles_.close(ExchangeHandles::Outcome::kCancelled);  // nothing of it lingers; nobody waits for it any more
+  handles_.close(ExchangeHandles::Outcome::kCancelled);  // or it would go on without anybody who waits for it
   return false;
 }
 
@@ -162,7 +162,7 @@ bool WinHttpRequest::finishSync(bool performed, std::string& response) {
 bool WinHttpRequest::cancelRequest() {
   const auto self = shared_from_this();
   if (!handles_.hasAllHandles()) {
-    handles_.close(ExchangeHandles::Outcome::kCancelled);  // a start that is still under way sends nothing then
+    handles_.close(ExchangeHandles::Outcome::kCancelled);  // so that a start that is still under way sends nothing
     return true;
   }
   auto event = platform::current().objects.CreateEventW(false, false);

@@ -28,9 +28,10 @@
 ///
 /// It is put together of parts: the target (URL and request line), the proxy, the body, the certificate gate, the time
 /// limits, the handles, the queue of notifications, the response. Each part has a header of its own, and its own lock.
-/// What the request itself does stands in four files:
+/// What the request itself does stands in five files:
 /// - win_http_request.cpp: it is configured, waited for, cancelled and read;
 /// - win_http_start.cpp: performAsync, up to the send;
+/// - win_http_session.cpp: the three handles are opened and configured;
 /// - win_http_notifications.cpp: from WinHTTP's notifications to the steps, and to the end of the exchange;
 /// - win_http_steps.cpp: the steps, which send the body and receive the response.
 ///
@@ -176,14 +177,16 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   bool start(HttpMethod method);
   bool endFailedStart();
   void chooseProxy();
+  bool prepareBody(HttpMethod method);
+  bool send();
+
+  // win_http_session.cpp
   bool openSession();
   bool configureSession(const std::array<int, 4>& limits);
   bool openConnection();
   bool openRequest();
   bool applySecurity();
   bool applyProxyCredentials();
-  bool prepareBody(HttpMethod method);
-  bool send();
 
   // win_http_notifications.cpp
   void RequestCallback(std::uint32_t status, const void* information, std::uint32_t informationLength) noexcept;

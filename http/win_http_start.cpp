@@ -1,21 +1,18 @@
 #include <utility>
 
-#include "core/format/error_text.h"
 #include "core/log/log.h"
 #include "http/crl_download.h"
 #include "http/inflight_table.h"
 #include "http/proxy/system_proxy.h"
-#include "http/proxy/user_agents.h"
 #include "http/request_text.h"
 #include "http/server_probe.h"
 #include "http/win_http_request.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 
-namespace {
+// The start of an exchange, up to the send.
 
-// All completions, secure failure, handle created and handle closing.
-constexpr std::uint32_t kNotifications = 0x097F0C00;
+namespace {
 
 std::wstring verbOf(HttpMethod method) {
   switch (method) {
@@ -31,14 +28,15 @@ std::wstring verbOf(HttpMethod method) {
   return {};
 }
 
-/// Takes a request out of the in-flight table again unless its send succeeded.
-class Registration {
+/// Puts a request into the in-flight table, and takes it out again unless its send succeeded: only a send that
+/// succeeded is followed by HANDLE_CLOSING with this context.
+class InflightRegistration {
  public:
-  explicit Registration(std::shared_ptr<WinHttpRequest> request)
+  explicit InflightRegistration(std::shared_ptr<WinHttpRequest> request)
       : number_(InflightTable::instance().add(std::move(request))) {}
-  Registration(const Registration&) = delete;
-  Registration& operator=(const Registration&) = delete;
-  ~Registration() {
+  InflightRegistration(const InflightRegistration&) = delete;
+  InflightRegistration& operator=(const InflightRegistration&) = delete;
+  ~InflightRegistration() {
     if (number_ != 0) {
       InflightTable::instance().take(number_);
     }
@@ -104,7 +102,7 @@ bool WinHttpRequest::endFailedStart() {
   completion_ = nullptr;
   body_.close();
   if (*outcome == ExchangeHandles::Outcome::kCancelled) {
-    signalCancelled();
+    signalCancelled();  // no HANDLE_CLOSING will do it
   }
   return false;
 }
@@ -138,121 +136,6 @@ bool WinHttpRequest::preflightCertVerification() {
        .downloadCrl = [this](const std::string& url, std::string& body) { return downloadCrl(url, proxy_, body); }});
 }
 
-bool WinHttpRequest::openSession() {
-  const bool named = proxy_.isNamed();
-  auto session = platform::current().winHttp.WinHttpOpen(
-      kRequestUserAgent, named ? platform::kAccessTypeNamedProxy : platform::kAccessTypeAutomaticProxy, proxy_.servers,
-      named ? proxy_.bypass : std::wstring(), platform::kWinHttpFlagAsync);
-  if (named) {
-    CORE::log(CORE::kDebug, L"WinHttpRequest::performAsync(): Using proxy server: %s", proxy_.servers);
-  } else {
-    CORE::log(CORE::kDebug, L"WinHttpRequest::performAsync(): Using automatic proxy configuration.");
-  }
-  if (!session) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpOpen failed: %s",
-              CORE::systemErrorText(session.error));
-    return false;
-  }
-  return handles_.setSession(std::move(session.value));
-}
-
-bool WinHttpRequest::configureSession(const std::array<int, 4>& limits) {
-  const auto call = handles_.useSession();
-  if (!call) {
-    return false;
-  }
-  const auto limited =
-      platform::current().winHttp.WinHttpSetTimeouts(call.handle(), limits[0], limits[1], limits[2], limits[3]);
-  if (!limited) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpSetTimeouts failed: 0x%x", limited.error);
-    return false;
-  }
-  const std::uint32_t sending = gate_.watchesSending(proxy_.isNamed()) ? platform::kStatusSendingRequest : 0U;
-  if (!platform::current().winHttp.WinHttpSetStatusCallback(call.handle(), WinHttpCallback, kNotifications | sending)) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Failed to set status callback");
-    return false;
-  }
-  return true;
-}
-
-bool WinHttpRequest::openConnection() {
-  const auto call = handles_.useSession();
-  if (!call) {
-    return false;
-  }
-  auto connection = platform::current().winHttp.WinHttpConnect(call.handle(), target_.host(), target_.port());
-  if (!connection) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpConnect failed: 0x%x", connection.error);
-    return false;
-  }
-  return handles_.setConnection(std::move(connection.value));
-}
-
-bool WinHttpRequest::openRequest() {
-  const auto call = handles_.useConnection();
-  if (!call) {
-    return false;
-  }
-  const std::uint32_t flags =
-      platform::kWinHttpFlagBypassProxyCache | (target_.isHttps() ? platform::kWinHttpFlagSecure : 0U);
-  auto request = platform::current().winHttp.WinHttpOpenRequest(call.handle(), verb_,
-                                                                target_.requestLine(queryParameters_), flags);
-  if (!request) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpOpenRequest failed: 0x%x", request.error);
-    return false;
-  }
-  return handles_.setRequest(std::move(request.value));
-}
-
-bool WinHttpRequest::applySecurity() {
-  const auto call = handles_.useRequest();
-  if (!call) {
-    return false;
-  }
-  if (gate_.usesPlatformRevocation(proxy_.isNamed())) {
-    const auto enabled = platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionEnableFeature,
-                                                                      platform::kEnableSslRevocation);
-    if (!enabled) {
-      CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): WinHttpSetOption failed to enable revocation: 0x%x",
-                enabled.error);
-      return false;
-    }
-  }
-  const std::uint32_t flags = gate_.securityFlags();
-  if (flags != 0) {
-    const auto set = platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionSecurityFlags, flags);
-    if (!set) {
-      CORE::log(CORE::kWarn, L"WinHttpRequest::performAsync(): WinHttpSetOptions failed: 0x%x", set.error);
-    }
-  }
-  return true;
-}
-
-bool WinHttpRequest::applyProxyCredentials() {
-  if (proxy_.user.empty() || proxy_.password.empty()) {
-    return true;
-  }
-  const auto call = handles_.useRequest();
-  if (!call) {
-    return false;
-  }
-  const auto user =
-      platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionProxyUsername, proxy_.user);
-  if (!user) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Unable to set proxy user: 0x%x %s", user.error,
-              CORE::systemErrorText(user.error));
-    return false;
-  }
-  const auto password = platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionProxyPassword,
-                                                                     proxy_.password.str());
-  if (!password) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Unable to set proxy pw: 0x%x %s", password.error,
-              CORE::systemErrorText(password.error));
-    return false;
-  }
-  return true;
-}
-
 bool WinHttpRequest::prepareBody(HttpMethod method) {
   if (method != HttpMethod::kPost && method != HttpMethod::kPut) {
     return true;
@@ -275,7 +158,7 @@ bool WinHttpRequest::send() {
   if (!call) {
     return false;
   }
-  Registration registration(shared_from_this());
+  InflightRegistration registration(shared_from_this());
   const auto sent = platform::current().winHttp.WinHttpSendRequest(call.handle(), lines, body_.optionalData(),
                                                                    body_.length(), registration.number());
   if (!sent) {

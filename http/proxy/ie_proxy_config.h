@@ -4,10 +4,11 @@
 
 #include "platform/winhttp.h"
 
-/// The proxy settings of the user the program runs as. Empty until init() has succeeded. One thread at a time.
+/// The proxy settings of the account that the program runs as. Empty until init() has succeeded. One thread at a time.
 class IEProxyConfig {
  public:
-  /// Reads the settings. False, with everything empty, when they cannot be read.
+  /// Reads the settings.
+  /// \returns false, with everything empty, when they cannot be read.
   /// Source: WinHttpGetIEProxyConfigForCurrentUser.
   bool init();
 

@@ -15,7 +15,7 @@ std::wstring withScheme(std::wstring_view proxy) {
   return entry;
 }
 
-/// Takes the prefix off; false when the entry does not begin with it.
+/// Removes the prefix; false when the entry does not begin with it.
 bool takePrefix(std::wstring_view& entry, std::wstring_view prefix) {
   if (!entry.starts_with(prefix)) {
     return false;

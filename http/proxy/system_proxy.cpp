@@ -9,19 +9,17 @@
 #include "core/text/text.h"
 #include "http/proxy/ie_proxy_config.h"
 #include "http/proxy/proxy_list.h"
+#include "http/proxy/user_agents.h"
 #include "http/proxy/wininet_url.h"
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 
 namespace {
 
-constexpr wchar_t kPacUserAgent[] = L"Meridon Agent";
-
-platform::WinHttp& winHttp() { return platform::current().winHttp; }
-
 const wchar_t* orNone(const std::wstring& text) { return text.empty() ? L"(none)" : text.c_str(); }
 
-// The sources. Each tells whether the search ends with it; the proxy is empty until one has found some.
+// The sources, in the order in which they are asked. Each returns whether the search ends with it; `chosen` stays empty
+// until a source has found a proxy.
 
 bool fromManualPac(ChosenProxy& chosen, const std::wstring& targetUrl, const std::wstring& pacUrl) {
   if (pacUrl.empty() || !SystemProxy::ResolvePacUrl(pacUrl, targetUrl, chosen.servers, kPacUserAgent)) {
@@ -92,7 +90,7 @@ bool fromWinHttp(ChosenProxy& chosen, const std::wstring& targetUrl) {
   return true;
 }
 
-/// The entries that serve a scheme, compared exactly.
+/// Returns the entries that serve a scheme. Upper and lower case of the scheme differ.
 std::vector<std::wstring> entriesFor(const std::wstring& scheme, proxy_list::Table table,
                                      const std::wstring& targetUrl) {
   if (CORE::equalText(scheme, L"http", false)) {
@@ -130,13 +128,14 @@ void SystemProxy::ChooseProxyServer(ChosenProxy& chosen, const std::wstring& tar
 
 bool SystemProxy::ResolvePacUrl(const std::wstring& pacUrl, const std::wstring& targetUrl, std::wstring& proxy,
                                 const std::wstring& userAgent) {
+  auto& winHttp = platform::current().winHttp;
   proxy.clear();
   if (pacUrl.empty() || targetUrl.empty()) {
     CORE::log(CORE::kDebug, L"SystemProxy::ResolvePacUrl(): No PAC URL or Target URL provded.");  // kept: spelling
     return false;
   }
   const auto session =
-      winHttp().WinHttpOpen(userAgent, platform::kAccessTypeNoProxy, {}, {}, platform::kWinHttpFlagAsync);
+      winHttp.WinHttpOpen(userAgent, platform::kAccessTypeNoProxy, {}, {}, platform::kWinHttpFlagAsync);
   if (!session) {
     CORE::log(CORE::kError, L"SystemProxy::ResolvePacUrl(): WinHttpOpen failed: %s",
               CORE::systemErrorText(session.error));
@@ -146,7 +145,7 @@ bool SystemProxy::ResolvePacUrl(const std::wstring& pacUrl, const std::wstring& 
             targetUrl, pacUrl);
   auto found = CORE::guardMemory([&] {
     const platform::AutoProxyOptions options{platform::kAutoProxyConfigUrl, 0, pacUrl, true};
-    return winHttp().WinHttpGetProxyForUrl(session.value.get(), targetUrl, options);
+    return winHttp.WinHttpGetProxyForUrl(session.value.get(), targetUrl, options);
   });
   if (!found) {
     CORE::log(CORE::kError, L"SystemProxy::ResolvePacUrl(): Unable to find proxy with given pac file: 0x%x (%s)",
@@ -163,8 +162,8 @@ bool SystemProxy::ResolvePacUrl(const std::wstring& pacUrl, const std::wstring& 
 }
 
 bool SystemProxy::DetectWpad(std::wstring& pacUrl) {
-  auto found =
-      CORE::guardMemory([] { return winHttp().WinHttpDetectAutoProxyConfigUrl(platform::kAutoDetectDhcpAndDnsA); });
+  auto found = CORE::guardMemory(
+      [] { return platform::current().winHttp.WinHttpDetectAutoProxyConfigUrl(platform::kAutoDetectDhcpAndDnsA); });
   pacUrl = std::move(found.value);
   if (!found) {
     CORE::log(CORE::kDebug, L"SystemProxy::DetectWpad(): WinHttpDetectAutoProxyConfigUrl failed: %s",
@@ -174,7 +173,7 @@ bool SystemProxy::DetectWpad(std::wstring& pacUrl) {
 }
 
 bool SystemProxy::GetWinHttpProxy(std::wstring& proxy, std::wstring& bypass) {
-  auto read = CORE::guardMemory([] { return winHttp().WinHttpGetDefaultProxyConfiguration(); });
+  auto read = CORE::guardMemory([] { return platform::current().winHttp.WinHttpGetDefaultProxyConfiguration(); });
   proxy = std::move(read.value.proxy);
   bypass = std::move(read.value.bypass);
   if (!read) {

@@ -7,7 +7,8 @@
 #include "http/trust/win_cert_implementation.h"
 #include "platform/platform.h"
 
-// The revocation check with CRLs that the program downloads itself, through the request's proxy.
+// The revocation check with CRLs that the program downloads itself, through the request's proxy. The texts name
+// WinHttpRequest, whose check this is.
 
 namespace {
 
@@ -16,14 +17,14 @@ using CertificateUrls = WinCertImplementation::CertificateUrls;
 
 enum class CrlAnswer { kNone, kNotRevoked, kRevoked };
 
-/// The subject in UTF-8, cut at 511 characters.
+/// Returns the subject in UTF-8, cut at 511 characters.
 std::string subjectOf(platform::NativeHandle certificate) {
   std::array<wchar_t, 512> name{};
   platform::current().certificates.CertGetNameStringW(certificate, platform::kNameRdn, name);
   return CORE::toUtf8Lossy(name.data());
 }
 
-/// Downloads one CRL and asks it. kNone when it cannot be had or cannot be used.
+/// Downloads one CRL and asks it for the certificate. kNone when the CRL cannot be downloaded or used.
 CrlAnswer askCrl(const std::string& url, platform::NativeHandle certificate, const std::string& thumbprint,
                  const Download& download) {
   CORE::log(CORE::kDebug, L"WinHttpRequest::performManualCRLCheck(): CRL URL: %S", url);

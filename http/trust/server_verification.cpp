@@ -9,11 +9,12 @@
 #include "platform/platform.h"
 #include "platform/winhttp.h"
 
-// kept: the texts name WinHttpRequest, whatever class a check has moved to.
+// The texts name WinHttpRequest, whose checks these are.
 
 namespace {
 
-/// Whether WinHTTP says that it has no such option. Older versions give the first, other implementations the second.
+/// Returns whether WinHTTP says that it has no such option: older versions with the first number, other
+/// implementations with the second.
 bool isUnknownOption(platform::ErrorCode error) {
   return error == platform::kErrorWinHttpInvalidOption || error == platform::kErrorInvalidParameter;
 }

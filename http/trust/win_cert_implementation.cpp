@@ -22,7 +22,7 @@ std::string_view derOf(platform::NativeHandle certificate) {
   return {reinterpret_cast<const char*>(encoded.data()), encoded.size()};
 }
 
-/// The bytes of a text in base64, with or without PEM's lines; nothing when it is none.
+/// Decodes base64, with or without PEM's lines; nothing when the text is neither.
 std::optional<std::vector<std::byte>> decodeBase64(std::string_view text) {
   const auto size = api().CryptStringToBinaryA(text, platform::kCryptStringBase64Any, {});
   if (!size) {
@@ -42,7 +42,8 @@ std::optional<std::vector<std::byte>> decodeBase64(std::string_view text) {
   return bytes;
 }
 
-/// The certificate's distribution points; none, with a line in the log, when there are none or they cannot be read.
+/// Returns the certificate's distribution points. None, with a line in the log, when it has none and when they cannot
+/// be read.
 std::vector<platform::DistributionPoint> distributionPoints(platform::NativeHandle certificate) {
   const auto extension = api().CertFindExtension(kCrlDistributionPoints, certificate);
   if (!extension) {
@@ -126,7 +127,7 @@ std::vector<platform::CertificateHandle> WinCertImplementation::ExtractCertifica
     std::vector<platform::CertificateHandle> certificates;
     for (const platform::NativeHandle element : view.certificates) {
       auto copy = api().CertDuplicateCertificateContext(element);
-      if (!copy) {  // all or none: whoever compares chains must not miss a certificate
+      if (!copy) {  // all or none: a comparison of chains must not miss a certificate
         CORE::log(CORE::kError,
                   L"WinCertImplementation::ExtractCertificatesFromChain(): CertDuplicateCertificateContext failed: %s",
                   CORE::systemErrorText(copy.error));

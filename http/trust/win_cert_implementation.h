@@ -9,54 +9,64 @@
 #include "platform/certificates.h"
 #include "platform/handle.h"
 
-/// Helpers over platform certificates, chains and CRLs, given by their contexts, which stay the caller's. Stateless;
-/// any thread. They log their failures and report them by their result: null, an empty list or text, false. Questions
-/// of revocation fail closed. \throws CORE::coreException "OutOfMem" only.
+/// Operations on certificates, chains and CRLs of the platform. The contexts that are given stay the caller's.
+/// Stateless; any thread. A failure is logged, and reported by the result: null, an empty list or text, false.
+/// Questions of revocation fail closed. CORE::coreException "OutOfMem" is the only exception.
+///
+/// VerifyCertChain stands in win_cert_policy.cpp; the three questions of revocation stand in win_cert_revocation.cpp.
 class WinCertImplementation {
  public:
-  /// A certificate of a chain, which stays the chain's, beside its CRL distribution URLs (UTF-8, in their order).
+  /// A certificate of a chain, which stays the chain's, and the URLs of its CRLs (UTF-8, in their order).
   struct CertificateUrls {
     platform::NativeHandle certificate = nullptr;
     std::vector<std::string> urls;
   };
 
-  /// A certificate from PEM or bare base64 text; null when it is neither.
+  /// Reads a certificate from PEM or bare base64 text; null when it is neither.
+  /// kept: the program is given no certificates.
   static platform::CertificateHandle ConvertPEMToCertCtx(std::string_view text);
 
-  /// Duplicates of every certificate of the first simple chain, leaf first. `asLive` makes no difference.
+  /// Duplicates every certificate of the first simple chain, leaf first: all of them or none.
+  /// \param asLive  makes no difference.
   static std::vector<platform::CertificateHandle> ExtractCertificatesFromChain(platform::NativeHandle chain,
                                                                                bool asLive);
 
-  /// The URLs of the certificate's CRL distribution points, in their order.
+  /// Returns the URLs of the certificate's CRL distribution points, in their order.
   static std::vector<std::string> ExtractCrlUrlsFromCert(platform::NativeHandle certificate);
 
-  /// The same for each certificate of the chain, leaf first.
+  /// Returns the same for each certificate of the chain, leaf first.
   static std::vector<CertificateUrls> ExtractCrlUrlsFromChain(platform::NativeHandle chain);
 
-  /// True, too, for a CRL that cannot be used or names no next update. One whose next update is now has not expired.
+  /// Returns whether the CRL's next update is in the past. True, too, for a CRL that cannot be used, and for one that
+  /// names no next update.
   static bool IsCRLExpired(platform::NativeHandle crl);
 
-  /// True, too, when it cannot be told.
+  /// Returns whether the CRL lists the certificate. True, too, when the platform cannot tell.
   static bool IsCertificateRevoked(platform::NativeHandle certificate, platform::NativeHandle crl);
 
-  /// Asks the SSL chain policy. \param status  0, CERT_E_UNTRUSTEDROOT, CERT_E_CN_NO_MATCH or another error word.
+  /// Asks the platform's SSL policy about the chain.
+  /// \param status  0, CERT_E_UNTRUSTEDROOT, CERT_E_CN_NO_MATCH or another error number.
   /// \param serverName  the name that the leaf must carry; without one, or with `ignoreName`, no name is checked.
-  /// False when the question could not be asked; `status` is 0 then.
+  /// \returns false when the policy could not be asked; `status` is 0 then.
+  /// Source: CertVerifyCertificateChainPolicy, CERT_CHAIN_POLICY_SSL.
   static bool VerifyCertChain(platform::NativeHandle chain, std::uint32_t& status, bool allowUnknownCa, bool ignoreName,
                               const std::wstring& serverName = {});
 
-  /// Builds the certificate's chain out of the list with revocation checked for all of it, for server authentication.
-  /// \param errorStatus,infoStatus  the trust status of the chain. False when no chain could be built; both are 0 then.
+  /// Builds the certificate's chain out of the list, for server authentication, with revocation checked for all of it.
+  /// May wait for the network.
+  /// \param errorStatus,infoStatus  the trust status of the chain.
+  /// \returns false when no chain could be built; both are 0 then.
   static bool VerifyCertRevocation(const std::vector<platform::CertificateHandle>& certificates,
                                    platform::NativeHandle certificate, std::uint32_t& errorStatus,
                                    std::uint32_t& infoStatus);
 
-  /// SHA-256 of the certificate's DER encoding, 32 bytes; empty when there is no certificate or it cannot be hashed.
+  /// Returns the SHA-256 of the certificate's DER encoding, 32 bytes; empty when there is no certificate or it cannot
+  /// be hashed.
   static std::vector<std::byte> GetThumbprintBinary(platform::NativeHandle certificate);
 
-  /// That digest in upper-case hexadecimal pairs joined by colons; empty when there is none.
+  /// Returns that digest in upper-case hexadecimal pairs joined by colons; empty when there is none.
   static std::string GetThumbprint(platform::NativeHandle certificate);
 
-  /// The thumbprint of each certificate in order; one that cannot be hashed is left out.
+  /// Returns the thumbprint of each certificate in order; one that cannot be hashed is left out.
   static std::vector<std::string> GetThumbprints(const std::vector<platform::NativeHandle>& certificates);
 };

@@ -1,26 +1,25 @@
-// The questions to the platform's own judgement: is a CRL fresh, does it list a certificate, does a chain satisfy the
-// policy of TLS, is any of it revoked.
-
 #include "core/base/memory_guard.h"
 #include "core/format/error_text.h"
 #include "core/format/format.h"
 #include "core/log/log.h"
 #include "http/trust/win_cert_implementation.h"
 #include "platform/platform.h"
-#include "platform/winhttp.h"
+
+// What the platform says of revocation: whether a CRL is fresh, whether it lists a certificate, whether any certificate
+// of a chain is revoked.
 
 namespace {
 
 platform::Certificates& api() { return platform::current().certificates; }
 
-/// UTC; zeros for a time that the calendar does not reach.
+/// Returns the time as text, in UTC; zeros for a time that the calendar does not reach.
 std::string timeText(platform::FileTime time) {
   const auto utc = platform::current().clock.FileTimeToSystemTime(time).value;
   return CORE::formatNarrow("%04d-%02d-%02d,%02d:%02d:%02d", utc.year, utc.month, utc.day, utc.hour, utc.minute,
                             utc.second);
 }
 
-/// A store in memory with the certificates; none when one of them cannot be added.
+/// Returns a store in memory that holds the certificates; none when one of them cannot be added.
 platform::StoreHandle storeOf(const std::vector<platform::CertificateHandle>& certificates) {
   const auto failed = [](platform::ErrorCode error) -> platform::StoreHandle {
     CORE::log(CORE::kError,
@@ -42,7 +41,8 @@ platform::StoreHandle storeOf(const std::vector<platform::CertificateHandle>& ce
   return std::move(store.value);
 }
 
-/// Server authentication, and the two older usages that servers with step-up cryptography carry instead.
+/// Returns the usages of a server: server authentication, and the two older ones that servers with step-up
+/// cryptography carry instead.
 std::vector<std::string> serverUsages() {
   return {"1.3.6.1.5.5.7.3.1", "1.3.6.1.4.1.311.10.3.3", "2.16.840.1.113730.4.1"};
 }
@@ -84,28 +84,6 @@ bool WinCertImplementation::IsCertificateRevoked(platform::NativeHandle certific
     return true;
   }
   return listed.value;
-}
-
-bool WinCertImplementation::VerifyCertChain(platform::NativeHandle chain, std::uint32_t& status, bool allowUnknownCa,
-                                            bool ignoreName, const std::wstring& serverName) {
-  status = 0;
-  if (chain == nullptr) {
-    return false;
-  }
-  const auto verdict = CORE::guardMemory([&] {
-    const platform::SslPolicy policy{.flags = allowUnknownCa ? platform::kChainPolicyAllowUnknownCa : 0,
-                                     .authType = platform::kAuthTypeServer,
-                                     .checks = ignoreName ? platform::kSecurityFlagIgnoreCertCnInvalid : 0,
-                                     .serverName = serverName};
-    return api().CertVerifyCertificateChainPolicy(platform::kChainPolicySsl, chain, policy);
-  });
-  if (!verdict) {
-    CORE::log(CORE::kError, L"WinCertImplementation::VerifyCertChain(): CertVerifyCertificateChainPolicy Error: %s",
-              CORE::systemErrorText(verdict.error));
-    return false;
-  }
-  status = verdict.value;
-  return true;
 }
 
 bool WinCertImplementation::VerifyCertRevocation(const std::vector<platform::CertificateHandle>& certificates,
