@@ -1,7 +1,5 @@
 #include <thread>
 
-#include "http/exchange_handles.h"
-#include "http/notification_queue.h"
 #include "platform/winhttp.h"
 #include "tests/unit/http/http_test.h"
 
@@ -23,32 +21,6 @@ TEST(CancelTest, CancelThatSeesNoEndOrHasNoEvent) {
   EXPECT_EQ(world.completions, 0);
 }
 
-TEST(CancelTest, HandlesCloseAfterTheLastCallAndClosingComesLast) {
-  World world;
-  const auto closes = [&] { return world.windows.faults.callCount("WinHttpCloseHandle"); };
-  const auto open = [&] { return world.windows.winHttp.WinHttpOpen(L"agent", 4, L"", L"", 1u << 28); };
-  ExchangeHandles handles;
-  EXPECT_TRUE(handles.markStarted() && handles.setSession(open().value));
-  {
-    const auto call = handles.useSession();
-    EXPECT_TRUE(handles.close(ExchangeHandles::Outcome::kCancelled));
-    EXPECT_FALSE(handles.useSession()) << "no new call on a handle that is being closed";
-    EXPECT_EQ(closes(), 0U) << "still usable by the other call";
-  }
-  EXPECT_EQ(closes(), 1U);
-  EXPECT_FALSE(handles.setSession(open().value)) << "it came too late";
-  EXPECT_EQ(closes(), 2U);
-  handles.closeNow(ExchangeHandles::Outcome::kFinished);
-  EXPECT_EQ(handles.takeOutcome(), ExchangeHandles::Outcome::kCancelled) << "the first decides";
-  EXPECT_EQ(handles.takeOutcome(), std::nullopt) << "settled once";
-
-  NotificationQueue queue;
-  Notification event;
-  EXPECT_TRUE(queue.push({1, 10, 0}) && !queue.pushClosing()) << "somebody drains already";
-  EXPECT_TRUE(queue.pop(event) && event.status == 1) << "before the closing";
-  EXPECT_TRUE(queue.pop(event) && event.status == platform::kStatusHandleClosing);
-}
-
 TEST(CancelTest, ASynchronousCallComesBackAtOnce) {
   World world;
   std::jthread canceller;
@@ -63,29 +35,36 @@ TEST(CancelTest, ASynchronousCallComesBackAtOnce) {
   EXPECT_EQ(world.log.count(L"Waiting for http request"), 0U) << "not at its limit";
 }
 
+/// A cancellation that comes after so many pauses, during the start or at any time of the exchange.
+void raceWithCancel(std::uint32_t seed, std::uint32_t pauses, bool duringTheStart) {
+  World world(sim::Delivery::kMixed);
+  world.windows.winHttp.seed = seed;
+  world.reply.repeatedBody = 100;
+  world.reply.pieces.assign(20, 5);
+  world.request->onFinalize = [&](TestRequest&) {
+    while (duringTheStart && !world.exchange().closed) {
+      std::this_thread::yield();
+    }
+  };
+  std::thread canceller([&, request = world.request] {
+    for (std::uint32_t i = 0; i < pauses || (duringTheStart && world.windows.winHttp.requests().empty()); ++i) {
+      std::this_thread::yield();
+    }
+    EXPECT_TRUE(request->cancelRequest());
+  });
+  const bool started = world.request->putStringAsync(kZip, kUrl, "body", world.completion());
+  canceller.join();
+  world.settle();
+  EXPECT_LE(world.completions, started ? 1 : 0);
+  EXPECT_FALSE(duringTheStart && (started || world.exchange().sent));
+}
+
 TEST(CancelTest, RacesWithTheExchangeEndEitherWay) {
-  for (std::uint32_t round = 0; round < 60; ++round) {
-    World world(sim::Delivery::kMixed);
-    world.windows.winHttp.seed = round;
-    world.reply.repeatedBody = 100;
-    world.reply.pieces.assign(20, 5);
-    const bool duringTheStart = round % 4 == 0;
-    world.request->onFinalize = [&](TestRequest&) {
-      while (duringTheStart && !world.exchange().closed) {
-        std::this_thread::yield();
-      }
-    };
-    std::thread canceller([&, request = world.request] {
-      for (std::uint32_t i = 0; i < round * 4 || (duringTheStart && world.windows.winHttp.requests().empty()); ++i) {
-        std::this_thread::yield();
-      }
-      EXPECT_TRUE(request->cancelRequest());
-    });
-    const bool started = world.request->putStringAsync(kZip, kUrl, "body", world.completion());
-    canceller.join();
-    world.settle();
-    EXPECT_LE(world.completions, started ? 1 : 0);
-    EXPECT_FALSE(duringTheStart && (started || world.exchange().sent));
+  for (std::uint32_t round = 0; round < 45; ++round) {
+    raceWithCancel(round, round * 5, false);
+  }
+  for (std::uint32_t round = 0; round < 15; ++round) {
+    raceWithCancel(round, round * 15, true);
   }
 }
 

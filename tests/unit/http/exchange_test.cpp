@@ -1,4 +1,5 @@
 #include "core/base/exception.h"
+#include "core/base/unicode.h"
 #include "platform/winhttp.h"
 #include "tests/unit/http/http_test.h"
 
@@ -17,6 +18,7 @@ bool putLent(World& world) {
 TEST(ExchangeTest, EveryMethodInEveryDelivery) {
   using W = World;
   struct Row {
+    const char* name;
     const wchar_t* verb;
     std::string body;
     std::uint32_t status;
@@ -24,39 +26,43 @@ TEST(ExchangeTest, EveryMethodInEveryDelivery) {
     bool (*run)(World&);
   };
   const Row rows[] = {
-      {L"GET", "", 200, 1, [](W& w) { return w.get(); }},
-      {L"POST", "in", 200, 1, [](W& w) { return w.request->postAsync(kZip, kUrl, "in", w.completion()); }},
-      {L"PUT", std::string(1000, 'b'), 200, 1, putLent},
-      {L"PUT", "", 200, 1, [](W& w) { return w.request->putStringAsync(kZip, kUrl, "", w.completion()); }},
-      {L"PUT", "bundle", 200, 1, [](W& w) { return w.putFile(); }},
-      {L"GET", "", 199, 0, [](W& w) { return w.request->get(kUrl, w.body); }},
-      {L"POST", "in", 200, 0, [](W& w) { return w.request->post(kZip, kUrl, "in", w.body); }},
-      {L"PUT", "in", 299, 0, [](W& w) { return w.request->put(kZip, kUrl, "in", w.body); }},
-      {L"PUT", "bundle", 300, 0, [](W& w) { return w.request->putFile(kZip, kUrl, kPath, w.body); }},
-      {L"DELETE", "", 403, 0, [](W& w) { return w.request->deleteRequest(kUrl, w.body); }},
+      {"get", L"GET", "", 200, 1, [](W& w) { return w.get(); }},
+      {"post", L"POST", "in", 200, 1, [](W& w) { return w.request->postAsync(kZip, kUrl, "in", w.completion()); }},
+      {"lent buffer", L"PUT", std::string(1000, 'b'), 200, 1, putLent},
+      {"empty body", L"PUT", "", 200, 1,
+       [](W& w) { return w.request->putStringAsync(kZip, kUrl, "", w.completion()); }},
+      {"file", L"PUT", "bundle", 200, 1, [](W& w) { return w.putFile(); }},
+      {"waits, 199", L"GET", "", 199, 0, [](W& w) { return w.request->get(kUrl, w.body); }},
+      {"waits, 200", L"POST", "in", 200, 0, [](W& w) { return w.request->post(kZip, kUrl, "in", w.body); }},
+      {"waits, 299", L"PUT", "in", 299, 0, [](W& w) { return w.request->put(kZip, kUrl, "in", w.body); }},
+      {"waits, 300", L"PUT", "bundle", 300, 0, [](W& w) { return w.request->putFile(kZip, kUrl, kPath, w.body); }},
+      {"waits, 403", L"DELETE", "", 403, 0, [](W& w) { return w.request->deleteRequest(kUrl, w.body); }},
   };
-  for (int n = 0; n < 8; ++n) {
-    for (const Row& row : rows) {
-      if (row.completions == 0 && kDeliveries[n % 4] == sim::Delivery::kLate) {
-        continue;  // nobody could let it come
+  for (const bool early : {true, false}) {
+    for (const sim::Delivery delivery : kDeliveries) {
+      for (const Row& row : rows) {
+        if (row.completions == 0 && delivery == sim::Delivery::kLate) {
+          continue;  // nobody could let it come
+        }
+        SCOPED_TRACE(row.name);
+        World world(delivery);
+        world.early = early;
+        world.reply.status = row.status;
+        EXPECT_EQ(row.run(world), row.status >= 200 && row.status <= 299) << row.status;
+        world.settle();
+        EXPECT_EQ(world.completions, row.completions);
+        EXPECT_EQ(world.request->getResponseCode(), row.status);
+        EXPECT_EQ(world.body, "an answer") << "handed out whatever the status";
+        std::string headers;
+        world.request->getResponseHeaders(headers);
+        EXPECT_NE(headers.find("\r\nx-answer: caf\xC3\xA9\r\n"), std::string::npos);
+        const auto seen = world.exchange();
+        EXPECT_EQ(seen.verb, row.verb);
+        EXPECT_EQ(seen.body, row.body);
+        EXPECT_EQ(seen.totalLength, row.body.size());
+        EXPECT_EQ(world.errors(), Errors());
+        EXPECT_EQ(world.log.count(L"CheckHeaders(): HTTP status code received: " + std::to_wstring(row.status)), 1U);
       }
-      World world(kDeliveries[n % 4]);
-      world.early = n < 4;
-      world.reply.status = row.status;
-      EXPECT_EQ(row.run(world), row.status >= 200 && row.status <= 299) << row.status;
-      world.settle();
-      EXPECT_EQ(world.completions, row.completions);
-      EXPECT_EQ(world.request->getResponseCode(), row.status);
-      EXPECT_EQ(world.body, "an answer") << "handed out whatever the status";
-      std::string headers;
-      world.request->getResponseHeaders(headers);
-      EXPECT_NE(headers.find("\r\nx-answer: caf\xC3\xA9\r\n"), std::string::npos);
-      const auto seen = world.exchange();
-      EXPECT_EQ(seen.verb, row.verb);
-      EXPECT_EQ(seen.body, row.body);
-      EXPECT_EQ(seen.totalLength, row.body.size());
-      EXPECT_EQ(world.errors(), Errors());
-      EXPECT_EQ(world.log.count(L"CheckHeaders(): HTTP status code received: " + std::to_wstring(row.status)), 1U);
     }
   }
 }
@@ -82,30 +88,39 @@ TEST(ExchangeTest, CompletionThatOwnsItsRequestGetsAHugeReplyAndThrows) {
 
 // The sweep over whole runs fails the other calls, and these in its own way.
 TEST(ExchangeTest, CallsThatFailEndItOnce) {
-  const std::tuple<const char*, std::size_t, const wchar_t*> rows[] = {
+  struct Row {
+    const char* call;
+    std::size_t nth;
+    const wchar_t* text;
+    bool goesOn = false;  ///< to the end of a whole response
+  };
+  const Row rows[] = {
       {"WinHttpSetOption", 1, L"performAsync(): WinHttpSetOption failed to enable revocation: 0x8"},
       {"WinHttpSetOption", 2, L"performAsync(): Unable to set proxy user: 0x8 Message 8."},
       {"WinHttpSetOption", 3, L"performAsync(): Unable to set proxy pw: 0x8 Message 8."},
       {"WinHttpSendRequest", 1, L"performAsync(): WinHttpSendRequest failed: 0x8"},
       {"WinHttpWriteData", 1, L"UploadData(): WinHttpWritedata failed: 0x8 Message 8."},
-      {"WinHttpQueryHeaders", 1, L"CheckHeaders(): Unable to get status code. Error: 0x8 Message 8."},
+      {"WinHttpQueryHeaders", 1, L"CheckHeaders(): Unable to get status code. Error: 0x8 Message 8.", true},
       {"WinHttpQueryHeaders", 3, L"CheckHeaders(): Unable to get all headers. Error: Message 8."},
       {"WinHttpReadData", 1, L"DataAvailable(): Failed to read data response, error 0x8 Message 8."},
   };
-  for (int n = 0; n < 12; ++n) {
-    for (const auto& [call, nth, text] : rows) {
-      World world(kDeliveries[n % 4]);
-      world.windows.winHttp.onClose = kOnClose[n / 4];
-      world.request->enableRevocationCheck();
-      world.request->setProxyCredentials("user", L"password");
-      world.windows.faults.failNth(call, nth, platform::kErrorNotEnoughMemory);
-      const bool started = world.putFile();
-      EXPECT_TRUE(started || world.windows.openHandlesText() == world.before) << "closed at once";
-      world.settle();
-      EXPECT_EQ(world.completions, started ? 1 : 0) << world.log.text();
-      EXPECT_EQ(world.errors(), Errors({std::wstring(L"WinHttpRequest::") + text}));
-      EXPECT_EQ(world.log.count(L"password") + world.log.count(L"Request did not complete"), 0U);
-      EXPECT_EQ(world.body == "an answer", world.log.count(L"Unable to get status code") != 0) << "goes on";
+  for (const sim::OnClose onClose : kOnClose) {
+    for (const sim::Delivery delivery : kDeliveries) {
+      for (const Row& row : rows) {
+        SCOPED_TRACE(CORE::toUtf8Lossy(row.text));
+        World world(delivery);
+        world.windows.winHttp.onClose = onClose;
+        world.request->enableRevocationCheck();
+        world.request->setProxyCredentials("user", L"password");
+        world.windows.faults.failNth(row.call, row.nth, platform::kErrorNotEnoughMemory);
+        const bool started = world.putFile();
+        EXPECT_TRUE(started || world.windows.openHandlesText() == world.before) << "closed at once";
+        world.settle();
+        EXPECT_EQ(world.completions, started ? 1 : 0) << world.log.text();
+        EXPECT_EQ(world.errors(), Errors({std::wstring(L"WinHttpRequest::") + row.text}));
+        EXPECT_EQ(world.log.count(L"password") + world.log.count(L"Request did not complete"), 0U);
+        EXPECT_EQ(world.body == "an answer", row.goesOn);
+      }
     }
   }
 }

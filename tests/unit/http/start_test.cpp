@@ -1,5 +1,4 @@
 #include "core/base/exception.h"
-#include "http/request_text.h"
 #include "tests/unit/http/http_test.h"
 
 // performAsync up to the send: what it refuses and what it tells WinHTTP.
@@ -57,6 +56,7 @@ TEST(StartTest, WhatWinHttpIsTold) {
       {"https://h/", proxyAsking, "GET h:443/ 800100 0 0 97f0c10 3http://proxy:8080,*.local "},
   };
   for (const auto& [url, set, text] : rows) {
+    SCOPED_TRACE(text);
     World world;
     world.request->setProxyBypass(L"*.local");         // belongs to a named proxy
     world.request->setProxyCredentials(L"user", L"");  // need a password
@@ -74,25 +74,6 @@ TEST(StartTest, WhatWinHttpIsTold) {
   world.windows.faults.failNth("WinHttpSetOption", 1, 87);
   EXPECT_TRUE(world.get()) << "a failure is only a warning";
   EXPECT_TRUE(world.log.has(CORE::kWarn, L"WinHttpRequest::performAsync(): WinHttpSetOptions failed: 0x57"));
-}
-
-// Whatever else a target and its query may be made of: see the fuzz targets.
-TEST(StartTest, TargetsAndTimeouts) {
-  const HttpMap parameters = {{"n\xC3\xA4me", "as given: %&="}};
-  EXPECT_EQ(request_text::target(L"/b", L"", parameters), L"/b?n\u00E4me=as given: %&=&");
-  EXPECT_EQ(request_text::target(L"/b", L"?sv=1&#part", {{"a", ""}}), L"/b?sv=1&a=&#part");
-  EXPECT_EQ(request_text::target(L"/b", L"#part?", {{"a", "1"}}), L"/b?a=1&#part?");
-
-  using Platform = std::array<int, 4>;
-  RequestTimeouts timeouts;
-  timeouts.setTotalSeconds(4294968);  // one more than there can be
-  EXPECT_EQ(timeouts.total(), 4294967000U);
-  EXPECT_EQ(timeouts.forPlatform(), (Platform{858993400, 1717986800, 858993400, 858993400}));
-  timeouts.setMilliseconds({1, 0, 7, 4294967287U});  // the sum just fits
-  EXPECT_THROW(timeouts.setMilliseconds({1, 0, 8, 4294967287U}), CORE::coreException);
-  EXPECT_THROW(timeouts.setSeconds({4294967, 1, 0, 0}), CORE::coreException);
-  EXPECT_EQ(timeouts.total(), 0xFFFFFFFFU) << "what does not fit changes nothing";
-  EXPECT_EQ(timeouts.forPlatform(), (Platform{1, 0, 7, -9}));
 }
 
 }  // namespace

@@ -63,7 +63,8 @@ TEST(SystemProxyTest, TheFirstSourceWithAProxyWins) {
   for (const Row& row : rows) {
     World world;
     world.windows.faults.failAll(row.failing, 5);
-    EXPECT_EQ(choose(world, row.sources), row.result) << row.sources;
+    SCOPED_TRACE(CORE::toUtf8Lossy(row.sources));
+    EXPECT_EQ(choose(world, row.sources), row.result);
     EXPECT_TRUE(world.tells(row.lines)) << world.log.text();
   }
   World world;

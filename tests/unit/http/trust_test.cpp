@@ -231,14 +231,14 @@ TEST(TrustTest, WhatTheProbeTakesAlongAndWhatChainsCost) {
 
 TEST(TrustTest, EveryPolicyStatus) {
   const std::vector<sim::CertificateSpec> certificates = {{"leaf"}, {"root"}};
-  const std::tuple<sim::ServerChain, bool, const wchar_t*> rows[] = {
-      {sim::ServerChain{certificates, false, true}, false, L""},
-      {sim::ServerChain{certificates, true, false}, true, L""},
-      {sim::ServerChain{certificates, false, false}, false, L"Found a CN/SAN mismatch"},
-      {sim::ServerChain{certificates, false, true, 0x800B0101}, false,
-       L"Unable to verify cert chain. Error: 0x800b0101"},
+  const std::tuple<const char*, sim::ServerChain, bool, const wchar_t*> rows[] = {
+      {"untrusted root", {certificates, false, true}, false, L""},
+      {"other name, ignored", {certificates, true, false}, true, L""},
+      {"other name", {certificates, false, false}, false, L"Found a CN/SAN mismatch"},
+      {"expired", {certificates, false, true, 0x800B0101}, false, L"Unable to verify cert chain. Error: 0x800b0101"},
   };
-  for (const auto& [chain, ignoreName, refusal] : rows) {
+  for (const auto& [name, chain, ignoreName, refusal] : rows) {
+    SCOPED_TRACE(name);
     TrustWorld world;
     const ServerCertificates server{{}, world.windows.certificates.chainOf(chain)};
     const TrustSettings trust{.ignoreName = ignoreName};
