@@ -26,8 +26,6 @@
 
 namespace {
 
-constexpr std::int32_t kValidUrl = 0;  // S_OK
-
 /// Gives back the run's reference to the uploader, which may live on while its own work holds others.
 struct ReleaseUploader {
   void operator()(AzureBlobUploader* uploader) const {
@@ -159,7 +157,7 @@ bool Run::readCommandLine() {
 
 bool Run::checkUrl() {
   url_ = CORE::to_wstr(options_.url, CORE::kUtf8);
-  if (platform::current().internet.IsValidURL(url_) != kValidUrl) {
+  if (platform::current().internet.IsValidURL(url_) != platform::kSOk) {
     CORE::log(CORE::kError, L"wWinMain(): Invalid URL.");
     return false;
   }

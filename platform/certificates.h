@@ -20,17 +20,23 @@ inline constexpr std::uint32_t kStoreAddReplaceExisting = 3;  ///< CERT_STORE_AD
 inline constexpr std::uint32_t kAltNameUrl = 7;               ///< CERT_ALT_NAME_URL
 inline constexpr std::uint32_t kNameRdn = 2;                  ///< CERT_NAME_RDN_TYPE
 
-// Flags of CertGetCertificateChain.
+// Object identifiers (szOID_...): the extension that lists where CRLs are, and usages of a certificate.
+inline constexpr const char* kOidCrlDistributionPoints = "2.5.29.31";
+inline constexpr const char* kOidServerAuth = "1.3.6.1.5.5.7.3.1";
+inline constexpr const char* kOidServerGatedCrypto = "1.3.6.1.4.1.311.10.3.3";
+inline constexpr const char* kOidNetscapeServerGatedCrypto = "2.16.840.1.113730.4.1";  ///< szOID_SGC_NETSCAPE
+
+// Flags of CertGetCertificateChain (CERT_CHAIN_...).
 inline constexpr std::uint32_t kChainCacheEndCert = 0x1;
 inline constexpr std::uint32_t kChainCacheOnlyUrlRetrieval = 0x4;
 inline constexpr std::uint32_t kChainRevocationCheckChain = 0x20000000;
 
-// CertVerifyCertificateChainPolicy: policy, flag, and what it may find.
-inline constexpr std::uint32_t kChainPolicySsl = 4;
-inline constexpr std::uint32_t kChainPolicyAllowUnknownCa = 0x10;
-inline constexpr std::uint32_t kAuthTypeServer = 2;
-inline constexpr std::uint32_t kCertEUntrustedRoot = 0x800B0109;
-inline constexpr std::uint32_t kCertECnNoMatch = 0x800B010F;
+// CertVerifyCertificateChainPolicy: the policy, its flag and parameter, and two of the errors that it may find.
+inline constexpr std::uint32_t kChainPolicySsl = 4;                ///< CERT_CHAIN_POLICY_SSL
+inline constexpr std::uint32_t kChainPolicyAllowUnknownCa = 0x10;  ///< CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG
+inline constexpr std::uint32_t kAuthTypeServer = 2;                ///< AUTHTYPE_SERVER
+inline constexpr std::uint32_t kCertEUntrustedRoot = 0x800B0109;   ///< CERT_E_UNTRUSTEDROOT
+inline constexpr std::uint32_t kCertECnNoMatch = 0x800B010F;       ///< CERT_E_CN_NO_MATCH
 
 void freeCertificate(NativeHandle certificate);
 void freeChain(NativeHandle chain);
@@ -48,53 +54,55 @@ using StoreHandle = UniqueHandle<NullHandleTraits<NativeHandle, closeStore>>;
 
 /// The fields of a CERT_CONTEXT that the program reads.
 struct CertificateView {
-  std::span<const std::byte> encoded;  ///< DER, the context's own
-  bool hasInfo = false;
-  std::uint32_t extensions = 0;  ///< how many
-  NativeHandle store = nullptr;  ///< the context's own; null when it has none
+  std::span<const std::byte> encoded;  ///< DER; the memory belongs to the context
+  bool hasInfo = false;                ///< whether the context holds the decoded certificate
+  std::uint32_t extensions = 0;        ///< number of extensions
+  NativeHandle store = nullptr;        ///< belongs to the context; null when it has none
 };
 
 /// The fields of a CERT_CHAIN_CONTEXT that the program reads.
 struct ChainView {
-  std::uint32_t errorStatus = 0;  ///< of the chain's own trust status
-  std::uint32_t infoStatus = 0;
-  std::size_t simpleChains = 0;
-  std::vector<NativeHandle> certificates;  ///< of the first simple chain, leaf first; the chain's own
+  std::uint32_t errorStatus = 0;           ///< dwErrorStatus of the whole chain's trust status
+  std::uint32_t infoStatus = 0;            ///< dwInfoStatus of it
+  std::size_t simpleChains = 0;            ///< number of simple chains
+  std::vector<NativeHandle> certificates;  ///< of the first simple chain, leaf first; they belong to the chain
 };
 
 /// The fields of a CRL_CONTEXT that the program reads.
 struct CrlView {
-  bool hasInfo = false;
+  bool hasInfo = false;     ///< whether the context holds the decoded CRL
   FileTime nextUpdate = 0;  ///< 0 when the CRL names none
 };
 
-/// One name of a distribution point; the text of other types than kAltNameUrl is not read.
+/// One name of a distribution point.
 struct AlternativeName {
   std::uint32_t type = 0;
-  std::wstring url;
+  std::wstring url;  ///< read only when the type is kAltNameUrl, otherwise empty
 };
 
-/// One CRL_DIST_POINT.
+/// The fields of a CRL_DIST_POINT.
 struct DistributionPoint {
   bool hasFullName = false;
-  std::vector<AlternativeName> names;
+  std::vector<AlternativeName> names;  ///< empty without a full name
 };
 
-/// Parameters of the SSL chain policy.
+/// The parameters of the SSL chain policy. The first is a field of CERT_CHAIN_POLICY_PARA, the others are fields of
+/// SSL_EXTRA_CERT_CHAIN_POLICY_PARA.
 struct SslPolicy {
-  std::uint32_t flags = 0;     ///< CERT_CHAIN_POLICY_PARA
-  std::uint32_t authType = 0;  ///< SSL_EXTRA_CERT_CHAIN_POLICY_PARA from here on
-  std::uint32_t checks = 0;    ///< security flags of WinINet: 0x1000 switches the name check off
-  std::wstring serverName;     ///< empty passes none
+  std::uint32_t flags = 0;
+  std::uint32_t authType = 0;
+  std::uint32_t checks = 0;  ///< what is not checked: security flags (kSecurityFlagIgnoreCertCnInvalid: the name)
+  std::wstring serverName;   ///< empty passes none
 };
 
-/// Certificates of the platform. Every operation is one platform call of that name; any thread may call. Contexts that
-/// are given stay the caller's; null is refused with kErrorInvalidParameter.
+/// Certificates of the platform. Every operation is one platform call of that name; any thread may call. The caller
+/// keeps the contexts that it passes; a null context is refused with kErrorInvalidParameter.
 class Certificates {
  public:
   virtual ~Certificates() = default;
 
-  /// value: bytes needed (empty buffer) or written.
+  /// Decodes a text.
+  /// \return the bytes needed (for an empty buffer) or written.
   virtual Result<std::uint32_t> CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
                                                      std::span<std::byte> buffer) = 0;
   virtual Result<CertificateHandle> CertCreateCertificateContext(std::uint32_t encoding,
@@ -105,33 +113,37 @@ class Certificates {
   virtual void CertFreeCertificateChain(NativeHandle chain) = 0;
   virtual void CertFreeCRLContext(NativeHandle crl) = 0;
 
-  /// The value of the first extension of that object identifier ("2.5.29.31"); it is the context's own.
+  /// Finds the first extension of that object identifier (kOidCrlDistributionPoints).
+  /// \return its value; the memory belongs to the context.
   virtual Result<std::span<const std::byte>> CertFindExtension(const std::string& oid, NativeHandle certificate) = 0;
-  /// Decodes CRL distribution points with the structure type "2.5.29.31" into memory that the platform allocates, which
-  /// is copied and freed here. value: nothing when the call succeeded with a null result.
+  /// Decodes the value of an extension of CRL distribution points. The platform allocates memory for the result, which
+  /// is copied and freed here.
+  /// \return nothing when the call succeeded with a null result.
   virtual Result<std::optional<std::vector<DistributionPoint>>> CryptDecodeObjectEx(
       std::uint32_t encoding, std::span<const std::byte> encoded) = 0;
-  /// The subject's name of that type, relative names as X.500 writes them. Gives the characters written with the
-  /// terminator; a longer name is cut.
+  /// Reads the subject's name of that type; relative names are written as X.500 does. A name longer than the buffer is
+  /// cut.
+  /// \return the characters written, with the terminator.
   virtual std::uint32_t CertGetNameStringW(NativeHandle certificate, std::uint32_t type, std::span<wchar_t> buffer) = 0;
 
-  /// An empty store in memory (CERT_STORE_PROV_MEMORY).
+  /// Opens an empty store in memory (CERT_STORE_PROV_MEMORY).
   virtual Result<StoreHandle> CertOpenStore() = 0;
   virtual Status CertAddCertificateContextToStore(NativeHandle store, NativeHandle certificate,
                                                   std::uint32_t disposition) = 0;
   virtual void CertCloseStore(NativeHandle store) = 0;
 
-  /// Builds a chain with the default engine, as of now. `usages`: enhanced key usages, matched with OR; none are asked
-  /// for when it is empty.
+  /// Builds a chain with the default engine, valid at the present time.
+  /// \param usages  enhanced key usages, of which the chain must allow one; empty asks for none.
   virtual Result<ChainHandle> CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
                                                       const std::vector<std::string>& usages, std::uint32_t flags) = 0;
-  /// value: the policy's error word; 0 means that the chain satisfies it.
+  /// Checks a chain against a policy.
+  /// \return the policy's error; 0 when the chain satisfies it.
   virtual Result<std::uint32_t> CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,
                                                                  const SslPolicy& parameters) = 0;
-  /// value: whether the CRL has an entry for the certificate.
+  /// \return whether the CRL has an entry for the certificate.
   virtual Result<bool> CertFindCertificateInCRL(NativeHandle certificate, NativeHandle crl) = 0;
 
-  // Reading contexts: no call of the platform. A null context gives an empty view.
+  // These read contexts and call nothing of the platform. A null context has an empty view.
   virtual CertificateView certificate(NativeHandle certificate) = 0;
   virtual ChainView chain(NativeHandle chain) = 0;
   virtual CrlView crl(NativeHandle crl) = 0;

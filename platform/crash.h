@@ -10,7 +10,7 @@
 
 namespace platform {
 
-// Codes of structured exceptions that are failures of the code that runs (STATUS_...).
+// Codes of structured exceptions that the running code itself raises by failing (STATUS_...).
 inline constexpr std::uint32_t kExceptionAccessViolation = 0xC0000005;
 inline constexpr std::uint32_t kExceptionInPageError = 0xC0000006;
 inline constexpr std::uint32_t kExceptionIllegalInstruction = 0xC000001D;
@@ -20,10 +20,12 @@ inline constexpr std::uint32_t kExceptionPrivilegedInstruction = 0xC0000096;
 inline constexpr std::uint32_t kExceptionStackOverflow = 0xC00000FD;
 inline constexpr std::uint32_t kExceptionHeapCorruption = 0xC0000374;
 
+/// The exit code of a process that has stopped itself at once (fail-fast): STATUS_STACK_BUFFER_OVERRUN.
+inline constexpr std::uint32_t kExitCodeFailFast = 0xC0000409;
+
 // Types of a minidump (MINIDUMP_TYPE).
 inline constexpr std::uint32_t kMiniDumpNormal = 0x0;
 inline constexpr std::uint32_t kMiniDumpWithDataSegs = 0x1;
-inline constexpr std::uint32_t kMiniDumpWithFullMemory = 0x2;
 
 /// A structured exception that nobody handled, as the filter sees it.
 struct CrashInfo {
@@ -33,34 +35,37 @@ struct CrashInfo {
   void* exceptionPointers = nullptr;  ///< EXCEPTION_POINTERS; valid until the filter returns
 };
 
-/// What becomes of the thread that raised it.
+/// What happens to the thread that raised the exception.
 enum class CrashAction : std::uint8_t {
   kEndProcess,  ///< the process ends with the exception's code
-  kThrow,       ///< the thread goes on as if `thrower` had been called where it failed
+  kThrow,       ///< the thread goes on as if it had called `thrower` where it failed
 };
 
-/// The filter. Runs on the thread that failed, whose stack may be nearly full.
+/// Decides what happens after a crash. It runs on the thread that failed, whose stack may be nearly full.
 using CrashFilter = CrashAction (*)(const CrashInfo& info);
 
 /// One frame of a stack: "function+0x12" or, without symbols, "module+0x1234".
 using StackFrame = std::wstring;
 
-/// What the platform offers to a process that fails. Operations carry the platform's names where they are one call of
-/// it. Any thread.
+/// What the platform offers to a process that fails. An operation that is one platform call has that call's name. Any
+/// thread may call.
 class Crash {
  public:
   virtual ~Crash() = default;
 
-  /// Installs the filter for exceptions that nobody handled. \param thrower  a function that throws; what kThrow
-  /// calls.
+  /// Installs the filter for exceptions that nobody handled.
+  /// \param thrower  a function that throws; CrashAction::kThrow calls it.
   virtual void SetUnhandledExceptionFilter(CrashFilter filter, void (*thrower)()) = 0;
 
-  /// Loads DbgHelp, from System32 only; the other operations need it. Once; it stays loaded.
+  /// Loads DbgHelp, from System32 only; the two operations below need it. It is loaded once and stays loaded.
   virtual Status loadDbgHelp() = 0;
-  /// Writes a minidump of this process. \param info  null: of the process as it is, without an exception.
+  /// Writes a minidump of this process.
+  /// \param info  the crash; null dumps the process as it is, without an exception.
   virtual Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const CrashInfo* info) = 0;
-  /// The stack of the failing thread (info) or of the calling one (null), innermost first; at most `most` frames. Empty
-  /// when it cannot be walked. Loads symbols, so it takes a while and memory.
+  /// Walks a stack. It loads symbols, which takes time and memory.
+  /// \param info  the crash whose thread's stack is walked; null walks the calling thread's.
+  /// \param most  the greatest number of frames.
+  /// \return the frames, innermost first; empty when the stack cannot be walked.
   virtual std::vector<StackFrame> walkStack(const CrashInfo* info, std::size_t most) = 0;
 };
 

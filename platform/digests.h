@@ -9,8 +9,10 @@
 
 namespace platform {
 
-/// NTSTATUS: negative is failure.
+/// NTSTATUS: a negative number is a failure.
 using NtStatus = std::int32_t;
+
+inline constexpr auto kNtStatusInvalidParameter = static_cast<NtStatus>(0xC000000D);  ///< STATUS_INVALID_PARAMETER
 
 inline constexpr std::uint32_t kBcryptAlgHandleHmacFlag = 8;  ///< BCRYPT_ALG_HANDLE_HMAC_FLAG
 
@@ -23,18 +25,21 @@ using AlgorithmProvider = UniqueHandle<NullHandleTraits<NativeHandle, closeAlgor
 using HashHandle = UniqueHandle<NullHandleTraits<NativeHandle, closeHash>>;
 
 /// Digests of the platform's cryptographic provider. Every operation is one platform call of that name and returns its
-/// status; outputs are untouched on failure. Any thread, one object by one thread at a time.
+/// status; a call that fails leaves its outputs as they were. Any thread may call, but one thread at a time uses one
+/// provider or hash.
 class Digests {
  public:
   virtual ~Digests() = default;
 
-  /// The default implementation of "SHA256" or "MD5".
+  /// Opens the default implementation of an algorithm, "SHA256" or "MD5".
   virtual NtStatus BCryptOpenAlgorithmProvider(AlgorithmProvider& provider, const std::wstring& algorithm,
                                                std::uint32_t flags) = 0;
   virtual void BCryptCloseAlgorithmProvider(NativeHandle provider) = 0;
-  /// A property of four bytes ("ObjectLength", "HashDigestLength"), in bytes.
+  /// Reads a property of four bytes: "ObjectLength" or "HashDigestLength", both in bytes.
   virtual NtStatus BCryptGetProperty(NativeHandle provider, const wchar_t* property, std::uint32_t& value) = 0;
-  /// The hash lives in `object`, which the caller frees after the hash. An empty key passes null.
+  /// Makes a hash.
+  /// \param object  memory that the hash lives in; the caller frees it after the hash.
+  /// \param key     empty passes null.
   virtual NtStatus BCryptCreateHash(NativeHandle provider, HashHandle& hash, std::span<std::byte> object,
                                     std::span<const std::byte> key) = 0;
   virtual NtStatus BCryptHashData(NativeHandle hash, std::span<const std::byte> data) = 0;

@@ -5,16 +5,16 @@
 
 namespace platform {
 
-/// A platform handle by its bit pattern. The library above the seam never looks into it.
+/// A platform handle by its bit pattern. The code above this layer never looks into it.
 using NativeHandle = void*;
 
-/// INVALID_HANDLE_VALUE.
+/// Returns INVALID_HANDLE_VALUE.
 inline NativeHandle invalidHandleValue() { return reinterpret_cast<NativeHandle>(static_cast<std::intptr_t>(-1)); }
 
-/// Move-only owner of one handle; closes it when it goes.
+/// Owns one handle and closes it in its destructor. It can be moved, not copied. One thread at a time uses an owner.
 ///
-/// Traits give `Type`, `Type invalid()`, `bool isValid(Type)` and `void close(Type)`. Closing goes through the
-/// installed platform. An owner is used by one thread at a time.
+/// The traits define `Type`, `Type invalid()`, `bool isValid(Type)` and `void close(Type)`; close() calls the installed
+/// platform.
 template <class Traits>
 class UniqueHandle {
  public:
@@ -37,10 +37,10 @@ class UniqueHandle {
   Type get() const { return handle_; }
   explicit operator bool() const { return Traits::isValid(handle_); }
 
-  /// Gives the handle up without closing it.
+  /// Returns the handle and no longer owns it; the caller has to close it.
   [[nodiscard]] Type release() { return std::exchange(handle_, Traits::invalid()); }
 
-  /// Closes the handle held (when it is a valid one) and takes the new one.
+  /// Takes over another handle and closes the one that it owned, if that is valid.
   void reset(Type handle = Traits::invalid()) {
     const Type old = std::exchange(handle_, handle);
     if (Traits::isValid(old)) {
@@ -61,7 +61,7 @@ struct NullHandleTraits {
   static void close(Type handle) { Close(handle); }
 };
 
-/// Traits of a kernel handle: both null and INVALID_HANDLE_VALUE mean "none"; closed by CloseHandle.
+/// Traits of a kernel handle, which CloseHandle closes. Both null and INVALID_HANDLE_VALUE mean "none".
 struct KernelHandleTraits {
   using Type = NativeHandle;
   static Type invalid() { return nullptr; }
@@ -69,7 +69,7 @@ struct KernelHandleTraits {
   static void close(Type handle);
 };
 
-/// Owner of an event, mutex, process, thread, pipe end, file, job or token.
+/// Owner of an event, a mutex, a process, a thread, an end of a pipe, a file, a job or a token.
 using KernelHandle = UniqueHandle<KernelHandleTraits>;
 
 }  // namespace platform

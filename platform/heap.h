@@ -12,7 +12,7 @@ class Heap {
   virtual ~Heap() = default;
 
   virtual NativeHandle GetProcessHeap() = 0;
-  /// Flags 0. Null when there is no memory.
+  /// Allocates with flags 0. Returns null when there is no memory.
   virtual void* HeapAlloc(NativeHandle heap, std::size_t bytes) = 0;
   virtual void HeapFree(NativeHandle heap, void* memory) = 0;
 };

@@ -20,18 +20,21 @@ class Objects {
  public:
   virtual ~Objects() = default;
 
-  /// Unnamed event without security attributes. ok: the handle is neither null nor INVALID_HANDLE_VALUE.
+  /// Makes an event without name and security attributes.
+  /// \return ok when the handle is neither null nor INVALID_HANDLE_VALUE.
   virtual Result<KernelHandle> CreateEventW(bool manualReset, bool initialState) = 0;
   virtual Status SetEvent(NativeHandle event) = 0;
 
-  /// ok: the handle is not null. `error` is the last error in every case: ERROR_ALREADY_EXISTS (183) comes with a
-  /// handle.
+  /// Makes or opens a mutex.
+  /// \return ok when the handle is not null. `error` is the last error in either case: kErrorAlreadyExists comes with a
+  ///         handle.
   virtual Result<KernelHandle> CreateMutexW(bool initialOwner, const std::wstring& name) = 0;
   virtual Status ReleaseMutex(NativeHandle mutex) = 0;
 
-  /// value: the wait result (kWaitObject0, kWaitTimeout, kWaitFailed); ok: it is not kWaitFailed. Milliseconds.
+  /// Waits until the handle is signalled or the time is over.
+  /// \return the wait result: kWaitObject0, kWaitTimeout or kWaitFailed; ok when it is not kWaitFailed.
   virtual Result<std::uint32_t> WaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds) = 0;
-  /// As WaitForSingleObject; a signalled handle gives kWaitObject0 plus its index.
+  /// Waits as WaitForSingleObject does; the result of a signalled handle is kWaitObject0 plus its index.
   virtual Result<std::uint32_t> WaitForMultipleObjects(std::span<const NativeHandle> handles, bool waitAll,
                                                        std::uint32_t milliseconds) = 0;
 

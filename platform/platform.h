@@ -17,7 +17,7 @@ class System;
 class Text;
 class WinHttp;
 
-/// The services of Windows as the program sees them, one abstract class each, in a header of its own.
+/// The services of Windows that the program uses. Each is an abstract class in a header of its own.
 struct Platform {
   Certificates& certificates;
   Clock& clock;
@@ -35,11 +35,12 @@ struct Platform {
   WinHttp& winHttp;
 };
 
-/// Makes `platform` the one that current() gives. The program does it once, first thing in its entry; a test does it
-/// per simulated Windows. Whoever installs keeps the object alive until no thread uses it any more; null takes it away.
+/// Makes current() return `platform`. The program calls it once, at the start of its entry point; a test calls it for
+/// each simulated Windows. The caller keeps the object alive until no thread uses it any more.
+/// \param platform  null: none is installed from now on.
 void install(const Platform* platform);
 
-/// The installed platform. Any thread; aborts when none is installed.
+/// Returns the installed platform, and aborts the process when none is installed. Any thread.
 const Platform& current();
 
 }  // namespace platform

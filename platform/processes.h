@@ -22,14 +22,14 @@ struct Pipe {
   KernelHandle write;
 };
 
-/// The redirections of a child (STARTF_USESTDHANDLES). Handles are lent for the call; both null: no redirection and
-/// a zeroed STARTUPINFOW of which only the size is set. The child's standard error is always null when redirecting.
+/// The standard handles of a child (STARTF_USESTDHANDLES), which stay the caller's. When both are null the child gets a
+/// STARTUPINFOW of zeros with its size; otherwise its standard error is null.
 struct StandardHandles {
   NativeHandle input = nullptr;
   NativeHandle output = nullptr;
 };
 
-/// PROCESS_INFORMATION with its two handles owned.
+/// PROCESS_INFORMATION, which owns its two handles.
 struct ProcessInformation {
   KernelHandle process;
   KernelHandle thread;
@@ -43,17 +43,18 @@ class Processes {
   virtual ~Processes() = default;
 
   virtual std::wstring GetCommandLineW() = 0;
-  /// Splits a command line; `count` is the number of elements (0 on failure).
+  /// Splits a command line.
+  /// \param count  receives the number of arguments; 0 on failure.
   virtual Result<ArgumentVector> CommandLineToArgvW(const std::wstring& commandLine, int& count) = 0;
   virtual void LocalFree(wchar_t** arguments) = 0;
 
   virtual NativeHandle GetCurrentProcess() = 0;
   virtual std::uint32_t GetCurrentProcessId() = 0;
   virtual std::uint32_t GetCurrentThreadId() = 0;
-  /// The session a process runs in.
+  /// Returns the number of the session in which a process runs.
   virtual Result<std::uint32_t> ProcessIdToSessionId(std::uint32_t processId) = 0;
 
-  /// Starts a child without application name and security attributes, in the parent's environment.
+  /// Starts a child in the parent's environment, without an application name and security attributes.
   /// \param currentDirectory  the child's working folder.
   virtual Result<ProcessInformation> CreateProcessW(const std::wstring& commandLine, bool inheritHandles,
                                                     std::uint32_t creationFlags, const std::wstring& currentDirectory,
@@ -61,18 +62,19 @@ class Processes {
   virtual Status TerminateProcess(NativeHandle process, std::uint32_t exitCode) = 0;
   virtual Result<std::uint32_t> GetExitCodeProcess(NativeHandle process) = 0;
 
-  /// An unnamed job without limits.
+  /// Makes a job without a name and limits.
   virtual Result<KernelHandle> CreateJobObjectW() = 0;
   virtual Status AssignProcessToJobObject(NativeHandle job, NativeHandle process) = 0;
   virtual Status TerminateJobObject(NativeHandle job, std::uint32_t exitCode) = 0;
 
-  /// An anonymous pipe of the default size; both handles are inheritable when asked.
+  /// Makes an anonymous pipe of the default size.
+  /// \param inheritable  whether children inherit both handles.
   virtual Result<Pipe> CreatePipe(bool inheritable) = 0;
-  /// value: the bytes that a read would get at once. A pipe whose other end is gone and that is drained fails with
-  /// ERROR_BROKEN_PIPE (109).
+  /// Returns the bytes that a read would get at once. Fails with kErrorBrokenPipe when the pipe is empty and its other
+  /// end is closed.
   virtual Result<std::uint32_t> PeekNamedPipe(NativeHandle pipe) = 0;
 
-  /// Lets the calling thread rest for at least that many milliseconds.
+  /// Suspends the calling thread for at least that many milliseconds.
   virtual void Sleep(std::uint32_t milliseconds) = 0;
 };
 

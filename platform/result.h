@@ -15,18 +15,17 @@ inline constexpr ErrorCode kErrorAccessDenied = 5;
 inline constexpr ErrorCode kErrorInvalidHandle = 6;
 inline constexpr ErrorCode kErrorNotEnoughMemory = 8;
 inline constexpr ErrorCode kErrorInvalidData = 13;
-inline constexpr ErrorCode kErrorHandleEof = 38;
 inline constexpr ErrorCode kErrorInvalidParameter = 87;
 inline constexpr ErrorCode kErrorBrokenPipe = 109;
 inline constexpr ErrorCode kErrorInsufficientBuffer = 122;
 inline constexpr ErrorCode kErrorAlreadyExists = 183;
 inline constexpr ErrorCode kErrorMoreData = 234;
 
-/// What one platform call gave back.
+/// The result of one platform call. Where an operation says what it returns, it means `value`.
 ///
-/// `ok` is the call's own success as its documentation defines it, `value` its output (default when it failed) and
-/// `error` the thread's last error, taken on the line after the call. Some calls succeed and still leave an error that
-/// matters (CreateMutexW and ERROR_ALREADY_EXISTS), so `error` is filled in either case.
+/// `ok` is the call's success as its documentation defines it, `value` its output (the default value when it failed),
+/// and `error` the thread's last error, read right after the call. `error` is filled on success too, because some calls
+/// succeed and leave an error that matters (CreateMutexW leaves ERROR_ALREADY_EXISTS).
 template <class T>
 struct Result {
   bool ok = false;
@@ -36,7 +35,7 @@ struct Result {
   explicit operator bool() const { return ok; }
 };
 
-/// As Result, for a call that has no output besides its success.
+/// The result of a platform call that has no output.
 struct Status {
   bool ok = false;
   ErrorCode error = kErrorSuccess;

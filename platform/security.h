@@ -18,9 +18,9 @@ inline constexpr std::uint32_t kSecurityLocalSystemRid = 18;  ///< SECURITY_LOCA
 using SidIdentifierAuthority = std::array<std::uint8_t, 6>;
 inline constexpr SidIdentifierAuthority kSecurityNtAuthority = {0, 0, 0, 0, 0, 5};  ///< SECURITY_NT_AUTHORITY
 
-/// Layout of TOKEN_USER, which GetTokenInformation writes to the front of its buffer; `sid` points into that buffer.
+/// Layout of TOKEN_USER, which GetTokenInformation writes to the beginning of its buffer.
 struct TokenUser {
-  NativeHandle sid;
+  NativeHandle sid;  ///< points into that buffer
   std::uint32_t attributes;
 };
 
@@ -40,18 +40,20 @@ class Security {
   virtual ~Security() = default;
 
   virtual Result<KernelHandle> OpenProcessToken(NativeHandle process, std::uint32_t access) = 0;
-  /// value: the returned length in bytes, also on failure. An empty buffer passes no buffer at all. The buffer must be
-  /// aligned for pointers.
+  /// Reads information of that class (kTokenUser) about a token.
+  /// \param buffer  aligned for pointers; empty passes none.
+  /// \return the length in bytes that the platform reports, also on failure.
   virtual Result<std::uint32_t> GetTokenInformation(NativeHandle token, std::uint32_t informationClass,
                                                     std::span<std::byte> buffer) = 0;
-  /// One to eight sub-authorities; the rest are zero.
+  /// Makes an identifier.
+  /// \param subAuthorities  one to eight numbers.
   virtual Result<Sid> AllocateAndInitializeSid(const SidIdentifierAuthority& authority,
                                                std::span<const std::uint32_t> subAuthorities) = 0;
   virtual bool EqualSid(NativeHandle first, NativeHandle second) = 0;
   virtual void FreeSid(NativeHandle sid) = 0;
-  /// A descriptor from its text form (SDDL, revision 1).
+  /// Makes a descriptor from its text form (SDDL, revision 1).
   virtual Result<SecurityDescriptor> ConvertStringSecurityDescriptorToSecurityDescriptorW(const std::wstring& text) = 0;
-  /// LocalFree of such a descriptor.
+  /// Frees such a descriptor with LocalFree.
   virtual void freeDescriptor(NativeHandle descriptor) = 0;
 };
 

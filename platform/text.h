@@ -10,6 +10,7 @@
 
 namespace platform {
 
+inline constexpr std::uint32_t kCodePageUtf8 = 65001;                 ///< CP_UTF8
 inline constexpr std::uint32_t kLocaleUserDefault = 0x400;            ///< LOCALE_USER_DEFAULT
 inline constexpr std::uint32_t kNormIgnoreCase = 0x1;                 ///< NORM_IGNORECASE
 inline constexpr int kCstrEqual = 2;                                  ///< CSTR_EQUAL
@@ -22,20 +23,23 @@ class Text {
  public:
   virtual ~Text() = default;
 
-  /// 1 less, 2 equal (kCstrEqual), 3 greater, 0 failed. The views are compared over their whole lengths.
+  /// Compares the whole of two texts.
+  /// \return 1 when the first is less, 2 (kCstrEqual) when they are equal, 3 when it is greater, 0 on failure.
   virtual int CompareStringW(std::uint32_t locale, std::uint32_t flags, std::wstring_view first,
                              std::wstring_view second) = 0;
   virtual int CompareStringA(std::uint32_t locale, std::uint32_t flags, std::string_view first,
                              std::string_view second) = 0;
-  /// Lower-cases in place.
+  /// Replaces each character by its lower case.
   virtual void CharLowerBuffW(std::span<wchar_t> text) = 0;
   virtual void CharLowerBuffA(std::span<char> text) = 0;
 
-  /// Writes the message for `code` in the default language into `buffer`. value: characters written, without the
-  /// terminator. `module` counts only with kFormatMessageFromModule.
+  /// Writes the message for `code` in the default language into `buffer`.
+  /// \param module  used only with kFormatMessageFromModule.
+  /// \return the characters written, without the terminator.
   virtual Result<std::uint32_t> FormatMessageW(std::uint32_t flags, NativeHandle module, std::uint32_t code,
                                                std::span<wchar_t> buffer) = 0;
-  /// Replaces %NAME% parts. value: characters needed or written, with the terminator; 0 on failure.
+  /// Replaces each %NAME% by that variable's value.
+  /// \return the characters needed or written, with the terminator; 0 on failure.
   virtual Result<std::uint32_t> ExpandEnvironmentStringsW(const std::wstring& source, std::span<wchar_t> buffer) = 0;
 };
 

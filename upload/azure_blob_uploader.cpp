@@ -9,10 +9,11 @@
 #include "core/text/convert.h"
 #include "platform/clock.h"
 #include "platform/platform.h"
+#include "platform/winhttp.h"
 
 namespace {
 
-constexpr std::int32_t kCreated = 201;
+constexpr auto kCreated = static_cast<std::int32_t>(platform::kHttpStatusCreated);
 
 std::int32_t statusOf(HttpRequest& request) { return static_cast<std::int32_t>(request.getResponseCode()); }
 

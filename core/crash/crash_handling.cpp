@@ -28,8 +28,8 @@ namespace {
 using platform::CrashAction;
 using platform::CrashInfo;
 
-// What the process ends with: STATUS_STACK_BUFFER_OVERRUN, the code of a fail-fast, which is no exit code of a run.
-constexpr std::uint32_t kFailFast = 0xC0000409;
+// What the process ends with: the code of a fail-fast, which is no exit code of a run.
+constexpr std::uint32_t kFailFast = platform::kExitCodeFailFast;
 
 constexpr std::size_t kMaxFrames = 64;
 

@@ -14,9 +14,7 @@
 namespace CORE {
 namespace {
 
-constexpr std::int64_t kStepsPerMinute = 600'000'000;  // FILETIME counts 100 ns
-constexpr platform::FileTime kStepsPerSecond = 10'000'000;
-constexpr platform::FileTime kStepsPerMillisecond = 10'000;
+constexpr auto kStepsPerMinute = static_cast<std::int64_t>(platform::kFileTimePerMinute);
 constexpr std::size_t kMillisecondsAt = 20;  // in a stamp
 constexpr std::int64_t kMinutesPerDay = 1440;
 
@@ -89,13 +87,13 @@ void LineMaker::setBias(std::int32_t bias) {
 }
 
 std::string_view LineMaker::stamp(platform::FileTime time) {
-  const platform::FileTime second = time / kStepsPerSecond;
+  const platform::FileTime second = time / platform::kFileTimePerSecond;
   if (stamp_.empty() || second != stampSecond_ || layout_.bias == kUnknownBias) {
     stamp_ = toUtf8Lossy(timeStamp(time, layout_.bias)) + ' ';
     stampSecond_ = second;
   }
   // Offsets are whole minutes, so that only the milliseconds differ within a second.
-  const auto milliseconds = static_cast<std::uint32_t>(time / kStepsPerMillisecond % 1000);
+  const auto milliseconds = static_cast<std::uint32_t>(time / platform::kFileTimePerMillisecond % 1000);
   if (layout_.bias != kUnknownBias) {
     stamp_[kMillisecondsAt] = static_cast<char>('0' + milliseconds / 100);
     stamp_[kMillisecondsAt + 1] = static_cast<char>('0' + milliseconds / 10 % 10);

@@ -20,7 +20,6 @@ constexpr wchar_t kWildcard[] =
 constexpr std::wstring_view kPattern = L"0000-00-00-000000";  // 0 stands for a digit
 constexpr std::size_t kDayLength = 10;
 constexpr std::uint32_t kCheckInterval = 1000;  // milliseconds
-constexpr platform::FileTime kDay = 24ULL * 3600 * 10'000'000;
 
 /// As file names have it.
 std::wstring textOf(const platform::SystemTime& t) {
@@ -29,7 +28,7 @@ std::wstring textOf(const platform::SystemTime& t) {
 
 /// The local date and time that many days ago; empty, before every other, when it cannot be told.
 std::wstring textOfDaysAgo(std::uint32_t days) {
-  const auto local = localTimeOf(platform::current().clock.GetSystemTimeAsFileTime() - days * kDay);
+  const auto local = localTimeOf(platform::current().clock.GetSystemTimeAsFileTime() - days * platform::kFileTimePerDay);
   return local ? textOf(*local) : std::wstring();
 }
 

@@ -7,7 +7,8 @@
 
 namespace platform {
 
-// The contexts behind the neutral handles. The calls that end a context's life take it as const, as all the others do.
+// Conversions between the neutral handles and the contexts behind them. Windows takes a context as const in every call,
+// also in those that free it.
 inline NativeHandle handleOf(const void* context) { return const_cast<void*>(context); }
 inline PCCERT_CONTEXT certificateOf(NativeHandle handle) { return static_cast<PCCERT_CONTEXT>(handle); }
 inline PCCERT_CHAIN_CONTEXT chainOf(NativeHandle handle) { return static_cast<PCCERT_CHAIN_CONTEXT>(handle); }

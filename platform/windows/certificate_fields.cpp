@@ -1,4 +1,4 @@
-// What the program reads out of certificates, chains and CRLs.
+// The operations that read fields of certificates, chains and CRLs.
 
 #include "platform/windows/certificate_contexts.h"
 #include "platform/windows/windows_certificates.h"

@@ -1,5 +1,5 @@
-// The neutral constants and layouts of the certificates against the platform's own. CERT_CHAIN_POLICY_SSL is a pointer
-// made from a number, which no static_assert can read: platform_check compares the two.
+// Compares the neutral constants and layouts of the certificates with the platform's own. CERT_CHAIN_POLICY_SSL is a
+// pointer made from a number, which no static_assert can read: the program platform_check compares it while it runs.
 
 #include <string_view>
 
@@ -15,7 +15,10 @@ static_assert(kCryptStringBase64Any == CRYPT_STRING_BASE64_ANY);
 static_assert(kStoreAddReplaceExisting == CERT_STORE_ADD_REPLACE_EXISTING);
 static_assert(kAltNameUrl == CERT_ALT_NAME_URL);
 static_assert(kNameRdn == CERT_NAME_RDN_TYPE);
-static_assert(std::string_view(szOID_CRL_DIST_POINTS) == "2.5.29.31");
+static_assert(std::string_view(szOID_CRL_DIST_POINTS) == kOidCrlDistributionPoints);
+static_assert(std::string_view(szOID_PKIX_KP_SERVER_AUTH) == kOidServerAuth);
+static_assert(std::string_view(szOID_SERVER_GATED_CRYPTO) == kOidServerGatedCrypto);
+static_assert(std::string_view(szOID_SGC_NETSCAPE) == kOidNetscapeServerGatedCrypto);
 
 static_assert(kChainCacheEndCert == CERT_CHAIN_CACHE_END_CERT);
 static_assert(kChainCacheOnlyUrlRetrieval == CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL);
@@ -25,7 +28,7 @@ static_assert(kAuthTypeServer == AUTHTYPE_SERVER);
 static_assert(kCertEUntrustedRoot == static_cast<std::uint32_t>(CERT_E_UNTRUSTEDROOT));
 static_assert(kCertECnNoMatch == static_cast<std::uint32_t>(CERT_E_CN_NO_MATCH));
 
-// What the calls are told by cbSize and cbStruct.
+// The sizes that the program states in cbSize.
 static_assert(sizeof(CERT_CHAIN_PARA) == 32 && sizeof(CERT_CHAIN_POLICY_PARA) == 16);
 static_assert(sizeof(CERT_CHAIN_POLICY_STATUS) == 24 && sizeof(SSL_EXTRA_CERT_CHAIN_POLICY_PARA) == 24);
 

@@ -9,9 +9,9 @@ namespace {
 
 constexpr DWORD64 kStackAlignment = 16;
 constexpr DWORD kDirectionFlag = 0x400;
-constexpr DWORD64 kRoom = 4096;  // below the stack pointer, for thrower to begin with
+constexpr DWORD64 kRoom = 4096;  // bytes below the stack pointer that the thrower needs to begin with
 
-/// Whether the stack pointer is one, with something above it to return by.
+/// Whether the stack pointer points into the thread's stack, with room below it and a return address above it.
 bool isOnStack(const CONTEXT& context) {
   ULONG_PTR low = 0;
   ULONG_PTR high = 0;
@@ -23,11 +23,12 @@ RUNTIME_FUNCTION* functionOf(const CONTEXT& context, DWORD64& image) {
   return ::RtlLookupFunctionEntry(context.Rip, &image, nullptr);
 }
 
-/// Whether the function is at a place where it may catch or clean up; else `context` becomes that of its caller.
+/// Whether the function may catch or clean up at its present instruction. If not, the function is left: `context`
+/// becomes that of its caller.
 bool stopsOrLeaves(CONTEXT& context) {
   DWORD64 image = 0;
   RUNTIME_FUNCTION* const function = functionOf(context, image);
-  if (function == nullptr) {  // a leaf, which has moved nothing, or no code at all
+  if (function == nullptr) {  // a leaf function, which has not moved the stack pointer, or no code at all
     context.Rip = *std::bit_cast<const DWORD64*>(context.Rsp);
     context.Rsp += sizeof(DWORD64);
     return false;
@@ -50,12 +51,12 @@ bool throwInThread(_CONTEXT& failed, void (*thrower)()) {
   if (!isOnStack(context)) {
     return false;
   }
-  // The caller's tables are searched by the address before the one that it returns to, as that follows a call: one
-  // further makes it the failing instruction.
+  // A caller's tables are searched by the byte before its return address, since that address follows a call. To make
+  // the search find the failing instruction, the address returned to is one byte behind it.
   const bool stops = stopsOrLeaves(context);
   const DWORD64 returnsTo = context.Rip + (stops ? 1 : 0);
-  // Below the stack pointer of a function that calls others, and of every caller, is nothing, and above it is the room
-  // that the called function may use.
+  // The return address can be pushed as a call would: a function that calls others keeps nothing below its stack
+  // pointer, and above it the room that the called function may use.
   DWORD64 image = 0;
   if (!isOnStack(context) || context.Rsp % kStackAlignment != 0 || functionOf(context, image) == nullptr) {
     return false;
@@ -63,7 +64,7 @@ bool throwInThread(_CONTEXT& failed, void (*thrower)()) {
   context.Rsp -= sizeof(DWORD64);
   *std::bit_cast<DWORD64*>(context.Rsp) = returnsTo;
   context.Rip = std::bit_cast<DWORD64>(thrower);
-  context.EFlags &= ~kDirectionFlag;  // every function may rely on it
+  context.EFlags &= ~kDirectionFlag;  // every function may rely on its being clear
   failed = context;
   return true;
 }

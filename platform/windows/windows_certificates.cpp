@@ -5,7 +5,7 @@
 namespace platform {
 namespace {
 
-// What the neutral interface refuses itself: the platform would read through the null pointer.
+/// The result for a null context. It is refused here because the platform would read through the pointer.
 template <class T>
 Result<T> refused() {
   return {false, T{}, kErrorInvalidParameter};
@@ -110,7 +110,7 @@ Result<ChainHandle> WindowsCertificates::CertGetCertificateChain(NativeHandle ce
   if (certificate == nullptr) {
     return refused<ChainHandle>();
   }
-  std::vector<char*> identifiers;  // read only, although taken through pointers to non-const
+  std::vector<char*> identifiers;  // the call only reads them, although it takes pointers to non-const
   for (const std::string& usage : usages) {
     identifiers.push_back(const_cast<char*>(usage.c_str()));
   }
@@ -135,7 +135,7 @@ Result<std::uint32_t> WindowsCertificates::CertVerifyCertificateChainPolicy(std:
   ssl.cbSize = sizeof(ssl);
   ssl.dwAuthType = parameters.authType;
   ssl.fdwChecks = parameters.checks;
-  // Read only, although taken through a pointer to non-const.
+  // The call only reads the name, although it takes a pointer to non-const.
   ssl.pwszServerName = parameters.serverName.empty() ? nullptr : const_cast<wchar_t*>(parameters.serverName.c_str());
   CERT_CHAIN_POLICY_PARA question{};
   question.cbSize = sizeof(question);

@@ -21,12 +21,12 @@ static_assert(kExceptionIntegerOverflow == EXCEPTION_INT_OVERFLOW);
 static_assert(kExceptionPrivilegedInstruction == EXCEPTION_PRIV_INSTRUCTION);
 static_assert(kExceptionStackOverflow == EXCEPTION_STACK_OVERFLOW);
 static_assert(kExceptionHeapCorruption == static_cast<std::uint32_t>(STATUS_HEAP_CORRUPTION));
+static_assert(kExitCodeFailFast == static_cast<std::uint32_t>(STATUS_STACK_BUFFER_OVERRUN));
 static_assert(kMiniDumpNormal == MiniDumpNormal && kMiniDumpWithDataSegs == MiniDumpWithDataSegs);
-static_assert(kMiniDumpWithFullMemory == MiniDumpWithFullMemory);
 
 namespace {
 
-// C++ exceptions of this compiler: "GCC" and the exception's kind.
+// The codes of this compiler's C++ exceptions: "GCC" in the three low bytes, the exception's kind in the high one.
 constexpr DWORD kCompilerMask = 0x00FFFFFF;
 constexpr DWORD kCompilerMark = 0x00474343;
 
@@ -40,7 +40,8 @@ constinit Installed installed;
 LONG WINAPI onException(EXCEPTION_POINTERS* pointers) {
   const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
   if ((record.ExceptionCode & kCompilerMask) == kCompilerMark) {
-    // One that nobody catches. The run-time library's own filter lets the throw return, to std::terminate.
+    // A C++ exception that nobody catches. The run-time library's own filter makes the throw return, which calls
+    // std::terminate.
     return installed.before != nullptr ? installed.before(pointers) : EXCEPTION_CONTINUE_SEARCH;
   }
   const CrashInfo info{record.ExceptionCode, std::bit_cast<std::uintptr_t>(record.ExceptionAddress),
@@ -50,13 +51,13 @@ LONG WINAPI onException(EXCEPTION_POINTERS* pointers) {
       throwInThread(*pointers->ContextRecord, installed.thrower)) {
     return EXCEPTION_CONTINUE_EXECUTION;
   }
-  // At once: an orderly end would wait for locks that the failing thread may hold.
+  // The process ends at once, because an orderly end would wait for locks that the failing thread may hold.
   ::TerminateProcess(::GetCurrentProcess(), record.ExceptionCode);
   return EXCEPTION_EXECUTE_HANDLER;
 }
 
-// An overflow of a division has to be met first: the filter that the run-time library lays around every thread lets the
-// thread go on with it, into the same instruction, for ever.
+// Handles the overflow of a division before anybody else does. The filter that the run-time library installs around
+// every thread would make the thread continue with the same instruction, for ever.
 LONG WINAPI onAnyException(EXCEPTION_POINTERS* pointers) {
   return pointers->ExceptionRecord->ExceptionCode == EXCEPTION_INT_OVERFLOW ? onException(pointers)
                                                                             : EXCEPTION_CONTINUE_SEARCH;
@@ -72,7 +73,8 @@ struct DbgHelp {
 };
 constinit DbgHelp dbgHelp;
 
-/// False, and the last error says why, when the library has no such function.
+/// Finds a function of the library. Returns false, with the reason in the last error, when the library has none of that
+/// name.
 template <class Function>
 bool find(HMODULE library, const char* name, Function& function) {
   const FARPROC found = ::GetProcAddress(library, name);
@@ -88,6 +90,7 @@ std::wstring hex(DWORD64 number) {
   return L"0x" + digits;
 }
 
+/// Returns the name of the function, or else of the module, that holds the address.
 StackFrame frameAt(DWORD64 address) {
   constexpr std::size_t kMaxNameCharacters = 512;
   alignas(SYMBOL_INFO) std::array<std::byte, sizeof(SYMBOL_INFO) + kMaxNameCharacters> memory{};

@@ -6,7 +6,8 @@
 
 namespace platform {
 
-/// The real Windows, with DbgHelp for dumps and stacks. DbgHelp takes one call at a time, which is seen to here.
+/// The real Windows, with DbgHelp for dumps and stacks. DbgHelp takes one call at a time, so every call of it holds the
+/// mutex.
 class WindowsCrash final : public Crash {
  public:
   void SetUnhandledExceptionFilter(CrashFilter filter, void (*thrower)()) override;
@@ -15,7 +16,7 @@ class WindowsCrash final : public Crash {
   std::vector<StackFrame> walkStack(const CrashInfo* info, std::size_t most) override;
 
  private:
-  std::mutex mutex_;
+  std::mutex mutex_;  // the standard's: the labelled one of core/base stands above this room
   bool loaded_ = false;
 };
 

@@ -10,12 +10,11 @@ namespace platform {
 static_assert(kBcryptAlgHandleHmacFlag == BCRYPT_ALG_HANDLE_HMAC_FLAG);
 static_assert(std::is_same_v<BCRYPT_ALG_HANDLE, NativeHandle> && std::is_same_v<BCRYPT_HASH_HANDLE, NativeHandle>);
 static_assert(sizeof(NTSTATUS) == sizeof(NtStatus) && std::is_signed_v<NTSTATUS>);
+static_assert(kNtStatusInvalidParameter == static_cast<NtStatus>(STATUS_INVALID_PARAMETER));
 
 namespace {
 
-constexpr NtStatus kStatusInvalidParameter = static_cast<NtStatus>(0xC000000D);
-
-// BCrypt takes its inputs through pointers to non-const, and only reads them.
+// BCrypt takes its inputs through pointers to non-const, but only reads them.
 PUCHAR inputBytes(std::span<const std::byte> data) {
   return data.empty() ? nullptr : reinterpret_cast<PUCHAR>(const_cast<std::byte*>(data.data()));
 }
@@ -52,7 +51,7 @@ NtStatus WindowsDigests::BCryptGetProperty(NativeHandle provider, const wchar_t*
 NtStatus WindowsDigests::BCryptCreateHash(NativeHandle provider, HashHandle& hash, std::span<std::byte> object,
                                           std::span<const std::byte> key) {
   if (!fitsDword(object.size()) || !fitsDword(key.size())) {
-    return kStatusInvalidParameter;
+    return kNtStatusInvalidParameter;
   }
   BCRYPT_HASH_HANDLE handle = nullptr;
   const NTSTATUS status = ::BCryptCreateHash(provider, &handle, outputBytes(object), static_cast<ULONG>(object.size()),
@@ -65,14 +64,14 @@ NtStatus WindowsDigests::BCryptCreateHash(NativeHandle provider, HashHandle& has
 
 NtStatus WindowsDigests::BCryptHashData(NativeHandle hash, std::span<const std::byte> data) {
   if (!fitsDword(data.size())) {
-    return kStatusInvalidParameter;
+    return kNtStatusInvalidParameter;
   }
   return ::BCryptHashData(hash, inputBytes(data), static_cast<ULONG>(data.size()), 0);
 }
 
 NtStatus WindowsDigests::BCryptFinishHash(NativeHandle hash, std::span<std::byte> digest) {
   if (!fitsDword(digest.size())) {
-    return kStatusInvalidParameter;
+    return kNtStatusInvalidParameter;
   }
   return ::BCryptFinishHash(hash, outputBytes(digest), static_cast<ULONG>(digest.size()), 0);
 }

@@ -11,19 +11,22 @@ namespace platform {
 
 static_assert(kGenericRead == GENERIC_READ && kGenericWrite == GENERIC_WRITE && kDelete == DELETE);
 static_assert(kFileReadData == FILE_READ_DATA && kFileAppendData == FILE_APPEND_DATA);
-static_assert(kFileShareAll == (FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+static_assert(kFileShareRead == FILE_SHARE_READ && kFileShareWrite == FILE_SHARE_WRITE);
+static_assert(kFileShareDelete == FILE_SHARE_DELETE);
 static_assert(kCreateNew == CREATE_NEW && kOpenExisting == OPEN_EXISTING && kOpenAlways == OPEN_ALWAYS);
 static_assert(kFileAttributeNormal == FILE_ATTRIBUTE_NORMAL);
 static_assert(kFileFlagSequentialScan == FILE_FLAG_SEQUENTIAL_SCAN);
 static_assert(kFileFlagDeleteOnClose == FILE_FLAG_DELETE_ON_CLOSE);
 static_assert(kMoveFileReplaceExisting == MOVEFILE_REPLACE_EXISTING);
+static_assert(kMaxPathCharacters == UNICODE_STRING_MAX_CHARS);
 static_assert(kErrorNoMoreFiles == ERROR_NO_MORE_FILES && kErrorSharingViolation == ERROR_SHARING_VIOLATION);
 static_assert(kErrorLockViolation == ERROR_LOCK_VIOLATION && kErrorDiskFull == ERROR_DISK_FULL);
-static_assert(kErrorHandleEof == ERROR_HANDLE_EOF && kErrorBrokenPipe == ERROR_BROKEN_PIPE);
+static_assert(kErrorBrokenPipe == ERROR_BROKEN_PIPE);
 
 namespace {
 
-// Decodes by the process's ANSI code page; nothing and `error` set when the bytes are no text in it.
+/// Decodes a text by the process's ANSI code page. Returns nothing, with `error` set, when the bytes are not valid in
+/// it.
 std::optional<std::wstring> decodeAnsi(const std::string& text, std::error_code& error) {
   if (text.empty()) {
     return std::wstring();
@@ -138,8 +141,8 @@ std::uintmax_t WindowsFiles::file_size(const std::wstring& path, std::error_code
 }
 
 bool WindowsFiles::remove(const std::string& path, std::error_code& error) {
-  // Decoded here because the file-system libraries disagree about a narrow path: one takes it as ANSI, the other
-  // widens its bytes.
+  // The path is decoded here because the file-system libraries disagree about a narrow one: some decode it as ANSI,
+  // others widen its bytes.
   const std::optional<std::wstring> wide = decodeAnsi(path, error);
   return wide && std::filesystem::remove(std::filesystem::path(*wide), error);
 }

@@ -2,11 +2,14 @@
 
 #include "platform/windows/native.h"
 
-// After windows.h, which they need; wininet.h and winhttp.h declare the same names and never meet in one file.
+// After windows.h, which they need. wininet.h and winhttp.h declare the same names, so no file includes both.
 #include <urlmon.h>
 #include <wininet.h>
 
 namespace platform {
+
+static_assert(kSOk == S_OK);
+
 namespace {
 
 std::wstring component(const wchar_t* text, DWORD length) {
@@ -18,7 +21,7 @@ std::wstring component(const wchar_t* text, DWORD length) {
 std::int32_t WindowsInternet::IsValidURL(const std::wstring& url) { return ::IsValidURL(nullptr, url.c_str(), 0); }
 
 Result<UrlComponents> WindowsInternet::InternetCrackUrlW(const std::wstring& url) {
-  // A null pointer with a length other than 0 asks for a pointer into `url`.
+  // A null pointer with a length other than 0 makes the call return a pointer into `url`.
   constexpr DWORD kAsk = static_cast<DWORD>(-1);
   URL_COMPONENTSW parts{};
   parts.dwStructSize = sizeof(parts);

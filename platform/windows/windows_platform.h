@@ -4,8 +4,8 @@
 
 namespace platform {
 
-/// The real Windows, each operation the platform call of its name. The services are made at the first call and never
-/// destroyed, so worker threads may use them until the process is gone. Any thread.
+/// Returns the real Windows, in which each operation is the platform call of its name. The first call makes the
+/// services. They are never destroyed, so that worker threads may use them until the process ends. Any thread.
 const Platform& windowsPlatform();
 
 }  // namespace platform

@@ -6,8 +6,8 @@ namespace platform {
 
 static_assert(kKeyQueryValue == KEY_QUERY_VALUE && kKeySetValue == KEY_SET_VALUE);
 static_assert(kKeyWow64_64Key == KEY_WOW64_64KEY);
-static_assert(kRegSz == REG_SZ && kRegExpandSz == REG_EXPAND_SZ && kRegBinary == REG_BINARY);
-static_assert(kRegDword == REG_DWORD && kRegMultiSz == REG_MULTI_SZ && kRegQword == REG_QWORD);
+static_assert(kRegSz == REG_SZ && kRegExpandSz == REG_EXPAND_SZ && kRegDword == REG_DWORD);
+static_assert(kRegMultiSz == REG_MULTI_SZ && kRegQword == REG_QWORD);
 static_assert(kErrorMoreData == ERROR_MORE_DATA);
 
 namespace {
@@ -44,8 +44,8 @@ Result<RegistryValueInfo> WindowsRegistry::RegQueryValueExW(NativeHandle key, co
   DWORD size = atMostDword(buffer.size());
   BYTE* const data = buffer.empty() ? nullptr : reinterpret_cast<BYTE*>(buffer.data());
   const LSTATUS status = ::RegQueryValueExW(asKey(key), name.c_str(), nullptr, &type, data, &size);
-  const bool told = status == ERROR_SUCCESS || status == ERROR_MORE_DATA;
-  return {status == ERROR_SUCCESS, told ? RegistryValueInfo{type, size} : RegistryValueInfo{},
+  const bool isReported = status == ERROR_SUCCESS || status == ERROR_MORE_DATA;
+  return {status == ERROR_SUCCESS, isReported ? RegistryValueInfo{type, size} : RegistryValueInfo{},
           static_cast<ErrorCode>(status)};
 }
 

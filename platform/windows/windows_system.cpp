@@ -1,5 +1,6 @@
 #include "platform/windows/windows_system.h"
 
+#include "platform/files.h"
 #include "platform/windows/native.h"
 
 // After windows.h, which it needs.
@@ -11,8 +12,8 @@ static_assert(kLoadLibrarySearchSystem32 == LOAD_LIBRARY_SEARCH_SYSTEM32);
 
 namespace {
 
-// The longest path that the system knows, in characters with the terminator.
-constexpr DWORD kMaxPathCharacters = 32768;
+/// Characters for the longest path that the system knows, with the terminator.
+constexpr auto kPathBuffer = static_cast<DWORD>(kMaxPathCharacters) + 1;
 
 }  // namespace
 
@@ -21,10 +22,10 @@ Status WindowsSystem::SetDefaultDllDirectories(std::uint32_t flags) {
 }
 
 Result<std::wstring> WindowsSystem::GetSystemDirectoryW() {
-  std::wstring path(kMaxPathCharacters, L'\0');
-  const UINT length = ::GetSystemDirectoryW(path.data(), kMaxPathCharacters);
+  std::wstring path(kPathBuffer, L'\0');
+  const UINT length = ::GetSystemDirectoryW(path.data(), kPathBuffer);
   const ErrorCode error = ::GetLastError();
-  const bool ok = length != 0 && length < kMaxPathCharacters;
+  const bool ok = length != 0 && length < kPathBuffer;
   path.resize(ok ? length : 0);
   return {ok, std::move(path), error};
 }
@@ -34,10 +35,10 @@ Status WindowsSystem::SetCurrentDirectoryW(const std::wstring& path) {
 }
 
 Result<std::wstring> WindowsSystem::GetModuleFileNameW() {
-  std::wstring path(kMaxPathCharacters, L'\0');
-  const DWORD length = ::GetModuleFileNameW(nullptr, path.data(), kMaxPathCharacters);
+  std::wstring path(kPathBuffer, L'\0');
+  const DWORD length = ::GetModuleFileNameW(nullptr, path.data(), kPathBuffer);
   const ErrorCode error = ::GetLastError();
-  const bool ok = length != 0 && length < kMaxPathCharacters;
+  const bool ok = length != 0 && length < kPathBuffer;
   path.resize(ok ? length : 0);
   return {ok, std::move(path), error};
 }
@@ -58,7 +59,7 @@ Status WindowsSystem::GetFileVersionInfoW(const std::wstring& path, std::span<st
 Result<std::span<const std::byte>> WindowsSystem::VerQueryValueW(std::span<const std::byte> block,
                                                                  const std::wstring& name) {
   void* data = nullptr;
-  UINT length = 0;  // of a text in characters
+  UINT length = 0;  // counts characters for a text, bytes for anything else
   const BOOL found = ::VerQueryValueW(block.data(), name.c_str(), &data, &length);
   const std::size_t unit = name.starts_with(L"\\StringFileInfo\\") ? sizeof(wchar_t) : 1;
   return resultOf(found, std::span(static_cast<const std::byte*>(data), length * unit));

@@ -6,6 +6,7 @@
 
 namespace platform {
 
+static_assert(kCodePageUtf8 == CP_UTF8);
 static_assert(kLocaleUserDefault == LOCALE_USER_DEFAULT);
 static_assert(kNormIgnoreCase == NORM_IGNORECASE);
 static_assert(kCstrEqual == CSTR_EQUAL);
@@ -15,14 +16,14 @@ static_assert(kFormatMessageIgnoreInserts == FORMAT_MESSAGE_IGNORE_INSERTS);
 
 namespace {
 
-// The comparisons refuse a null pointer, which an empty view may hold.
+/// Returns a pointer that is not null, which the comparisons refuse: an empty view may hold one.
 template <class Char>
 const Char* dataOf(std::basic_string_view<Char> text) {
   static constexpr Char kNothing{};
   return text.empty() ? &kNothing : text.data();
 }
 
-// A negative length would mean "up to the terminator".
+/// Returns a length that is never negative, which would mean "up to the terminator".
 int lengthOf(std::size_t length) {
   return static_cast<int>(std::min<std::size_t>(length, std::numeric_limits<int>::max()));
 }

@@ -71,8 +71,8 @@ Status WindowsWinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t optio
 }
 
 Status WindowsWinHttp::WinHttpSetOption(NativeHandle handle, std::uint32_t option, const std::wstring& value) {
-  // Read only, although taken through a pointer to non-const; no copy, which could be a password's. The length counts
-  // characters.
+  // The call only reads the text, although it takes a pointer to non-const. No copy is made, which could hold a
+  // password. The length counts characters.
   return statusOf(::WinHttpSetOption(handle, option, const_cast<wchar_t*>(value.c_str()), atMostDword(value.size())));
 }
 
@@ -82,7 +82,7 @@ Status WindowsWinHttp::WinHttpSendRequest(NativeHandle request, const std::wstri
   if (!fitsDword(headers.size()) || !fitsDword(optionalData.size())) {
     return kTooLong;
   }
-  // Read only, although taken through a pointer to non-const.
+  // The call only reads the data, although it takes a pointer to non-const.
   void* const data = optionalData.empty() ? WINHTTP_NO_REQUEST_DATA : const_cast<std::byte*>(optionalData.data());
   return statusOf(::WinHttpSendRequest(request, textOrNull(headers), static_cast<DWORD>(headers.size()), data,
                                        static_cast<DWORD>(optionalData.size()), totalLength, context));
@@ -135,7 +135,7 @@ Result<NativeHandle> WindowsWinHttp::WinHttpQueryOption(NativeHandle request, st
 }
 
 Result<UrlComponents> WindowsWinHttp::WinHttpCrackUrl(const std::wstring& url) {
-  // A null pointer with a length other than 0 asks for a pointer into `url`.
+  // A null pointer with a length other than 0 makes the call return a pointer into `url`.
   constexpr DWORD kAsk = static_cast<DWORD>(-1);
   URL_COMPONENTS parts{};
   parts.dwStructSize = sizeof(parts);

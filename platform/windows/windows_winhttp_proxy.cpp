@@ -1,4 +1,4 @@
-// The calls of WinHTTP that tell of proxies.
+// The calls of WinHTTP that find proxies.
 
 #include "platform/windows/native.h"
 #include "platform/windows/windows_winhttp.h"

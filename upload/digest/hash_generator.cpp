@@ -14,7 +14,6 @@
 namespace {
 
 constexpr std::uint64_t kMaxInputBytes = std::numeric_limits<std::uint32_t>::max();
-constexpr auto kStatusInvalidParameter = static_cast<platform::NtStatus>(0xC000000DU);
 
 constexpr bool failed(platform::NtStatus status) { return status < 0; }
 
@@ -135,13 +134,13 @@ bool HashGenerator::hashWith(std::span<std::byte> object, std::span<const std::b
   }
   // A length cut to 32 bits would give the digest of something else, so what does not fit is refused.
   platform::HashHandle hash;
-  status = key.size() > kMaxInputBytes ? kStatusInvalidParameter
+  status = key.size() > kMaxInputBytes ? platform::kNtStatusInvalidParameter
                                        : digests().BCryptCreateHash(provider_.get(), hash, object, key);
   if (failed(status)) {
     CORE::log(CORE::kError, L"HashGenerator::GenerateHash(): BCryptCreateHash failed: 0x%x", status);
     return false;
   }
-  status = data.size() > kMaxInputBytes ? kStatusInvalidParameter : digests().BCryptHashData(hash.get(), data);
+  status = data.size() > kMaxInputBytes ? platform::kNtStatusInvalidParameter : digests().BCryptHashData(hash.get(), data);
   if (failed(status)) {
     CORE::log(CORE::kError, L"HashGenerator::GenerateHash(): BCryptHashData failed: 0x%x", status);
     return false;
