@@ -24,14 +24,15 @@ struct SecureFailureText {
 
 // The texts name WinHttpRequest's callback, which logs them.
 constexpr std::array<SecureFailureText, 8> kSecureFailures = {{
-    {0x1, L"WinHttpRequest::RequestCallback(): Certificate revocation check failed"},
-    {0x2, L"WinHttpRequest::RequestCallback(): Certificate is invalid"},
-    {0x4, L"WinHttpRequest::RequestCallback(): Certificate has been revoked"},
-    {0x8, L"WinHttpRequest::RequestCallback(): Certificate Authority is unrecognized"},
-    {0x10, L"WinHttpRequest::RequestCallback(): Certificate Common Name is incorrect"},
-    {0x20, L"WinHttpRequest::RequestCallback(): Certificate is expired"},
-    {0x80000000, L"WinHttpRequest::RequestCallback(): Internal ssl library error"},
-    {0x40, L"WinHttpRequest::RequestCallback(): Server's certificate has wrong usage"},
+    {platform::kSecureFailureCertRevFailed, L"WinHttpRequest::RequestCallback(): Certificate revocation check failed"},
+    {platform::kSecureFailureInvalidCert, L"WinHttpRequest::RequestCallback(): Certificate is invalid"},
+    {platform::kSecureFailureCertRevoked, L"WinHttpRequest::RequestCallback(): Certificate has been revoked"},
+    {platform::kSecureFailureInvalidCa, L"WinHttpRequest::RequestCallback(): Certificate Authority is unrecognized"},
+    {platform::kSecureFailureCertCnInvalid, L"WinHttpRequest::RequestCallback(): Certificate Common Name is incorrect"},
+    {platform::kSecureFailureCertDateInvalid, L"WinHttpRequest::RequestCallback(): Certificate is expired"},
+    {platform::kSecureFailureSecurityChannelError, L"WinHttpRequest::RequestCallback(): Internal ssl library error"},
+    {platform::kSecureFailureCertWrongUsage,
+     L"WinHttpRequest::RequestCallback(): Server's certificate has wrong usage"},
 }};
 
 }  // namespace
@@ -57,12 +58,20 @@ Notification copyNotification(std::uint32_t status, const void* information, std
 }
 
 std::wstring apiName(std::uintptr_t api) {
-  constexpr std::array<const wchar_t*, 5> kNames = {L"WinHttpReceiveResponse", L"WinHttpQueryDataAvailable",
-                                                    L"WinHttpReadData", L"WinHttpWriteData", L"WinHttpSendRequest"};
-  if (1 <= api && api <= kNames.size()) {
-    return kNames[api - 1];
+  switch (api) {
+    case platform::kApiReceiveResponse:
+      return L"WinHttpReceiveResponse";
+    case platform::kApiQueryDataAvailable:
+      return L"WinHttpQueryDataAvailable";
+    case platform::kApiReadData:
+      return L"WinHttpReadData";
+    case platform::kApiWriteData:
+      return L"WinHttpWriteData";
+    case platform::kApiSendRequest:
+      return L"WinHttpSendRequest";
+    default:
+      return L"unknown code: " + std::to_wstring(api);
   }
-  return L"unknown code: " + std::to_wstring(api);
 }
 
 void logSecureFailure(std::uint32_t bits) {

@@ -4,9 +4,11 @@
 #include <new>
 #include <utility>
 
+#include "platform/winhttp.h"
+
 bool Response::isSuccess() const {
   const std::uint32_t status = status_;
-  return 200 <= status && status <= 299;
+  return platform::kHttpStatusFirstSuccess <= status && status <= platform::kHttpStatusLastSuccess;
 }
 
 std::string Response::headers() const {

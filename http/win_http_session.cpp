@@ -13,13 +13,6 @@
 // logs why it fails, under the name of performAsync, and then gives false. A handle that somebody has closed meanwhile
 // ends the start silently: it was cancelled.
 
-namespace {
-
-// All completions, secure failure, handle created and handle closing.
-constexpr std::uint32_t kNotifications = 0x097F0C00;
-
-}  // namespace
-
 bool WinHttpRequest::openSession() {
   auto& winHttp = platform::current().winHttp;
   const bool named = proxy_.isNamed();
@@ -51,7 +44,7 @@ bool WinHttpRequest::configureSession(const std::array<int, 4>& limits) {
     return false;
   }
   const std::uint32_t sending = gate_.watchesSending(proxy_.isNamed()) ? platform::kStatusSendingRequest : 0U;
-  if (!winHttp.WinHttpSetStatusCallback(call.handle(), WinHttpCallback, kNotifications | sending)) {
+  if (!winHttp.WinHttpSetStatusCallback(call.handle(), WinHttpCallback, platform::kNotificationMask | sending)) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Failed to set status callback");
     return false;
   }
