@@ -78,8 +78,7 @@ bool WinHttpRequest::verifyPreflight(const ServerVerification& verification) {
 
 bool WinHttpRequest::checkPreflightRevocation(const ServerVerification& verification, bool untrustedRoot) const {
   bool automatic = proxy_.empty() && !untrustedRoot;
-  if (!automatic &&
-      CORE::readSettingBool(std::wstring(CORE::kProductKey) + L"\\Node Manager\\DisableManualCRLCheck", false)) {
+  if (!automatic && CORE::readSettingBool(CORE::kDisableManualCRLCheck)) {
     CORE::log(CORE::kDebug, L"WinHttpRequest::preflightCertVerification(): Manual CRL check is disabled by killswitch");
     automatic = true;
   }

@@ -27,7 +27,6 @@ class LogDiskGuard {
 
  private:
   bool hasSpace() const;
-  static void remember(bool stopped);
 
   std::wstring folder_;
   std::uint32_t thresholdMB_ = 0;

@@ -7,7 +7,8 @@
 #include "core/base/unicode.h"
 #include "core/format/format.h"
 #include "core/redaction/legacy_word.h"
-#include "core/settings/configuration.h"
+#include "core/settings/registry_value.h"
+#include "core/settings/setting_names.h"
 #include "core/text/number_text.h"
 #include "platform/platform.h"
 
@@ -71,9 +72,7 @@ std::int32_t currentBias(bool readFromRegistry) {
     return 0;
   }
   std::wstring text;
-  const std::uint32_t type = readPath(L"HKLM\\SYSTEM\\CurrentControlSet\\Control\\TimeZoneInformation\\ActiveTimeBias",
-                                      platform::kRegDword, false, text);
-  if (type == kNotFound) {
+  if (readPath(kActiveTimeBias.path, platform::kRegDword, false, text) == kNotFound) {
     return kUnknownBias;
   }
   const auto bias = static_cast<std::int32_t>(textToUint32(text));  // a DWORD that may be negative

@@ -16,14 +16,14 @@ constexpr std::chrono::seconds kFlushTimeout{10};
 constexpr std::chrono::seconds kIdleCheckInterval{1};
 
 std::uint64_t lowestLevel(const LogSettings& settings) {
-  if (settings.flag(L"traceEnabled")) {
+  if (settings.traceEnabled) {
     return kTrace;
   }
-  if (settings.flag(L"debugEnabled")) {
+  if (settings.debugEnabled) {
     return kDebug;
   }
-  const bool any = settings.flag(L"logEnabled") || settings.flag(L"eventEnabled");
-  return any ? std::uint64_t{kInfo} : std::numeric_limits<std::uint64_t>::max();
+  return settings.logEnabled || settings.eventEnabled ? std::uint64_t{kInfo}
+                                                      : std::numeric_limits<std::uint64_t>::max();
 }
 
 std::wstring programName() {
@@ -34,7 +34,7 @@ std::wstring programName() {
 }  // namespace
 
 LogSession::LogSession(const LogSettings& settings, std::wstring component)
-    : threshold_(settings.number(L"msgQueueSizeThreshold")),
+    : threshold_(settings.msgQueueSizeThreshold),
       admittedFrom_(lowestLevel(settings)),
       programName_(programName()),
       queue_(threshold_),

@@ -25,14 +25,14 @@ LineLayout layoutOf(const LogSettings& settings, std::wstring component) {
   layout.processId = platform::current().processes.GetCurrentProcessId();
   layout.processIdText = format(L"%04X", layout.processId);
   layout.component = std::move(component);
-  layout.truncateIds = settings.flag(L"truncateProcIdThreadId");
-  layout.maskLegacyWord = settings.flag(L"legacyRedactEnabled");
+  layout.truncateIds = settings.truncateProcIdThreadId;
+  layout.maskLegacyWord = settings.legacyRedactEnabled;
   return layout;
 }
 
 /// With its separator at the end.
 std::wstring folderOf(const LogSettings& settings, const std::wstring& program) {
-  std::wstring folder = settings.folder();
+  std::wstring folder = settings.logFileDirectory;
   if (folder.empty() && settings.isUserModeProgram(program)) {
     folder = expandEnvironment(L"%LOCALAPPDATA%\\Calvera\\Meridon\\logs").value_or(L"");
   }
@@ -48,26 +48,25 @@ std::wstring folderOf(const LogSettings& settings, const std::wstring& program) 
 LogWriter::LogWriter(const LogSettings& settings, std::wstring program, std::wstring component, Notice notice)
     : banner_{std::move(program)},
       notice_(std::move(notice)),
-      readBias_(settings.flag(L"readActiveTimeBiasFromRegistry")),
-      slowTicks_(settings.number(L"LogDelayNotificationTreshold")),
-      idleTicks_(settings.number(L"InactivityTimeoutSeconds") * kTicksPerSecond),
-      group_(settings.flag(L"DeveloperMachine") ? 1 : settings.number(L"batchLogMessageCount")),
+      readBias_(settings.readActiveTimeBiasFromRegistry),
+      slowTicks_(settings.logDelayNotificationTreshold),
+      idleTicks_(settings.inactivityTimeoutSeconds * kTicksPerSecond),
+      group_(settings.developerMachine ? 1 : settings.batchLogMessageCount),
       maker_(layoutOf(settings, std::move(component))) {
   const std::wstring folder = folderOf(settings, banner_.program);
-  const LogRotation::Limits limits{settings.number(L"MaxDebugLogs"), settings.number(L"MaxDaysKept"),
-                                   settings.number(L"MaxDebugLogSizeMB") * kMiB};
-  info_.series = LogRotation(folder, settings.text(L"FileNameBase"), limits);
-  info_.enabled = settings.flag(L"logEnabled");
-  debug_.series = LogRotation(folder, settings.text(L"DebugNameBase"), limits);
-  debug_.enabled = settings.flag(L"debugEnabled") || settings.flag(L"traceEnabled");
+  const LogRotation::Limits limits{settings.maxDebugLogs, settings.maxDaysKept, settings.maxDebugLogSizeMB * kMiB};
+  info_.series = LogRotation(folder, settings.fileNameBase, limits);
+  info_.enabled = settings.logEnabled;
+  debug_.series = LogRotation(folder, settings.debugNameBase, limits);
+  debug_.enabled = settings.debugEnabled || settings.traceEnabled;
   banner_.debugEnabled = debug_.enabled;
-  diskGuard_ = LogDiskGuard(folder, settings.number(L"DiskThresholdForLogAndEventsMB"));
+  diskGuard_ = LogDiskGuard(folder, settings.diskThresholdForLogAndEventsMB);
   if (info_.enabled || debug_.enabled) {
     // Before the writer runs: the agent makes its folder below this one, and a folder that somebody else makes at the
     // same moment counts as a failure there. A failure here shows at the first write.
     makeProtectedFolder(folder.substr(0, folder.size() - 1));
   }
-  if (settings.consoleWanted()) {
+  if (settings.sysMessageToConsole) {
     const platform::Status opened = console_.open();
     if (!opened) {
       notice_(

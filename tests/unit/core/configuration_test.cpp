@@ -4,6 +4,8 @@
 
 #include "core/base/unicode.h"
 #include "core/settings/legacy_policy.h"
+#include "core/settings/policy_lookup.h"
+#include "core/settings/registry_value.h"
 #include "core/text/text.h"
 #include "tests/sim/windows.h"
 
@@ -100,10 +102,11 @@ TEST_F(ConfigurationTest, FallbackSwitchAndBooleans) {
 
 TEST_F(ConfigurationTest, OddLookups) {
   const std::wstring path = L"HKLM\\" + kLog + L"\\Value";
-  EXPECT_EQ(CORE::readSetting(path, L"default"), L"default");
-  EXPECT_TRUE(CORE::readSettingBool(path, true));
-  windows_.registry.set(path, std::wstring(L"true\0\0", 6));
-  EXPECT_EQ(CORE::readSetting(path, L"default"), L"true");
+  constexpr CORE::Setting kSetting{L"Log\\Value", L"true"};
+  EXPECT_EQ(CORE::readSetting(kSetting), L"true");
+  EXPECT_TRUE(CORE::readSettingBool(kSetting));
+  windows_.registry.set(path, std::wstring(L"text\0\0", 6));
+  EXPECT_EQ(CORE::readSetting(kSetting), L"text");
   windows_.registry.set(L"HKLM\\" + kLogPolicy + L"\\Value", 7U);
   EXPECT_EQ(read(path, platform::kRegSz), platform::kRegSz);  // a wrong type is no hit
   windows_.registry.set(L"HKLM\\Other\\Policies\\Key\\Value", L"policy");
