@@ -8,13 +8,13 @@
 namespace CORE {
 namespace {
 
-constexpr std::uint32_t kInterval = 5000;  // milliseconds
+constexpr std::uint32_t kCheckInterval = 5000;  // milliseconds
 constexpr std::uint64_t kMiB = 1 << 20;
 
 }  // namespace
 
 LogDiskGuard::Action LogDiskGuard::check(std::uint32_t ticks) {
-  if (!checked_ || ticks - checkedAt_ >= kInterval) {
+  if (!checked_ || ticks - checkedAt_ >= kCheckInterval) {
     const bool first = !checked_;
     checked_ = true;
     checkedAt_ = ticks;

@@ -15,10 +15,11 @@
 namespace CORE {
 namespace {
 
-constexpr std::int64_t kStepsPerMinute = 600'000'000;  // FILETIME counts 100 ns
+// A FILETIME counts steps of 100 ns.
+constexpr std::int64_t kStepsPerMinute = 600'000'000;
 constexpr platform::FileTime kStepsPerSecond = 10'000'000;
 constexpr platform::FileTime kStepsPerMillisecond = 10'000;
-constexpr std::size_t kMillisecondsAt = 20;  // in a stamp
+constexpr std::size_t kMillisecondsAt = 20;  // position in a stamp
 constexpr std::int64_t kMinutesPerDay = 1440;
 
 std::wstring utcStamp(const platform::SystemTime& t) {
@@ -47,7 +48,7 @@ LocalTime localTime(platform::FileTime time, std::int32_t bias) {
 }  // namespace
 
 std::wstring_view levelName(std::uint32_t level) {
-  // kept: blanks behind INFO and WARN keep the width.
+  // kept: the blanks behind INFO and WARN keep the width.
   constexpr std::wstring_view kNames[] = {L"TRACE", L"DEBUG", L"INFO ", L"WARN ", L"ERROR", L"FATAL"};
   return level < std::size(kNames) ? kNames[level] : L"UNKNOWN";
 }
@@ -93,7 +94,7 @@ std::string_view LineMaker::stamp(platform::FileTime time) {
     stamp_ = toUtf8Lossy(timeStamp(time, layout_.bias)) + ' ';
     stampSecond_ = second;
   }
-  // Offsets are whole minutes, so that only the milliseconds differ within a second.
+  // Offsets are whole minutes, so within a second only the milliseconds differ.
   const auto milliseconds = static_cast<std::uint32_t>(time / kStepsPerMillisecond % 1000);
   if (layout_.bias != kUnknownBias) {
     stamp_[kMillisecondsAt] = static_cast<char>('0' + milliseconds / 100);

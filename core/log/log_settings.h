@@ -46,7 +46,8 @@ struct LogSettings {
   /// \throws coreException("OutOfMem") and nothing else. Any thread.
   static LogSettings read();
 
-  /// Reads one number by the rule above, afresh. \throws as read().
+  /// Reads one number by the rule above.
+  /// \throws coreException("OutOfMem") and nothing else. Any thread.
   static std::uint32_t readNumber(const Setting& setting);
 
   /// Whether userModeLogPrograms lists a program: file names separated by ";" or ",", compared in any case.
