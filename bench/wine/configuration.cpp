@@ -9,6 +9,7 @@
 
 #include "bench/harness.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "platform/windows/windows_platform.h"
 
 namespace {

@@ -147,7 +147,8 @@ void report(const CrashInfo* info) noexcept {
 
 // --- structured exceptions: on the thread that failed
 
-/// Whether the run's own thread can go on after such an exception. Exhausted stacks and damaged heaps are not among them.
+/// Whether the run's own thread can go on after such an exception. After an exhausted stack or a damaged heap it
+/// cannot.
 bool isFailureOfCode(std::uint32_t code) {
   constexpr std::array kCodes = {platform::kExceptionAccessViolation,     platform::kExceptionInPageError,
                                  platform::kExceptionIllegalInstruction,  platform::kExceptionPrivilegedInstruction,

@@ -27,8 +27,8 @@ inline constexpr std::size_t kMaxMessageCharacters = 8192;
 /// Returns whether records of that level are made at all. It costs one atomic read. Any thread.
 bool logAdmits(std::uint32_t level) noexcept;
 
-/// Formats the message, cuts it to kMaxMessageCharacters and gives the record to the process-wide logger. Any thread;
-/// never throws.
+/// Formats the message, cuts it to kMaxMessageCharacters and hands it to the process-wide logger. Any thread; never
+/// throws.
 void logArguments(std::uint32_t level, std::wstring_view format, std::span<const FormatArgument> arguments) noexcept;
 
 /// Logs a message; every part of the program calls it. The text begins with the qualified name of the operation and

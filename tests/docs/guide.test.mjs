@@ -19,8 +19,8 @@ describe('the guide', () => {
     assert.deepEqual(unreadConstants, []);
     const table = rows(section('Registry values'));
     const values = table.filter((cells) => cells.length === 4 && cells[0].startsWith('`'));
-    const told = values.map(([name, , value]) => [quoted(name)[0], value]);
-    assert.deepEqual(sorted(told), sorted([...settings].map(([name, { defaultText }]) => [name, defaultText])));
+    const inGuide = values.map(([name, , value]) => [quoted(name)[0], value]);
+    assert.deepEqual(sorted(inGuide), sorted([...settings].map(([name, { defaultText }]) => [name, defaultText])));
     const components = table.filter((cells) => cells.length === 2 && cells[1].startsWith('`'));
     const wanted = ['', ...new Set(sorted(settings.keys()).filter((name) => name.includes('\\') && !isWhole(name))
       .map((name) => name.split('\\')[0]))];
@@ -29,17 +29,17 @@ describe('the guide', () => {
   });
 
   it('has the log texts of WARN and above, each at its level', () => {
-    const told = new Map();
+    const levels = new Map();
     let texts = [];
     for (const [first, ...cells] of rows(section('Log texts'))) {
       const isLine = /^(WARN|ERROR|FATAL)$/.test(first);
-      // The tables of what a line hands on begin with a number or with the text itself.
+      // The tables of texts that become a part of a line begin with a number, or with the text itself.
       const cell = isLine || /^(\d+|-1)$/.test(first) ? cells[0] : first;
-      if (isLine) for (const text of quoted(cell)) told.set(text, first);
+      if (isLine) for (const text of quoted(cell)) levels.set(text, first);
       texts = texts.concat(quoted(cell).filter((text) => !/^x-ms|^0x|^%/.test(text)));
     }
     assert.deepEqual(sorted(new Set(texts)).filter((text) => !literals.has(text)), [], 'in the guide alone');
     assert.deepEqual(resultTexts.filter((text) => !texts.includes(text)), [], 'in the code alone');
-    assert.deepEqual([...logTexts].filter(([text, level]) => told.get(text) !== level), [], 'in the code alone');
+    assert.deepEqual([...logTexts].filter(([text, level]) => levels.get(text) !== level), [], 'in the code alone');
   });
 });

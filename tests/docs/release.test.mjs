@@ -5,7 +5,7 @@ import { document } from '../../scripts/release/sbom.mjs';
 import { read, version } from './source.mjs';
 
 describe('the release', () => {
-  it('has its version in one file, and the change log tells of it', () => {
+  it('has its version in one file, and the change log has a section for it', () => {
     const numbers = /^#define MDDCT_VERSION_NUMBERS ([\d, ]+)$/m.exec(read('packaging/version.h'))[1];
     assert.equal(numbers.replaceAll(', ', '.'), version);
     assert.ok(read('CHANGELOG.md').includes(`## ${version.replace(/\.0$/, '')}`));

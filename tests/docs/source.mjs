@@ -47,7 +47,7 @@ export const otherReads = sources.flatMap(({ name, text }) => [
   ...(name.startsWith('core/settings/') ? [] : all(text, kRead)),
 ].map(([code]) => `${name}: ${code}`));
 
-/** Where legacy policies of a component are, as the map has it. */
+/** The key of a component's legacy policies, as the map has it. */
 export function legacyKey(component) {
   const map = read('core/settings/legacy_policy.cpp');
   const pattern = component === '' ? 'L"\\\\\\\\(Vantix VDX)"' : `\\{L"${component.toLowerCase()}", L"([^"]+)"\\}`;
@@ -60,11 +60,12 @@ const joined = (literals) => all(literals, /L"((?:[^"\\]|\\.)*)"/g).map(([, text
 const kLogCall = new RegExp(`\\b(?:log|submit|makeLogRecord)\\([^;"]*?k(Error|Warn|Fatal)\\b[^;"]*?${kLiterals}`, 'g');
 const kResult = new RegExp(`\\b(?:fail|setError|setErrorText)\\([^;"]*?${kLiterals}`, 'g');
 
-/** Texts that are logged at WARN, ERROR and FATAL: text to level. A text that only hands on another one is not told. */
+/** Texts that are logged at WARN, ERROR and FATAL: text to level. A line that only passes on a
+ * text from elsewhere is not here. */
 export const logTexts = new Map(sources.flatMap(({ text }) => all(text, kLogCall))
   .map(([, level, literals]) => [joined(literals), level.toUpperCase()]));
 
-/** Texts that the collection hands up for such a line. */
+/** Texts that the collection returns to its caller, which logs them in such a line. */
 export const resultTexts = sources.filter(({ name }) => name.startsWith('dct/'))
   .flatMap(({ text }) => all(text, kResult)).map(([, literals]) => joined(literals));
 

@@ -69,7 +69,7 @@ TEST_F(ConfigurationTest, NamesThatLeadNowhereAndFailures) {
   EXPECT_EQ(CORE::readPathDefault(kValue, L"default", false), L"default");
 }
 
-/// Each place of a look-up holds its own name; the first is found, then taken away.
+/// Each place of a look-up holds its own name. The first one is found, then removed.
 TEST_F(ConfigurationTest, PlacesInTheirOrder) {
   const std::wstring places[] = {L"HKCU\\" + kLogPolicy, L"HKCU\\" + kLogLegacy, L"HKLM\\" + kLogPolicy,
                                  L"HKLM\\" + kLogLegacy, L"HKCU\\" + kLog,       L"HKLM\\" + kLog};
