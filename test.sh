@@ -85,7 +85,7 @@ run_stage() {
     debug | tsan) native "$1" ;;
     fuzz) fuzz_tests ;;
     windows) whole_stage windows scripts/build-windows.sh ;;
-    docs) node_tests docs node --test --test-reporter=tap tests/docs/docs.test.mjs ;;
+    docs) node_tests docs node --test --test-reporter=tap tests/docs/*.test.mjs ;;
     wine) node_tests wine scripts/wine-tests.sh ;;
     *)
       echo "test.sh: no stage '$1'" >&2

@@ -5,16 +5,10 @@
 #include "core/log/log_folder.h"
 #include "core/settings/configuration.h"
 #include "core/settings/environment.h"
+#include "core/text/path_text.h"
 #include "platform/platform.h"
 
 namespace {
-
-std::wstring productSetting(const wchar_t* name) { return std::wstring(CORE::kProductKey) + name; }
-
-std::wstring withoutTrailingSeparators(std::wstring path) {
-  path.erase(path.find_last_not_of(L"\\/") + 1);
-  return path;
-}
 
 /// A name that the environment does not have stays in the text as it was written.
 bool isSet(const wchar_t* variable) {
@@ -24,18 +18,18 @@ bool isSet(const wchar_t* variable) {
 
 }  // namespace
 
-std::wstring agentInstallPath() { return CORE::readSetting(productSetting(L"\\Agent\\AgentInstallPath"), L""); }
+std::wstring agentInstallPath() { return CORE::readSetting(CORE::kAgentInstallPath); }
 
 std::wstring agentLoggingFolder() {
-  if (CORE::readSettingBool(productSetting(L"\\Agent\\UseRegistryForLoggingPath"), false)) {
-    std::wstring chosen = CORE::readSetting(productSetting(L"\\Log\\LogFileDirectory"), L"");
-    chosen = withoutTrailingSeparators(std::move(chosen));
-    if (!chosen.empty()) {
-      return chosen;
+  if (CORE::readSettingBool(CORE::kUseRegistryForLoggingPath)) {
+    const std::wstring configured = CORE::readSetting(CORE::kLogFileDirectory);
+    const std::wstring_view folder = CORE::withoutTrailingSeparators(configured);
+    if (!folder.empty()) {
+      return std::wstring(folder);
     }
   }
   if (isSet(L"%ProgramData%")) {
-    return withoutTrailingSeparators(CORE::defaultLogFolder());
+    return std::wstring(CORE::withoutTrailingSeparators(CORE::defaultLogFolder()));
   }
   if (isSet(L"%LOCALAPPDATA%")) {
     return CORE::expandEnvironment(L"%LOCALAPPDATA%\\vdx-sdct").value_or(L"");

@@ -6,7 +6,7 @@
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 
-// Key paths of the product and where the former maker's templates put them.
+// The former maker's policy paths for any key path.
 
 namespace {
 
@@ -21,7 +21,7 @@ void check(const std::wstring& path) {
     FUZZ_CHECK(front == CORE::lowered(kProduct));
     FUZZ_CHECK(legacy.starts_with(kLegacy) && legacy.size() > kLegacy.size());
     FUZZ_CHECK(CORE::legacyPolicyPath(legacy).empty());
-    // What stands below the component comes along as it is, and the component alone decides about the rest.
+    // The part below the component is kept as it is, and nothing but the component decides about the part before it.
     const std::size_t below = path.find(L'\\', std::min(path.size(), kProduct.size() + 1));
     FUZZ_CHECK(legacy.ends_with(below >= path.size() - 1 ? L"" : path.substr(below)));
   }

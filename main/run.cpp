@@ -39,9 +39,8 @@ struct ProxySettings {
   std::string server, bypass, pacUrl;
 };
 
-std::string readProxySetting(const wchar_t* name) {
-  const std::wstring path = std::wstring(CORE::kProductKey) + L"\\Node Manager\\" + name;
-  return CORE::to_mstr(CORE::readSetting(path, L""), CORE::kUtf8);
+std::string readProxySetting(const CORE::Setting& setting) {
+  return CORE::to_mstr(CORE::readSetting(setting), CORE::kUtf8);
 }
 
 const char* orNone(const std::string& text) { return text.empty() ? "n/a" : text.c_str(); }
@@ -208,9 +207,9 @@ bool Run::startUpload() {
   if (!completion_->open()) {
     return false;
   }
-  proxy_.server = readProxySetting(L"HTTP Proxy Server");
-  proxy_.bypass = readProxySetting(L"HTTP Proxy Bypass");
-  proxy_.pacUrl = readProxySetting(L"HTTP Proxy Auto Config URL");
+  proxy_.server = readProxySetting(CORE::kProxyServer);
+  proxy_.bypass = readProxySetting(CORE::kProxyBypass);
+  proxy_.pacUrl = readProxySetting(CORE::kProxyAutoConfigUrl);
   CORE::log(CORE::kInfo,
             L"wWinMain(): Uploading DCT log (%S) to url: %S. \nProxy Server: %S. Proxy Bypass: %S PACURL: %S.",
             bundlePath_, options_.url, orNone(proxy_.server), orNone(proxy_.bypass), orNone(proxy_.pacUrl));

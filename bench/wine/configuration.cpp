@@ -9,10 +9,12 @@
 
 #include "bench/harness.h"
 #include "platform/platform.h"
+#include "platform/registry.h"
 #include "platform/windows/windows_platform.h"
 
 namespace {
 
+constexpr CORE::Setting kLimit{L"WebRTCRedir\\limit", L""};  // the last component but one of the map
 constexpr std::size_t kLookups = 500;
 constexpr int kTurns = 15;
 
@@ -52,9 +54,8 @@ double secondsOfLookups(const Body& body) {
 
 int wmain(int, wchar_t**) {
   platform::install(&platform::windowsPlatform());
-  const std::wstring key = L"Calvera\\Meridon\\WebRTCRedir";  // the last but one of the map
-  const std::wstring name = L"HKLM\\Software\\" + key + L"\\limit";
-  if (CORE::readSetting(name, L"") != L"4096") {
+  const std::wstring key = L"Calvera\\Meridon\\WebRTCRedir";
+  if (CORE::readSetting(kLimit) != L"4096") {
     std::fputs("the value is not there\n", stderr);
     return 1;
   }
@@ -67,8 +68,7 @@ int wmain(int, wchar_t**) {
   };
   platform::Registry& registry = platform::current().registry;
   const bench::Pair pair = bench::inTurns(
-      kTurns,
-      [&] { return secondsOfLookups([&] { bench::sink = bench::sink + CORE::readSetting(name, L"").size(); }); },
+      kTurns, [&] { return secondsOfLookups([&] { bench::sink = bench::sink + CORE::readSetting(kLimit).size(); }); },
       [&] { return secondsOfLookups([&] { readBare(registry, reads); }); });
   bench::printRow("configuration look-up through the 59-row map, under Wine", "its 5 bare reads", pair,
                   bench::Unit::kNanoseconds, kLookups, "", "at most 1.2", pair.ratio <= 1.2);

@@ -5,27 +5,27 @@
 namespace CORE {
 namespace {
 
-constexpr std::size_t kReserve = std::size_t{256} << 10;
+constexpr std::size_t kReserveBytes = std::size_t{256} << 10;
 
 }  // namespace
 
 void CrashReporter::start() noexcept {
   try {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!started_) {
-      reserve_.reset(new std::byte[kReserve]);
+      reserve_.reset(new std::byte[kReserveBytes]);
       std::thread([this] { run(); }).detach();
       started_ = true;
     }
   } catch (...) {
-    // Without the thread a crash is not reported; the program itself goes on as ever.
+    // Without the thread a crash is not reported. The program itself works as before.
   }
 }
 
 void CrashReporter::run() noexcept {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   for (;;) {
-    changed_.wait(lock, [this] { return asked_ != done_; });
+    changed_.wait(lock.native(), [this]() REQUIRES(mutex_) { return asked_ != done_; });
     const std::optional<platform::CrashInfo> info = info_;
     reserve_.reset();
     lock.unlock();
@@ -39,14 +39,15 @@ void CrashReporter::run() noexcept {
 bool CrashReporter::report(const platform::CrashInfo* info) noexcept {
   try {
     const auto limit = std::chrono::steady_clock::now() + timeout_;
-    std::unique_lock lock(mutex_);
-    if (!started_ || !changed_.wait_until(lock, limit, [this] { return asked_ == done_; })) {
+    MutexLock lock(mutex_);
+    if (!started_ ||
+        !changed_.wait_until(lock.native(), limit, [this]() REQUIRES(mutex_) { return asked_ == done_; })) {
       return false;
     }
     info_ = info != nullptr ? std::optional(*info) : std::nullopt;
     const std::uint64_t own = ++asked_;
     changed_.notify_all();
-    return changed_.wait_until(lock, limit, [this, own] { return done_ >= own; });
+    return changed_.wait_until(lock.native(), limit, [this, own]() REQUIRES(mutex_) { return done_ >= own; });
   } catch (...) {
     return false;
   }

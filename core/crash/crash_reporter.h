@@ -5,46 +5,49 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "core/base/mutex.h"
 #include "platform/crash.h"
 
 namespace CORE {
 
-/// The thread that reports a crash and writes its minidump, made beforehand: the thread that failed may have no stack
-/// left, or hold a lock that a report needs. It waits in real time and calls the platform only while it works, so it
-/// lives as long as the process; the object is never destroyed.
+/// The thread that reports crashes. It is started before there is one, because the thread that fails may have no stack
+/// left, or hold a lock that the report needs. The thread lives as long as the process, so the object must never be
+/// destroyed. Waits are in real time; the thread calls the platform only while it reports.
 class CrashReporter {
  public:
-  /// What the thread does about a crash; null: about std::terminate.
+  /// A function that makes the report, on the reporting thread.
+  /// \param info  the crash; null after std::terminate.
   using Work = void (*)(const platform::CrashInfo* info) noexcept;
 
-  /// \param timeout  how long report() waits.
+  /// \param timeout  the time for which report() waits.
   explicit CrashReporter(Work work, std::chrono::milliseconds timeout = std::chrono::seconds(30))
       : work_(work), timeout_(timeout) {}
   CrashReporter(const CrashReporter&) = delete;
   CrashReporter& operator=(const CrashReporter&) = delete;
 
-  /// Makes the thread, unless it is there. Without one, report() fails at once. Any thread.
-  void start() noexcept;
+  /// Starts the thread, unless it runs. When it cannot be started, report() fails at once. Any thread.
+  void start() noexcept EXCLUDES(mutex_);
 
-  /// Lets the thread do its work, which gets a copy of `info`. Waits for the end of it: false when it does not come in
-  /// time, or when there is no thread. Any thread.
-  bool report(const platform::CrashInfo* info) noexcept;
+  /// Makes the reporting thread do its work on a copy of `info`, and waits for the end of the work; before that for the
+  /// end of an earlier report. Any thread.
+  /// \return false when the work did not end in time, or when there is no thread.
+  bool report(const platform::CrashInfo* info) noexcept EXCLUDES(mutex_);
 
  private:
-  void run() noexcept;
+  void run() noexcept EXCLUDES(mutex_);
 
   const Work work_;
   const std::chrono::milliseconds timeout_;
-  std::mutex mutex_;  ///< guards everything below
+  Mutex mutex_;
   std::condition_variable changed_;
-  bool started_ = false;
-  std::uint64_t asked_ = 0;
-  std::uint64_t done_ = 0;
-  std::optional<platform::CrashInfo> info_;
-  std::unique_ptr<std::byte[]> reserve_;  ///< given back when memory is needed: for the first report
+  bool started_ GUARDED_BY(mutex_) = false;
+  std::uint64_t asked_ GUARDED_BY(mutex_) = 0;  ///< reports that were asked for
+  std::uint64_t done_ GUARDED_BY(mutex_) = 0;   ///< reports that have ended
+  std::optional<platform::CrashInfo> info_ GUARDED_BY(mutex_);
+  /// Memory that is freed before the first report, which may be about a lack of memory.
+  std::unique_ptr<std::byte[]> reserve_ GUARDED_BY(mutex_);
 };
 
 }  // namespace CORE

@@ -8,21 +8,21 @@
 #include "core/settings/configuration.h"
 #include "core/settings/environment.h"
 #include "core/text/number_text.h"
+#include "core/text/path_text.h"
 #include "core/text/text.h"
+#include "platform/crash.h"
 
 namespace CORE {
 namespace {
 
 constexpr std::uint32_t kMaxDumps = 100;
 
-std::wstring readText(std::wstring_view valueName) {
-  return readSetting(std::wstring(kProductKey).append(L"\\Dump\\").append(valueName), L"");
-}
+static_assert(kDumpType.defaultNumber() == platform::kMiniDumpWithDataSegs);
 
-std::uint32_t readNumber(std::wstring_view valueName, std::uint32_t defaultValue) {
-  const std::wstring setting = readText(valueName);
-  const std::wstring_view text = trimmed(setting);
-  return !text.empty() && text[0] >= L'0' && text[0] <= L'9' ? textToUint32(text) : defaultValue;
+std::uint32_t readNumber(const Setting& setting) {
+  const std::wstring found = readSetting(setting);
+  const std::wstring_view text = trimmed(found);
+  return !text.empty() && text[0] >= L'0' && text[0] <= L'9' ? textToUint32(text) : setting.defaultNumber();
 }
 
 std::wstring defaultFolder() {
@@ -31,11 +31,11 @@ std::wstring defaultFolder() {
 }
 
 std::wstring readFolder() {
-  std::wstring folder = readText(L"DumpFolder");
-  if (auto expanded = expandEnvironment(folder)) {  // a plain string may name variables too
+  std::wstring folder = readSetting(kDumpFolder);
+  if (auto expanded = expandEnvironment(folder)) {  // a REG_SZ may name variables, too
     folder = std::move(*expanded);
   }
-  folder.resize(folder.find_last_not_of(L"\\/") + 1);
+  folder.resize(withoutTrailingSeparators(folder).size());
   return folder.empty() ? defaultFolder() : folder;
 }
 
@@ -44,8 +44,8 @@ std::wstring readFolder() {
 CrashSettings CrashSettings::read() {
   return guardMemory([] {
     CrashSettings out;
-    out.dumpCount = std::min(readNumber(L"DumpCount", out.dumpCount), kMaxDumps);
-    out.dumpType = readNumber(L"DumpType", out.dumpType);
+    out.dumpCount = std::min(readNumber(kDumpCount), kMaxDumps);
+    out.dumpType = readNumber(kDumpType);
     out.dumpFolder = readFolder();
     return out;
   });

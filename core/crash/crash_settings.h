@@ -3,22 +3,24 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/crash.h"
+#include "core/settings/setting_names.h"
 
 namespace CORE {
 
-/// What the product's key says about minidumps, below "HKLM\Software\Calvera\Meridon\Dump" or as a policy of it.
+/// The settings of minidumps: what the product's key says below "HKLM\Software\Calvera\Meridon\Dump" or as a policy of
+/// it. Each field has the default of its value until read() fills it.
 struct CrashSettings {
-  /// "DumpCount": how many dumps the folder keeps, those of all programs together; at most 100. 0: none is written.
-  std::uint32_t dumpCount = 5;
-  /// "DumpType": what a dump holds, a MINIDUMP_TYPE.
-  std::uint32_t dumpType = platform::kMiniDumpWithDataSegs;
-  /// "DumpFolder", without a separator at its end; by default "dumps" where the folder of the log files is by default.
+  /// Dumps that the folder keeps, those of all programs together; at most 100. 0: none is written.
+  std::uint32_t dumpCount = kDumpCount.defaultNumber();
+  /// What a dump holds, a MINIDUMP_TYPE; by default MiniDumpWithDataSegs.
+  std::uint32_t dumpType = kDumpType.defaultNumber();
+  /// kDumpFolder without a separator at its end; by default "dumps" where the folder of the log files is by default.
   /// Empty when there is no such place.
   std::wstring dumpFolder;
 
-  /// Reads the registry. A number may be decimal, or hexadecimal with "0x"; what does not begin with a digit counts as
-  /// not set. coreException("OutOfMem") is the only exception; any thread.
+  /// Reads the registry. A number may be decimal, or hexadecimal with "0x". A text that does not begin with a digit
+  /// counts as not set. Any thread.
+  /// \throws coreException("OutOfMem") and nothing else.
   static CrashSettings read();
 };
 

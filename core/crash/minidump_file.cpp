@@ -25,13 +25,14 @@ MinidumpOutcome none(std::wstring why) { return {false, std::move(why)}; }
 
 bool isDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
 
+/// Whether a file name has that ending (in lower case), in any case.
 bool endsWith(std::wstring_view name, std::wstring_view ending) {
   const auto same = [](wchar_t c, wchar_t small) { return c == small || (c >= L'A' && c <= L'Z' && c + 32 == small); };
   return name.size() >= ending.size() &&
          std::equal(ending.rbegin(), ending.rend(), name.rbegin(), [&](wchar_t a, wchar_t b) { return same(b, a); });
 }
 
-/// Whether this program has given that name.
+/// Whether this program gives names like that.
 bool isOwn(std::wstring_view name, std::wstring_view ending) {
   constexpr std::wstring_view kShape = L"mdDCT-0000-00-00-000000-";
   if (name.size() <= kShape.size() + ending.size() || !endsWith(name, ending)) {
@@ -49,7 +50,8 @@ std::wstring newName() {
                 platform::current().processes.GetCurrentProcessId());
 }
 
-/// The files with that ending. The search also matches by short names, in which an ending has three characters.
+/// Lists the files with that ending. The names found are checked again, because the search also compares short names,
+/// in which an ending has three characters.
 platform::Status list(const std::wstring& folder, std::wstring_view ending, Names& names) {
   platform::Files& files = platform::current().files;
   platform::FoundFile found;
@@ -66,7 +68,7 @@ platform::Status list(const std::wstring& folder, std::wstring_view ending, Name
   return {more.error == platform::kErrorNoMoreFiles, more.error};
 }
 
-/// Removes what dumps that were cut short have left. One that is still being written is open, and stays.
+/// Removes the files of dumps that were not finished. A dump that is still being written is open, and stays.
 void removePartialFiles(const std::wstring& folder) {
   const std::wstring start = folder + L"\\";
   Names names;
@@ -78,7 +80,8 @@ void removePartialFiles(const std::wstring& folder) {
   }
 }
 
-/// Removes this program's oldest dumps until the folder has room for one more. \return why it has none, or nothing.
+/// Removes this program's oldest dumps until the folder has room for one more.
+/// \return why it has none; empty when it has.
 std::wstring makeRoom(const CrashSettings& settings) {
   Names names;
   const platform::Status listed = list(settings.dumpFolder, kEnding, names);
@@ -90,7 +93,7 @@ std::wstring makeRoom(const CrashSettings& settings) {
   std::sort(firstOwn, names.end());
   const std::wstring start = settings.dumpFolder + L"\\";
   std::size_t kept = names.size();
-  // Where the others alone take all the room, removing our own would win nothing.
+  // When the dumps of others alone fill the folder, removing our own would make no room.
   if (static_cast<std::size_t>(firstOwn - names.begin()) < settings.dumpCount) {
     for (auto name = firstOwn; name != names.end() && kept >= settings.dumpCount; ++name) {
       kept -= platform::current().files.DeleteFileW(start + *name) ? 1U : 0U;

@@ -7,17 +7,17 @@
 
 namespace CORE {
 
-/// What became of a minidump.
+/// The outcome of writeMinidump.
 struct MinidumpOutcome {
   bool written = false;
-  std::wstring text;  ///< its path, or why there is none
+  std::wstring text;  ///< the path of the dump, or the reason why there is none
 };
 
-/// Writes a minidump of this process, "mdDCT-YYYY-MM-DD-HHMMSS-PID.dmp" by local time, which has that name only once it
-/// is whole; before, ".partial" stands behind it. Makes the folder, and room in it first: this program's oldest dumps
-/// go; what other programs keep there is only counted. Needs Crash::loadDbgHelp.
-/// \param info  null: of the process as it is, without an exception.
-/// Throws when memory runs out; one thread at a time.
+/// Writes a minidump of this process: "mdDCT-YYYY-MM-DD-HHMMSS-PID.dmp" by local time. While it is being written,
+/// ".partial" stands behind that name. Makes the folder when it is missing, and room in it: removes this program's
+/// oldest dumps. The dumps of other programs are counted but stay. Crash::loadDbgHelp must have succeeded. One thread
+/// at a time. \param info  the exception that the dump describes; null: the dump describes the process without an
+/// exception. \throws what the library throws when memory runs out.
 MinidumpOutcome writeMinidump(const CrashSettings& settings, const platform::CrashInfo* info);
 
 }  // namespace CORE

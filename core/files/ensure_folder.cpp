@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "core/text/path_text.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 
@@ -32,18 +33,15 @@ std::size_t rootLength(std::wstring_view path) {
   return std::min(path.find_first_of(kSeparators, share + 1), path.size());
 }
 
-std::wstring_view withoutTrailingSeparators(std::wstring_view path) {
-  const std::size_t root = rootLength(path);
-  while (path.size() > root && isSeparator(path.back())) {
-    path.remove_suffix(1);
-  }
-  return path;
+/// As withoutTrailingSeparators, but a root keeps its own separator.
+std::wstring_view withoutSeparatorsBelowRoot(std::wstring_view path) {
+  return path.substr(0, std::max(rootLength(path), withoutTrailingSeparators(path).size()));
 }
 
 }  // namespace
 
 std::wstring_view parentPath(std::wstring_view path) {
-  path = withoutTrailingSeparators(path);
+  path = withoutSeparatorsBelowRoot(path);
   const std::size_t root = rootLength(path);
   if (path.size() <= root) {
     return path;
@@ -51,11 +49,11 @@ std::wstring_view parentPath(std::wstring_view path) {
   while (path.size() > root && !isSeparator(path.back())) {
     path.remove_suffix(1);
   }
-  return withoutTrailingSeparators(path);
+  return withoutSeparatorsBelowRoot(path);
 }
 
 bool ensureFolder(std::wstring_view path) {
-  path = withoutTrailingSeparators(path);
+  path = withoutSeparatorsBelowRoot(path);
   if (path.empty() || path.size() > kMaxPathCharacters) {
     return false;
   }

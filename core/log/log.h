@@ -11,7 +11,7 @@
 
 namespace CORE {
 
-/// Levels of a log record. Their names in a line are always five characters wide.
+/// The levels of log records. Their names in a line are always five characters wide.
 enum LogLevel : std::uint32_t {
   kTrace = 0,
   kDebug = 1,
@@ -21,17 +21,18 @@ enum LogLevel : std::uint32_t {
   kFatal = 5,
 };
 
-/// The longest message of a record, in characters; what goes beyond is cut.
+/// The longest message of a record, in characters; the rest is cut off.
 inline constexpr std::size_t kMaxMessageCharacters = 8192;
 
-/// Whether a record of that level is made at all. Costs one atomic read; any thread.
+/// Returns whether records of that level are made at all. It costs one atomic read. Any thread.
 bool logAdmits(std::uint32_t level) noexcept;
 
-/// Formats the message (cut to kMaxMessageCharacters) and hands the record to the process-wide logger. Never throws.
+/// Formats the message, cuts it to kMaxMessageCharacters and hands it to the process-wide logger. Any thread; never
+/// throws.
 void logArguments(std::uint32_t level, std::wstring_view format, std::span<const FormatArgument> arguments) noexcept;
 
-/// The log call of every part of the program: the text begins with the qualified operation name and "(): ".
-/// A call that is not admitted formats nothing. Any thread; never throws; the caller's texts are not kept.
+/// Logs a message; every part of the program calls it. The text begins with the qualified name of the operation and
+/// "(): ". A call whose level is not admitted formats nothing. Any thread; never throws. The caller's texts are copied.
 template <class... A>
 void log(LogLevel level, FormatString<wchar_t, std::type_identity_t<A>...> format, const A&... arguments) noexcept {
   if (!logAdmits(level)) {

@@ -7,13 +7,14 @@
 
 namespace CORE {
 
-/// What a log file begins with, and what each process that writes to it tells of itself first.
+/// The lines with which a log file begins, and those with which each process begins its part of a file.
 struct LogBanner {
-  std::wstring program;  ///< file name of the executable
-  bool debugEnabled = false;
+  std::wstring program;       ///< file name of the executable
+  bool debugEnabled = false;  ///< the debug file is written
   bool callerWrites = false;  ///< there is no writer thread
 
-  /// The lines for a file that has just been opened so. \param first  the process has not written to it yet.
+  /// Returns the lines for a file that LogRotation::prepare has just opened.
+  /// \param first  whether the process has not written to this kind of file yet.
   std::string lines(LineMaker& maker, LogRotation::Opened opened, bool first) const;
 
  private:

@@ -15,7 +15,7 @@ constexpr std::uint32_t kMutexTimeout = 1000;  // milliseconds
 platform::Status LogConsole::open() {
   const platform::Platform& platform = platform::current();
   const platform::Status attached = platform.system.AttachConsole();
-  if (!attached && attached.error != platform::kErrorAccessDenied) {  // that one: it has a console already
+  if (!attached && attached.error != platform::kErrorAccessDenied) {  // which means: it has a console already
     return attached;
   }
   auto mutex = platform.objects.CreateMutexW(false, L"Local\\meridon_sysmessage_console");
@@ -40,7 +40,7 @@ platform::Status LogConsole::write(const std::wstring& lines) {
     console_.reset();
     return {false, waited.error};
   }
-  if (waited.value != platform::kWaitTimeout) {  // else somebody sits on it: not worth a line
+  if (waited.value != platform::kWaitTimeout) {
     platform.system.WriteConsoleW(console_.get(), lines);
     platform.objects.ReleaseMutex(mutex_.get());
   }

@@ -7,15 +7,17 @@
 
 namespace CORE {
 
-/// The channel for system messages: the console of the process that started this one, for whoever runs the program by
-/// hand ("sysMessageToConsole"). Programs that share a console take turns by a mutex. Guarded by its owner.
+/// The channel for system messages ("sysMessageToConsole"): the console of the process that started this one, for a
+/// person who runs the program by hand. A named mutex keeps the lines of programs that share a console apart. The
+/// owner's lock guards the object.
 class LogConsole {
  public:
-  /// Joins the console.
+  /// Attaches to the console and opens it.
   platform::Status open();
   bool isOpen() const { return static_cast<bool>(console_); }
-  /// Writes lines. A wait for the turn that fails closes the channel, and its error is given; a console that does not
-  /// take the text is nobody's trouble.
+  /// Writes lines. They are lost without an error when the mutex is not free within a second or the console does not
+  /// take them.
+  /// \return the error of a wait for the mutex that failed; the channel is closed then.
   platform::Status write(const std::wstring& lines);
 
  private:

@@ -6,7 +6,7 @@
 namespace CORE {
 namespace {
 
-/// Plain memory without a destructor: threads may log until their very end.
+/// The memory has no destructor, because threads log until their very end: after the destructors of their objects.
 struct Name {
   wchar_t text[63];
   std::size_t size;

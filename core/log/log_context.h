@@ -4,11 +4,11 @@
 
 namespace CORE {
 
-/// Names the calling thread in its log lines, between "<" and ">". At most 63 characters are kept; a thread without a
-/// name is "worker".
+/// Sets the name that stands for the calling thread in its log lines, between "<" and ">". At most 63 characters are
+/// kept. A thread without a name shows as "worker".
 void setLogContext(std::wstring_view name) noexcept;
 
-/// The calling thread's name; valid until it is set again.
+/// Returns the calling thread's name; the text is valid until the thread sets another one.
 std::wstring_view logContext() noexcept;
 
 }  // namespace CORE

@@ -5,14 +5,14 @@
 
 namespace CORE {
 
-/// Stops the log while the volume of its folder has less free space than "DiskThresholdForLogAndEventsMB". The stop is
-/// remembered in the registry ("loggedThresholdReached"), so that a process that finds it there says nothing again.
-/// Guarded by its owner.
+/// Stops the log while the volume of its folder has less free space than kDiskThresholdForLogAndEventsMB. The registry
+/// remembers the stop (kLoggedThresholdReached): a process that finds it there does not log it a second time. The
+/// owner's lock guards the object.
 class LogDiskGuard {
  public:
   enum class Action {
     kWrite,
-    kWriteLastLine,  ///< the stop begins: one line is to tell of it, then nothing is written
+    kWriteLastLine,  ///< the stop begins: one line says so, then nothing is written
     kDrop,
   };
 
@@ -20,14 +20,13 @@ class LogDiskGuard {
   LogDiskGuard(std::wstring folder, std::uint32_t thresholdMB)
       : folder_(std::move(folder)), thresholdMB_(thresholdMB) {}
 
-  /// \param ticks  now, in milliseconds
-  /// Looks at the volume, at most once every five seconds; a stop reads the threshold anew each time. A volume that
-  /// cannot be asked has space.
+  /// Decides about the records that are to be written now. The free space is read at most once every five seconds, and
+  /// during a stop the threshold with it. A volume whose free space cannot be read counts as having enough.
+  /// \param ticks  now, in milliseconds.
   Action check(std::uint32_t ticks);
 
  private:
   bool hasSpace() const;
-  static void remember(bool stopped);
 
   std::wstring folder_;
   std::uint32_t thresholdMB_ = 0;

@@ -13,7 +13,7 @@
 namespace CORE {
 namespace {
 
-// The byte that stands for a turn lies where no log file reaches, so that readers do not meet it.
+// The byte that processes lock lies where no log file reaches, because nobody else can read a locked byte.
 constexpr std::uint64_t kLockOffset = 0x4000000000000000;
 constexpr std::uint32_t kLockTimeout = 2000;  // milliseconds
 
@@ -22,7 +22,7 @@ constexpr std::uint32_t kLockTimeout = 2000;  // milliseconds
 platform::Status LogFile::open(const std::wstring& path) {
   platform::Files& files = platform::current().files;
   const auto attempt = [&] {
-    // Reading is asked for because a lock needs it.
+    // LockFileEx needs the right to read.
     return files.CreateFileW(path, platform::kFileAppendData | platform::kFileReadData, platform::kFileShareAll,
                              platform::kOpenAlways, platform::kFileAttributeNormal);
   };
@@ -44,15 +44,15 @@ std::uint64_t LogFile::size() const {
 std::uint32_t LogFile::lock() {
   const platform::Platform& platform = platform::current();
   std::uint32_t waited = 0;
-  for (std::uint32_t begun = 0; isOpen(); platform.processes.Sleep(1)) {
+  for (std::uint32_t startedAt = 0; isOpen(); platform.processes.Sleep(1)) {
     const platform::Status locked = platform.files.LockFileEx(file_.get(), kLockOffset);
     locked_ = locked.ok;
     if (locked_ || locked.error != platform::kErrorLockViolation) {
-      break;  // without locks, as on some network drives, there are no turns
+      break;  // without a lock: some network drives have none
     }
     const std::uint32_t now = platform.clock.GetTickCount();
-    begun = begun == 0 ? now : begun;
-    waited = now - begun;
+    startedAt = startedAt == 0 ? now : startedAt;
+    waited = now - startedAt;
     if (waited >= kLockTimeout) {
       break;
     }
@@ -62,7 +62,7 @@ std::uint32_t LogFile::lock() {
 
 void LogFile::unlock() {
   if (locked_ && !platform::current().files.UnlockFileEx(file_.get(), kLockOffset)) {
-    file_.reset();  // which ends it for certain
+    file_.reset();  // a closed file holds no lock
   }
   locked_ = false;
 }

@@ -7,7 +7,8 @@
 #include "core/base/unicode.h"
 #include "core/format/format.h"
 #include "core/redaction/legacy_word.h"
-#include "core/settings/configuration.h"
+#include "core/settings/registry_value.h"
+#include "core/settings/setting_names.h"
 #include "core/text/number_text.h"
 #include "platform/platform.h"
 
@@ -15,7 +16,7 @@ namespace CORE {
 namespace {
 
 constexpr auto kStepsPerMinute = static_cast<std::int64_t>(platform::kFileTimePerMinute);
-constexpr std::size_t kMillisecondsAt = 20;  // in a stamp
+constexpr std::size_t kMillisecondsAt = 20;  // position in a stamp
 constexpr std::int64_t kMinutesPerDay = 1440;
 
 std::wstring utcStamp(const platform::SystemTime& t) {
@@ -44,7 +45,7 @@ LocalTime localTime(platform::FileTime time, std::int32_t bias) {
 }  // namespace
 
 std::wstring_view levelName(std::uint32_t level) {
-  // kept: blanks behind INFO and WARN keep the width.
+  // kept: the blanks behind INFO and WARN keep the width.
   constexpr std::wstring_view kNames[] = {L"TRACE", L"DEBUG", L"INFO ", L"WARN ", L"ERROR", L"FATAL"};
   return level < std::size(kNames) ? kNames[level] : L"UNKNOWN";
 }
@@ -69,9 +70,7 @@ std::int32_t currentBias(bool readFromRegistry) {
     return 0;
   }
   std::wstring text;
-  const std::uint32_t type = readPath(L"HKLM\\SYSTEM\\CurrentControlSet\\Control\\TimeZoneInformation\\ActiveTimeBias",
-                                      platform::kRegDword, false, text);
-  if (type == kNotFound) {
+  if (readPath(kActiveTimeBias.path, platform::kRegDword, false, text) == kNotFound) {
     return kUnknownBias;
   }
   const auto bias = static_cast<std::int32_t>(textToUint32(text));  // a DWORD that may be negative
@@ -92,7 +91,7 @@ std::string_view LineMaker::stamp(platform::FileTime time) {
     stamp_ = toUtf8Lossy(timeStamp(time, layout_.bias)) + ' ';
     stampSecond_ = second;
   }
-  // Offsets are whole minutes, so that only the milliseconds differ within a second.
+  // Offsets are whole minutes, so within a second only the milliseconds differ.
   const auto milliseconds = static_cast<std::uint32_t>(time / platform::kFileTimePerMillisecond % 1000);
   if (layout_.bias != kUnknownBias) {
     stamp_[kMillisecondsAt] = static_cast<char>('0' + milliseconds / 100);

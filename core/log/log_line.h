@@ -10,31 +10,34 @@
 
 namespace CORE {
 
-/// A time-zone bias that nobody knows.
+/// The time-zone bias that stands for "no bias is known".
 inline constexpr std::int32_t kUnknownBias = 8888;
 
 /// What the lines of one process have in common.
 struct LineLayout {
   std::uint32_t processId = 0;
-  std::wstring processIdText;  ///< stands in the line unless ids are truncated
-  std::wstring component;
+  std::wstring processIdText;  ///< the process id as the line shows it, unless ids are truncated
+  std::wstring component;      ///< name of the process
   bool truncateIds = false;
   bool maskLegacyWord = true;
-  std::int32_t bias = 0;  ///< minutes: UTC = local time + bias; 0: the platform's local time; or kUnknownBias
+  /// Minutes: UTC = local time + bias. 0 takes the platform's local time. kUnknownBias shows UTC.
+  std::int32_t bias = 0;
 };
 
-/// The name of a level, five characters wide; "UNKNOWN" for any other number.
+/// Returns the name of a level, five characters wide; "UNKNOWN" for any other number.
 std::wstring_view levelName(std::uint32_t level);
 
-/// The time stamp of a record, ISO 8601 with milliseconds: local time with its offset, with "Z" when that is 0. With
-/// kUnknownBias it is the time of the call, not the record's, in UTC.
+/// Returns the time stamp of a record, ISO 8601 with milliseconds: local time with its offset, or with "Z" when the
+/// offset is 0. With kUnknownBias it is the time of the call in UTC, not that of the record.
 std::wstring timeStamp(platform::FileTime time, std::int32_t bias);
 
-/// The bias now: 0 unless it is to be read; then "ActiveTimeBias" of the system, kUnknownBias when that cannot be read
-/// or is no bias (more than a day).
+/// Returns the bias that holds now, in minutes.
+/// \param readFromRegistry  reads kActiveTimeBias; without it the bias is 0.
+/// \return kUnknownBias when the value cannot be read, or is more than a day and so no bias.
 std::int32_t currentBias(bool readFromRegistry);
 
-/// Makes lines of records; what one line has in common with the line before is not made again. Guarded by its owner.
+/// Turns records into lines. It keeps the parts that the next line may have in common with this one: the second, the
+/// ids, the component. The owner's lock guards the object.
 class LineMaker {
  public:
   LineMaker() = default;
@@ -42,9 +45,9 @@ class LineMaker {
 
   void setBias(std::int32_t bias);
   const LineLayout& layout() const { return layout_; }
-  /// Appends the whole line of a record, with its line end.
+  /// Appends the whole line of a record, with its line end, as UTF-8.
   void append(const BufferedRecord& record, std::string& out);
-  /// The same of a record that did not wait.
+  /// Returns the line of a record that was never queued.
   std::string line(const LogRecord& record);
 
  private:
@@ -52,10 +55,10 @@ class LineMaker {
   std::string_view ids(std::uint32_t threadId);
 
   LineLayout layout_;
-  std::string component_;  ///< with all that stands between context and message
-  std::string stamp_;      ///< of the second stampSecond_
+  std::string component_;  ///< the component with everything that stands between context and message
+  std::string stamp_;      ///< the latest stamp, of the second stampSecond_; its milliseconds are overwritten
   platform::FileTime stampSecond_ = 0;
-  std::string ids_;  ///< of the thread idsThread_
+  std::string ids_;  ///< the latest ids, of the thread idsThread_
   std::uint32_t idsThread_ = 0;
 };
 

@@ -4,71 +4,79 @@
 
 namespace CORE {
 
-void LogQueue::append(const LogRecord& record, std::unique_lock<std::mutex>& lock) {
+/// \return whether the writer sleeps. The caller wakes it after it has unlocked: a writer that woke to a locked mutex
+///         would go to sleep again at once.
+bool LogQueue::append(const LogRecord& record) {
   records_.add(record);
   ++queued_;
-  const bool wakes = std::exchange(writerSleeps_, false);
+  return std::exchange(writerSleeps_, false);
+}
+
+LogQueue::Push LogQueue::push(const LogRecord& record) {
+  MutexLock lock(mutex_);
+  if (queued_ - written_ >= threshold_) {
+    return std::exchange(overflowed_, true) ? Push::kDropped : Push::kFirstDropped;
+  }
+  const bool wakes = append(record);
+  lock.unlock();
+  if (wakes) {
+    arrived_.notify_one();
+  }
+  return Push::kQueued;
+}
+
+void LogQueue::pushNotice(const LogRecord& record) {
+  MutexLock lock(mutex_);
+  const bool wakes = append(record);
   lock.unlock();
   if (wakes) {
     arrived_.notify_one();
   }
 }
 
-LogQueue::Push LogQueue::push(const LogRecord& record) {
-  std::unique_lock lock(mutex_);
-  if (queued_ - written_ >= threshold_) {
-    return std::exchange(overflown_, true) ? Push::kDropped : Push::kFirstDropped;
-  }
-  append(record, lock);
-  return Push::kQueued;
-}
-
-void LogQueue::pushNotice(const LogRecord& record) {
-  std::unique_lock lock(mutex_);
-  append(record, lock);
-}
-
 LogQueue::Wait LogQueue::waitForRecords(std::chrono::milliseconds timeout) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   writerSleeps_ = records_.empty() && !closed_;
-  const bool woken = arrived_.wait_for(lock, timeout, [this] { return closed_ || !records_.empty(); });
+  const bool inTime =
+      arrived_.wait_for(lock.native(), timeout, [this]() REQUIRES(mutex_) { return closed_ || !records_.empty(); });
   writerSleeps_ = false;
-  if (!woken) {
+  if (!inTime) {
     return Wait::kNothing;
   }
   return records_.empty() ? Wait::kClosed : Wait::kRecords;
 }
 
 void LogQueue::take(RecordBuffer& records) {
-  records.clear();
-  const std::lock_guard lock(mutex_);
+  records.clear();  // outside the lock: it may free much memory
+  const MutexLock lock(mutex_);
   std::swap(records, records_);
 }
 
 void LogQueue::markWritten(std::size_t count) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   written_ += count;
-  overflown_ = overflown_ && written_ != queued_;
-  if (flushing_ > 0) {
+  overflowed_ = overflowed_ && written_ != queued_;
+  if (waitingForWriter_ > 0) {
     progressed_.notify_all();
   }
 }
 
 bool LogQueue::waitUntilWritten(std::chrono::milliseconds withoutProgress) {
-  std::unique_lock lock(mutex_);
+  MutexLock lock(mutex_);
   const std::uint64_t target = queued_;
   bool progress = true;
-  ++flushing_;
+  ++waitingForWriter_;
   while (progress && written_ < target) {
-    const std::uint64_t seen = written_;
-    progress = progressed_.wait_for(lock, withoutProgress, [&] { return written_ != seen; });
+    const std::uint64_t before = written_;
+    progress = progressed_.wait_for(lock.native(), withoutProgress,
+                                    [this, before]() REQUIRES(mutex_) { return written_ != before; });
   }
-  --flushing_;
+  --waitingForWriter_;
   return progress;
 }
 
 void LogQueue::close() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   closed_ = true;
   arrived_.notify_all();
 }

@@ -12,23 +12,26 @@ namespace CORE {
 namespace {
 
 constexpr std::wstring_view kExtension = L".txt";
+// In pieces, because "??-" was a trigraph.
 constexpr wchar_t kWildcard[] =
     L"-????"
     L"-??"
     L"-??"
-    L"-??????";                                               // in pieces: "??-" was a trigraph
+    L"-??????";
 constexpr std::wstring_view kPattern = L"0000-00-00-000000";  // 0 stands for a digit
 constexpr std::size_t kDayLength = 10;
 constexpr std::uint32_t kCheckInterval = 1000;  // milliseconds
 
-/// As file names have it.
+/// The date and time as file names have them.
 std::wstring textOf(const platform::SystemTime& t) {
   return format(L"%04d-%02d-%02d-%02d%02d%02d", t.year, t.month, t.day, t.hour, t.minute, t.second);
 }
 
-/// The local date and time that many days ago; empty, before every other, when it cannot be told.
+/// The local date and time that many days ago. When the platform cannot convert it: the empty text, which sorts before
+/// every other, so that no file counts as too old.
 std::wstring textOfDaysAgo(std::uint32_t days) {
-  const auto local = localTimeOf(platform::current().clock.GetSystemTimeAsFileTime() - days * platform::kFileTimePerDay);
+  const auto local =
+      localTimeOf(platform::current().clock.GetSystemTimeAsFileTime() - days * platform::kFileTimePerDay);
   return local ? textOf(*local) : std::wstring();
 }
 
@@ -44,8 +47,8 @@ std::wstring LogRotation::pathOf(std::wstring_view dateTime) const {
   return format(L"%s%s-%s%s", folder_, base_, dateTime, kExtension);
 }
 
-/// The date and time texts of the files that there are, oldest first.
-std::vector<std::wstring> LogRotation::names() const {
+/// Returns the date and time texts of the existing files, oldest first.
+std::vector<std::wstring> LogRotation::dateTimes() const {
   platform::Files& files = platform::current().files;
   std::vector<std::wstring> out;
   platform::FoundFile found;
@@ -54,7 +57,7 @@ std::vector<std::wstring> LogRotation::names() const {
     return out;
   }
   do {
-    // The wildcard matches short names, too.
+    // The platform compares the wildcard with short names, too, so the name that it found is checked again.
     const std::wstring_view name = found.name;
     const std::size_t begin = base_.size() + 1;
     const std::wstring_view dateTime = name.size() > begin ? name.substr(begin, kPattern.size()) : std::wstring_view();
@@ -68,7 +71,7 @@ std::vector<std::wstring> LogRotation::names() const {
 
 std::wstring LogRotation::selectDateTimeLog(std::wstring_view day) const {
   std::wstring newest;
-  for (const std::wstring& dateTime : names()) {
+  for (const std::wstring& dateTime : dateTimes()) {
     newest = dateTime.starts_with(day) ? dateTime : newest;
   }
   return newest.empty() ? newest : pathOf(newest);
@@ -86,13 +89,14 @@ LogRotation::Opened LogRotation::prepare(std::size_t bytes, std::uint32_t ticks,
   checkedAt_ = ticks;
   const std::wstring now = textOf(localTimeNow());
   const std::wstring today = now.substr(0, kDayLength);
-  const bool ofToday = !path_.empty() && path_.starts_with(folder_ + base_ + L"-" + today);
-  // One that fills up within the second it was begun in has to do until the next.
-  if (file_.isOpen() && ofToday && (!isFull(bytes) || path_ == pathOf(now))) {
+  const bool isOfToday = !path_.empty() && path_.starts_with(folder_ + base_ + L"-" + today);
+  // A file that fills up within the second in which it was begun stays in use: a new one would have the same name.
+  if (file_.isOpen() && isOfToday && (!isFull(bytes) || path_ == pathOf(now))) {
     return Opened::kNothing;
   }
-  std::wstring wanted = file_.isOpen() ? std::wstring() : ofToday ? path_ : selectDateTimeLog(today);
+  std::wstring wanted = file_.isOpen() ? std::wstring() : isOfToday ? path_ : selectDateTimeLog(today);
   file_.close();
+  // The first round may open the newest file of the day and find it full; the second then makes a new one.
   for (;;) {
     const bool isNew = wanted.empty();
     path_ = isNew ? pathOf(now) : wanted;
@@ -111,12 +115,13 @@ LogRotation::Opened LogRotation::prepare(std::size_t bytes, std::uint32_t ticks,
 }
 
 void LogRotation::removeOld() const {
-  const auto all = names();
+  const auto all = dateTimes();
   const std::wstring oldest = textOfDaysAgo(limits_.maxDays);
   for (std::size_t i = 0; i < all.size(); ++i) {
     const std::wstring path = pathOf(all[i]);
     if ((all.size() - i > limits_.maxFiles || all[i] < oldest) && path != path_) {
-      // Opened for nobody else beside it, so that a file in use stays; what cannot be removed stays as well.
+      // Opened without sharing, which fails while any process has the file open: such a file stays, and so does one
+      // that cannot be removed.
       platform::current().files.CreateFileW(path, platform::kDelete, 0, platform::kOpenExisting,
                                             platform::kFileFlagDeleteOnClose);
     }

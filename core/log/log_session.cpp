@@ -16,14 +16,14 @@ constexpr std::chrono::seconds kFlushTimeout{10};
 constexpr std::chrono::seconds kIdleCheckInterval{1};
 
 std::uint64_t lowestLevel(const LogSettings& settings) {
-  if (settings.flag(L"traceEnabled")) {
+  if (settings.traceEnabled) {
     return kTrace;
   }
-  if (settings.flag(L"debugEnabled")) {
+  if (settings.debugEnabled) {
     return kDebug;
   }
-  const bool any = settings.flag(L"logEnabled") || settings.flag(L"eventEnabled");
-  return any ? std::uint64_t{kInfo} : std::numeric_limits<std::uint64_t>::max();
+  return settings.logEnabled || settings.eventEnabled ? std::uint64_t{kInfo}
+                                                      : std::numeric_limits<std::uint64_t>::max();
 }
 
 std::wstring programName() {
@@ -34,7 +34,7 @@ std::wstring programName() {
 }  // namespace
 
 LogSession::LogSession(const LogSettings& settings, std::wstring component)
-    : threshold_(settings.number(L"msgQueueSizeThreshold")),
+    : threshold_(settings.msgQueueSizeThreshold),
       admittedFrom_(lowestLevel(settings)),
       programName_(programName()),
       queue_(threshold_),
@@ -49,7 +49,7 @@ void LogSession::submit(const LogRecord& record) {
                              threshold_, programName_, platform::current().processes.GetCurrentProcessId())));
   }
   if (callerWrites_) {
-    while (writeWaiting()) {
+    while (writeWaiting()) {  // until nothing waits: writing may queue a notice
     }
   }
 }
@@ -70,7 +70,7 @@ void LogSession::run() noexcept {
 }
 
 void LogSession::closeIdleFiles() noexcept {
-  const std::lock_guard lock(fileMutex_);
+  const MutexLock lock(fileMutex_);
   writer_.closeIdleFiles();
 }
 
@@ -83,13 +83,15 @@ bool LogSession::flush() {
 }
 
 void LogSession::closeFiles() {
-  const std::lock_guard lock(fileMutex_);
+  const MutexLock lock(fileMutex_);
   closed_ = true;
   writer_.close();
 }
 
+/// Writes the records that wait now.
+/// \return whether there were any.
 bool LogSession::writeWaiting() noexcept {
-  const std::lock_guard lock(fileMutex_);
+  const MutexLock lock(fileMutex_);
   queue_.take(taken_);
   for (std::size_t done = 0; done < taken_.size();) {
     std::size_t count = taken_.size() - done;
@@ -98,7 +100,8 @@ bool LogSession::writeWaiting() noexcept {
         count = writer_.write(taken_, done, callerWrites_);
       }
     } catch (...) {
-      // Out of memory: this record is lost, and there is nobody to tell. Those behind it get their own try.
+      // Out of memory: this record is lost, and a line about that would need memory, too. Those behind it are still
+      // tried.
       count = 1;
     }
     queue_.markWritten(count);

@@ -1,47 +1,57 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <map>
 #include <string>
 #include <string_view>
 
+#include "core/settings/setting_names.h"
+
 namespace CORE {
 
-/// The logger's settings: a list of keys with defaults, each overridden by the value of its name under
-/// "HKLM\Software\Calvera\Meridon\Log". Reading is readSetting's; the object itself is plain data.
-class LogSettings {
- public:
-  /// The defaults alone.
-  LogSettings();
-  /// The defaults, overridden by what the registry holds now.
+/// The logger's settings: what the product's key says below "HKLM\Software\Calvera\Meridon\Log" or as a policy of it.
+/// Each field has the default of its value until read() fills it. A number that is 0 or no number in the registry
+/// counts as its default; a number without a default is then 0.
+struct LogSettings {
+  // Which records are made, and where they go.
+  bool logEnabled = kLogEnabled.defaultFlag();      ///< the log file is written: INFO and above
+  bool debugEnabled = kDebugEnabled.defaultFlag();  ///< the debug file is written, from DEBUG on
+  bool traceEnabled = kTraceEnabled.defaultFlag();  ///< the debug file is written, from TRACE on
+  bool eventEnabled = kEventEnabled.defaultFlag();  ///< INFO and above are made even when no file is written
+  bool sysMessageToConsole = kSysMessageToConsole.defaultFlag();        ///< a value of the product's key itself
+  std::wstring logFileDirectory = kLogFileDirectory.defaultText;        ///< as configured; empty: not configured
+  std::wstring userModeLogPrograms = kUserModeLogPrograms.defaultText;  ///< see isUserModeProgram
+
+  // The lines.
+  bool legacyRedactEnabled = kLegacyRedactEnabled.defaultFlag();
+  bool truncateProcIdThreadId = kTruncateProcIdThreadId.defaultFlag();
+  bool readActiveTimeBiasFromRegistry = kReadActiveTimeBiasFromRegistry.defaultFlag();
+  /// Ticks (milliseconds) between a record and its writing, above which the delay follows the line; 0: it never does.
+  std::uint32_t logDelayNotificationTreshold = kLogDelayNotificationTreshold.defaultNumber();
+
+  // The queue.
+  std::uint32_t msgQueueSizeThreshold = kMsgQueueSizeThreshold.defaultNumber();  ///< records that may wait
+  std::uint32_t batchLogMessageCount = kBatchLogMessageCount.defaultNumber();    ///< lines of one write to a file
+  bool developerMachine = kDeveloperMachine.defaultFlag();  ///< one line a write, whatever that says
+
+  // The files.
+  std::wstring fileNameBase = kFileNameBase.defaultText;
+  std::wstring debugNameBase = kDebugNameBase.defaultText;
+  std::uint32_t maxDebugLogs = kMaxDebugLogs.defaultNumber();            ///< files of each base name
+  std::uint32_t maxDaysKept = kMaxDaysKept.defaultNumber();              ///< days since a file was begun
+  std::uint32_t maxDebugLogSizeMB = kMaxDebugLogSizeMB.defaultNumber();  ///< MiB of one file; 0: no limit
+  std::uint32_t inactivityTimeoutSeconds = kInactivityTimeoutSeconds.defaultNumber();
+  std::uint32_t diskThresholdForLogAndEventsMB = kDiskThresholdForLogAndEventsMB.defaultNumber();  ///< MiB free
+
+  /// Reads the registry: readSetting for each field.
+  /// \throws coreException("OutOfMem") and nothing else. Any thread.
   static LogSettings read();
-  /// One setting as the registry holds it now, or its default.
-  static std::uint32_t readNumber(std::wstring_view key);
-  /// A further value of the same key, off by default.
-  static bool readFlag(std::wstring_view valueName);
-  /// The registry key of them all, below the machine's root.
-  static std::wstring keyPath();
 
-  /// The value of a key as text. Keys are those of the list, in their spelling.
-  /// \throws coreException for another key (a programming error).
-  const std::wstring& text(std::wstring_view key) const;
-  bool flag(std::wstring_view key) const;
-  /// The value as a number above 0; the default for 0 and for what is no number (0 when the default is none).
-  std::uint32_t number(std::wstring_view key) const;
-  /// "LogFileDirectory" as configured; empty when nothing is configured.
-  const std::wstring& folder() const { return folder_; }
-  /// "sysMessageToConsole" of the product's key.
-  bool consoleWanted() const { return consoleWanted_; }
-  /// Whether a program is listed in "userModeLogPrograms" (file names separated by ";" or ",", in any case).
+  /// Reads one number by the rule above.
+  /// \throws coreException("OutOfMem") and nothing else. Any thread.
+  static std::uint32_t readNumber(const Setting& setting);
+
+  /// Whether userModeLogPrograms lists a program: file names separated by ";" or ",", compared in any case.
   bool isUserModeProgram(std::wstring_view program) const;
-
- private:
-  std::map<std::wstring, std::wstring, std::less<>> values_;
-  std::wstring folder_;
-  std::wstring userModePrograms_;
-  bool consoleWanted_ = false;
 };
 
 }  // namespace CORE

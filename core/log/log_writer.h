@@ -14,31 +14,36 @@
 
 namespace CORE {
 
-/// From records to lines in the info file (INFO and above), the debug file (all) and the console. Guarded by its owner.
+/// Writes records as lines to the info file (INFO and above), the debug file (every record) and the console. The
+/// owner's lock guards the object.
 class LogWriter {
  public:
-  /// Takes a record of the logger's own that is to be written like any other.
+  /// A function that queues a record of the logger's own.
   using Notice = std::function<void(const LogRecord&)>;
 
-  /// \param program  file name of the executable. \param component  name of the process in its lines.
+  /// Makes the folder of the files and opens the console; the files are opened by the first write().
+  /// \param program  file name of the executable.
+  /// \param component  name of the process in its lines.
   LogWriter(const LogSettings& settings, std::wstring program, std::wstring component, Notice notice);
 
-  /// Writes as many of the records, from that one on, as one turn at the files takes, and returns their number. Those
-  /// that cannot be written are lost, which the other file tells once.
-  /// \param callerWrites  there is no writer thread; for the banner.
+  /// Writes records, as many as one hold of the files' lock takes. Records that cannot be written are lost; the first
+  /// time, a line in the other file says so.
+  /// \param first  the number of the record to begin with.
+  /// \param callerWrites  whether there is no writer thread; the banner shows it.
+  /// \return the number of records that are done with.
   std::size_t write(const RecordBuffer& records, std::size_t first, bool callerWrites);
-  /// Closes files to which nothing was written for "InactivityTimeoutSeconds"; the next record opens them again.
+  /// Closes the files when nothing was written for inactivityTimeoutSeconds. The next record opens them again.
   void closeIdleFiles();
   void close();
 
  private:
   struct Target {
-    LogRotation series;
+    LogRotation rotation;
     bool enabled = false;
-    bool failing = false;  ///< the present failure has been told
-    bool started = false;  ///< it has the banner of this process
+    bool failureLogged = false;  ///< the other file has a line about the present failure
+    bool hasBanner = false;      ///< the process has begun its part of the file
   };
-  /// Where a finished line ends, and what its record was.
+  /// Where a finished line ends in text_, and what its record was.
   struct Line {
     std::size_t end;
     std::uint32_t level;
@@ -54,17 +59,17 @@ class LogWriter {
   LogBanner banner_;
   const Notice notice_;
   const bool readBias_;
-  const std::uint32_t slowTicks_;  ///< a line written later is followed by its delay; 0: none
+  const std::uint32_t delayTicks_;  ///< a line that is written later than that is followed by its delay; 0: none is
   const std::uint64_t idleTicks_;
-  const std::size_t group_;  ///< most lines of one write
+  const std::size_t maxLinesPerWrite_;
   LineMaker maker_;
-  std::string text_;         ///< the lines of this turn
-  std::vector<Line> lines_;  ///< where they are
+  std::string text_;         ///< the lines of the present write()
+  std::vector<Line> lines_;  ///< where they stand in text_
   Target info_;
   Target debug_;
   LogDiskGuard diskGuard_;
   LogConsole console_;
-  std::uint32_t lastWrite_ = 0;  ///< ticks
+  std::uint32_t lastWrite_ = 0;  ///< ticks at the latest write()
 };
 
 }  // namespace CORE

@@ -13,12 +13,12 @@ namespace {
 
 constexpr std::uint64_t kNoLevel = std::numeric_limits<std::uint64_t>::max();
 
-/// The lowest level that is admitted.
+/// The lowest level at which records are made.
 constinit std::atomic<std::uint64_t> admittedFrom{kNoLevel};
 
 constexpr std::chrono::milliseconds kCallTimeout{10'000};
 
-/// Counts a log call while it lasts.
+/// Counts a log call as long as it lasts.
 class Call {
  public:
   explicit Call(std::atomic<std::uint32_t>& calls) : calls_(calls) { calls_.fetch_add(1); }
@@ -44,21 +44,22 @@ corelogger& corelogger::instance() {
 }
 
 std::shared_ptr<LogSession> corelogger::session() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return session_;
 }
 
-/// Takes the session away from log calls, and waits for those that still use it.
+/// Takes the session away from log calls and waits for the calls that still use it: at most ten seconds.
 std::shared_ptr<LogSession> corelogger::takeSession() {
   std::shared_ptr<LogSession> taken;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     taken = std::exchange(session_, nullptr);
     current_.store(nullptr);
   }
   for (auto left = kCallTimeout; calls_.load() != 0; --left) {
     if (left.count() == 0) {
-      new std::shared_ptr<LogSession>(taken);  // a call that hangs in the platform: its session stays for good
+      // A call hangs in the platform. The session must outlive it, so it is never destroyed.
+      new std::shared_ptr<LogSession>(taken);
       break;
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -81,7 +82,7 @@ void corelogger::start(std::wstring component, Writer writer) noexcept {
     }
     const std::uint64_t lowest = session->admittedFrom();
     {
-      const std::lock_guard lock(mutex_);
+      const MutexLock lock(mutex_);
       session_ = std::move(session);
       current_.store(session_.get());
     }
@@ -97,7 +98,7 @@ void corelogger::flush() noexcept {
       current->flush();
     }
   } catch (...) {
-    // What is not flushed now, the writer still writes.
+    // The writer still writes what has not been flushed now.
   }
 }
 
@@ -113,12 +114,12 @@ void corelogger::stop() noexcept {
     if (done && writer_.joinable()) {
       writer_.join();
     } else if (writer_.joinable()) {
-      writer_.detach();  // it keeps the session, and its files, alive
+      writer_.detach();  // its share keeps the session and the files alive
       return;
     }
     ended->closeFiles();
   } catch (...) {
-    // Locks and joins do not fail on a thread that is there; a session that nobody could keep is gone.
+    // Only a lack of memory comes here: locks and joins do not fail on a thread that exists.
   }
 }
 
@@ -136,6 +137,8 @@ void corelogger::submit(LogSession& session, std::uint32_t level, std::wstring_v
 void corelogger::write(std::uint32_t level, std::wstring_view label, std::wstring_view format,
                        std::span<const FormatArgument> arguments) noexcept {
   try {
+    // Counted before the session is read: takeSession() takes it away first and waits for the count to fall then, so a
+    // call either finds no session or is waited for.
     const Call call(calls_);
     LogSession* const current = current_.load();
     if (current == nullptr) {

@@ -11,8 +11,10 @@ namespace CORE {
 namespace {
 
 constexpr std::size_t kUsualRecordBytes = 128;
-constexpr std::size_t kKeptBlocks = 64;        // of a burst that is well ahead of the writer: some 12 MiB
-constexpr std::size_t kKeptBytes = 256 << 10;  // of the texts of one of them
+// What clear() keeps: the blocks of a burst that is well ahead of the writer, some 12 MiB, but no block whose texts
+// have grown beyond the second number.
+constexpr std::size_t kMaxKeptBlocks = 64;
+constexpr std::size_t kMaxKeptTextBytes = 256 << 10;
 
 }  // namespace
 
@@ -68,8 +70,8 @@ BufferedRecord RecordBuffer::at(std::size_t index) const {
 }
 
 void RecordBuffer::clear() {
-  blocks_.resize(std::min(blocks_.size(), kKeptBlocks));
-  std::erase_if(blocks_, [](const Block& block) { return block.texts.capacity() > kKeptBytes; });
+  blocks_.resize(std::min(blocks_.size(), kMaxKeptBlocks));
+  std::erase_if(blocks_, [](const Block& block) { return block.texts.capacity() > kMaxKeptTextBytes; });
   for (Block& block : blocks_) {
     block.entries.clear();
     block.texts.clear();

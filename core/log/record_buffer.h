@@ -10,10 +10,10 @@
 
 namespace CORE {
 
-/// One log record, as its log call makes it. The texts are the caller's.
+/// One log record as its log call makes it. The texts belong to the caller.
 struct LogRecord {
   std::uint32_t level = 0;
-  std::wstring_view label;  ///< the caller's own label; empty for the level's name
+  std::wstring_view label;  ///< stands in the line in place of the level's name; empty for that name
   std::wstring_view message;
   std::wstring_view context;    ///< the logging context of the thread
   platform::FileTime time = 0;  ///< GetSystemTimeAsFileTime at creation
@@ -21,7 +21,7 @@ struct LogRecord {
   std::uint32_t threadId = 0;
 };
 
-/// Makes a record of the calling thread, now. The texts stay the caller's.
+/// Makes a record of the calling thread and of this moment. The texts are not copied.
 LogRecord makeLogRecord(std::uint32_t level, std::wstring_view label, std::wstring_view message);
 
 /// A record that waits for the writer. The texts are UTF-8 and belong to the RecordBuffer.
@@ -35,22 +35,22 @@ struct BufferedRecord {
   std::uint32_t threadId = 0;
 };
 
-/// Records in the order of their calls, their texts side by side: a log call allocates nothing of its own that another
-/// thread would have to free. They stand in blocks, so that a burst never moves what already waits. Guarded by its
-/// owner.
+/// Records in the order of their calls. Their texts lie one behind the other in shared memory, so that no log call
+/// allocates memory that the writer thread would have to free. Blocks hold them, so that a burst of records never moves
+/// those that wait already. The owner's lock guards the object.
 class RecordBuffer {
  public:
   void add(const LogRecord& record);
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
   BufferedRecord at(std::size_t index) const;
-  /// Keeps the memory of the first blocks for the next records.
+  /// Removes all records. The memory of the first blocks stays for the next ones.
   void clear();
 
  private:
   struct Entry {
     platform::FileTime time;
-    std::size_t begin;  ///< of the label; context and message follow
+    std::size_t begin;  ///< positions in the block's texts: label, then context, then message
     std::size_t context;
     std::size_t message;
     std::size_t end;
@@ -67,7 +67,7 @@ class RecordBuffer {
 
   Block& blockOf(std::size_t index);
 
-  std::vector<Block> blocks_;  ///< full ones, then the one that fills up, then spare ones
+  std::vector<Block> blocks_;  ///< the full ones, then the one that is being filled, then spare ones
   std::size_t size_ = 0;
 };
 

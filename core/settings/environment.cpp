@@ -6,7 +6,7 @@
 namespace CORE {
 namespace {
 
-// The environment may change between the call that asks for the size and the one that expands.
+// The environment may change between the call that asks for the size and the call that expands.
 constexpr int kMaxAttempts = 4;
 
 }  // namespace
@@ -19,7 +19,7 @@ std::optional<std::wstring> expandEnvironment(const std::wstring& text) {
     buffer.assign(needed.value, L'\0');
     needed = service.ExpandEnvironmentStringsW(text, buffer);
     if (needed && needed.value != 0 && needed.value <= buffer.size()) {
-      buffer.resize(needed.value - 1);  // the terminator is counted
+      buffer.resize(needed.value - 1);  // the platform counts the terminator
       return buffer;
     }
   }

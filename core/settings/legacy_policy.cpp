@@ -1,11 +1,11 @@
 #include "core/settings/legacy_policy.h"
 
+#include "core/settings/setting_names.h"
 #include "core/text/text.h"
 
 namespace CORE {
 namespace {
 
-constexpr std::wstring_view kProductPath = L"Software\\Calvera\\Meridon";
 constexpr std::wstring_view kLegacyRoot = L"Software\\Policies\\Vantix, Inc.";
 
 struct Row {
@@ -13,11 +13,11 @@ struct Row {
   std::wstring_view subkey;  ///< below kLegacyRoot
 };
 
-/// Where the former maker's policy templates put each component's policies.
+/// The places where the former maker's policy templates put each component's policies.
 constexpr Row kRows[] = {
     {L"agent", L"Vantix VDX\\Agent"},
-    {L"agent\\Configuration",
-     L"Vantix VDX\\Agent\\Configuration"},  // kept: a look-up has only one component, so it never comes here
+    // kept: a look-up has one component only, so it never finds this row.
+    {L"agent\\Configuration", L"Vantix VDX\\Agent\\Configuration"},
     {L"apptap", L"Vantix AppTap"},
     {L"authenticate", L"Vantix VDX\\Authenticate"},
     {L"flare", L"Vantix Flare"},
@@ -96,7 +96,7 @@ std::wstring legacyPolicyPath(std::wstring_view keyPath) {
   if (keyPath.size() == kProductPath.size()) {
     return out += L"\\Vantix VDX";
   }
-  // kept: one character is skipped without a look at it, so "...\MeridonX\Agent" leaves an empty first component.
+  // kept: one character is skipped, whatever it is, so "...\MeridonX\Agent" leaves an empty first component.
   const std::wstring_view below = keyPath.substr(kProductPath.size() + 1);
   const std::size_t end = below.find(L'\\');
   const Row* row = findRow(lowered(below.substr(0, end)));

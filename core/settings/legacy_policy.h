@@ -5,9 +5,9 @@
 
 namespace CORE {
 
-/// The former maker's policy key path for a key path of the product (both without root), as in
-/// "Software\Calvera\Meridon\Log\Sub" and "Software\Policies\Vantix, Inc.\Vantix VDX\Log\Sub"; empty when there is
-/// none. Any thread.
+/// Returns the key path of the former maker's policy for a key path of the product. Both are without a root: for
+/// "Software\Calvera\Meridon\Log\Sub" it is "Software\Policies\Vantix, Inc.\Vantix VDX\Log\Sub". Any thread.
+/// \return the empty text for a key path outside the product's key, and for a component that had no policies.
 std::wstring legacyPolicyPath(std::wstring_view keyPath);
 
 }  // namespace CORE

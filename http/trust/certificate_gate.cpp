@@ -79,8 +79,7 @@ bool CertificateGate::verifyPreflight(const ServerVerification& verification, bo
 
 bool CertificateGate::checkPreflightRevocation(const ServerVerification& verification, bool automatic,
                                                const CertificateSources& sources) {
-  if (!automatic &&
-      CORE::readSettingBool(std::wstring(CORE::kProductKey) + L"\\Node Manager\\DisableManualCRLCheck", false)) {
+  if (!automatic && CORE::readSettingBool(CORE::kDisableManualCRLCheck)) {
     CORE::log(CORE::kDebug, L"WinHttpRequest::preflightCertVerification(): Manual CRL check is disabled by killswitch");
     automatic = true;
   }

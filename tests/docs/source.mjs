@@ -1,5 +1,5 @@
 // What the code holds that the guide and the policy templates speak of, read from the sources by a few patterns:
-// exit codes from main/exit_code.h, settings from the files that read the registry, texts from the log calls.
+// exit codes from main/exit_code.h, registry values from core/settings/setting_names.h, texts from the log calls.
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -12,6 +12,7 @@ const kFolders = ['main', 'dct', 'upload', 'http', 'core'];
 const sources = execFileSync('git', ['ls-files', ...kFolders], { cwd: root, encoding: 'utf8' }).split('\n')
   .filter((name) => /\.(cpp|h)$/.test(name)).map((name) => ({ name, text: read(name) }));
 
+export const sorted = (values) => [...values].sort();
 const all = (text, pattern) => [...text.matchAll(pattern)];
 
 /** The numbers of the exit codes. */
@@ -20,39 +21,33 @@ export const exitCodes = all(/enum class ExitCode[^}]*/.exec(read('main/exit_cod
 /** The product's version, as text. */
 export const version = /^#define MDDCT_VERSION_TEXT "([\d.]+)"$/m.exec(read('packaging/version.h'))[1];
 
-// How each file that reads settings names them, below the product's key. Another file that reads some has to be added.
-const kReaders = {
-  'core/settings/configuration.cpp': [/L"HKLM\\\\Software\\\\Calvera\\\\Meridon\\\\(\w+)"/g, ''],
-  'core/crash/crash_settings.cpp': [/read(?:Text|Number)\(L"(\w+)"/g, 'Dump\\'],
-  'core/log/log_disk_guard.cpp': [/kReached\[\] = L"(\w+)"/g, 'Log\\'],
-  'core/log/log_line.cpp': [/readPath\(L"(HKLM\\\\[^"]+)"/g, ''],
-  'core/log/log_settings.cpp': [/(?:^ {4}L"(?=\w+=)|settingName\(L")(\w+)/gm, 'Log\\', /kProductKey\) \+ L"\\\\(\w+)"/g],
-  'dct/agent_paths.cpp': [/productSetting\(L"\\\\([^"]+)"/g, ''],
-  'http/win_http_verification.cpp': [/kProductKey\) \+ L"\\\\([^"]+)"/g, ''],
-  'main/run.cpp': [/readProxySetting\(L"([^"]+)"/g, 'Node Manager\\'],
-};
-const kReads =
-  /\bread(Setting|SettingBool|Config|Path|PathDefault|KeyValue)\(|LogSettings::read(Flag|Number)\([kL]/;
+// Where registry values have their names, and the shape of one: a value of the product's key with its default, or the
+// whole name of another key's value.
+const kNames = 'core/settings/setting_names.h';
+const kName = /^inline constexpr (?:Setting|ForeignValue) (k\w+)\{\s*L"([^"]+)"(?:, L"([^"]*)")?\};/gm;
 
-/** Files that read settings, which must be those that settings() knows. */
-export const readers = sources.filter(({ name, text }) => name.endsWith('.cpp') && kReads.test(text))
-  .map(({ name }) => name).sort();
-export const knownReaders = Object.keys(kReaders).sort();
+/** Every registry value: "Log\\logEnabled", or a whole name, to {constant, defaultText}. */
+export const settings = new Map(all(read(kNames), kName)
+  .map(([, constant, name, defaultText = '']) => [name.replaceAll('\\\\', '\\'), { constant, defaultText }]));
 
-/** Every registry value that is read: "Log\logEnabled", or a whole name from another key. Sorted. */
-export function settings() {
-  const names = Object.entries(kReaders).flatMap(([file, [pattern, key, ofProduct]]) => [
-    ...all(read(file), pattern).map(([, name]) => key + name),
-    ...(ofProduct ? all(read(file), ofProduct) : []).map(([, name]) => name),
-  ]);
-  return [...new Set(names.map((name) => name.replaceAll('\\\\', '\\')))].sort();
-}
+/** Whether a value is named by its whole name: it is no value of the product's key. */
+export const isWhole = (name) => name.startsWith('HKLM\\');
 
-/** The defaults of the log's settings: "Log\logEnabled" to "true". */
-export const logDefaults = Object.fromEntries(
-  all(read('core/log/log_settings.cpp'), /^ {4}L"(\w+)=([^"]*)"/gm).map(([, name, value]) => [`Log\\${name}`, value]));
+/** Constants that no file reads. */
+export const unreadConstants = [...settings.values()].map(({ constant }) => constant).filter((constant) =>
+  !sources.some(({ name, text }) => name.endsWith('.cpp') && new RegExp(`\\b${constant}\\b`).test(text)));
 
-/** Where legacy policies of a component are, as the map has it. */
+// A name made outside the list, in the list but in another shape, or written into a call that reads.
+const kMade = /\b(?:Setting|ForeignValue)\b[^;()]*\{|\bread(?:Setting|SettingBool|Number)\(\{/g;
+const kRead = /\b(?:read(?:Value|Config|Path|PathDefault|KeyValue)|Reg(?:OpenKey|QueryValue)ExW)\((?!k[A-Z])/g;
+
+/** Places that read a registry value of another name, or could: "FILE: CODE". */
+export const otherReads = sources.flatMap(({ name, text }) => [
+  ...all(name === kNames ? text.replace(kName, '').replace(/^struct .*/gm, '') : text, kMade),
+  ...(name.startsWith('core/settings/') ? [] : all(text, kRead)),
+].map(([code]) => `${name}: ${code}`));
+
+/** The key of a component's legacy policies, as the map has it. */
 export function legacyKey(component) {
   const map = read('core/settings/legacy_policy.cpp');
   const pattern = component === '' ? 'L"\\\\\\\\(Vantix VDX)"' : `\\{L"${component.toLowerCase()}", L"([^"]+)"\\}`;
@@ -62,14 +57,15 @@ export function legacyKey(component) {
 
 const kLiterals = '((?:L"(?:[^"\\\\]|\\\\.)*"\\s*)+)';
 const joined = (literals) => all(literals, /L"((?:[^"\\]|\\.)*)"/g).map(([, text]) => text).join('');
-const kLogCall = new RegExp(`\\b(?:log|submit|makeLogRecord)\\([^;"]*?k(Error|Warn|Fatal)\\b[^;"]*?${kLiterals}`, 'g');
+const kLogCall = new RegExp(`\\b(?:log|submit|makeLogRecord|stepWithoutHandle)\\([^;"]*?k(Error|Warn|Fatal)\\b[^;"]*?${kLiterals}`, 'g');
 const kResult = new RegExp(`\\b(?:fail|setError|setErrorText)\\([^;"]*?${kLiterals}`, 'g');
 
-/** Texts that are logged at WARN, ERROR and FATAL: text to level. A text that only hands on another one is not told. */
+/** Texts that are logged at WARN, ERROR and FATAL: text to level. A line that only passes on a
+ * text from elsewhere is not here. */
 export const logTexts = new Map(sources.flatMap(({ text }) => all(text, kLogCall))
   .map(([, level, literals]) => [joined(literals), level.toUpperCase()]));
 
-/** Texts that the collection hands up for such a line. */
+/** Texts that the collection returns to its caller, which logs them in such a line. */
 export const resultTexts = sources.filter(({ name }) => name.startsWith('dct/'))
   .flatMap(({ text }) => all(text, kResult)).map(([, literals]) => joined(literals));
 

@@ -4,6 +4,8 @@
 
 #include "core/base/unicode.h"
 #include "core/settings/legacy_policy.h"
+#include "core/settings/policy_lookup.h"
+#include "core/settings/registry_value.h"
 #include "core/text/text.h"
 #include "tests/sim/windows.h"
 
@@ -28,23 +30,24 @@ struct ConfigurationTest : testing::Test {
 
 TEST_F(ConfigurationTest, ValuesAsText) {
   using namespace std::literals;
-  const std::tuple<std::uint32_t, std::string, std::wstring> rows[] = {
-      {platform::kRegDword, "\xFF\xFF\xFF\xFF", L"4294967295"},
-      {platform::kRegDword, "\1\2", L"513"},
-      {platform::kRegDword, "\1\0\0\0\x9\x9"s, L"1"},
-      {platform::kRegQword, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", L"18446744073709551615"},
-      {platform::kRegSz, "\xE4\0b\0\0\0"s, L"\u00E4b"},
-      {platform::kRegSz, "a\0b\0"s, L"ab"},  // no terminator
-      {platform::kRegExpandSz, "%\0S\0y\0s\0t\0e\0m\0R\0o\0o\0t\0%\0\\\0T\0\0\0"s, L"C:\\Windows\\T"},
-      {platform::kRegMultiSz, "a\0\0\0b\0\0\0\0\0"s, L"a\0b\0\0"s},
-      {99, "x\0"s, L"x"},
+  const std::tuple<const char*, std::uint32_t, std::string, std::wstring> rows[] = {
+      {"largest number", platform::kRegDword, "\xFF\xFF\xFF\xFF", L"4294967295"},
+      {"short number", platform::kRegDword, "\1\2", L"513"},
+      {"long number", platform::kRegDword, "\1\0\0\0\x9\x9"s, L"1"},
+      {"largest long one", platform::kRegQword, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF", L"18446744073709551615"},
+      {"text", platform::kRegSz, "\xE4\0b\0\0\0"s, L"\u00E4b"},
+      {"no terminator", platform::kRegSz, "a\0b\0"s, L"ab"},
+      {"expanded", platform::kRegExpandSz, "%\0S\0y\0s\0t\0e\0m\0R\0o\0o\0t\0%\0\\\0T\0\0\0"s, L"C:\\Windows\\T"},
+      {"several texts", platform::kRegMultiSz, "a\0\0\0b\0\0\0\0\0"s, L"a\0b\0\0"s},
+      {"unknown type", 99, "x\0"s, L"x"},
   };
-  for (const auto& [type, data, text] : rows) {
+  for (const auto& [name, type, data, text] : rows) {
+    SCOPED_TRACE(name);
     const auto bytes = std::as_bytes(std::span(data));
     windows_.registry.setRaw(kValue, type, {bytes.begin(), bytes.end()});
     EXPECT_EQ(CORE::readPath(kValue, type, false, text_), type);
     EXPECT_EQ(CORE::readPath(kValue, type + 1, false, text_), CORE::kNotFound);
-    EXPECT_EQ(text_, text) << type << ": " << data;
+    EXPECT_EQ(text_, text);
   }
 }
 
@@ -66,7 +69,7 @@ TEST_F(ConfigurationTest, NamesThatLeadNowhereAndFailures) {
   EXPECT_EQ(CORE::readPathDefault(kValue, L"default", false), L"default");
 }
 
-/// Each place of a look-up holds its own name; the first is found, then taken away.
+/// Each place of a look-up holds its own name. The first one is found, then removed.
 TEST_F(ConfigurationTest, PlacesInTheirOrder) {
   const std::wstring places[] = {L"HKCU\\" + kLogPolicy, L"HKCU\\" + kLogLegacy, L"HKLM\\" + kLogPolicy,
                                  L"HKLM\\" + kLogLegacy, L"HKCU\\" + kLog,       L"HKLM\\" + kLog};
@@ -75,6 +78,7 @@ TEST_F(ConfigurationTest, PlacesInTheirOrder) {
       windows_.registry.set(place + L"\\Value", place);
     }
     for (const std::wstring& place : places) {
+      SCOPED_TRACE(CORE::toUtf8Lossy(root + L" asked for, found in " + place));
       if (root == L"HKCU\\" || place.starts_with(root)) {
         EXPECT_EQ(read(root + kLog + L"\\Value"), platform::kRegSz);
         EXPECT_EQ(text_ + foundAt_, place + place + L"\\Value");
@@ -92,20 +96,20 @@ TEST_F(ConfigurationTest, FallbackSwitchAndBooleans) {
        {std::tuple(L"true", L"false", true), std::tuple(L"", L"FALSE", false), std::tuple(L"", L"", false),
         std::tuple(L"0", L"true", false), std::tuple(L" Yes\r\n", L"", true), std::tuple(L"ON", L"", true),
         std::tuple(L"-1", L"", true), std::tuple(L"0x10 apples", L"", true), std::tuple(L"truely", L"", false)}) {
+    SCOPED_TRACE(CORE::toUtf8Lossy(L"policy '" + std::wstring(policy) + L"', plain '" + plain + L"'"));
     windows_.registry.set(L"HKLM\\Software\\Policies\\Calvera\\Meridon\\FallbackToLegacyGPO", policy);
     windows_.registry.set(L"HKLM\\" + kProduct + L"\\FallbackToLegacyGPO", plain);
-    EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value") == platform::kRegSz, legacy) << CORE::toUtf8Lossy(policy);
+    EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value") == platform::kRegSz, legacy);
   }
 }
 
 TEST_F(ConfigurationTest, OddLookups) {
-  const std::wstring path = L"HKLM\\" + kLog + L"\\Value";
-  EXPECT_EQ(CORE::readSetting(path, L"default"), L"default");
-  EXPECT_TRUE(CORE::readSettingBool(path, true));
-  windows_.registry.set(path, std::wstring(L"true\0\0", 6));
-  EXPECT_EQ(CORE::readSetting(path, L"default"), L"true");
+  constexpr CORE::Setting kSetting{L"Log\\Value", L"true"};
+  EXPECT_TRUE(CORE::readSettingBool(kSetting));
+  windows_.registry.set(kSetting.path(), std::wstring(L"text\0\0", 6));
+  EXPECT_EQ(CORE::readSetting(kSetting), L"text");
   windows_.registry.set(L"HKLM\\" + kLogPolicy + L"\\Value", 7U);
-  EXPECT_EQ(read(path, platform::kRegSz), platform::kRegSz);  // a wrong type is no hit
+  EXPECT_EQ(read(kSetting.path(), platform::kRegSz), platform::kRegSz);  // a value of another type does not count
   windows_.registry.set(L"HKLM\\Other\\Policies\\Key\\Value", L"policy");
   EXPECT_EQ(read(L"HKLM\\Other\\Key\\Value"), platform::kRegSz);  // outside the product: a policy, no legacy
   windows_.registry.set(L"HKCU\\" + kLogPolicy + L"\\Value", L"user");
@@ -129,7 +133,7 @@ const std::pair<std::wstring, std::wstring> kComponents[] = {
     {L"", L"RdeLibsFramework"},
 };
 
-// How it takes paths apart: see the fuzz target, too.
+// The fuzz target has paths of every other shape.
 TEST(LegacyPolicy, EveryComponent) {
   const sim::Windows windows;
   for (const auto& [prefix, names] : kComponents) {

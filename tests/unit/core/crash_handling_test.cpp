@@ -87,31 +87,35 @@ TEST(CrashHandling, TheRunGoesOnOnceFromAFailureOfItsCode) {
 
   EXPECT_EQ(world.crash(), L"");
   EXPECT_TRUE(world.log.has(CORE::kFatal, L"No minidump: this is not the first crash of the process"));
-  const std::size_t told = world.log.lines().size();
-  EXPECT_EQ(world.crash(), L"");  // as a crash of the handling itself: at once, without a word
-  EXPECT_EQ(world.log.lines().size(), told);
+  const std::size_t logged = world.log.lines().size();
+  EXPECT_EQ(world.crash(), L"");  // as when the handling itself crashes: the process ends at once, without a line
+  EXPECT_EQ(world.log.lines().size(), logged);
   EXPECT_EQ(world.dumps(), Names{kNewDump});
 }
 
 TEST(CrashHandling, EverythingElseEndsTheProcess) {
-  for (const std::uint32_t code : {platform::kExceptionStackOverflow, platform::kExceptionHeapCorruption,
-                                   std::uint32_t{0x80000003}, platform::kExceptionAccessViolation}) {
+  for (const auto& [name, code, onOtherThread] :
+       {std::tuple("no stack left", platform::kExceptionStackOverflow, false),
+        std::tuple("damaged heap", platform::kExceptionHeapCorruption, false),
+        std::tuple("breakpoint", std::uint32_t{0x80000003}, false),
+        std::tuple("another thread", platform::kExceptionAccessViolation, true)}) {
     CrashWorld world;
-    const auto crash = [&] { EXPECT_EQ(world.crash(code), L"") << code; };
-    code == platform::kExceptionAccessViolation ? std::thread(crash).join() : crash();  // on another thread
-    EXPECT_EQ(world.dumps().size(), 1U) << world.log.text();
+    const auto crash = [&world, name = name, code = code] { EXPECT_EQ(world.crash(code), L"") << name; };
+    onOtherThread ? std::thread(crash).join() : crash();
+    EXPECT_EQ(world.dumps().size(), 1U) << name << world.log.text();
   }
 }
 
 TEST(CrashHandling, RoomForDumps) {
   const std::wstring later = L"mddct-2025-01-02-000000-1.dmp";
   const std::wstring notOwn = L"mddct-2024-01-01-000000-.dmp";
-  const std::tuple<std::uint32_t, Names, Names> rows[] = {
-      {3, {later, kOldDump, L"other.DMP"}, {later, kNewDump, L"other.dmp"}},
-      {2, {kOldDump, L"other.dmp", notOwn}, {notOwn, kOldDump, L"other.dmp"}},
-      {1, {L"a.dmpx", kOldDump + L".partial", L"b.dmp.partial"}, {L"a.dmpx", L"b.dmp.partial", kNewDump}},
+  const std::tuple<const char*, std::uint32_t, Names, Names> rows[] = {
+      {"the oldest goes", 3, {later, kOldDump, L"other.DMP"}, {later, kNewDump, L"other.dmp"}},
+      {"others fill it", 2, {kOldDump, L"other.dmp", notOwn}, {notOwn, kOldDump, L"other.dmp"}},
+      {"endings", 1, {L"a.dmpx", kOldDump + L".partial", L"b.dmp.partial"}, {L"a.dmpx", L"b.dmp.partial", kNewDump}},
   };
-  for (const auto& [count, before, after] : rows) {
+  for (const auto& [name, count, before, after] : rows) {
+    SCOPED_TRACE(name);
     CrashWorld world(count, before);
     world.crash();
     EXPECT_EQ(world.dumps(), after) << world.log.text();
@@ -126,7 +130,7 @@ TEST(CrashHandling, EachPlatformCallFailingInTurn) {
     auto& faults = world.windows.faults;
     const std::size_t nth = faults.calls().size() + k;
     faults.failCall(nth, platform::kErrorAccessDenied);
-    EXPECT_EQ(world.crash(), kThrown);
+    EXPECT_EQ(world.crash(), kThrown) << "call " << k;
     const auto calls = faults.calls();
     if (calls.size() < nth) {
       EXPECT_GT(k, 20U);

@@ -1,0 +1,81 @@
+#include "core/settings/policy_lookup.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include "core/base/memory_guard.h"
+#include "core/settings/legacy_policy.h"
+#include "core/settings/registry_value.h"
+#include "core/settings/setting_names.h"
+#include "core/text/text.h"
+
+namespace CORE {
+namespace {
+
+using platform::RegistryRoot;
+
+/// The policy counterpart of a key path: "Policies" is its second component. Empty for the empty path.
+std::wstring policyPath(std::wstring_view keyPath) {
+  if (keyPath.empty()) {
+    return {};
+  }
+  const std::size_t end = std::min(keyPath.find(L'\\'), keyPath.size());
+  return std::wstring(keyPath.substr(0, end)).append(L"\\Policies").append(keyPath.substr(end));
+}
+
+/// Whether the former maker's policies count. The switch is read without this look-up, which would ask for it again.
+bool legacyPoliciesCount() {
+  const Setting& fallback = kFallbackToLegacyGPO;
+  std::wstring text = readPathDefault(L"HKLM\\" + policyPath(kProductPath) + L"\\" + fallback.name, L"", false);
+  if (text.empty()) {
+    text = readPathDefault(fallback.path(), fallback.defaultText, false);
+  }
+  return textToBool(text);
+}
+
+/// One call of readConfig: what all its reads have in common.
+struct Lookup {
+  const RegistryValueName& name;
+  std::uint32_t expectedType;
+  bool view64;
+  std::wstring& text;
+  std::wstring* foundAt;
+
+  /// Reads below the given root. An empty key path is a place that this value does not have.
+  std::uint32_t read(RegistryRoot root, const std::wstring& keyPath) const {
+    return keyPath.empty() ? kNotFound : readKeyValue(root, keyPath, name.value, expectedType, view64, text, foundAt);
+  }
+
+  /// Reads the machine's value that stands behind a user's.
+  std::uint32_t readMachine(const std::wstring& keyPath) const {
+    return name.root == RegistryRoot::kCurrentUser ? read(RegistryRoot::kLocalMachine, keyPath) : kNotFound;
+  }
+
+  std::uint32_t run() const {
+    const std::wstring policy = policyPath(name.keyPath);
+    std::uint32_t type = read(name.root, policy);
+    if (type != kNotFound) {
+      return type;
+    }
+    const std::wstring legacy = legacyPoliciesCount() ? legacyPolicyPath(name.keyPath) : std::wstring();
+    if ((type = read(name.root, legacy)) != kNotFound || (type = readMachine(policy)) != kNotFound ||
+        (type = readMachine(legacy)) != kNotFound || (type = read(name.root, name.keyPath)) != kNotFound) {
+      return type;
+    }
+    return readMachine(name.keyPath);
+  }
+};
+
+}  // namespace
+
+std::uint32_t readConfig(const std::wstring& fullPath, std::uint32_t expectedType, bool view64, std::wstring& text,
+                         std::wstring* foundAt) {
+  text.clear();
+  return guardMemory([&] {
+    const auto name = splitValueName(fullPath);
+    return name ? Lookup{*name, expectedType, view64, text, foundAt}.run() : kNotFound;
+  });
+}
+
+}  // namespace CORE
