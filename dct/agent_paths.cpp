@@ -16,7 +16,7 @@ std::wstring withoutTrailingSeparators(std::wstring path) {
   return path;
 }
 
-/// A name that the environment does not have stays in the text as it was written.
+/// The expansion leaves a variable that is not set in the text as it was written.
 bool isSet(const wchar_t* variable) {
   const std::wstring value = CORE::expandEnvironment(variable).value_or(L"");
   return !value.empty() && value != variable;

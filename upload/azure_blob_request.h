@@ -38,7 +38,7 @@ class AzureBlobRequest : public WinHttpRequest, public StorageRequest {
   void finalizeHeaders() override;
 
  private:
-  /// Puts the signature of all other headers into the header "Authorization".
+  /// Signs the request: sets the header "Authorization".
   void sign();
 
   CORE::mstr accountKey_;    ///< decoded, marked secret

@@ -63,7 +63,7 @@ export function legacyKey(component) {
 const kLiterals = '((?:L"(?:[^"\\\\]|\\\\.)*"\\s*)+)';
 const joined = (literals) => all(literals, /L"((?:[^"\\]|\\.)*)"/g).map(([, text]) => text).join('');
 const kLogCall = new RegExp(`\\b(?:log|submit|makeLogRecord)\\([^;"]*?k(Error|Warn|Fatal)\\b[^;"]*?${kLiterals}`, 'g');
-const kResult = new RegExp(`\\b(?:fail|setError|setErrorText)\\([^;"]*?${kLiterals}`, 'g');
+const kResult = new RegExp(`\\b(?:storeError|storeAndLogError|setError|setErrorText)\\([^;"]*?${kLiterals}`, 'g');
 
 /** Texts that are logged at WARN, ERROR and FATAL: text to level. A text that only hands on another one is not told. */
 export const logTexts = new Map(sources.flatMap(({ text }) => all(text, kLogCall))
