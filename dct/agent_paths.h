@@ -6,8 +6,7 @@
 /// HKLM\Software\Calvera\Meridon\Agent, as it stands there; empty when it is not set.
 std::wstring agentInstallPath();
 
-/// Returns the folder in which the agent logs. It has no trailing separator (a drive's root is "C:"), so a caller
-/// appends
+/// Returns the folder in which the agent logs. It has no trailing separator (a drive's root is "C:"): a caller appends
 /// "\" and a name. The folder is the first of these that is set:
 /// - the setting "LogFileDirectory" under HKLM\Software\Calvera\Meridon\Log, when the setting
 ///   "UseRegistryForLoggingPath" under ...\Meridon\Agent is on (it is off by default);

@@ -15,7 +15,7 @@ inline constexpr wchar_t kUsage[] = L"PrintUsage(): Usage:\r\nmdDCT.exe -url \"<
 /// \param argv  the whole command line, program name first; not changed.
 /// \param out   receives the value of the option "url", which may be empty; the last one counts. On false it holds what
 ///              was read before the fault.
-/// \return true when the option "url" is there and everything that begins with "-" is an option. An argument that is no
-///         option is logged at ERROR; a command line without any option is not logged.
+/// \return true when the option "url" is there and no other option is. An option that is unknown or has no argument is
+///         logged at ERROR; a command line without any option is not logged.
 /// \throws CORE::coreException "to_mstr Failed" when an argument is not valid UTF-16.
 bool lParseCommandLine(int argc, wchar_t** argv, options& out);

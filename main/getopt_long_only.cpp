@@ -29,8 +29,7 @@ void permute(OptionScan& scan, std::span<const char*> arguments) {
   scan.lastNonOption = scan.nextIndex;
 }
 
-/// Moves nextIndex to the next option. False when there is none: nextIndex is then at the first element that is no
-/// option.
+/// Moves nextIndex to the next option. False when there is none: it is then at the first element that is no option.
 bool findOption(OptionScan& scan, std::span<const char*> arguments) {
   const int count = static_cast<int>(arguments.size());
   permute(scan, arguments);

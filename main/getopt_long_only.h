@@ -28,12 +28,10 @@ inline constexpr int kOptionsEnd = -1;    ///< the scanner's result when no opti
 /// Returns the value of the next option, kOptionError after a message, or kOptionsEnd.
 ///
 /// - An element that begins with "-" or "--" is an option. Its name ends at an "=" if there is one.
-/// - Behind "--" the name may be any prefix that fits one option only; the empty prefix fits every option. A prefix
-/// that
-///   is itself a whole name means that option. Behind a single "-" only a whole name counts.
-/// - The option's argument is the text behind "=", which may be empty. Without "=" it is the next element, even when
-/// that
-///   begins with "-".
+/// - Behind "--" the name may be a prefix that fits one option only. The empty prefix fits every option; a whole name
+///   means its own option, whatever else it is a prefix of. Behind a single "-" only a whole name counts.
+/// - The option's argument is the text behind "=", which may be empty. Without "=" it is the next element, whatever
+///   that begins with.
 /// - The element "--" ends the options. The elements "-" and "" are no options.
 /// - Elements that are no options are stepped over. They are moved behind the options and "--".
 ///

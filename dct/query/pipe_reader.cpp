@@ -62,8 +62,7 @@ void PipeReader::readAll() {
   const platform::Platform& windows = platform::current();
   std::vector<std::byte> buffer(kBufferBytes);
   for (std::uint32_t readsAfterChild = 0; readsAfterChild < kMaxReadsAfterChild;) {
-    // Asked before the pipe is: all that a child wrote is in the pipe when it has ended, so an empty one then is the
-    // end.
+    // Read before the pipe is: when a child has ended, all that it wrote is in the pipe, so an empty pipe is the end.
     const bool childEnded = childEnded_.load();
     readsAfterChild += childEnded ? 1 : 0;
     const auto waiting = windows.processes.PeekNamedPipe(pipe_.get());
