@@ -26,8 +26,7 @@ struct Pipes {
   platform::Pipe input;
 };
 
-/// Opens both pipes. Only the child's ends stay inheritable: a child that inherited the other ends would keep its own
-/// pipes open.
+/// Opens both pipes. Only the child's ends stay inheritable: with the other ends it would keep its own pipes open.
 bool openPipes(Pipes& pipes, CORE::PropertyBag& result) {
   const platform::Platform& windows = platform::current();
   auto output = windows.processes.CreatePipe(true);
