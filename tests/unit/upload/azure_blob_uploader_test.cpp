@@ -104,9 +104,26 @@ void expectRequest(const sim::HttpExchange& got, const std::string& blobType, st
 }
 
 TEST_F(UploadFixture, PutBlobAndAppendBlocksInEveryDelivery) {
-  for (const sim::Delivery delivery : kDeliveries) {
-    windows.winHttp.delivery = delivery;
-    for (const std::uint64_t size : {0 * kMiB, kBlock + 1, delivery == sim::Delivery::kMixed ? kPutBlobLimit : 1}) {
+  struct Row {
+    const char* name;
+    sim::Delivery delivery;
+    std::uint64_t put, appended;  ///< sizes
+    Replies replies;              ///< two chains are whole; the others end early, which keeps this short
+    Outcomes wanted;
+    std::size_t requests;
+    std::uintptr_t maxStack;  ///< of a chain, in bytes
+  };
+  const Replies refusal = {{7, answer(500)}};
+  const std::uint64_t wholeBlocks = kPutBlobLimit + kBlock;
+  // Completions inside the starting call must not nest block in block: a large file would need any amount of stack.
+  const Row rows[] = {{"worker", sim::Delivery::kWorker, 1, wholeBlocks, {}, kSucceeded, 66, UINTPTR_MAX},
+                      {"inline", sim::Delivery::kInline, 1, kAppended, {}, kSucceeded, 66, 65535},
+                      {"late", sim::Delivery::kLate, 1, wholeBlocks, refusal, kFailed, 8, UINTPTR_MAX},
+                      {"mixed", sim::Delivery::kMixed, kPutBlobLimit, wholeBlocks, refusal, kFailed, 8, UINTPTR_MAX}};
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    windows.winHttp.delivery = row.delivery;
+    for (const std::uint64_t size : {0 * kMiB, kBlock + 1, row.put}) {
       prepare(size);
       ASSERT_TRUE(upload());
       uploader.reset(new AzureBlobUploader);  // the request in flight keeps the other
@@ -114,26 +131,21 @@ TEST_F(UploadFixture, PutBlobAndAppendBlocksInEveryDelivery) {
       expectRequest(sent().at(0), "BlockBlob", 0, size);
       EXPECT_TRUE(size != kBlock + 1 || sent()[0].writes == std::vector<std::uint64_t>({kBlock, 1}));
     }
-    const bool isInline = delivery == sim::Delivery::kInline;
-    // To its end in two of them, which keeps this short; elsewhere the service refuses the seventh block.
-    const bool whole = isInline || delivery == sim::Delivery::kWorker;
-    const std::uint64_t size = kPutBlobLimit + (isInline ? 1 : kBlock);
-    prepare(size, whole ? Replies() : Replies{{7, answer(500)}});
+    prepare(row.appended, row.replies);
     std::set<std::uintptr_t> places;  // in the stack
     onHeaders = [&places](std::size_t) {
       const int here = 0;
       places.insert(reinterpret_cast<std::uintptr_t>(&here));
     };
     ASSERT_TRUE(upload());
-    expectEnd(whole ? kSucceeded : kFailed, whole ? 66 : 8);
+    expectEnd(row.wanted, row.requests);
     const auto requests = sent();
     expectRequest(requests.at(0), "AppendBlob", 0, 0);
     for (std::uint64_t i = 1, at = 0; i < requests.size(); ++i, at += kBlock) {
-      expectRequest(requests[i], "", at, std::min(kBlock, size - at));
+      expectRequest(requests[i], "", at, std::min(kBlock, row.appended - at));
     }
-    // Completions inside the starting call must not nest block in block: a large file would need any amount of stack.
-    EXPECT_TRUE(!isInline || *places.rbegin() - *places.begin() < 65536U);
-    EXPECT_EQ(log.count(std::wstring(L"Cb(): Done uploading file: ") + kWidePath), whole ? 1U : 0U);
+    EXPECT_LE(*places.rbegin() - *places.begin(), row.maxStack);
+    EXPECT_EQ(log.count(std::wstring(L"Cb(): Done uploading file: ") + kWidePath), row.wanted == kSucceeded ? 1U : 0U);
   }
 }
 
@@ -161,6 +173,7 @@ TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
   const std::wstring put = L"AzureBlobUploader::AzurePutBlobRequestCb(): Error headers: ";
   const std::wstring append = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
   const Errors changed = {append + L"File stream no longer valid"};
+  const Errors invalid = {L"WinHttpRequest::UploadData(): File stream is invalid", put};
   const auto accepted = answer(202, "<Code>early</Code><Error></Code><Code>a b</Code><Code>later</Code>");
   const auto conflict = answer(409, "<?xml?><Error><Code>InvalidBlobType</Code><Message>no</Message></Error>");
   const Errors refused = {append + L"Failed to append the previous chunk. Response Code: 409. Response headers: " +
@@ -168,6 +181,7 @@ TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
   const auto resizing = [this](std::uint64_t size) { return [=, this] { windows.files.resize(kWidePath, size); }; };
   const auto cancelling = [this] { uploader->cancelUpload(); };  // counts, whether the answer is there or held
   struct Row {
+    const char* name;
     std::uint64_t size;
     Replies replies;
     std::size_t at;  ///< the request in which that happens:
@@ -178,28 +192,23 @@ TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
     std::string code = "";
   };
   const Row rows[] = {
-      {1, {{0, accepted}}, 0, [] {}, kFailed, 1, {put + accepted.rawHeaders}, "a b"},
-      {kAppended, {{3, conflict}}, 0, [] {}, kFailed, 4, refused, "InvalidBlobType"},
+      {"refused", 1, {{0, accepted}}, 0, [] {}, kFailed, 1, {put + accepted.rawHeaders}, "a b"},
+      {"refused block", kAppended, {{3, conflict}}, 0, [] {}, kFailed, 4, refused, "InvalidBlobType"},
       // One request creates, then come blocks up to the short read, and none after it.
-      {kAppended, {}, 2, resizing(10 * kMiB), kFailed, 4, changed},
-      {kAppended, {}, 2, resizing(8 * kMiB), kFailed, 4, changed},
-      {kAppended, {}, 2, resizing(kPutBlobLimit + 3 * kMiB), kFailed, 66, changed},
-      {2 * kBlock, {}, 0, resizing(9 * kMiB), kSucceeded, 1, {}},  // as much as was promised
-      {2 * kBlock,
-       {},
-       0,
-       resizing(5 * kMiB),
-       kFailed,
-       1,
-       {L"WinHttpRequest::UploadData(): File stream is invalid", put}},
-      {1, {}, 0, cancelling, kSucceeded, 1, {}},
-      {1, {{0, kHeld}}, 0, cancelling, kFailed, 1, {put}},
-      {kAppended, {}, 2, cancelling, kNothing, 3, {}},
-      {kAppended, {{2, kHeld}}, 2, cancelling, kNothing, 3, {}},
+      {"appended, shrinks in a block", kAppended, {}, 2, resizing(10 * kMiB), kFailed, 4, changed},
+      {"appended, shrinks to whole blocks", kAppended, {}, 2, resizing(8 * kMiB), kFailed, 4, changed},
+      {"appended, grows", kAppended, {}, 2, resizing(kPutBlobLimit + 3 * kMiB), kFailed, 66, changed},
+      {"put, grows", 2 * kBlock, {}, 0, resizing(9 * kMiB), kSucceeded, 1, {}},  // as much as was promised
+      {"put, shrinks", 2 * kBlock, {}, 0, resizing(5 * kMiB), kFailed, 1, invalid},
+      {"put, cancelled after the answer", 1, {}, 0, cancelling, kSucceeded, 1, {}},
+      {"put, cancelled before the answer", 1, {{0, kHeld}}, 0, cancelling, kFailed, 1, {put}},
+      {"appended, cancelled after the answer", kAppended, {}, 2, cancelling, kNothing, 3, {}},
+      {"appended, cancelled before the answer", kAppended, {{2, kHeld}}, 2, cancelling, kNothing, 3, {}},
   };
   windows.winHttp.delivery = sim::Delivery::kInline;
   windows.winHttp.onClose = sim::OnClose::kDropped;
   for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
     prepare(row.size, row.replies);
     onHeaders = [&](std::size_t index) { return index == row.at ? row.happens() : void(); };
     uploader->setProxyConfig("proxy.example:8080", "*.local", "");
@@ -215,19 +224,23 @@ TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
 }
 
 TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) {
-  const std::tuple<std::uint64_t, std::size_t, Outcomes> rows[] = {
-      {1, 0, kFailed}, {kAppended, 0, kNothing}, {kAppended, 3, kNothing}};
-  for (int n = 0; n < 6; ++n) {
-    for (const auto& [size, at, wanted] : rows) {
-      windows.winHttp.onClose = kOnClose[n / 2];
-      windows.winHttp.closingInline = n % 2 == 0;
-      prepare(size, {{at, kHeld}});
-      ASSERT_TRUE(upload());
-      windows.winHttp.waitUntilHeld();
-      uploader->cancelUpload();
-      expectEnd(wanted, at + 1);
-      EXPECT_EQ(log.count(L"doesn't exist"), 0U) << "late steps end quietly";
-      EXPECT_FALSE(upload()) << "for good";
+  const std::tuple<const char*, std::uint64_t, std::size_t, Outcomes> rows[] = {
+      {"Put Blob", 1, 0, kFailed}, {"creation", kAppended, 0, kNothing}, {"block", kAppended, 3, kNothing}};
+  for (const sim::OnClose onClose : kOnClose) {
+    for (const bool closingInline : {true, false}) {
+      for (const auto& [name, size, at, wanted] : rows) {
+        SCOPED_TRACE(std::string(name) + (closingInline ? ", closing inline, " : ", ") +
+                     testing::PrintToString(onClose));
+        windows.winHttp.onClose = onClose;
+        windows.winHttp.closingInline = closingInline;
+        prepare(size, {{at, kHeld}});
+        ASSERT_TRUE(upload());
+        windows.winHttp.waitUntilHeld();
+        uploader->cancelUpload();
+        expectEnd(wanted, at + 1);
+        EXPECT_EQ(log.count(L"doesn't exist"), 0U) << "late steps end quietly";
+        EXPECT_FALSE(upload()) << "for good";
+      }
     }
   }
   prepare(1);
@@ -245,10 +258,14 @@ TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) 
 }
 
 TEST_F(UploadFixture, CompletionThatLetsGoOrThrows) {
+  const std::tuple<const char*, std::uint64_t, Outcomes, std::size_t, std::wstring> rows[] = {
+      {"Put Blob", 1, kSucceeded, 1, L"AzureBlobUploader::AzurePutBlobRequestCb(): boom"},
+      {"append", kAppended, kFailed, 2, L"AzureBlobUploader::AzureAppendBlockRequestCb(): boom"}};
   for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
-    for (const bool append : {false, true}) {
+    for (const auto& [name, size, wanted, requests, error] : rows) {
+      SCOPED_TRACE(name);
       windows.winHttp.delivery = delivery;
-      prepare(append ? kAppended : 1, {{1, answer(500)}});
+      prepare(size, {{1, answer(500)}});
       onDone = [this](AzureBlobUploader& self) {
         self.cancelUpload();
         uploader.reset(new AzureBlobUploader);  // the object must outlive this call all the same
@@ -256,9 +273,8 @@ TEST_F(UploadFixture, CompletionThatLetsGoOrThrows) {
         throw std::runtime_error("boom");
       };
       EXPECT_TRUE(upload());
-      expectEnd(append ? kFailed : kSucceeded, append ? 2 : 1);
-      EXPECT_EQ(errors().back(), append ? L"AzureBlobUploader::AzureAppendBlockRequestCb(): boom"
-                                        : L"AzureBlobUploader::AzurePutBlobRequestCb(): boom");
+      expectEnd(wanted, requests);
+      EXPECT_EQ(errors().back(), error);
     }
   }
 }
