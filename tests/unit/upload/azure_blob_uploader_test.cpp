@@ -32,7 +32,7 @@ sim::HttpReply answer(std::uint32_t status, const std::string& body = {}, bool h
 
 const sim::HttpReply kHeld = answer(201, "", true);
 
-/// A blob service, and the checks that hold after every upload.
+/// A machine with a blob service, an uploader, and the checks that hold after every upload.
 class UploadFixture : public ::testing::Test, protected World {
  protected:
   UploadFixture() {
@@ -40,8 +40,8 @@ class UploadFixture : public ::testing::Test, protected World {
     windows.winHttp.lateDelay = std::chrono::milliseconds(1);
   }
 
-  /// A new uploader and a file of that size; forgets the uploads before. The service answers the requests named in
-  /// `special`, counted from 0, with that, and all others with 201.
+  /// Makes a new uploader and a file of that size; forgets the uploads before. The service answers the requests in
+  /// `special`, counted from 0, by those replies, and all others by 201.
   void prepare(std::uint64_t size, Replies special = {}) {
     windows.files.writeSparse(kWidePath, size);
     windows.winHttp.onHeaders([this](const sim::HttpExchange& exchange) {
@@ -66,13 +66,13 @@ class UploadFixture : public ::testing::Test, protected World {
     });
   }
 
-  /// The requests of this upload.
+  /// Returns the requests of this upload.
   std::vector<sim::HttpExchange> sent() const {
     auto all = windows.winHttp.sentRequests();
     std::erase_if(all, [this](const sim::HttpExchange& exchange) { return exchange.index < first_; });
     return all;
   }
-  /// What the upload has come to, when nothing more can come.
+  /// Checks how the upload has ended, when nothing more can come.
   void expectEnd(const Outcomes& wanted, std::size_t requests) {
     windows.winHttp.waitUntilIdle();
     EXPECT_EQ(outcomes, wanted) << log.text();
@@ -80,11 +80,10 @@ class UploadFixture : public ::testing::Test, protected World {
     EXPECT_EQ(uploader->refCount(), 1U) << "only the owner's";
   }
 
-  std::function<void(std::size_t)> onHeaders = [](std::size_t) {};  ///< before the body of that request leaves
+  std::function<void(std::size_t)> onHeaders = [](std::size_t) {};  ///< called before a request's body is sent
   std::function<void(AzureBlobUploader&)> onDone = [](AzureBlobUploader&) {};
-  std::unique_ptr<AzureBlobUploader, void (*)(AzureBlobUploader*)> uploader{new AzureBlobUploader,
-                                                                            [](auto* owned) { owned->release(); }};
-  Outcomes outcomes;  ///< the test's once it is settled
+  CORE::Reference<AzureBlobUploader> uploader{new AzureBlobUploader};
+  Outcomes outcomes;  ///< the test's when nothing more can come
 
  private:
   std::size_t first_ = 0;
@@ -104,48 +103,41 @@ void expectRequest(const sim::HttpExchange& got, const std::string& blobType, st
 }
 
 TEST_F(UploadFixture, PutBlobAndAppendBlocksInEveryDelivery) {
-  struct Row {
-    const char* name;
-    sim::Delivery delivery;
-    std::uint64_t put, appended;  ///< sizes
-    Replies replies;              ///< two chains are whole; the others end early, which keeps this short
-    Outcomes wanted;
-    std::size_t requests;
-    std::uintptr_t maxStack;  ///< of a chain, in bytes
-  };
-  const Replies refusal = {{7, answer(500)}};
-  const std::uint64_t wholeBlocks = kPutBlobLimit + kBlock;
+  const Replies refusal = {{7, answer(500)}};  // which ends a chain early, and keeps this short
+  const std::uint64_t blocks = kPutBlobLimit + kBlock;
   // Completions inside the starting call must not nest block in block: a large file would need any amount of stack.
-  const Row rows[] = {{"worker", sim::Delivery::kWorker, 1, wholeBlocks, {}, kSucceeded, 66, UINTPTR_MAX},
-                      {"inline", sim::Delivery::kInline, 1, kAppended, {}, kSucceeded, 66, 65535},
-                      {"late", sim::Delivery::kLate, 1, wholeBlocks, refusal, kFailed, 8, UINTPTR_MAX},
-                      {"mixed", sim::Delivery::kMixed, kPutBlobLimit, wholeBlocks, refusal, kFailed, 8, UINTPTR_MAX}};
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
-    windows.winHttp.delivery = row.delivery;
-    for (const std::uint64_t size : {0 * kMiB, kBlock + 1, row.put}) {
+  const std::tuple<sim::Delivery, const char*, std::uint64_t, std::uint64_t, Replies, Outcomes, std::size_t,
+                   std::size_t>
+      rows[] = {{sim::Delivery::kWorker, "worker", 1, blocks, {}, kSucceeded, 66, SIZE_MAX},
+                {sim::Delivery::kInline, "inline", 1, kAppended, {}, kSucceeded, 66, 65535},
+                {sim::Delivery::kLate, "late", 1, blocks, refusal, kFailed, 8, SIZE_MAX},
+                {sim::Delivery::kMixed, "mixed", kPutBlobLimit, blocks, refusal, kFailed, 8, SIZE_MAX}};
+  for (const auto& [delivery, name, put, appended, replies, wanted, count, maxStack] : rows) {
+    SCOPED_TRACE(name);
+    windows.winHttp.delivery = delivery;
+    for (const std::uint64_t size : {0 * kMiB, kBlock + 1, put}) {
       prepare(size);
       ASSERT_TRUE(upload());
-      uploader.reset(new AzureBlobUploader);  // the request in flight keeps the other
+      uploader.reset(new AzureBlobUploader);  // the pending request keeps the other
       expectEnd(kSucceeded, 1);
       expectRequest(sent().at(0), "BlockBlob", 0, size);
       EXPECT_TRUE(size != kBlock + 1 || sent()[0].writes == std::vector<std::uint64_t>({kBlock, 1}));
     }
-    prepare(row.appended, row.replies);
+    prepare(appended, replies);
     std::set<std::uintptr_t> places;  // in the stack
     onHeaders = [&places](std::size_t) {
       const int here = 0;
       places.insert(reinterpret_cast<std::uintptr_t>(&here));
     };
     ASSERT_TRUE(upload());
-    expectEnd(row.wanted, row.requests);
+    expectEnd(wanted, count);
     const auto requests = sent();
     expectRequest(requests.at(0), "AppendBlob", 0, 0);
     for (std::uint64_t i = 1, at = 0; i < requests.size(); ++i, at += kBlock) {
-      expectRequest(requests[i], "", at, std::min(kBlock, row.appended - at));
+      expectRequest(requests[i], "", at, std::min(kBlock, appended - at));
     }
-    EXPECT_LE(*places.rbegin() - *places.begin(), row.maxStack);
-    EXPECT_EQ(log.count(std::wstring(L"Cb(): Done uploading file: ") + kWidePath), row.wanted == kSucceeded ? 1U : 0U);
+    EXPECT_LE(*places.rbegin() - *places.begin(), maxStack);
+    EXPECT_EQ(log.count(std::wstring(L"Cb(): Done uploading file: ") + kWidePath), wanted == kSucceeded ? 1U : 0U);
   }
 }
 
@@ -229,8 +221,7 @@ TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) 
   for (const sim::OnClose onClose : kOnClose) {
     for (const bool closingInline : {true, false}) {
       for (const auto& [name, size, at, wanted] : rows) {
-        SCOPED_TRACE(std::string(name) + (closingInline ? ", closing inline, " : ", ") +
-                     testing::PrintToString(onClose));
+        SCOPED_TRACE(name + testing::PrintToString(std::pair(onClose, closingInline)));
         windows.winHttp.onClose = onClose;
         windows.winHttp.closingInline = closingInline;
         prepare(size, {{at, kHeld}});
@@ -247,7 +238,7 @@ TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) 
   uploader->cancelUpload();  // nothing yet
   EXPECT_FALSE(upload());
 
-  // A request that is never heard of again: cancelling gives up waiting for it and the upload still ends.
+  // A request that never completes: the cancellation stops waiting for it, and the upload still ends.
   windows.winHttp.delivery = sim::Delivery::kNever;
   prepare(1);
   ASSERT_TRUE(upload());
