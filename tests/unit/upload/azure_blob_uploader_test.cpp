@@ -20,6 +20,8 @@ constexpr const char* kBlobUrl = "https://acct.blob.example/c/b.zip?sv=1&sig=x%2
 using Replies = std::map<std::size_t, sim::HttpReply>;
 using Outcomes = std::vector<bool>;  ///< what the completion function was told, in order
 const Outcomes kSucceeded{true}, kFailed{false}, kNothing;
+const std::wstring kPutCb = L"AzureBlobUploader::AzurePutBlobRequestCb(): ";
+const std::wstring kAppendCb = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
 
 sim::HttpReply answer(std::uint32_t status, const std::string& body = {}, bool hold = false) {
   sim::HttpReply out;
@@ -161,28 +163,28 @@ TEST_F(UploadFixture, RefusedAndThrowingStartsLeaveTheUploaderUsable) {
   expectEnd(kSucceeded, 1);
 }
 
+struct Row {
+  const char* name;
+  std::uint64_t size;
+  Replies replies;
+  std::size_t at;  ///< the request in which that happens:
+  std::function<void()> happens;
+  Outcomes wanted;
+  std::size_t requests;
+  Errors errors;
+  std::string code = "";
+};
+
 TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
-  const std::wstring put = L"AzureBlobUploader::AzurePutBlobRequestCb(): Error headers: ";
-  const std::wstring append = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
-  const Errors changed = {append + L"File stream no longer valid"};
+  const std::wstring put = kPutCb + L"Error headers: ";
+  const Errors changed = {kAppendCb + L"File stream no longer valid"};
   const Errors invalid = {L"WinHttpRequest::UploadData(): File stream is invalid", put};
   const auto accepted = answer(202, "<Code>early</Code><Error></Code><Code>a b</Code><Code>later</Code>");
   const auto conflict = answer(409, "<?xml?><Error><Code>InvalidBlobType</Code><Message>no</Message></Error>");
-  const Errors refused = {append + L"Failed to append the previous chunk. Response Code: 409. Response headers: " +
+  const Errors refused = {kAppendCb + L"Failed to append the previous chunk. Response Code: 409. Response headers: " +
                           conflict.rawHeaders + L". Total bytes sent: 12582912ll"};
   const auto resizing = [this](std::uint64_t size) { return [=, this] { windows.files.resize(kWidePath, size); }; };
   const auto cancelling = [this] { uploader->cancelUpload(); };  // counts, whether the answer is there or held
-  struct Row {
-    const char* name;
-    std::uint64_t size;
-    Replies replies;
-    std::size_t at;  ///< the request in which that happens:
-    std::function<void()> happens;
-    Outcomes wanted;
-    std::size_t requests;
-    Errors errors;
-    std::string code = "";
-  };
   const Row rows[] = {
       {"refused", 1, {{0, accepted}}, 0, [] {}, kFailed, 1, {put + accepted.rawHeaders}, "a b"},
       {"refused block", kAppended, {{3, conflict}}, 0, [] {}, kFailed, 4, refused, "InvalidBlobType"},
@@ -250,8 +252,7 @@ TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) 
 
 TEST_F(UploadFixture, CompletionThatLetsGoOrThrows) {
   const std::tuple<const char*, std::uint64_t, Outcomes, std::size_t, std::wstring> rows[] = {
-      {"Put Blob", 1, kSucceeded, 1, L"AzureBlobUploader::AzurePutBlobRequestCb(): boom"},
-      {"append", kAppended, kFailed, 2, L"AzureBlobUploader::AzureAppendBlockRequestCb(): boom"}};
+      {"Put Blob", 1, kSucceeded, 1, kPutCb + L"boom"}, {"append", kAppended, kFailed, 2, kAppendCb + L"boom"}};
   for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
     for (const auto& [name, size, wanted, requests, error] : rows) {
       SCOPED_TRACE(name);
@@ -283,7 +284,7 @@ TEST_F(UploadFixture, ExceptionWhileARequestIsBeingStarted) {
     expectEnd(kNothing, 0);
     EXPECT_TRUE(upload());
     expectEnd(kFailed, 2);
-    EXPECT_EQ(errors(), Errors{L"AzureBlobUploader::AzureAppendBlockRequestCb(): OutOfMem"});
+    EXPECT_EQ(errors(), Errors{kAppendCb + L"OutOfMem"});
     EXPECT_EQ(windows.openHandlesText(), before);
   }
 }
