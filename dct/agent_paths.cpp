@@ -10,7 +10,7 @@
 
 namespace {
 
-/// A name that the environment does not have stays in the text as it was written.
+/// The expansion leaves a variable that is not set in the text as it was written.
 bool isSet(const wchar_t* variable) {
   const std::wstring value = CORE::expandEnvironment(variable).value_or(L"");
   return !value.empty() && value != variable;

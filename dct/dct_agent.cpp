@@ -17,8 +17,9 @@ namespace {
 constexpr std::uint32_t kCancelledExitCode = 200;
 constexpr std::uint32_t kNoExitCode = 0xFFFFFFFF;
 
-/// Makes the logging folder when it is missing, so that what is below it is nobody else's to read.
-bool hasLoggingFolder() {
+/// Makes the logging folder when it is missing. It is made before the folder below it, and protected, so that only the
+/// system and administrators can read the bundle.
+bool ensureLoggingFolder() {
   const std::wstring folder = agentLoggingFolder();
   return platform::current().files._waccess(folder, 0) == 0 || CORE::makeProtectedFolder(folder);
 }
@@ -28,16 +29,15 @@ bool hasLoggingFolder() {
 bool dct_Agent::validate(CORE::PropertyBag& /*request*/, CORE::PropertyBag& result) {
   const std::wstring folder = getTempFolder();
   CORE::log(CORE::kTrace, L"dct_Agent::validate(): Temp folder - %s", folder);
-  if (!hasLoggingFolder() || !CORE::ensureFolder(folder)) {
-    result.setError(static_cast<std::uint32_t>(ResultCode::kNoTempFolder), L"Cannot create the temporary directory.");
-    return false;
+  if (!ensureLoggingFolder() || !CORE::ensureFolder(folder)) {
+    return storeError(result, ResultCode::kNoTempFolder, L"Cannot create the temporary directory.");
   }
   return true;
 }
 
 bool dct_Agent::monitorDCTProcess(CORE::PropertyBag& /*request*/, platform::ProcessInformation process,
                                   std::wstring bundlePath, CORE::PropertyBag& result) {
-  // kept: the child is PowerShell.
+  // kept: the text says "cscript", the child is PowerShell.
   CORE::log(CORE::kTrace, L"dct_Agent::monitorDCTProcess(): PID of DCT cscript: %d", process.processId);
   const platform::NativeHandle handle = process.process.get();
   auto& processes = platform::current().processes;
@@ -58,6 +58,7 @@ bool dct_Agent::monitorDCTProcess(CORE::PropertyBag& /*request*/, platform::Proc
   return false;
 }
 
+// The text names monitorDCTProcess, whose wait this is.
 bool dct_Agent::waitForScript(platform::NativeHandle process) {
   auto& objects = platform::current().objects;
   const std::uint32_t timeout = getScriptTimeout();

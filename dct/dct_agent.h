@@ -2,16 +2,16 @@
 
 #include "dct/dct_common.h"
 
-/// The collection of a desktop agent: paths from the agent's settings, no time limit, and an outcome that is judged by
-/// whether the bundle exists when the script has ended, not by the script's exit code.
+/// The collection of a desktop agent. The paths come from the agent's settings, and the script has no time limit. The
+/// collection has succeeded when the bundle exists at the end of the script, whatever the script's exit code is.
 class dct_Agent : public dct_common {
  public:
   using dct_common::dct_common;
 
   /// Makes sure that the temporary folder exists; error 130 when it cannot be created.
   bool validate(CORE::PropertyBag& request, CORE::PropertyBag& result) override;
-  /// Stores "FileName" when the bundle exists, otherwise an error text without a code: the script was cancelled, or it
-  /// failed, worded by its exit code as a system error number.
+  /// Stores "FileName" when the bundle exists. Otherwise it stores an error text without a code: that the script was
+  /// cancelled, or the system's text for the script's exit code.
   bool monitorDCTProcess(CORE::PropertyBag& request, platform::ProcessInformation process, std::wstring bundlePath,
                          CORE::PropertyBag& result) override;
   std::uint32_t getScriptTimeout() override;
@@ -21,6 +21,7 @@ class dct_Agent : public dct_common {
   std::wstring getMessage(int which) override;
 
  private:
-  /// True when the cancel event, not the process or the time-out, has ended the wait.
+  /// Waits until the script has ended, the time limit has passed, or the cancel event is set.
+  /// \return true when the cancel event has ended the wait.
   bool waitForScript(platform::NativeHandle process);
 };

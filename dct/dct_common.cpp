@@ -5,6 +5,7 @@
 #include "core/log/log.h"
 #include "dct/query/capability_query.h"
 #include "dct/query/query_command.h"
+#include "dct/request_filter.h"
 #include "dct/result_code.h"
 #include "platform/files.h"
 #include "platform/platform.h"
@@ -16,11 +17,6 @@ std::wstring joined(std::wstring folder, const wchar_t* name) {
     folder += L'\\';
   }
   return folder + name;
-}
-
-bool fail(CORE::PropertyBag& result, ResultCode code, const std::wstring& text) {
-  result.setError(static_cast<std::uint32_t>(code), text);
-  return false;
 }
 
 }  // namespace
@@ -38,15 +34,15 @@ bool dct_common::invokeDCTScript(CORE::PropertyBag& request, CORE::PropertyBag& 
   tempFolder_ = getTempFolder();
   CORE::log(CORE::kDebug, L"dct_common::invokeDCTScript(): Temp folder - %s", tempFolder_);
   if (!CORE::ensureFolder(tempFolder_)) {
-    return fail(result, ResultCode::kNoTempFolder, L"Cannot create the temporary directory.");
+    return storeError(result, ResultCode::kNoTempFolder, L"Cannot create the temporary directory.");
   }
   const std::wstring folder = scriptFolder();
   if (folder.empty()) {
-    return fail(result, ResultCode::kNoInstallPath, getMessage(1));
+    return storeError(result, ResultCode::kNoInstallPath, getMessage(1));
   }
   const std::wstring scriptPath = joined(folder, L"vdx-support.ps1");
   if (platform::current().files._waccess(scriptPath, 0) != 0) {
-    return fail(result, ResultCode::kNoScript, L"The DCT script is not found on disk.");
+    return storeError(result, ResultCode::kNoScript, L"The DCT script is not found on disk.");
   }
   std::wstring bundlePath;
   getBundlePath(bundlePath, request, tempFolder_);
@@ -68,17 +64,23 @@ std::wstring dct_common::commandLine(const std::wstring& scriptPath, const std::
          L"\" -d \"" + tempFolder_ + L"\" " + getDCTFilter(request);
 }
 
+// The texts name invokeDCTScript, of which this is a step.
 bool dct_common::startScript(const std::wstring& command, const std::wstring& folder,
                              platform::ProcessInformation& process, CORE::PropertyBag& result) {
   CORE::log(CORE::kDebug, L"dct_common::invokeDCTScript(): %s: command line: %s", getMessage(0), command);
   auto started = platform::current().processes.CreateProcessW(command, false, 0, folder, {});
   if (!started) {
     CORE::log(CORE::kError, L"dct_common::invokeDCTScript(): Could not create process.");
-    return fail(result, ResultCode::kNotStarted,
-                CORE::format(L"The DCT script failed to start, error: %s", CORE::systemErrorText(started.error)));
+    return storeError(result, ResultCode::kNotStarted,
+                      CORE::format(L"The DCT script failed to start, error: %s", CORE::systemErrorText(started.error)));
   }
   process = std::move(started.value);
   return true;
+}
+
+std::wstring dct_common::getDCTFilter(CORE::PropertyBag& request) {
+  loadSupportedLists([this](CORE::PropertyBag& answer) { return getLogLevel(answer); });
+  return filterArguments(request);
 }
 
 bool dct_common::runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output) {
@@ -86,9 +88,10 @@ bool dct_common::runDctCommand(const std::wstring& command, CORE::PropertyBag& r
   if (!folder.empty()) {
     return runQueryCommand(command, folder, result, output);
   }
-  const std::wstring text = getMessage(1);  // a folder "dct" on the current drive could be anybody's
+  // Without an install path the folder would be "\dct" on the current drive, where anybody may have put a script.
+  const std::wstring text = getMessage(1);
   CORE::log(CORE::kError, L"dct_common::runDctCommand(): %s", text);
-  return fail(result, ResultCode::kNoInstallPath, text);
+  return storeError(result, ResultCode::kNoInstallPath, text);
 }
 
 bool dct_common::getLogLevel(CORE::PropertyBag& bag) {
@@ -97,12 +100,12 @@ bool dct_common::getLogLevel(CORE::PropertyBag& bag) {
     return false;
   }
   if (!parseCapabilityOutput(output, bag)) {
-    // An answer can be long; more of it than a log record shows is of no use.
+    // An answer can be long. The text stops where a log record would stop showing it.
     const CORE::FormatArgument text = {CORE::FormatKind::kNarrow, 0, {}, output};
     const std::wstring error =
         CORE::formatArguments(L"Failed to load json %S.", {&text, 1}, CORE::kMaxMessageCharacters);
     CORE::log(CORE::kError, L"dct_common::getLogLevel(): %s", error);
-    return fail(bag, ResultCode::kUnreadableAnswer, error);
+    return storeError(bag, ResultCode::kUnreadableAnswer, error);
   }
   bag.set(L"Version", L"2");
   return true;

@@ -7,53 +7,62 @@
 #include "platform/handle.h"
 #include "platform/processes.h"
 
-/// Runs the collection script. The run itself is fixed here; where things lie, how long to wait and what the texts are
-/// comes from the virtual operations of a concrete class, which stand in the order of their slots.
+/// Runs the collection script. The steps of a collection are fixed here. A concrete class says where the folders are,
+/// how long to wait for the script, and what some texts are: by the virtual operations, which stand in the order of
+/// their slots.
 ///
-/// A result bag holds "FileName", the bundle's full path, after a success, and an error code with its text after a
-/// failure. One thread at a time; everything blocks until it is done.
+/// After a success a result bag holds "FileName", the full path of the bundle. After a failure it holds an error code
+/// (ResultCode, or the number of the Windows call that failed) and a text. One thread at a time; every operation blocks
+/// until it is done.
+///
+/// What an operation needs has files of its own: request_filter.h turns a request into arguments of the script,
+/// query/query_command.h runs the query script, query/capability_query.h keeps its answer.
 class dct_common {
  public:
-  /// \param cancelEvent  stops the script when it is set; lent, null for a script that cannot be stopped.
+  /// \param cancelEvent  stops the script when it is set; null when nothing can stop it. Stays the caller's.
   explicit dct_common(platform::NativeHandle cancelEvent = nullptr) : cancelEvent_(cancelEvent) {}
   dct_common(const dct_common&) = delete;
   dct_common& operator=(const dct_common&) = delete;
   virtual ~dct_common() = default;
 
-  /// Whether the surroundings allow a collection. This one always does.
+  /// Checks whether a collection is possible. This one always returns true; another one stores the error on false.
   virtual bool validate(CORE::PropertyBag& request, CORE::PropertyBag& result);
 
-  /// One collection, from the checks to the end of the script. On false the result bag tells why: 130 no temporary
-  /// folder, 80 no install path, 70 no script, 60 script not started, or what validate and the monitor stored.
+  /// Makes one collection, from the checks to the end of the script. On false the result bag holds the error: 130 no
+  /// temporary folder, 80 no install path, 70 no script, 60 script not started, or what validate and monitorDCTProcess
+  /// have stored.
   virtual bool invokeDCTScript(CORE::PropertyBag& request, CORE::PropertyBag& result);
 
-  /// Waits for the script and judges the outcome. Takes over the handles of the process.
+  /// Waits for the script and stores the outcome. True when there is a bundle. Takes over the handles of the process.
   virtual bool monitorDCTProcess(CORE::PropertyBag& request, platform::ProcessInformation process,
                                  std::wstring bundlePath, CORE::PropertyBag& result) = 0;
-  /// Milliseconds; platform::kInfinite for no limit.
+  /// Returns the time limit of the script in milliseconds; platform::kInfinite for none.
   virtual std::uint32_t getScriptTimeout() = 0;
-  /// Empty when it is not known.
+  /// Returns the folder of the product's installation; empty when it is not known.
   virtual std::wstring getInstallPath() = 0;
-  /// Without a trailing separator; empty when there is none.
+  /// Returns the folder for the script's temporary files and the bundle, without a trailing separator; empty when there
+  /// is none.
   virtual std::wstring getTempFolder() = 0;
+  /// Stores the full path of the bundle that the script is to write in `out`.
   virtual void getBundlePath(std::wstring& out, CORE::PropertyBag& request, std::wstring tempFolder) = 0;
-  /// 0: the caller's name in the command-line log line; 1: the text for a missing install path; else empty.
+  /// Returns a text of the concrete class.
+  /// \param which  0: its name in the log line with the command line; 1: the error text for a missing install path. Any
+  ///               other number gives an empty text.
   virtual std::wstring getMessage(int which) = 0;
 
-  /// The tail of the script's command line for a request: which features ("Features", separated by commas, those that
-  /// the script supports) and which dumps ("DCTFilterType", or "Dumps" when "Version" is not 1) to gather. Runs the
-  /// capability query when it has not run yet. Unsupported names are logged at WARN and left out.
+  /// Returns the last arguments of the script's command line: filterArguments() of the request (request_filter.h). Runs
+  /// the capability query first, unless it has run before.
   std::wstring getDCTFilter(CORE::PropertyBag& request);
 
-  /// Runs a command in the script folder: see runQueryCommand. 80 without an install path.
+  /// Runs a command in the script folder: see runQueryCommand. Without an install path the error is 80.
   bool runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output);
 
-  /// Asks the script what it supports. True: the bag holds its answer and "Version" "2". False: the bag holds the
-  /// error, 13 when the answer is not UTF-8 or cannot be parsed.
+  /// Asks the script what it supports. On true the bag holds the answer and "Version" "2". On false it holds the error,
+  /// which is 13 when the answer is not UTF-8 or cannot be parsed.
   bool getLogLevel(CORE::PropertyBag& bag);
 
  private:
-  /// The folder of the scripts, below the install path; empty without one.
+  /// Returns the folder of the scripts, below the install path; empty without an install path.
   std::wstring scriptFolder();
   std::wstring commandLine(const std::wstring& scriptPath, const std::wstring& bundlePath, CORE::PropertyBag& request);
   bool startScript(const std::wstring& command, const std::wstring& folder, platform::ProcessInformation& process,
@@ -61,5 +70,5 @@ class dct_common {
 
  protected:
   std::wstring tempFolder_;
-  platform::NativeHandle cancelEvent_;
+  platform::NativeHandle cancelEvent_;  ///< the caller's
 };

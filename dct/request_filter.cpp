@@ -1,11 +1,13 @@
+#include "dct/request_filter.h"
+
 #include "core/log/log.h"
 #include "core/text/text.h"
-#include "dct/dct_common.h"
 #include "dct/query/capability_query.h"
 
 namespace {
 
-/// The dump argument of a selection text, which names its parts anywhere and in any case: "none" wins over everything.
+/// Returns the dumps that a selection text names. It is searched for "none", "prod" and "sys" in any case, also inside
+/// of words; "none" wins over the other two.
 std::wstring dumpArgument(const std::wstring& selection) {
   const std::wstring lowered = CORE::lowered(selection);
   const auto holds = [&lowered](const wchar_t* part) {
@@ -21,7 +23,8 @@ std::wstring dumpArgument(const std::wstring& selection) {
   return out;
 }
 
-/// The names that the script supports, as the request writes them; empty pieces are no names.
+/// Returns " -c " with the names that the script supports, spelled as in the request; empty when there are none. Empty
+/// names between commas are skipped. The text names getDCTFilter, whose result this is a part of.
 std::wstring featureArgument(const std::wstring& features) {
   std::wstring out;
   for (const std::wstring& name : CORE::splitText(features, L',')) {
@@ -39,8 +42,7 @@ std::wstring featureArgument(const std::wstring& features) {
 
 }  // namespace
 
-std::wstring dct_common::getDCTFilter(CORE::PropertyBag& request) {
-  loadSupportedLists([this](CORE::PropertyBag& answer) { return getLogLevel(answer); });
+std::wstring filterArguments(const CORE::PropertyBag& request) {
   const wchar_t* const selection = request.getInt(L"Version", 1) == 1 ? L"DCTFilterType" : L"Dumps";
   const std::wstring dumps = dumpArgument(request.get(selection).str());
   std::wstring out = L"-s" + featureArgument(request.get(L"Features").str());

@@ -1,13 +1,23 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
-/// The error codes of the collection's own failures, as a result bag holds them. What a call of Windows failed with
-/// stands there under its own number.
+#include "core/bag/property_bag.h"
+
+/// The error codes of the collection's own failures, as a result bag holds them. The failure of a Windows call has that
+/// call's own error number instead.
 enum class ResultCode : std::uint32_t {
-  kUnreadableAnswer = 13,  ///< what the query wrote is no UTF-8, or no answer
+  kUnreadableAnswer = 13,  ///< the answer of the query is not UTF-8 or cannot be parsed
   kNotStarted = 60,        ///< PowerShell could not be started on the script
-  kNoScript = 70,
-  kNoInstallPath = 80,
-  kNoTempFolder = 130,
+  kNoScript = 70,          ///< the script is not in the agent's folder
+  kNoInstallPath = 80,     ///< the setting "AgentInstallPath" is missing
+  kNoTempFolder = 130,     ///< the temporary folder cannot be created
 };
+
+/// Stores a failure in the result bag.
+/// \return false, for the caller to return in turn.
+inline bool storeError(CORE::PropertyBag& result, ResultCode code, const std::wstring& text) {
+  result.setError(static_cast<std::uint32_t>(code), text);
+  return false;
+}

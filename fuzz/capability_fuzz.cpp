@@ -4,11 +4,13 @@
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 
-// The script's answer: first any text, then one that is built of features ("name=level,level", one a line), which must
-// come back as they are.
+// The script's answer to the capability query. The input is read as an answer; whatever it is, it must not give more
+// features than it has entries. An input without JSON characters is then taken for a list of features, one on each line
+// ("name=level,level"): an answer made from it must give back these features and levels.
 
 namespace {
 
+/// Makes an answer of a list of features and reads it.
 void checkBuilt(const std::wstring& list) {
   SupportedLists wanted;
   std::wstring text = L"{\"featureData\":{";

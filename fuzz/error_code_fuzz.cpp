@@ -1,7 +1,8 @@
 #include "fuzz/fuzz.h"
 #include "upload/azure_blob_uploader.h"
 
-// The storage service's error body: whatever a server sends. What is found is a piece of it, between the right tags.
+// The storage service's error document, which may be any text. The code that is found must stand in it between the
+// right tags.
 
 void fuzz::target(std::string_view text) {
   const std::string input(text);
@@ -10,7 +11,7 @@ void fuzz::target(std::string_view text) {
   const auto error = input.find("<Error>");
   FUZZ_CHECK(code.empty() || (error != input.npos && input.find("<Code>" + code + "</Code>", error) != input.npos));
 
-  // A well-formed document, with the input for its code and for what stands round it.
+  // A well-formed document with the input as its code and around it.
   if (input.find('<') == input.npos) {
     FUZZ_CHECK(storageErrorCode(input + "<Error>" + input + "<Code>" + input + "</Code>" + input) == input);
     FUZZ_CHECK(storageErrorCode("<Code>" + input + "</Code><Error>" + input).empty());

@@ -6,7 +6,8 @@
 #include "fuzz/fuzz.h"
 #include "main/getopt_long_only.h"
 
-// Command lines, an argument a line. Beside the C library's scanner, which reads those without single "-" alike.
+// Command lines, one argument on each line. Those without a single "-" must give the same result as the scanner of the
+// C library.
 
 namespace {
 
@@ -15,6 +16,7 @@ using Steps = std::vector<std::pair<int, const char*>>;  // values and arguments
 
 constexpr std::array<LongOption, 4> kOptions = {{{"url", 1}, {"urls", 2}, {"proxy", 3}, {"pac", 4}}};
 
+/// Scans with the program's scanner.
 Steps scan(Arguments& arguments, OptionScan& state) {
   Steps steps;
   state.printErrors = false;
@@ -28,6 +30,7 @@ Steps scan(Arguments& arguments, OptionScan& state) {
   return steps;
 }
 
+/// Scans with the C library's scanner.
 Steps scanByPeer(Arguments& arguments) {
   std::array<option, kOptions.size() + 1> options{};  // the last one ends them
   std::transform(kOptions.begin(), kOptions.end(), options.begin(), [](const LongOption& one) {

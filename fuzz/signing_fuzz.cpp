@@ -7,12 +7,12 @@
 #include "tests/sim/windows.h"
 #include "upload/storage_signing.h"
 
-// A query and its canonical form, and the text that is signed. The first line is the URL's query; the others are
-// parameters and headers of the request, "name=value".
+// The canonical form of a query, and the text that is signed. The first line of the input is the query of the URL; each
+// of the others, "name=value", is a parameter and a header of the request.
 
 namespace {
 
-/// A request that is refused as soon as its URL has been split.
+/// A request that refuses itself when its URL has been split, and keeps its query.
 class Probe : public WinHttpRequest {
  public:
   static std::shared_ptr<Probe> create() { return std::make_shared<Probe>(CreateKey{}); }
@@ -26,7 +26,8 @@ class Probe : public WinHttpRequest {
   QueryList query = {{"not", "asked"}};
 };
 
-/// Every parameter is there, by name, and those of a name in the order of the URL and then of the request.
+/// Checks that the query holds every parameter, ordered by name, those of one name in the order of the URL and then of
+/// the request.
 QueryList checkQuery(const std::string& query, const HttpMap& parameters) {
   const auto request = Probe::create();
   request->setQueryParameters(parameters);
@@ -42,6 +43,7 @@ QueryList checkQuery(const std::string& query, const HttpMap& parameters) {
   return request->query;
 }
 
+/// Checks the text that is signed, from its end to its beginning.
 void checkText(const QueryList& query, const HttpMap& headers) {
   const std::string resource = StorageSigning::canonicalizedResource("acct", L"/c/b", query);
   FUZZ_CHECK(resource.starts_with("/acct/c/b") && (query.empty() || resource[9] == '\n'));

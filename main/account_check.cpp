@@ -12,8 +12,9 @@
 
 namespace {
 
-/// The TokenUser information of a token, first element first; empty (and logged) when it cannot be had. The identifier
-/// that it points to lies in the same buffer.
+// The texts name IsSystemProcess, of which this is a step.
+/// Reads the TokenUser information of a token, which begins with the first element; the identifier that this element
+/// points to lies behind it, in the same buffer. Empty when the information cannot be read, which is logged.
 std::vector<platform::TokenUser> readTokenUser(platform::NativeHandle token) {
   auto& security = platform::current().security;
   const auto size = security.GetTokenInformation(token, platform::kTokenUser, {});
@@ -22,7 +23,7 @@ std::vector<platform::TokenUser> readTokenUser(platform::NativeHandle token) {
               CORE::systemErrorText(size.error), size.value);
     return {};
   }
-  // Whole elements, so that the front is aligned and never shorter than one of them.
+  // A vector of whole elements: its start is aligned as an element is, and it is never shorter than one.
   std::vector<platform::TokenUser> buffer(size.value / sizeof(platform::TokenUser) + 1);
   const auto bytes = std::as_writable_bytes(std::span(buffer)).first(size.value);
   const auto read = security.GetTokenInformation(token, platform::kTokenUser, bytes);

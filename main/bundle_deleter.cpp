@@ -15,6 +15,7 @@ DCTDeleter::~DCTDeleter() {
   }
 }
 
+// The text names the destructor, which alone calls this.
 void DCTDeleter::removeBundle() const {
   if (path_.empty()) {
     return;

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// Removes the collection bundle from disk when it is destroyed. A removal that fails is logged at WARN and changes
-/// nothing else; an empty path means that there is nothing to remove.
+/// Removes the collection bundle from disk when it is destroyed. A failed removal is logged at WARN and has no other
+/// effect. With an empty path there is nothing to remove.
 class DCTDeleter {
  public:
   /// \param path  UTF-8. The file system takes narrow paths in the process's ANSI code page, which agrees with UTF-8 on

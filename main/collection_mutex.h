@@ -2,8 +2,9 @@
 
 #include "platform/handle.h"
 
-/// The machine-wide mutex "Global\meridon_lumen_dct_mutex", which keeps a second collection out. Owned from a
-/// successful GetMutex to destruction, which releases and closes it. Main thread only: a mutex belongs to its thread.
+/// The machine-wide mutex "Global\meridon_lumen_dct_mutex", which prevents a second collection at the same time. A
+/// successful GetMutex takes it; the destructor releases and closes it. Main thread only: a mutex of Windows belongs to
+/// the thread that took it.
 class DCTMutex {
  public:
   DCTMutex() = default;
@@ -11,8 +12,8 @@ class DCTMutex {
   DCTMutex& operator=(const DCTMutex&) = delete;
   ~DCTMutex();
 
-  /// Creates and takes the mutex without waiting. False, with one ERROR line, when another process has it or it cannot
-  /// be created.
+  /// Creates and takes the mutex without waiting.
+  /// \return false, with one ERROR line, when another process has it or when it cannot be created.
   bool GetMutex();
 
  private:

@@ -5,11 +5,7 @@
 #include "platform/objects.h"
 #include "platform/platform.h"
 
-namespace {
-
-constexpr int kSignalAttempts = 3;
-
-}  // namespace
+// The texts name wWinMain, whose event this is.
 
 bool CompletionEvent::open() {
   auto created = platform::current().objects.CreateEventW(true, false);
@@ -17,22 +13,22 @@ bool CompletionEvent::open() {
     CORE::log(CORE::kError, L"wWinMain(): CreateEvent failed: %s", CORE::systemErrorText(created.error));
     return false;
   }
+  const CORE::MutexLock lock(mutex_);
   event_ = std::move(created.value);
   return true;
 }
 
 void CompletionEvent::close() {
-  const std::lock_guard lock(mutex_);
+  const CORE::MutexLock lock(mutex_);
   event_.reset();
 }
 
 void CompletionEvent::report(bool succeeded) {
   succeeded_.exchange(succeeded);
-  // Held across the signal, so that the run which it wakes closes the event behind the call, never inside it. The
-  // callback's own share keeps the lock alive.
-  const std::lock_guard lock(mutex_);
-  // A run that is never woken would keep the machine's mutex for ever, so a refused signal is tried again.
-  for (int attempt = 0; event_ && attempt < kSignalAttempts; ++attempt) {
+  // The lock is held over SetEvent: the run that it wakes closes the event, and must not do so while the call is still
+  // inside. The lock outlives the run, because the completion callback owns this object as well.
+  const CORE::MutexLock lock(mutex_);
+  for (int attempt = 0; event_ && attempt < kMaxSignalAttempts; ++attempt) {
     const platform::Status signalled = platform::current().objects.SetEvent(event_.get());
     if (signalled) {
       return;
@@ -42,7 +38,10 @@ void CompletionEvent::report(bool succeeded) {
 }
 
 bool CompletionEvent::wait() const {
-  const auto waited = platform::current().objects.WaitForSingleObject(event_.get(), platform::kInfinite);
+  CORE::MutexLock lock(mutex_);
+  const platform::NativeHandle event = event_.get();
+  lock.unlock();  // report() takes it; the handle stays open, because this thread alone closes it
+  const auto waited = platform::current().objects.WaitForSingleObject(event, platform::kInfinite);
   if (!waited || waited.value != platform::kWaitObject0) {
     CORE::log(CORE::kError, L"wWinMain(): WaitForSingleObject failed: %s", CORE::systemErrorText(waited.error));
     return false;

@@ -6,10 +6,11 @@
 #include "platform/system.h"
 #include "platform/windows/windows_platform.h"
 
-/// The entry point of a windowless program, as the C runtime calls it: HINSTANCE, HINSTANCE, LPWSTR, int. Nothing that
-/// is passed is used. Returns the exit code of the process.
+/// The entry point of a windowless program, as the C runtime calls it: HINSTANCE, HINSTANCE, LPWSTR, int. It uses none
+/// of these arguments. Returns the exit code of the process.
 extern "C" int wWinMain(void* /*instance*/, void* /*previous*/, wchar_t* /*commandLine*/, int /*showCommand*/) {
-  // First of all: from here on no DLL comes from anywhere but the system's own folder.
+  // The first statement: from here on DLLs are loaded from the system's own folder only. Its failure is logged as soon
+  // as there is a log.
   const platform::Status limited =
       platform::windowsPlatform().system.SetDefaultDllDirectories(platform::kLoadLibrarySearchSystem32);
 
@@ -22,7 +23,7 @@ extern "C" int wWinMain(void* /*instance*/, void* /*previous*/, wchar_t* /*comma
   const ExitCode exitCode = runProgram();
   CORE::corelogger::instance().flush();
 
-  // A worker of WinHTTP or the log may still run here. Returning is safe with it: no object of ours has a static
-  // destructor (scripts/build-windows.sh checks), so what a worker can reach lives on until ExitProcess ends it.
+  // A worker of WinHTTP or of the log may still run here. The return is safe all the same: no object of ours has a
+  // static destructor (scripts/build-windows.sh checks it), so what a worker can reach lives until ExitProcess ends it.
   return static_cast<int>(exitCode);
 }

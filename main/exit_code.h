@@ -1,6 +1,6 @@
 #pragma once
 
-/// The exit codes of the process.
+/// The exit codes of the process. The stage that ends with each one: see the table in main/run.cpp.
 enum class ExitCode : int {
   kSuccess = 0,
   kInsufficientPermissions = 1,

@@ -21,7 +21,7 @@ void print(const OptionScan& scan, const std::string& message) {
 
 bool isOption(std::string_view argument) { return argument.size() > 1 && argument.front() == '-'; }
 
-/// Moves the elements stepped over behind the options that were scanned since.
+/// Moves the elements that were stepped over behind the options that were scanned after them.
 void permute(OptionScan& scan, std::span<const char*> arguments) {
   const auto begin = arguments.begin();
   std::rotate(begin + scan.firstNonOption, begin + scan.lastNonOption, begin + scan.nextIndex);
@@ -29,7 +29,7 @@ void permute(OptionScan& scan, std::span<const char*> arguments) {
   scan.lastNonOption = scan.nextIndex;
 }
 
-/// Moves on to the next option; false when there is none, with nextIndex at the first element that is not an option.
+/// Moves nextIndex to the next option. False when there is none: it is then at the first element that is no option.
 bool findOption(OptionScan& scan, std::span<const char*> arguments) {
   const int count = static_cast<int>(arguments.size());
   permute(scan, arguments);
@@ -40,7 +40,7 @@ bool findOption(OptionScan& scan, std::span<const char*> arguments) {
   if (scan.nextIndex < count && std::string_view(at(arguments, scan.nextIndex)) != "--") {
     return true;
   }
-  if (scan.nextIndex < count) {
+  if (scan.nextIndex < count) {  // at "--", which belongs in front of them, too
     ++scan.nextIndex;
     permute(scan, arguments);
   }
@@ -49,8 +49,8 @@ bool findOption(OptionScan& scan, std::span<const char*> arguments) {
   return false;
 }
 
-/// The position of the option with that name; kNoOption or kAmbiguous when there is no single one. The empty name is a
-/// prefix of every option.
+/// Returns the position of the option with that name, or with `prefixAllowed` of the only option that the name is a
+/// prefix of; kNoOption when none fits, kAmbiguous when several do.
 int findName(std::string_view name, bool prefixAllowed, std::span<const LongOption> options) {
   int found = kNoOption;
   for (std::size_t i = 0; i < options.size(); ++i) {

@@ -3,20 +3,23 @@
 #include <span>
 #include <string>
 
+// A scanner for long options. The rule of prefixes: behind "--" a prefix of a name is enough when it fits one name only
+// ("--ur" is "--url"); behind a single "-" only the whole name counts ("-url").
+
 /// A long option. Every option takes a required argument; there are no single-letter options.
 struct LongOption {
   const char* name;
-  int value;  ///< what the scanner returns for it
+  int value;  ///< the scanner's result for it
 };
 
-/// Where a scan stands. One object per command line that is scanned, fresh at the start.
+/// The state of a scan. Each command line that is scanned takes a new object.
 struct OptionScan {
-  int nextIndex = 1;                ///< the element that is looked at next
-  bool printErrors = true;          ///< whether messages go to the standard error stream
-  int unrecognizedCharacter = '?';  ///< the first character after a single "-" that was no option
+  int nextIndex = 1;                ///< the element that is read next
+  bool printErrors = true;          ///< messages go to the standard error stream
+  int unrecognizedCharacter = '?';  ///< the character behind the "-" of an unknown option; 0 for one with "--"
   const char* argument = nullptr;   ///< the argument of the option returned last; points into the vector
-  int firstNonOption = 1;           ///< the elements stepped over so far: from here ...
-  int lastNonOption = 1;            ///< ... up to here, exclusive
+  int firstNonOption = 1;           ///< the elements that were stepped over begin here ...
+  int lastNonOption = 1;            ///< ... and end before this one
 };
 
 inline constexpr int kOptionError = '?';  ///< the scanner's result for a bad option
@@ -24,14 +27,17 @@ inline constexpr int kOptionsEnd = -1;    ///< the scanner's result when no opti
 
 /// Returns the value of the next option, kOptionError after a message, or kOptionsEnd.
 ///
-/// An argument that begins with "-" or "--" names an option, up to an "=" if there is one. After "--" a prefix that
-/// fits one name is enough, after "-" only the exact name counts. The argument of an option is the text after "=",
-/// which may be empty, or else the next element, whatever it looks like. "--" ends the options; it and the options move
-/// in front of every element that is none ("-" alone and the empty text are none either).
+/// - An element that begins with "-" or "--" is an option. Its name ends at an "=" if there is one.
+/// - Behind "--" the name may be a prefix that fits one option only. The empty prefix fits every option; a whole name
+///   means its own option, whatever else it is a prefix of. Behind a single "-" only a whole name counts.
+/// - The option's argument is the text behind "=", which may be empty. Without "=" it is the next element, whatever
+///   that begins with.
+/// - The element "--" ends the options. The elements "-" and "" are no options.
+/// - Elements that are no options are stepped over. They are moved behind the options and "--".
 ///
-/// \param arguments  the vector, program name first; permuted as the scan goes on.
-/// \param longIndex  receives the position of the option in `options`; kept when there is none.
-/// One thread per scan; never throws but for a message that finds no memory.
-/// Source: the GNU C library manual, "Parsing Program Options", of which the abbreviations are kept to "--" only.
+/// One thread per scan. Throws nothing but std::bad_alloc, for a message.
+/// \param arguments  the vector, program name first; its elements are moved while the scan goes on.
+/// \param longIndex  receives the position of the option in `options`; not changed when there is none.
+/// Source: the GNU C library manual, "Parsing Program Options". It differs in the prefixes, which are for "--" only.
 int getopt_long_only(OptionScan& scan, std::span<const char*> arguments, std::span<const LongOption> options,
                      int& longIndex);

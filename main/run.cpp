@@ -6,6 +6,7 @@
 #include <string>
 
 #include "core/bag/property_bag.h"
+#include "core/base/coreref.h"
 #include "core/base/exception.h"
 #include "core/crash/crash_handling.h"
 #include "core/format/error_text.h"
@@ -26,15 +27,6 @@
 
 namespace {
 
-/// Gives back the run's reference to the uploader, which may live on while its own work holds others.
-struct ReleaseUploader {
-  void operator()(AzureBlobUploader* uploader) const {
-    if (uploader != nullptr) {
-      uploader->release();
-    }
-  }
-};
-
 struct ProxySettings {
   std::string server, bypass, pacUrl;
 };
@@ -53,8 +45,11 @@ void logException() noexcept {
   }
 }
 
-/// The run, a stage per operation: each logs its own failure and then returns false. The members stand in the order in
-/// which the stages fill them, so that destruction cleans up in the reverse order whatever was reached.
+// The texts of this file name wWinMain, which calls runProgram.
+
+/// A run: one operation for each stage, which logs its own failure and then returns false. runStages() holds the table
+/// of the stages and the exit code of each. The members stand in the order in which the stages fill them, so that their
+/// destruction cleans up in the reverse order, whatever stage was reached.
 class Run {
  public:
   Run() = default;
@@ -73,7 +68,7 @@ class Run {
   bool armDeleter();
   bool startUpload();
   bool waitForUpload();
-  bool judgeUpload();
+  bool checkUploadResult();
 
   DCTMutex mutex_;
   platform::ArgumentVector arguments_;
@@ -84,9 +79,9 @@ class Run {
   std::optional<dct_Agent> collector_;
   std::string bundlePath_;
   std::optional<DCTDeleter> deleter_;
-  std::shared_ptr<CompletionEvent> completion_;
+  std::shared_ptr<CompletionEvent> completionEvent_;
   ProxySettings proxy_;
-  std::unique_ptr<AzureBlobUploader, ReleaseUploader> uploader_;
+  CORE::Reference<AzureBlobUploader> uploader_;  ///< the run's own; a pending request holds another
 };
 
 ExitCode Run::runStages() {
@@ -103,7 +98,7 @@ ExitCode Run::runStages() {
       Stage{ExitCode::kCollectionFailed, &Run::armDeleter},
       Stage{ExitCode::kUploadNotStarted, &Run::startUpload},
       Stage{ExitCode::kWaitFailed, &Run::waitForUpload},
-      Stage{ExitCode::kUploadFailed, &Run::judgeUpload},
+      Stage{ExitCode::kUploadFailed, &Run::checkUploadResult},
   };
   for (const Stage& stage : kStages) {
     try {
@@ -121,8 +116,8 @@ ExitCode Run::runStages() {
 Run::~Run() {
   uploader_.reset();
   proxy_ = {};
-  if (completion_) {
-    completion_->close();  // by the run itself: the callback's share may outlive it
+  if (completionEvent_) {
+    completionEvent_->close();  // explicitly: the callback, which owns the object too, may outlive the run
   }
 }
 
@@ -163,8 +158,8 @@ bool Run::checkUrl() {
   return true;
 }
 
-/// Makes System32 the current folder. The collection starts "powershell.exe" by its bare name, and the search for it
-/// looks into the current folder before it looks anywhere that only administrators write to.
+/// Makes System32 the current folder. The collection starts "powershell.exe" by its bare name. Windows searches for it
+/// in the current folder before it comes to folders that only administrators can write to.
 bool leaveCallersFolder() {
   auto& system = platform::current().system;
   const auto folder = system.GetSystemDirectoryW();
@@ -203,8 +198,8 @@ bool Run::armDeleter() {
 }
 
 bool Run::startUpload() {
-  completion_ = std::make_shared<CompletionEvent>();
-  if (!completion_->open()) {
+  completionEvent_ = std::make_shared<CompletionEvent>();
+  if (!completionEvent_->open()) {
     return false;
   }
   proxy_.server = readProxySetting(CORE::kProxyServer);
@@ -215,7 +210,7 @@ bool Run::startUpload() {
             bundlePath_, options_.url, orNone(proxy_.server), orNone(proxy_.bypass), orNone(proxy_.pacUrl));
   uploader_.reset(new AzureBlobUploader);
   uploader_->setProxyConfig(proxy_.server, proxy_.bypass, proxy_.pacUrl);
-  const auto onDone = [completion = completion_](AzureBlobUploader*, bool succeeded) { completion->report(succeeded); };
+  const auto onDone = [event = completionEvent_](AzureBlobUploader*, bool succeeded) { event->report(succeeded); };
   if (!uploader_->uploadFile(bundlePath_, options_.url, "", onDone)) {
     CORE::log(CORE::kError, L"wWinMain(): Failed to start upload.");
     return false;
@@ -223,10 +218,10 @@ bool Run::startUpload() {
   return true;
 }
 
-bool Run::waitForUpload() { return completion_->wait(); }
+bool Run::waitForUpload() { return completionEvent_->wait(); }
 
-bool Run::judgeUpload() {
-  if (!completion_->succeeded()) {
+bool Run::checkUploadResult() {
+  if (!completionEvent_->succeeded()) {
     CORE::log(CORE::kError, L"wWinMain(): Upload failed.");
     return false;
   }
@@ -240,7 +235,7 @@ ExitCode runProgram() {
   CORE::crashHandling::loadSettings();
   CORE::crashHandling::install();
   CORE::log(CORE::kInfo, L"wWinMain(): Starting DCT collection.");
-  const auto runAndCleanUp = [] {
+  const auto runAndCleanUp = [] {  // the clean-up comes before the wait below
     Run run;
     return run.runStages();
   };

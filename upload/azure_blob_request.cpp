@@ -19,7 +19,7 @@ void AzureBlobRequest::finalizeHeaders() {
   HttpMap& list = headers();
   list["x-ms-date"] = StorageSigning::dateText(platform::current().clock.GetSystemTime());
   list["x-ms-version"] = StorageSigning::kServiceVersion;
-  if (bodyLength() != 0) {
+  if (bodyLength() != 0) {  // an empty body gets no such header: the scheme signs an empty text for it
     std::string& length = list["Content-Length"];
     if (length.empty()) {
       length = std::to_string(bodyLength());
@@ -30,6 +30,7 @@ void AzureBlobRequest::finalizeHeaders() {
   }
 }
 
+// The text names finalizeHeaders, of which this is the last step.
 void AzureBlobRequest::sign() {
   const std::string headerLines = StorageSigning::canonicalizedHeaders(headers());
   accountName_ = StorageSigning::accountName(hostName(), urlPath(), pathStyle_);

@@ -15,7 +15,7 @@ namespace {
 
 constexpr auto kCreated = static_cast<std::int32_t>(platform::kHttpStatusCreated);
 
-std::int32_t statusOf(HttpRequest& request) { return static_cast<std::int32_t>(request.getResponseCode()); }
+std::int32_t responseCodeOf(HttpRequest& request) { return static_cast<std::int32_t>(request.getResponseCode()); }
 
 std::wstring headersOf(HttpRequest& request) {
   std::string headers;
@@ -27,10 +27,8 @@ std::wstring headersOf(HttpRequest& request) {
 
 void AzureBlobUploader::setProxyConfig(const std::string& proxyServer, const std::string& proxyBypass,
                                        const std::string& pacUrl) {
-  const Lock lock(lock_);
-  proxyServer_ = proxyServer;
-  proxyBypass_ = proxyBypass;
-  pacUrl_ = pacUrl;
+  const CORE::MutexLock lock(lock_);
+  proxy_ = {proxyServer, proxyBypass, pacUrl};
 }
 
 bool AzureBlobUploader::uploadFile(const std::string& filePath, const std::string& url, const std::string& accountKey,
@@ -39,140 +37,152 @@ bool AzureBlobUploader::uploadFile(const std::string& filePath, const std::strin
     CORE::log(CORE::kError, L"AzureBlobUploader::uploadFile(): Invalid upload arguments");
     return false;
   }
-  const Reference self = reference();
-  std::shared_ptr<AzureBlobRequest> earlier;  // let go of after the lock
-  Lock lock(lock_);
-  if (cancelled_) {
+  const CORE::Reference<AzureBlobUploader> self = CORE::addReference(*this);
+  std::shared_ptr<AzureBlobRequest> earlier;  // outlives the lock, so that no request is destroyed under it
+  std::optional<PreparedRequest> prepared;
+  {
+    const CORE::MutexLock lock(lock_);
+    if (cancelled_) {
+      return false;
+    }
+    file_.path = filePath;
+    url_ = url;
+    accountKey_ = CORE::mstr::secret(accountKey);
+    completion_ = std::move(onDone);
+    file_.size = CORE::fileSize(CORE::to_wstr(file_.path, CORE::kUtf8));
+    // kept: the division accepts up to 49,999 bytes more than 50,000 blocks hold.
+    if (file_.size / kMaxBlocks > kBlockBytes) {
+      CORE::log(CORE::kError, L"AzureBlobUploader::uploadFile(): File %s too large to upload",
+                CORE::toWideLossy(file_.path));
+      return false;
+    }
+    earlier = std::exchange(currentRequest_, AzureBlobRequest::create());
+    currentRequest_->setProxy(proxy_.server);
+    currentRequest_->setProxyBypass(proxy_.bypass);
+    currentRequest_->setPacUrl(proxy_.pacUrl);
+    prepared = file_.size > kMaxPutBlobBytes ? useAppendBlock() : usePutBlob();
+  }
+  if (!prepared || !start(*std::move(prepared))) {
     return false;
   }
-  filePath_ = filePath;
-  url_ = url;
-  accountKey_ = CORE::mstr::secret(accountKey);
-  completion_ = std::move(onDone);
-  fileSize_ = CORE::fileSize(CORE::to_wstr(filePath_, CORE::kUtf8));
-  // kept: the division accepts up to 49,999 bytes more than 50,000 blocks hold.
-  if (fileSize_ / maxChunkCount_ > chunkSize_) {
-    CORE::log(CORE::kError, L"AzureBlobUploader::uploadFile(): File %s too large to upload",
-              CORE::toWideLossy(filePath_));
-    return false;
-  }
-  earlier = std::exchange(currentRequest_, AzureBlobRequest::create());
-  currentRequest_->setProxy(proxyServer_);
-  currentRequest_->setProxyBypass(proxyBypass_);
-  currentRequest_->setPacUrl(pacUrl_);
-  const bool started = fileSize_ > putBlobLimit_ ? useAppendBlock(lock) : usePutBlob(lock);
-  if (started) {
-    settle();
-  }
-  return started;
+  handleEarlyCompletions();
+  return true;
 }
 
-bool AzureBlobUploader::usePutBlob(Lock& lock) {
+AzureBlobUploader::PreparedRequest AzureBlobUploader::usePutBlob() {
   currentRequest_->setKey(accountKey_);
   currentRequest_->setHeaders({{"x-ms-blob-type", "BlockBlob"}});
   startTime_ = platform::current().clock._time64();
-  const std::string path = filePath_;
-  const Launch launch = board(Step::kPutBlob);
-  lock.unlock();
-  return start(launch, [&](HttpCompletion completion) {
-    return launch.request->putFileAsync(ContentType::kZip, launch.url, path, std::move(completion));
-  });
+  const auto send = [url = url_, path = file_.path](AzureBlobRequest& request, HttpCompletion completion) {
+    return request.putFileAsync(ContentType::kZip, url, path, std::move(completion));
+  };
+  return {currentRequest_, makePending(UploadStep::kPutBlob), send};
 }
 
-bool AzureBlobUploader::useAppendBlock(Lock& lock) {
-  if (!fileStream_.open(CORE::to_wstr(filePath_, CORE::kUtf8))) {
+std::optional<AzureBlobUploader::PreparedRequest> AzureBlobUploader::useAppendBlock() {
+  if (!file_.stream.open(CORE::to_wstr(file_.path, CORE::kUtf8))) {
     CORE::log(CORE::kError, L"AzureBlobUploader::useAppendBlock(): Unable to open file to upload: %s",
-              CORE::toWideLossy(filePath_));
-    return false;
+              CORE::toWideLossy(file_.path));
+    return std::nullopt;
   }
-  chunkBuffer_ = std::make_shared<std::vector<std::byte>>(static_cast<std::size_t>(chunkSize_));
+  file_.block = std::make_shared<std::vector<std::byte>>(static_cast<std::size_t>(kBlockBytes));
   currentRequest_->setKey(accountKey_);
   currentRequest_->setHeaders({{"x-ms-blob-type", "AppendBlob"}});
   startTime_ = platform::current().clock._time64();
-  const Launch launch = board(Step::kAppendBlock);
-  lock.unlock();
-  return start(launch, [&launch](HttpCompletion completion) {
-    return launch.request->putStringAsync(ContentType::kZip, launch.url, std::string(), std::move(completion));
-  });
+  const auto send = [url = url_](AzureBlobRequest& request, HttpCompletion completion) {
+    return request.putStringAsync(ContentType::kZip, url, std::string(), std::move(completion));
+  };
+  return PreparedRequest{currentRequest_, makePending(UploadStep::kAppendBlock), send};
 }
 
-bool AzureBlobUploader::appendNextBlock(Lock& lock) {
-  const std::size_t count = fileStream_.read(*chunkBuffer_);
-  bytesSent_ += count;  // before it is sent: a failure counts the block that failed
-  auto earlier = std::exchange(currentRequest_, AzureBlobRequest::create());
+AzureBlobUploader::PreparedRequest AzureBlobUploader::appendNextBlock() {
+  const std::size_t count = file_.stream.read(*file_.block);
+  file_.bytesSent += count;  // before it is sent: the log line of a failure counts the block that failed
+  currentRequest_ = AzureBlobRequest::create();
   currentRequest_->setKey(accountKey_);
   currentRequest_->setQueryParameters({{"comp", "appendblock"}});
-  currentRequest_->lendBody(chunkBuffer_);  // it is filled anew in the completion, when nobody reads it any more
-  const Launch launch = board(Step::kAppendBlock);
-  const std::span<const std::byte> chunk = *chunkBuffer_;
-  lock.unlock();
-  earlier.reset();
-  return start(launch, [&](HttpCompletion completion) {
-    return launch.request->putAsync(ContentType::kZip, launch.url, chunk, count, std::move(completion));
-  });
+  // Lent, not copied: the next block is read into it by this request's completion, when nobody reads it any more.
+  currentRequest_->lendBody(file_.block);
+  const std::span<const std::byte> block = *file_.block;
+  const auto send = [url = url_, block, count](AzureBlobRequest& request, HttpCompletion completion) {
+    return request.putAsync(ContentType::kZip, url, block, count, std::move(completion));
+  };
+  return {currentRequest_, makePending(UploadStep::kAppendBlock), send};
 }
 
 void AzureBlobUploader::AzurePutBlobRequestCb(HttpRequest* request, std::string response) {
-  const std::int32_t status = statusOf(*request);
+  const std::int32_t status = responseCodeOf(*request);
   const bool succeeded = status == kCreated;
   if (!succeeded) {
     CORE::log(CORE::kError, L"AzureBlobUploader::AzurePutBlobRequestCb(): Error headers: %s", headersOf(*request));
   }
-  Lock lock(lock_);
-  finish(lock, succeeded, status, std::move(response));
+  CORE::MutexLock lock(lock_);
+  const Completion onDone = finish(status, std::move(response));
+  lock.unlock();
+  if (onDone) {
+    onDone(this, succeeded);  // the caller's reference keeps this object through the call
+  }
 }
 
 void AzureBlobUploader::AzureAppendBlockRequestCb(HttpRequest* request, std::string response) {
-  Lock lock(lock_);
+  std::shared_ptr<AzureBlobRequest> earlier;  // outlives the lock, so that no request is destroyed under it
+  CORE::MutexLock lock(lock_);
   if (cancelled_) {
     return;
   }
-  const std::int32_t status = statusOf(*request);
+  const std::int32_t status = responseCodeOf(*request);
   bool succeeded = false;
   if (status != kCreated) {
     // kept: "%ull" prints the low 32 bits of the count and the letters ll.
     CORE::log(
         CORE::kError,
         L"AzureBlobUploader::AzureAppendBlockRequestCb(): Failed to append the previous chunk. Response Code: %d. Response headers: %s. Total bytes sent: %ull",
-        status, headersOf(*request), bytesSent_);
-  } else if (bytesSent_ == fileSize_) {
+        status, headersOf(*request), file_.bytesSent);
+  } else if (file_.bytesSent == file_.size) {
     CORE::log(CORE::kDebug, L"AzureBlobUploader::AzureAppendBlockRequestCb(): Done uploading file: %s",
-              CORE::toWideLossy(filePath_));
+              CORE::toWideLossy(file_.path));
     succeeded = true;
-  } else if (!fileStream_.good()) {
+  } else if (!file_.stream.good()) {
     CORE::log(CORE::kError, L"AzureBlobUploader::AzureAppendBlockRequestCb(): File stream no longer valid");
-  } else if (appendNextBlock(lock)) {
-    return;
   } else {
+    earlier = currentRequest_;
+    PreparedRequest next = appendNextBlock();
+    lock.unlock();
+    if (start(std::move(next))) {
+      return;
+    }
     lock.lock();
-    if (cancelled_) {
+    if (cancelled_) {  // while the start failed: an append chain that was cancelled reports nothing
       return;
     }
   }
-  finish(lock, succeeded, status, std::move(response));
+  const Completion onDone = finish(status, std::move(response));
+  lock.unlock();
+  if (onDone) {
+    onDone(this, succeeded);  // the caller's reference keeps this object through the call
+  }
 }
 
-void AzureBlobUploader::finish(Lock& lock, bool succeeded, std::int32_t status, std::string response) {
+void AzureBlobUploader::finishFailed(UploadStep step, HttpRequest* request) {
+  CORE::MutexLock lock(lock_);
+  const bool reportsNothing = step == UploadStep::kAppendBlock && cancelled_;
+  if (!completion_ || reportsNothing) {
+    return;
+  }
+  const Completion onDone = finish(responseCodeOf(*request), std::string());
+  lock.unlock();
+  onDone(this, false);
+}
+
+AzureBlobUploader::Completion AzureBlobUploader::finish(std::int32_t status, std::string response) {
   lastStatusCode_ = status;
   lastResponse_ = std::move(response);
-  fileStream_.close();  // the owner removes the file as soon as it hears of the end
-  const Completion done = std::exchange(completion_, nullptr);
-  lock.unlock();
-  if (done) {
-    done(this, succeeded);  // land() holds the reference that keeps this object through the call
-  }
-}
-
-void AzureBlobUploader::finishFailed(Step step, HttpRequest* request) {
-  Lock lock(lock_);
-  const bool silent = step == Step::kAppendBlock && cancelled_;
-  if (completion_ && !silent) {
-    finish(lock, false, statusOf(*request), std::string());
-  }
+  file_.stream.close();  // the owner removes the file as soon as the completion function is called
+  return std::exchange(completion_, nullptr);
 }
 
 std::string AzureBlobUploader::getStorageErrorCode() {
-  const Lock lock(lock_);
+  const CORE::MutexLock lock(lock_);
   return storageErrorCode(lastResponse_);
 }
 

@@ -24,6 +24,9 @@ std::string headerValue(const HttpMap& headers, const char* name) {
   return found == headers.end() ? std::string() : found->second;
 }
 
+/// Compares the names of two query parameters. It is not CORE::equalNarrow, to which texts of different lengths are
+/// different: the platform skips characters that have no weight, so to it they may be equal.
+/// Source: CompareStringEx, remarks.
 bool sameName(std::string_view first, std::string_view second) {
   return platform::current().text.CompareStringA(platform::kLocaleUserDefault, 0, first, second) ==
          platform::kCstrEqual;
@@ -32,6 +35,7 @@ bool sameName(std::string_view first, std::string_view second) {
 }  // namespace
 
 std::string dateText(const platform::SystemTime& utc) {
+  // A number outside of the tables, which a broken clock could give, gets the nearest name instead of none at all.
   const std::string_view day = kDays[std::min<std::size_t>(utc.dayOfWeek, kDays.size() - 1)];
   const std::string_view month = kMonths[std::clamp<std::size_t>(utc.month, 1, kMonths.size()) - 1];
   return CORE::formatNarrow("%s, %02d %s %d %02d:%02d:%02d GMT", day, utc.day, month, utc.year, utc.hour, utc.minute,

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 namespace CORE {
 
@@ -27,5 +28,27 @@ class coreref {
  private:
   std::atomic<std::uint32_t> count_{1};
 };
+
+/// The deleter of a Reference: gives the reference back instead of deleting the object.
+template <class T>
+struct ReleaseReference {
+  void operator()(T* object) const {
+    if (object != nullptr) {
+      object->release();
+    }
+  }
+};
+
+/// Owns one reference to an object derived from coreref; releases it at its end. An object that was just made belongs
+/// into one, which then owns the first reference.
+template <class T>
+using Reference = std::unique_ptr<T, ReleaseReference<T>>;
+
+/// Adds a reference to the object and returns its owner.
+template <class T>
+Reference<T> addReference(T& object) {
+  object.addRef();
+  return Reference<T>(&object);
+}
 
 }  // namespace CORE

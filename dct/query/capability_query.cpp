@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 #include <utility>
 
 #include "core/base/exception.h"
+#include "core/base/mutex.h"
 #include "core/text/convert.h"
 #include "core/text/text.h"
 
@@ -33,15 +33,16 @@ constexpr std::array kDefaultFeatures = {L"AgentCore",
                                          L"Watermark"};
 constexpr std::array kDefaultLogLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE"};
 
+/// What the process knows of the script, and its two locks. Who needs both takes `queryMutex` first.
 struct ProcessWide {
-  std::mutex loading;  ///< held by the one who asks the script
-  std::mutex lock;     ///< guards `supported`; never held while the script runs
-  SupportedLists supported;
+  CORE::Mutex queryMutex;  ///< held while the script is asked, so that it is asked once; guards no member
+  CORE::Mutex listsMutex;  ///< never held while the script runs
+  SupportedLists supported GUARDED_BY(listsMutex);
 };
 
 ProcessWide& processWide() {
-  static auto& lists = *new ProcessWide;  // never destroyed
-  return lists;
+  static auto& data = *new ProcessWide;  // never destroyed: a worker may still use it when the process ends
+  return data;
 }
 
 }  // namespace
@@ -78,33 +79,32 @@ SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features) {
 }
 
 bool isSupportedFeature(std::wstring_view name) {
-  ProcessWide& lists = processWide();
-  const std::lock_guard lock(lists.lock);
-  return std::ranges::any_of(lists.supported.features,
+  ProcessWide& process = processWide();
+  const CORE::MutexLock lock(process.listsMutex);
+  return std::ranges::any_of(process.supported.features,
                              [name](const std::wstring& feature) { return CORE::equalText(feature, name, true); });
 }
 
 std::vector<std::wstring> supportedFeatures() {
-  ProcessWide& lists = processWide();
-  const std::lock_guard lock(lists.lock);
-  return lists.supported.features;
+  ProcessWide& process = processWide();
+  const CORE::MutexLock lock(process.listsMutex);
+  return process.supported.features;
 }
 
 std::set<std::wstring> supportedLogLevels() {
-  ProcessWide& lists = processWide();
-  const std::lock_guard lock(lists.lock);
-  return lists.supported.logLevels;
+  ProcessWide& process = processWide();
+  const CORE::MutexLock lock(process.listsMutex);
+  return process.supported.logLevels;
 }
 
 void setSupportedLists(SupportedLists supported) {
-  ProcessWide& lists = processWide();
-  const std::lock_guard lock(lists.lock);
-  lists.supported = std::move(supported);
+  ProcessWide& process = processWide();
+  const CORE::MutexLock lock(process.listsMutex);
+  process.supported = std::move(supported);
 }
 
 void loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript) {
-  ProcessWide& lists = processWide();
-  const std::lock_guard once(lists.loading);
+  const CORE::MutexLock lock(processWide().queryMutex);
   if (!supportedFeatures().empty()) {
     return;
   }
@@ -113,7 +113,7 @@ void loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript
   if (askScript(bag) && bag.isBag(L"featureData")) {
     answer = readCapabilityAnswer(bag.getBag(L"featureData"));
   }
-  if (answer.features.empty()) {  // also when no entry has a name: an empty list would be asked for again
+  if (answer.features.empty()) {  // also when no entry has a name: with an empty list the script would be asked again
     answer.features.assign(kDefaultFeatures.begin(), kDefaultFeatures.end());
     answer.logLevels = {kDefaultLogLevels.begin(), kDefaultLogLevels.end()};
   }

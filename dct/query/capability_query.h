@@ -8,37 +8,42 @@
 
 #include "core/bag/property_bag.h"
 
-/// What the collection script supports, process-wide: empty until the capability query has run, then filled for good by
-/// its answer or by the defaults. Every function takes the process-wide lock for its own duration; any thread.
+// The capability query asks the collection script which features it can collect and which log levels they have. The
+// answer fills two lists of the process: they are empty until the query has run, and are then filled for good, by the
+// answer or by the defaults. Every function may be called on any thread.
 
-/// The command that makes the script tell what it supports.
+/// The command line that makes the script write what it supports.
 inline constexpr const wchar_t* kQueryCommand =
     L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
 
-/// Reads what that command wrote. False when it is not UTF-8 or not of the form that a bag parses.
+/// Parses what that command wrote into a bag.
+/// \return false when it is not UTF-8, or not of the form that a bag parses.
 bool parseCapabilityOutput(const std::string& output, CORE::PropertyBag& bag);
 
+/// What the script supports.
 struct SupportedLists {
   std::vector<std::wstring> features;  ///< in the order of the answer
-  std::set<std::wstring> logLevels;
+  std::set<std::wstring> logLevels;    ///< of all features
 };
 
-/// Reads the feature list of the script's answer: an entry without a name is left out, one without readable levels is a
+/// Reads the feature list of the script's answer. An entry without a name is left out; one without readable levels is a
 /// feature without levels. Log levels are lower-cased. Takes no lock.
 SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features);
 
-/// Whether the script can collect for a feature; names are compared in any case, as wholes.
+/// Returns whether the script can collect for a feature. Whole names are compared, in any case.
 bool isSupportedFeature(std::wstring_view name);
 
-/// A copy of the feature names, in the order of the answer.
+/// Returns a copy of the feature names, in the order of the answer.
 std::vector<std::wstring> supportedFeatures();
 
-/// A copy of the log levels: lower-case when they come from the script. kept: the defaults are upper-case.
+/// Returns a copy of the log levels, in lower case when they come from the script. kept: the defaults are in upper
+/// case, and no part of the program reads the list.
 std::set<std::wstring> supportedLogLevels();
 
-/// Fills both lists unless there are features already: by the answer that `askScript` puts into a bag, or by the
-/// defaults when it gives false or the answer names no feature. The script is asked by one thread at a time.
+/// Fills both lists, unless there are features already. One thread at a time asks the script; the others wait for it.
+/// \param askScript  puts the script's answer into a bag. When it returns false, or the answer names no feature, the
+///                   lists are filled by the defaults.
 void loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript);
 
-/// Replaces both lists.
+/// Replaces both lists; empty ones make loadSupportedLists() ask again.
 void setSupportedLists(SupportedLists supported);

@@ -12,12 +12,13 @@
 
 namespace {
 
-constexpr std::uint32_t kPollInterval = 5;
-constexpr std::uint32_t kMaxDrainReads = 2000 / kPollInterval;
+constexpr std::uint32_t kPollMilliseconds = 5;
+constexpr std::uint32_t kMaxReadsAfterChild = 400;
 constexpr std::size_t kBufferBytes = std::size_t{64} << 10;
 
+// The text names the operation of dct_common that runs the query.
 void logFailure(platform::ErrorCode error) {
-  if (error != platform::kErrorBrokenPipe) {  // which is how a pipe ends
+  if (error != platform::kErrorBrokenPipe) {  // a broken pipe is the ordinary end
     CORE::log(CORE::kError, L"dct_common::runDctCommand::<lambda_1>::operator ()(): %s",
               CORE::format(L"Failed to read pipe with error %s.", CORE::systemErrorText(error)));
   }
@@ -54,24 +55,25 @@ void PipeReader::run() noexcept {
   } catch (...) {
     failure_ = std::current_exception();
   }
-  pipe_.reset();  // a child that still writes gets an error then instead of waiting for a reader
+  pipe_.reset();  // a child that still writes then gets an error and does not wait for a reader
 }
 
 void PipeReader::readAll() {
   const platform::Platform& windows = platform::current();
   std::vector<std::byte> buffer(kBufferBytes);
-  for (std::uint32_t drainReads = 0; drainReads < kMaxDrainReads;) {
-    const bool ended = childEnded_.load();  // before the look: what the child wrote is there now
-    drainReads += ended ? 1 : 0;
+  for (std::uint32_t readsAfterChild = 0; readsAfterChild < kMaxReadsAfterChild;) {
+    // Read before the pipe is: when a child has ended, all that it wrote is in the pipe, so an empty pipe is the end.
+    const bool childEnded = childEnded_.load();
+    readsAfterChild += childEnded ? 1 : 0;
     const auto waiting = windows.processes.PeekNamedPipe(pipe_.get());
     if (!waiting) {
       return logFailure(waiting.error);
     }
     if (waiting.value == 0) {
-      if (ended) {
+      if (childEnded) {
         return;
       }
-      windows.processes.Sleep(kPollInterval);
+      windows.processes.Sleep(kPollMilliseconds);
       continue;
     }
     const auto part = std::span(buffer).first(std::min<std::size_t>(waiting.value, buffer.size()));
@@ -83,6 +85,7 @@ void PipeReader::readAll() {
   }
 }
 
+// The text names the operation of dct_common that runs the query.
 void PipeReader::append(std::span<const std::byte> bytes) {
   const std::size_t taken = std::min(bytes.size(), maxOutputBytes_ - output_.size());
   output_.append(reinterpret_cast<const char*>(bytes.data()), taken);

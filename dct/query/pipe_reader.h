@@ -12,27 +12,27 @@
 
 /// Reads what a child writes into a pipe, on a thread of its own, until the pipe ends.
 ///
-/// It never waits inside a read: another process may have inherited the write end and hold it for ever. So it reads
-/// only what is there and, once told that the child has ended, stops when the pipe is empty or, should somebody keep
-/// filling it, after a bounded number of reads; what the child itself wrote is in the pipe by then. All operations
-/// belong to the owner's thread.
+/// It never waits inside a read, because another process may have inherited the write end and may hold it for ever. It
+/// reads only what is in the pipe. Once finish() has said that the child has ended, all that the child wrote is in the
+/// pipe, so the reader stops when the pipe is empty; when somebody else keeps filling it, after a limited number of
+/// reads. All operations belong to the owner's thread.
 class PipeReader {
  public:
-  /// Bytes; output beyond it is read and dropped, with one WARN line.
+  /// Bytes that are kept. Output beyond them is read and dropped, with one WARN line.
   static constexpr std::size_t kMaxOutputBytes = std::size_t{128} << 20;
 
   explicit PipeReader(platform::KernelHandle pipe, std::size_t maxOutputBytes = kMaxOutputBytes)
       : maxOutputBytes_(maxOutputBytes), pipe_(std::move(pipe)) {}
   PipeReader(const PipeReader&) = delete;
   PipeReader& operator=(const PipeReader&) = delete;
-  /// As finish().
+  /// Calls finish().
   ~PipeReader() { finish(); }
 
-  /// Starts the thread. False when there is none to be had.
+  /// Starts the thread. False when the system cannot make one.
   bool start();
-  /// Tells the reader that the child has ended, and waits until it has stopped.
+  /// Says that the child has ended, and waits until the thread has stopped.
   void finish();
-  /// What was read; call it after finish().
+  /// Returns what was read. Call it after finish().
   /// \throws what the thread threw.
   std::string takeOutput();
 
@@ -42,9 +42,10 @@ class PipeReader {
   void append(std::span<const std::byte> bytes);
 
   const std::size_t maxOutputBytes_;
-  platform::KernelHandle pipe_;  // the thread's while it runs
+  // These four are the thread's while it runs, and the owner's after finish(): the end of a thread orders both.
+  platform::KernelHandle pipe_;
   std::string output_;
-  bool dropped_ = false;
+  bool dropped_ = false;  ///< the WARN line was logged
   std::exception_ptr failure_;
   std::atomic<bool> childEnded_{false};
   std::thread thread_;

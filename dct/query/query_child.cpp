@@ -5,9 +5,11 @@
 #include "platform/objects.h"
 #include "platform/platform.h"
 
+// The texts name ScriptChild, which is this class.
+
 namespace {
 
-constexpr std::uint32_t kEndedExitCode = platform::kWaitTimeout;
+constexpr std::uint32_t kEndedExitCode = platform::kWaitTimeout;  ///< the child's when it has run for too long
 
 void logNoJob(platform::ErrorCode error) {
   CORE::log(CORE::kWarn, L"ScriptChild::start(): No job, only the child itself can be ended: %s",
@@ -30,7 +32,7 @@ QueryChild::~QueryChild() {
 platform::Status QueryChild::start(const std::wstring& command, const std::wstring& folder,
                                    const platform::StandardHandles& handles) {
   auto& processes = platform::current().processes;
-  auto job = processes.CreateJobObjectW();  // first, so that the child is in it as early as can be
+  auto job = processes.CreateJobObjectW();  // before the child, so that the child gets into it at once
   auto started = processes.CreateProcessW(command, true, platform::kNormalPriorityClass, folder, handles);
   if (!started) {
     return {false, started.error};
@@ -44,7 +46,7 @@ platform::Status QueryChild::start(const std::wstring& command, const std::wstri
   const platform::Status assigned = processes.AssignProcessToJobObject(job.value.get(), process_.process.get());
   if (assigned) {
     job_ = std::move(job.value);
-  } else if (wait(0).value != platform::kWaitObject0) {  // a child that has ended already is refused, and needs none
+  } else if (wait(0).value != platform::kWaitObject0) {  // a job refuses a child that has ended, which needs none
     logNoJob(assigned.error);
   }
   return {true, platform::kErrorSuccess};

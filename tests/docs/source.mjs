@@ -57,8 +57,10 @@ export function legacyKey(component) {
 
 const kLiterals = '((?:L"(?:[^"\\\\]|\\\\.)*"\\s*)+)';
 const joined = (literals) => all(literals, /L"((?:[^"\\]|\\.)*)"/g).map(([, text]) => text).join('');
-const kLogCall = new RegExp(`\\b(?:log|submit|makeLogRecord|stepWithoutHandle)\\([^;"]*?k(Error|Warn|Fatal)\\b[^;"]*?${kLiterals}`, 'g');
-const kResult = new RegExp(`\\b(?:fail|setError|setErrorText)\\([^;"]*?${kLiterals}`, 'g');
+const kLogs = 'log|submit|makeLogRecord|stepWithoutHandle';
+const kStores = 'storeError|storeAndLogError|setError|setErrorText';
+const kLogCall = new RegExp(`\\b(?:${kLogs})\\([^;"]*?k(Error|Warn|Fatal)\\b[^;"]*?${kLiterals}`, 'g');
+const kResult = new RegExp(`\\b(?:${kStores})\\([^;"]*?${kLiterals}`, 'g');
 
 /** Texts that are logged at WARN, ERROR and FATAL: text to level. A line that only passes on a
  * text from elsewhere is not here. */

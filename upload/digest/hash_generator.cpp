@@ -140,7 +140,8 @@ bool HashGenerator::hashWith(std::span<std::byte> object, std::span<const std::b
     CORE::log(CORE::kError, L"HashGenerator::GenerateHash(): BCryptCreateHash failed: 0x%x", status);
     return false;
   }
-  status = data.size() > kMaxInputBytes ? platform::kNtStatusInvalidParameter : digests().BCryptHashData(hash.get(), data);
+  status =
+      data.size() > kMaxInputBytes ? platform::kNtStatusInvalidParameter : digests().BCryptHashData(hash.get(), data);
   if (failed(status)) {
     CORE::log(CORE::kError, L"HashGenerator::GenerateHash(): BCryptHashData failed: 0x%x", status);
     return false;

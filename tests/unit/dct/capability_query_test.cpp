@@ -16,23 +16,25 @@ const Levels kDefaultLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE"};
 // How an answer is read: see the fuzz target, too.
 TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
   const std::wstring failed = L"dct_common::getLogLevel(): Failed to load json ";
-  const std::tuple<std::string, Texts, Texts, Levels> rows[] = {
-      {R"({"featureData":{"":{"supportedLogLevels":"x"},"b\u00E4":{"supportedLogLevels":"INFO,Debug,INFO"},)"
+  const std::tuple<const char*, std::string, Texts, Texts, Levels> rows[] = {
+      {"names and levels",
+       R"({"featureData":{"":{"supportedLogLevels":"x"},"b\u00E4":{"supportedLogLevels":"INFO,Debug,INFO"},)"
        "\"A\xC3\xA4\":{\"supportedLogLevels\":\"TRACE,,\"}, \"Text\" : \"only\"}}",
        {},
        {L"b\\u00E4", L"A\u00E4", L"Text"},
        {L"info", L"debug", L"trace"}},
-      {R"({"featureData":{"":{"supportedLogLevels":"x"}}})", {}, kDefaultFeatures, kDefaultLevels},
-      {"{\"\xFF\":{}}", {failed + L"{\"\u00FF\":{}}."}, kDefaultFeatures, kDefaultLevels},
+      {"no name", R"({"featureData":{"":{"supportedLogLevels":"x"}}})", {}, kDefaultFeatures, kDefaultLevels},
+      {"not UTF-8", "{\"\xFF\":{}}", {failed + L"{\"\u00FF\":{}}."}, kDefaultFeatures, kDefaultLevels},
   };
-  for (const auto& [answer, errors, features, levels] : rows) {
-    SCOPED_TRACE(answer);
+  for (const auto& [name, answer, errors, features, levels] : rows) {
+    SCOPED_TRACE(name);
     ScriptWorld world;
     world.print(answer);
     for (int i = 0; i < 2; ++i) {
       CORE::PropertyBag request;
       world.agent.getDCTFilter(request);
-      EXPECT_TRUE(supportedFeatures() == features && supportedLogLevels() == levels);
+      EXPECT_EQ(supportedFeatures(), features);
+      EXPECT_EQ(supportedLogLevels(), levels);
       EXPECT_EQ(world.log.messages(CORE::kError), errors);
       EXPECT_EQ(world.windows.processes.children().size(), 1U) << "asked again";
     }
@@ -40,13 +42,15 @@ TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
 }
 
 TEST(CapabilityQuery, LogLevelsAndTheArgumentsOfARequest) {
-  const std::pair<std::vector<std::pair<const wchar_t*, const wchar_t*>>, std::wstring> rows[] = {
-      {{{L"DCTFilterType", L"prod+sys"}, {L"Features", L",clipboard,,AgentCore,Foo"}},
+  using Request = std::vector<std::pair<const wchar_t*, const wchar_t*>>;
+  const std::tuple<const char*, Request, std::wstring> rows[] = {
+      {"features and dumps",
+       {{L"DCTFilterType", L"prod+sys"}, {L"Features", L",clipboard,,AgentCore,Foo"}},
        L"-s -c clipboard,AgentCore -dumps prod,sys"},
-      {{{L"Version", L"1"}, {L"DCTFilterType", L"sys PROD"}, {L"Dumps", L"none"}}, L"-s -dumps prod,sys"},
-      {{{L"Version", L"2"}, {L"DCTFilterType", L"none"}, {L"Dumps", L"SYS"}}, L"-s -dumps sys"},
-      {{{L"DCTFilterType", L"none,prod,sys"}}, L"-s -dumps none"},
-      {{{L"DCTFilterType", L"nonprod"}, {L"Features", L"Agent, AgentCore"}}, L"-s -dumps prod"},
+      {"version 1", {{L"Version", L"1"}, {L"DCTFilterType", L"sys PROD"}, {L"Dumps", L"none"}}, L"-s -dumps prod,sys"},
+      {"version 2", {{L"Version", L"2"}, {L"DCTFilterType", L"none"}, {L"Dumps", L"SYS"}}, L"-s -dumps sys"},
+      {"none wins", {{L"DCTFilterType", L"none,prod,sys"}}, L"-s -dumps none"},
+      {"inside of words", {{L"DCTFilterType", L"nonprod"}, {L"Features", L"Agent, AgentCore"}}, L"-s -dumps prod"},
   };
   ScriptWorld world;
   CORE::PropertyBag answer;
@@ -58,12 +62,12 @@ TEST(CapabilityQuery, LogLevelsAndTheArgumentsOfARequest) {
   EXPECT_EQ(answer.getErrorText().str(), L"DCT process failed with error Message 7..");
   world.print(R"({"Version":"9","featureData":{"AgentCore":"","Clipboard":""}})");
   EXPECT_TRUE(world.agent.getLogLevel(answer) && answer.getInt(L"Version", 0) == 2);
-  for (const auto& [request, wanted] : rows) {
+  for (const auto& [name, request, wanted] : rows) {
     CORE::PropertyBag bag;
-    for (const auto& [name, value] : request) {
-      bag.set(name, value);
+    for (const auto& [key, value] : request) {
+      bag.set(key, value);
     }
-    EXPECT_EQ(world.agent.getDCTFilter(bag), wanted);
+    EXPECT_EQ(world.agent.getDCTFilter(bag), wanted) << name;
   }
   const std::wstring unsupported = L"dct_common::getDCTFilter(): Unsupported feature '", found = L"' found in request.";
   EXPECT_EQ(world.log.messages(CORE::kWarn),

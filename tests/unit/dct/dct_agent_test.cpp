@@ -36,12 +36,14 @@ TEST(AgentPaths, FolderAndName) {
   const std::wstring key = L"HKLM\\Software\\Calvera\\Meridon\\";
   const std::wstring byDefault = L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp";
   ScriptWorld world;
-  const std::tuple<const wchar_t*, const wchar_t*, std::wstring> rows[] = {
-      {L"true", L"D:\\x\\/\\", L"D:\\x\\Temp"}, {L"true", L"\\", byDefault}, {L"false", L"D:\\x", byDefault}};
-  for (const auto& [useRegistry, chosen, wanted] : rows) {
+  const std::tuple<const char*, const wchar_t*, const wchar_t*, std::wstring> rows[] = {
+      {"chosen", L"true", L"D:\\x\\/\\", L"D:\\x\\Temp"},
+      {"only a separator", L"true", L"\\", byDefault},
+      {"switched off", L"false", L"D:\\x", byDefault}};
+  for (const auto& [name, useRegistry, chosen, wanted] : rows) {
     world.windows.registry.set(key + L"Agent\\UseRegistryForLoggingPath", useRegistry);
     world.windows.registry.set(key + L"Log\\LogFileDirectory", chosen);
-    EXPECT_EQ(world.agent.getTempFolder(), wanted) << testing::PrintToString(chosen);
+    EXPECT_EQ(world.agent.getTempFolder(), wanted) << name;
   }
   world.windows.text.setVariable(L"LOCALAPPDATA", L"C:\\L");
   world.windows.text.eraseVariable(L"ProgramData");
@@ -57,7 +59,7 @@ TEST(EnsureFolder, ParentsByTextAlone) {
         std::pair(L"C:\\a", L"C:\\"), std::pair(L"C:/a\\\\b\\", L"C:/a"), std::pair(L"a", L""),
         std::pair(L"\\a", L"\\"), std::pair(L"\\\\s", L"\\\\s"), std::pair(L"\\\\s\\t\\", L"\\\\s\\t"),
         std::pair(L"\\\\s\\t\\x", L"\\\\s\\t")}) {
-    EXPECT_EQ(CORE::parentPath(path), parent);
+    EXPECT_EQ(CORE::parentPath(path), parent) << testing::PrintToString(path);
   }
 }
 

@@ -16,7 +16,7 @@ using Texts = std::vector<std::wstring>;
 inline const std::wstring kBundlePath =
     L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp\\agentDCT_2026-11-13_04-13-48_123.zip";
 
-/// A machine with an installed agent. Nothing else may be left open at its end.
+/// A simulated machine with an installed agent whose script does nothing. At its end every handle must be closed.
 struct ScriptWorld {
   ScriptWorld() {
     setSupportedLists({});
@@ -26,18 +26,18 @@ struct ScriptWorld {
   }
   ~ScriptWorld() {
     windows.processes.endAll();
-    CORE::corelogger::instance().stop();  // whose files would count as open
+    CORE::corelogger::instance().stop();  // or its files would count as open
     EXPECT_EQ(windows.openHandlesText(), mayStayOpen);
     setSupportedLists({});
   }
 
-  /// Every child from now on prints that.
+  /// Makes every child from now on write that text and end.
   void print(const std::string& text) {
     windows.processes.onStart([text](sim::Child& child) { child.write(text); });
   }
 
   sim::Windows windows;
   sim::LogCapture log{windows};
-  std::string mayStayOpen;
+  std::string mayStayOpen;  ///< handles that are not closed: "1 mutex"
   dct_Agent agent;
 };

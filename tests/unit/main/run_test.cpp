@@ -30,10 +30,14 @@ std::wstring badArgument(const std::wstring& argument) {
 using Prepare = std::function<void(RunWorld&)>;
 
 struct Row {
+  const char* name;
   int code;
+  std::size_t scripts, requests;  ///< that were started, and sent
   Prepare prepare;
   std::wstring lines;        ///< after the first
   std::string console = "";  ///< what the option scanner says
+  std::size_t releases = 1;  ///< of the mutex
+  std::string staysOpen = "";
 };
 
 Prepare called(const std::wstring& arguments) {
@@ -46,7 +50,7 @@ Prepare setting(const std::wstring& name, const std::wstring& value) {
 
 void expect(const std::vector<Row>& rows) {
   for (const Row& row : rows) {
-    SCOPED_TRACE("row " + std::to_string(&row - rows.data()));
+    SCOPED_TRACE(row.name);
     RunWorld world;
     row.prepare(world);
     testing::internal::CaptureStderr();
@@ -54,34 +58,37 @@ void expect(const std::vector<Row>& rows) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), row.console);
     EXPECT_EQ(world.driverLines(), kStarting + row.lines) << world.log.text();
     EXPECT_FALSE(world.bundleExists());
-    world.mayStayOpen = world.windows.objects.mutexState(kMutexName) == "none" ? "" : "1 mutex";
-    EXPECT_EQ(world.windows.faults.callCount("ReleaseMutex"), row.code == 1 || row.code == 2 ? 0U : 1U);
-    if (row.code != 4) {
-      EXPECT_EQ(world.windows.processes.children().size(), row.code == 0 || row.code > 4 ? 2U : 0U);
-    }
-    EXPECT_EQ(world.windows.winHttp.sentRequests().size(), row.code == 0 || row.code == 7 ? 1U : 0U);
+    EXPECT_EQ(world.windows.faults.callCount("ReleaseMutex"), row.releases);
+    EXPECT_EQ(world.windows.processes.children().size(), row.scripts);
+    EXPECT_EQ(world.windows.winHttp.sentRequests().size(), row.requests);
+    world.mayStayOpen = row.staysOpen;
   }
 }
 
 TEST(Run, EndsBeforeTheCollection) {
   const auto taken = [](const std::wstring& url) { return uploading(url) + kSucceeded; };
   const std::string unknown = "mdDCT.exe: unrecognized option '";
+  const auto anotherAccount = [](RunWorld& world) { world.windows.security.localSystem = false; };
+  const auto secondInstance = [](RunWorld& world) { world.windows.objects.addMutex(kMutexName); };
+  const std::wstring exists = L"ERROR DCTMutex::GetMutex(): Mutex already exists\n";
+  const std::wstring quoted = L"-=https://h/b", dashes = L"---url=https://h/b";
   expect({
-      {1, [](RunWorld& world) { world.windows.security.localSystem = false; }, error(L"Insufficient permissions.")},
+      {"not the local system", 1, 0, 0, anotherAccount, error(L"Insufficient permissions."), "", 0},
       // kept: the handle of the foreign mutex stays open.
-      {2, [](RunWorld& world) { world.windows.objects.addMutex(kMutexName); },
-       L"ERROR DCTMutex::GetMutex(): Mutex already exists\n" + error(L"DCT collection is already in progress.")},
-      {3, called(L""), kBadOptions},
-      {0, called(L"--ur https://h/b"), taken(L"https://h/b")},  // a single "-" takes whole names only
-      {3, called(L"-ur https://h/b"), badArgument(L"-ur"), unknown + "-ur'\n"},
-      {0, called(L"--=https://h/b"), taken(L"https://h/b")},  // the empty name is a prefix of the only one
-      {3, called(L"-=https://h/b"), badArgument(L"-=https://h/b"), unknown + "-=https://h/b'\n"},
-      {0, called(L"-url x --url https://h/b\u00E4"), taken(L"https://h/b\u00E4")},
-      {0, called(L"stray -url=https://h/b -- -more"), taken(L"https://h/b")},
-      {3, called(L"-url"), badArgument(L"-url"), "mdDCT.exe: option '-url' requires an argument\n"},
-      {3, called(L"-url https://h/b - -URL y"), badArgument(L"-URL"), unknown + "-URL'\n"},
-      {3, called(L"---url=https://h/b"), badArgument(L"---url=https://h/b"), unknown + "---url=https://h/b'\n"},
-      {3, called(L"-url \xDC00"), error(L"to_mstr Failed")},  // no text
+      {"second instance", 2, 0, 0, secondInstance, exists + error(L"DCT collection is already in progress."), "", 0,
+       "1 mutex"},
+      {"no option", 3, 0, 0, called(L""), kBadOptions},
+      {"prefix", 0, 2, 1, called(L"--ur https://h/b"), taken(L"https://h/b")},  // a single "-" takes whole names only
+      {"prefix after one dash", 3, 0, 0, called(L"-ur https://h/b"), badArgument(L"-ur"), unknown + "-ur'\n"},
+      {"empty prefix", 0, 2, 1, called(L"--=https://h/b"), taken(L"https://h/b")},  // of the only name
+      {"empty name after one dash", 3, 0, 0, called(quoted), badArgument(quoted), unknown + "-=https://h/b'\n"},
+      {"twice", 0, 2, 1, called(L"-url x --url https://h/b\u00E4"), taken(L"https://h/b\u00E4")},
+      {"among others", 0, 2, 1, called(L"stray -url=https://h/b -- -more"), taken(L"https://h/b")},
+      {"no argument", 3, 0, 0, called(L"-url"), badArgument(L"-url"),
+       "mdDCT.exe: option '-url' requires an argument\n"},
+      {"capitals", 3, 0, 0, called(L"-url https://h/b - -URL y"), badArgument(L"-URL"), unknown + "-URL'\n"},
+      {"three dashes", 3, 0, 0, called(dashes), badArgument(dashes), unknown + "---url=https://h/b'\n"},
+      {"not UTF-16", 3, 0, 0, called(L"-url \xDC00"), error(L"to_mstr Failed")},
   });
 }
 
@@ -91,34 +98,33 @@ TEST(Run, EndsWithTheCollectionOrTheUpload) {
     world.windows.text.eraseVariable(L"ProgramData");
     world.windows.text.eraseVariable(L"LOCALAPPDATA");
   };
-  const auto worthless = [](RunWorld& world) {  // none of which matters
-    world.exitCode = 5;
-    world.answer = "garbage";
-    world.bundleSize = 0;
-  };
+  const auto worthless = [](RunWorld& world) { world.exitCode = 5, world.answer = "garbage", world.bundleSize = 0; };
   const auto withProxy = [](RunWorld& world) {
     setting(L"Node Manager\\HTTP Proxy Server", L"proxy:8080")(world);
     setting(L"Node Manager\\HTTP Proxy Bypass", L"<local>")(world);
     setting(L"Node Manager\\HTTP Proxy Auto Config URL", L"http://pac/p\u00E4c")(world);
   };
   const std::wstring proxy = L"Proxy Server: proxy:8080. Proxy Bypass: <local> PACURL: http://pac/p\u00E4c.";
+  const auto noInstallPath = [](RunWorld& world) { world.windows.registry.clear(); };
+  const auto noScript = [](RunWorld& world) { world.windows.files.erase(L"C:\\Agent\\dct\\vdx-support.ps1"); };
+  const auto noPowerShell = [](RunWorld& world) { world.windows.faults.failNth("CreateProcessW", 2, 5); };
+  const auto noBundle = [](RunWorld& world) { world.writesBundle = false, world.exitCode = 5; };
+  const auto refused = [](RunWorld& world) { world.failingRequest = 1; };
+  const std::wstring notStarted = error(L"Failed to start upload.");
   expect({
-      {4, [](RunWorld& world) { world.windows.registry.clear(); },
-       failed(L"80: Cannot get the AgentInstallPath from registry")},
-      {4, [](RunWorld& world) { world.windows.files.erase(L"C:\\Agent\\dct\\vdx-support.ps1"); },
-       failed(L"70: The DCT script is not found on disk.")},
-      {4, noEnvironment, failed(L"130: Cannot create the temporary directory.")},
-      {4, [](RunWorld& world) { world.windows.faults.failNth("CreateProcessW", 2, 5); },
+      {"no install path", 4, 0, 0, noInstallPath, failed(L"80: Cannot get the AgentInstallPath from registry")},
+      {"no script", 4, 0, 0, noScript, failed(L"70: The DCT script is not found on disk.")},
+      {"no environment", 4, 0, 0, noEnvironment, failed(L"130: Cannot create the temporary directory.")},
+      {"no PowerShell", 4, 1, 0, noPowerShell,
        L"ERROR dct_common::invokeDCTScript(): Could not create process.\n" +
            failed(L"60: The DCT script failed to start, error: Message 5.")},
-      {4, [](RunWorld& world) { world.writesBundle = false, world.exitCode = 5; },
-       failed(L"-1: The DCT script FAILED. Process exited with error Message 5..")},
-      {0, [](RunWorld&) {}, uploading() + kSucceeded},
-      {0, worthless, uploading() + kSucceeded},
-      {0, withProxy, uploading(kUrl, proxy) + kSucceeded},
-      {5, called(L"-url http://h/b"), uploading(L"http://h/b") + error(L"Failed to start upload.")},  // without TLS
-      {5, called(L"-url -url=https://h/b"), uploading(L"-url=https://h/b") + error(L"Failed to start upload.")},
-      {7, [](RunWorld& world) { world.failingRequest = 1; }, uploading() + error(L"Upload failed.")},
+      {"no bundle", 4, 2, 0, noBundle, failed(L"-1: The DCT script FAILED. Process exited with error Message 5..")},
+      {"success", 0, 2, 1, [](RunWorld&) {}, uploading() + kSucceeded},
+      {"nothing that matters", 0, 2, 1, worthless, uploading() + kSucceeded},
+      {"proxy", 0, 2, 1, withProxy, uploading(kUrl, proxy) + kSucceeded},
+      {"without TLS", 5, 2, 0, called(L"-url http://h/b"), uploading(L"http://h/b") + notStarted},
+      {"option as URL", 5, 2, 0, called(L"-url -url=https://h/b"), uploading(L"-url=https://h/b") + notStarted},
+      {"refused upload", 7, 2, 1, refused, uploading() + error(L"Upload failed.")},
   });
 }
 

@@ -11,8 +11,8 @@
 
 inline constexpr const wchar_t* kMutexName = L"Global\\meridon_lumen_dct_mutex";
 
-/// A machine on which a run succeeds: the local system account, an installed agent whose script writes a small bundle,
-/// and a server that takes everything.
+/// A simulated machine on which a run succeeds: the account is the local system, the agent's script writes a small
+/// bundle, and the server accepts every request. A test changes one of the members at the end before run().
 struct RunWorld : ScriptWorld {
   RunWorld() {
     windows.processes.commandLine = L"mdDCT.exe -url https://store.example.net/c/b.zip?sig=abc";
@@ -27,16 +27,16 @@ struct RunWorld : ScriptWorld {
     });
   }
 
-  ~RunWorld() {  // a script that nobody waited for still looks into this
+  ~RunWorld() {  // a script that nobody waited for still uses this object
     windows.processes.endAll();
     windows.winHttp.endAll();
     windows.kernel.joinThreads();
   }
 
-  /// What a child of the run does.
+  /// Stands in for powershell.exe: without "-f" on its command line it is the query, else the collection script.
   void script(sim::Child& child) {
     EXPECT_TRUE(!windows.processes.inlineChildren || windows.objects.mutexState(kMutexName) == "held");
-    EXPECT_EQ(windows.system.currentDirectory(), L"C:\\Windows\\System32") << "from where powershell.exe is started";
+    EXPECT_EQ(windows.system.currentDirectory(), L"C:\\Windows\\System32") << "powershell.exe is searched for in it";
     const std::wstring path = child.argumentAfter(L"-f");
     if (path.empty() && queryHangs) {
       child.hang();
@@ -54,7 +54,7 @@ struct RunWorld : ScriptWorld {
     child.exit(exitCode);
   }
 
-  /// One run, until nothing of it is at work any more.
+  /// Makes one run and waits until nothing of it is at work any more. Returns the exit code.
   int run() {
     const int code = static_cast<int>(runProgram());
     windows.winHttp.release();
@@ -65,7 +65,7 @@ struct RunWorld : ScriptWorld {
 
   bool bundleExists() const { return windows.files.exists(bundle); }
 
-  /// The records that the driver itself has written, each as "ERROR wWinMain(): ..." and a line feed.
+  /// Returns the log records of main/ and of the collection, each as "ERROR wWinMain(): ..." and a line feed.
   std::wstring driverLines() const {
     const std::map<CORE::LogLevel, const wchar_t*> names = {
         {CORE::kError, L"ERROR "}, {CORE::kWarn, L"WARN "}, {CORE::kInfo, L"INFO "}};
@@ -81,12 +81,12 @@ struct RunWorld : ScriptWorld {
     return out;
   }
 
-  std::string answer = R"({"featureData":{"AgentCore":{"supportedLogLevels":"INFO"}}})";
+  std::string answer = R"({"featureData":{"AgentCore":{"supportedLogLevels":"INFO"}}})";  ///< of the query
   std::uint64_t bundleSize = 10'000;
-  std::wstring bundle = kBundlePath;  ///< as the script was told
+  std::wstring bundle = kBundlePath;  ///< as the script's command line says
   bool queryHangs = false;
   bool writesBundle = true;
-  std::uint32_t exitCode = 0;
-  std::size_t failingRequest = 0;  ///< from 1: the request that is answered 409
-  std::size_t answered = 0;
+  std::uint32_t exitCode = 0;      ///< of the collection script
+  std::size_t failingRequest = 0;  ///< counted from 1: it is answered by 409, the others by 201
+  std::size_t answered = 0;        ///< requests so far
 };

@@ -20,6 +20,8 @@ constexpr const char* kBlobUrl = "https://acct.blob.example/c/b.zip?sv=1&sig=x%2
 using Replies = std::map<std::size_t, sim::HttpReply>;
 using Outcomes = std::vector<bool>;  ///< what the completion function was told, in order
 const Outcomes kSucceeded{true}, kFailed{false}, kNothing;
+const std::wstring kPutCb = L"AzureBlobUploader::AzurePutBlobRequestCb(): ";
+const std::wstring kAppendCb = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
 
 sim::HttpReply answer(std::uint32_t status, const std::string& body = {}, bool hold = false) {
   sim::HttpReply out;
@@ -32,7 +34,7 @@ sim::HttpReply answer(std::uint32_t status, const std::string& body = {}, bool h
 
 const sim::HttpReply kHeld = answer(201, "", true);
 
-/// A blob service, and the checks that hold after every upload.
+/// A machine with a blob service, an uploader, and the checks that hold after every upload.
 class UploadFixture : public ::testing::Test, protected World {
  protected:
   UploadFixture() {
@@ -40,8 +42,8 @@ class UploadFixture : public ::testing::Test, protected World {
     windows.winHttp.lateDelay = std::chrono::milliseconds(1);
   }
 
-  /// A new uploader and a file of that size; forgets the uploads before. The service answers the requests named in
-  /// `special`, counted from 0, with that, and all others with 201.
+  /// Makes a new uploader and a file of that size; forgets the uploads before. The service answers the requests in
+  /// `special`, counted from 0, by those replies, and all others by 201.
   void prepare(std::uint64_t size, Replies special = {}) {
     windows.files.writeSparse(kWidePath, size);
     windows.winHttp.onHeaders([this](const sim::HttpExchange& exchange) {
@@ -66,13 +68,13 @@ class UploadFixture : public ::testing::Test, protected World {
     });
   }
 
-  /// The requests of this upload.
+  /// Returns the requests of this upload.
   std::vector<sim::HttpExchange> sent() const {
     auto all = windows.winHttp.sentRequests();
     std::erase_if(all, [this](const sim::HttpExchange& exchange) { return exchange.index < first_; });
     return all;
   }
-  /// What the upload has come to, when nothing more can come.
+  /// Checks how the upload has ended, when nothing more can come.
   void expectEnd(const Outcomes& wanted, std::size_t requests) {
     windows.winHttp.waitUntilIdle();
     EXPECT_EQ(outcomes, wanted) << log.text();
@@ -80,11 +82,10 @@ class UploadFixture : public ::testing::Test, protected World {
     EXPECT_EQ(uploader->refCount(), 1U) << "only the owner's";
   }
 
-  std::function<void(std::size_t)> onHeaders = [](std::size_t) {};  ///< before the body of that request leaves
+  std::function<void(std::size_t)> onHeaders = [](std::size_t) {};  ///< called before a request's body is sent
   std::function<void(AzureBlobUploader&)> onDone = [](AzureBlobUploader&) {};
-  std::unique_ptr<AzureBlobUploader, void (*)(AzureBlobUploader*)> uploader{new AzureBlobUploader,
-                                                                            [](auto* owned) { owned->release(); }};
-  Outcomes outcomes;  ///< the test's once it is settled
+  CORE::Reference<AzureBlobUploader> uploader{new AzureBlobUploader};
+  Outcomes outcomes;  ///< the test's when nothing more can come
 
  private:
   std::size_t first_ = 0;
@@ -104,36 +105,41 @@ void expectRequest(const sim::HttpExchange& got, const std::string& blobType, st
 }
 
 TEST_F(UploadFixture, PutBlobAndAppendBlocksInEveryDelivery) {
-  for (const sim::Delivery delivery : kDeliveries) {
+  const Replies refusal = {{7, answer(500)}};  // which ends a chain early, and keeps this short
+  const std::uint64_t blocks = kPutBlobLimit + kBlock;
+  // Completions inside the starting call must not nest block in block: a large file would need any amount of stack.
+  const std::tuple<sim::Delivery, const char*, std::uint64_t, std::uint64_t, Replies, Outcomes, std::size_t,
+                   std::size_t>
+      rows[] = {{sim::Delivery::kWorker, "worker", 1, blocks, {}, kSucceeded, 66, SIZE_MAX},
+                {sim::Delivery::kInline, "inline", 1, kAppended, {}, kSucceeded, 66, 65535},
+                {sim::Delivery::kLate, "late", 1, blocks, refusal, kFailed, 8, SIZE_MAX},
+                {sim::Delivery::kMixed, "mixed", kPutBlobLimit, blocks, refusal, kFailed, 8, SIZE_MAX}};
+  for (const auto& [delivery, name, put, appended, replies, wanted, count, maxStack] : rows) {
+    SCOPED_TRACE(name);
     windows.winHttp.delivery = delivery;
-    for (const std::uint64_t size : {0 * kMiB, kBlock + 1, delivery == sim::Delivery::kMixed ? kPutBlobLimit : 1}) {
+    for (const std::uint64_t size : {0 * kMiB, kBlock + 1, put}) {
       prepare(size);
       ASSERT_TRUE(upload());
-      uploader.reset(new AzureBlobUploader);  // the request in flight keeps the other
+      uploader.reset(new AzureBlobUploader);  // the pending request keeps the other
       expectEnd(kSucceeded, 1);
       expectRequest(sent().at(0), "BlockBlob", 0, size);
       EXPECT_TRUE(size != kBlock + 1 || sent()[0].writes == std::vector<std::uint64_t>({kBlock, 1}));
     }
-    const bool isInline = delivery == sim::Delivery::kInline;
-    // To its end in two of them, which keeps this short; elsewhere the service refuses the seventh block.
-    const bool whole = isInline || delivery == sim::Delivery::kWorker;
-    const std::uint64_t size = kPutBlobLimit + (isInline ? 1 : kBlock);
-    prepare(size, whole ? Replies() : Replies{{7, answer(500)}});
+    prepare(appended, replies);
     std::set<std::uintptr_t> places;  // in the stack
     onHeaders = [&places](std::size_t) {
       const int here = 0;
       places.insert(reinterpret_cast<std::uintptr_t>(&here));
     };
     ASSERT_TRUE(upload());
-    expectEnd(whole ? kSucceeded : kFailed, whole ? 66 : 8);
+    expectEnd(wanted, count);
     const auto requests = sent();
     expectRequest(requests.at(0), "AppendBlob", 0, 0);
     for (std::uint64_t i = 1, at = 0; i < requests.size(); ++i, at += kBlock) {
-      expectRequest(requests[i], "", at, std::min(kBlock, size - at));
+      expectRequest(requests[i], "", at, std::min(kBlock, appended - at));
     }
-    // Completions inside the starting call must not nest block in block: a large file would need any amount of stack.
-    EXPECT_TRUE(!isInline || *places.rbegin() - *places.begin() < 65536U);
-    EXPECT_EQ(log.count(std::wstring(L"Cb(): Done uploading file: ") + kWidePath), whole ? 1U : 0U);
+    EXPECT_LE(*places.rbegin() - *places.begin(), maxStack);
+    EXPECT_EQ(log.count(std::wstring(L"Cb(): Done uploading file: ") + kWidePath), wanted == kSucceeded ? 1U : 0U);
   }
 }
 
@@ -157,49 +163,46 @@ TEST_F(UploadFixture, RefusedAndThrowingStartsLeaveTheUploaderUsable) {
   expectEnd(kSucceeded, 1);
 }
 
+struct Row {
+  const char* name;
+  std::uint64_t size;
+  Replies replies;
+  std::size_t at;  ///< the request in which that happens:
+  std::function<void()> happens;
+  Outcomes wanted;
+  std::size_t requests;
+  Errors errors;
+  std::string code = "";
+};
+
 TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
-  const std::wstring put = L"AzureBlobUploader::AzurePutBlobRequestCb(): Error headers: ";
-  const std::wstring append = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
-  const Errors changed = {append + L"File stream no longer valid"};
+  const std::wstring put = kPutCb + L"Error headers: ";
+  const Errors changed = {kAppendCb + L"File stream no longer valid"};
+  const Errors invalid = {L"WinHttpRequest::UploadData(): File stream is invalid", put};
   const auto accepted = answer(202, "<Code>early</Code><Error></Code><Code>a b</Code><Code>later</Code>");
   const auto conflict = answer(409, "<?xml?><Error><Code>InvalidBlobType</Code><Message>no</Message></Error>");
-  const Errors refused = {append + L"Failed to append the previous chunk. Response Code: 409. Response headers: " +
+  const Errors refused = {kAppendCb + L"Failed to append the previous chunk. Response Code: 409. Response headers: " +
                           conflict.rawHeaders + L". Total bytes sent: 12582912ll"};
   const auto resizing = [this](std::uint64_t size) { return [=, this] { windows.files.resize(kWidePath, size); }; };
   const auto cancelling = [this] { uploader->cancelUpload(); };  // counts, whether the answer is there or held
-  struct Row {
-    std::uint64_t size;
-    Replies replies;
-    std::size_t at;  ///< the request in which that happens:
-    std::function<void()> happens;
-    Outcomes wanted;
-    std::size_t requests;
-    Errors errors;
-    std::string code = "";
-  };
   const Row rows[] = {
-      {1, {{0, accepted}}, 0, [] {}, kFailed, 1, {put + accepted.rawHeaders}, "a b"},
-      {kAppended, {{3, conflict}}, 0, [] {}, kFailed, 4, refused, "InvalidBlobType"},
+      {"refused", 1, {{0, accepted}}, 0, [] {}, kFailed, 1, {put + accepted.rawHeaders}, "a b"},
+      {"refused block", kAppended, {{3, conflict}}, 0, [] {}, kFailed, 4, refused, "InvalidBlobType"},
       // One request creates, then come blocks up to the short read, and none after it.
-      {kAppended, {}, 2, resizing(10 * kMiB), kFailed, 4, changed},
-      {kAppended, {}, 2, resizing(8 * kMiB), kFailed, 4, changed},
-      {kAppended, {}, 2, resizing(kPutBlobLimit + 3 * kMiB), kFailed, 66, changed},
-      {2 * kBlock, {}, 0, resizing(9 * kMiB), kSucceeded, 1, {}},  // as much as was promised
-      {2 * kBlock,
-       {},
-       0,
-       resizing(5 * kMiB),
-       kFailed,
-       1,
-       {L"WinHttpRequest::UploadData(): File stream is invalid", put}},
-      {1, {}, 0, cancelling, kSucceeded, 1, {}},
-      {1, {{0, kHeld}}, 0, cancelling, kFailed, 1, {put}},
-      {kAppended, {}, 2, cancelling, kNothing, 3, {}},
-      {kAppended, {{2, kHeld}}, 2, cancelling, kNothing, 3, {}},
+      {"appended, shrinks in a block", kAppended, {}, 2, resizing(10 * kMiB), kFailed, 4, changed},
+      {"appended, shrinks to whole blocks", kAppended, {}, 2, resizing(8 * kMiB), kFailed, 4, changed},
+      {"appended, grows", kAppended, {}, 2, resizing(kPutBlobLimit + 3 * kMiB), kFailed, 66, changed},
+      {"put, grows", 2 * kBlock, {}, 0, resizing(9 * kMiB), kSucceeded, 1, {}},  // as much as was promised
+      {"put, shrinks", 2 * kBlock, {}, 0, resizing(5 * kMiB), kFailed, 1, invalid},
+      {"put, cancelled after the answer", 1, {}, 0, cancelling, kSucceeded, 1, {}},
+      {"put, cancelled before the answer", 1, {{0, kHeld}}, 0, cancelling, kFailed, 1, {put}},
+      {"appended, cancelled after the answer", kAppended, {}, 2, cancelling, kNothing, 3, {}},
+      {"appended, cancelled before the answer", kAppended, {{2, kHeld}}, 2, cancelling, kNothing, 3, {}},
   };
   windows.winHttp.delivery = sim::Delivery::kInline;
   windows.winHttp.onClose = sim::OnClose::kDropped;
   for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
     prepare(row.size, row.replies);
     onHeaders = [&](std::size_t index) { return index == row.at ? row.happens() : void(); };
     uploader->setProxyConfig("proxy.example:8080", "*.local", "");
@@ -215,26 +218,29 @@ TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
 }
 
 TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) {
-  const std::tuple<std::uint64_t, std::size_t, Outcomes> rows[] = {
-      {1, 0, kFailed}, {kAppended, 0, kNothing}, {kAppended, 3, kNothing}};
-  for (int n = 0; n < 6; ++n) {
-    for (const auto& [size, at, wanted] : rows) {
-      windows.winHttp.onClose = kOnClose[n / 2];
-      windows.winHttp.closingInline = n % 2 == 0;
-      prepare(size, {{at, kHeld}});
-      ASSERT_TRUE(upload());
-      windows.winHttp.waitUntilHeld();
-      uploader->cancelUpload();
-      expectEnd(wanted, at + 1);
-      EXPECT_EQ(log.count(L"doesn't exist"), 0U) << "late steps end quietly";
-      EXPECT_FALSE(upload()) << "for good";
+  const std::tuple<const char*, std::uint64_t, std::size_t, Outcomes> rows[] = {
+      {"Put Blob", 1, 0, kFailed}, {"creation", kAppended, 0, kNothing}, {"block", kAppended, 3, kNothing}};
+  for (const sim::OnClose onClose : kOnClose) {
+    for (const bool closingInline : {true, false}) {
+      for (const auto& [name, size, at, wanted] : rows) {
+        SCOPED_TRACE(name + testing::PrintToString(std::pair(onClose, closingInline)));
+        windows.winHttp.onClose = onClose;
+        windows.winHttp.closingInline = closingInline;
+        prepare(size, {{at, kHeld}});
+        ASSERT_TRUE(upload());
+        windows.winHttp.waitUntilHeld();
+        uploader->cancelUpload();
+        expectEnd(wanted, at + 1);
+        EXPECT_EQ(log.count(L"doesn't exist"), 0U) << "late steps end quietly";
+        EXPECT_FALSE(upload()) << "for good";
+      }
     }
   }
   prepare(1);
   uploader->cancelUpload();  // nothing yet
   EXPECT_FALSE(upload());
 
-  // A request that is never heard of again: cancelling gives up waiting for it and the upload still ends.
+  // A request that never completes: the cancellation stops waiting for it, and the upload still ends.
   windows.winHttp.delivery = sim::Delivery::kNever;
   prepare(1);
   ASSERT_TRUE(upload());
@@ -245,10 +251,13 @@ TEST_F(UploadFixture, ACancelledPutBlobReportsOnceAndAnAppendChainEndsSilently) 
 }
 
 TEST_F(UploadFixture, CompletionThatLetsGoOrThrows) {
+  const std::tuple<const char*, std::uint64_t, Outcomes, std::size_t, std::wstring> rows[] = {
+      {"Put Blob", 1, kSucceeded, 1, kPutCb + L"boom"}, {"append", kAppended, kFailed, 2, kAppendCb + L"boom"}};
   for (const sim::Delivery delivery : {sim::Delivery::kWorker, sim::Delivery::kInline}) {
-    for (const bool append : {false, true}) {
+    for (const auto& [name, size, wanted, requests, error] : rows) {
+      SCOPED_TRACE(name);
       windows.winHttp.delivery = delivery;
-      prepare(append ? kAppended : 1, {{1, answer(500)}});
+      prepare(size, {{1, answer(500)}});
       onDone = [this](AzureBlobUploader& self) {
         self.cancelUpload();
         uploader.reset(new AzureBlobUploader);  // the object must outlive this call all the same
@@ -256,9 +265,8 @@ TEST_F(UploadFixture, CompletionThatLetsGoOrThrows) {
         throw std::runtime_error("boom");
       };
       EXPECT_TRUE(upload());
-      expectEnd(append ? kFailed : kSucceeded, append ? 2 : 1);
-      EXPECT_EQ(errors().back(), append ? L"AzureBlobUploader::AzureAppendBlockRequestCb(): boom"
-                                        : L"AzureBlobUploader::AzurePutBlobRequestCb(): boom");
+      expectEnd(wanted, requests);
+      EXPECT_EQ(errors().back(), error);
     }
   }
 }
@@ -276,7 +284,7 @@ TEST_F(UploadFixture, ExceptionWhileARequestIsBeingStarted) {
     expectEnd(kNothing, 0);
     EXPECT_TRUE(upload());
     expectEnd(kFailed, 2);
-    EXPECT_EQ(errors(), Errors{L"AzureBlobUploader::AzureAppendBlockRequestCb(): OutOfMem"});
+    EXPECT_EQ(errors(), Errors{kAppendCb + L"OutOfMem"});
     EXPECT_EQ(windows.openHandlesText(), before);
   }
 }
