@@ -3,9 +3,9 @@ import { createHash } from 'node:crypto';
 import { copyFileSync, existsSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { certificates } from './ca.mjs';
+import { certificates } from './certificates.mjs';
 import { binaries, stateFolder } from './paths.mjs';
-import { emptyFolder, endStarted, must, processesWith, run, withLock } from './proc.mjs';
+import { emptyFolder, endStarted, must, processesWith, run, withLock } from './processes.mjs';
 
 // Wine rewrites a registry file in place when it has several links: a clone gets copies of these.
 const kRegistryFiles = ['system.reg', 'user.reg', 'userdef.reg'];

@@ -5,10 +5,10 @@ import { closeSync, existsSync, ftruncateSync, mkdirSync, openSync, readFileSync
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
-import { certificates } from '../../wine/ca.mjs';
+import { certificates } from '../../wine/certificates.mjs';
 import { binaries, stateFolder } from '../../wine/paths.mjs';
 import { clonePrefix, endOnSignals, onDriveZ } from '../../wine/prefix.mjs';
-import { emptyFolder, run } from '../../wine/proc.mjs';
+import { emptyFolder, run } from '../../wine/processes.mjs';
 import { Product, kProgramFolder, kSettingsKey } from '../../wine/product.mjs';
 import { startDrain } from './drain.mjs';
 import { inTurns, median, printRow, ratioOf } from './table.mjs';

@@ -2,14 +2,14 @@
 // Arguments: the bundle's size, and the URL to send to ('' for the emulator).
 import { readdirSync, rmSync } from 'node:fs';
 import { join } from 'node:path';
-import { startAzurite } from '../../wine/azurite.mjs';
-import { certificates } from '../../wine/ca.mjs';
+import { startStorageEmulator } from '../../wine/storage_emulator.mjs';
+import { certificates } from '../../wine/certificates.mjs';
 import { stateFolder } from '../../wine/paths.mjs';
 import { Prefix, clonePrefix, endEverything, endOnSignals, templatePrefix } from '../../wine/prefix.mjs';
-import { alive } from '../../wine/proc.mjs';
+import { alive } from '../../wine/processes.mjs';
 import { Product } from '../../wine/product.mjs';
-import { blobSas } from '../../wine/sas.mjs';
-import { openStorage } from '../../wine/storage.mjs';
+import { blobSas } from '../../wine/storage_signatures.mjs';
+import { openStorage } from '../../wine/storage_client.mjs';
 import { showBlob, showEnd, showRun, showSettings, step } from './show.mjs';
 
 const kContainer = 'logs';
@@ -31,13 +31,13 @@ async function removeStale() {
 async function startService() {
   const { leaf, authorityPem } = await certificates();
   step('starting the storage emulator over HTTPS');
-  const azurite = await startAzurite(dataFolder, leaf('good'));
-  step(`it listens on port ${azurite.port}; making container "${kContainer}" and a URL for one blob (create, write)`);
-  const storage = openStorage(azurite.origin, azurite.account, authorityPem);
+  const emulator = await startStorageEmulator(dataFolder, leaf('good'));
+  step(`it listens on port ${emulator.port}; making container "${kContainer}" and a URL for one blob (create, write)`);
+  const storage = openStorage(emulator.origin, emulator.account, authorityPem);
   await storage.createContainer(kContainer);
   const blob = `diagnostics-${new Date().toISOString().replace(/[:.]/g, '-')}.zip`;
-  const url = `${azurite.origin}/${kContainer}/${blob}?${blobSas(azurite.account, `/${kContainer}/${blob}`)}`;
-  return { azurite, storage, blob, url };
+  const url = `${emulator.origin}/${kContainer}/${blob}?${blobSas(emulator.account, `/${kContainer}/${blob}`)}`;
+  return { emulator, storage, blob, url };
 }
 
 function timeLimit() {
@@ -59,10 +59,10 @@ async function collectAndShow(prefix) {
   if (service) {
     problems.push(...showBlob(await service.storage.facts(kContainer, service.blob), result.bundles));
     service.storage.close();
-    await service.azurite.stop();
+    await service.emulator.stop();
   }
   await prefix.stop();
-  problems.push(...showEnd(prefix, result, service?.azurite.pid));
+  problems.push(...showEnd(prefix, result, service?.emulator.pid));
   return problems;
 }
 

@@ -1,5 +1,5 @@
 // What ./run.sh prints. The functions that judge return what is wrong, in words; an empty list is well.
-import { alive } from '../../wine/proc.mjs';
+import { alive } from '../../wine/processes.mjs';
 import { kProgramFolder } from '../../wine/product.mjs';
 
 /** What the exit codes mean. */

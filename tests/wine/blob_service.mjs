@@ -1,7 +1,7 @@
 // The storage service's own rules for the three requests of an upload, without a network: what it refuses and how, and
 // what it keeps. Sources: the REST reference pages of Put Blob, Append Block, shared-key and SAS authorization.
 import { createHash } from 'node:crypto';
-import { sasSignature, sharedKeyAuthorization } from '../../wine/sas.mjs';
+import { sasSignature, sharedKeyAuthorization } from '../../wine/storage_signatures.mjs';
 
 const kMiB = 1024 * 1024;
 const kVersions = ['2020-04-08', '2024-11-04'];  // the product's and the SDK's

@@ -1,8 +1,8 @@
 // What every test of the program shares: a product in a prefix of its own, a sink, and what "ended well" means.
 import assert from 'node:assert/strict';
 import { after, before } from 'node:test';
-import { certificates } from '../../wine/ca.mjs';
-import { FileServer } from './crl_server.mjs';
+import { certificates } from '../../wine/certificates.mjs';
+import { FileServer } from './file_server.mjs';
 import { clonePrefix, endOnSignals } from '../../wine/prefix.mjs';
 import { Product, kProxyKey, parseLog } from '../../wine/product.mjs';
 import { startSink } from './sink.mjs';

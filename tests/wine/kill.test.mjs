@@ -8,7 +8,7 @@ import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { describe, it } from 'node:test';
 import { assertDelivered, kMiB, useFiles, useProduct, wholeRecords, withSink } from './harness.mjs';
-import { alive } from '../../wine/proc.mjs';
+import { alive } from '../../wine/processes.mjs';
 
 const logged = (text) => ({ log }) => log().includes(text);
 const received = (index, bytes) => ({ sink }) => sink.requests[index]?.bytes >= bytes;

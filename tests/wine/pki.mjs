@@ -1,13 +1,14 @@
 // A public-key infrastructure made fresh for one test run: its certificates name the CRLs of a server that runs now,
 // and Wine keeps what it fetched by URL.
 //
-//   trusted root (ca.mjs; in the prefix's store) - intermediate - leaves        private root (in no store) - private
+//   trusted root (certificates.mjs; in the store of the prefix) - intermediate - leaves
+//   private root (in no store) - private
 import { X509Certificate } from 'node:crypto';
 import { copyFileSync, readFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { Authority, certificates, kAuthorityExtensions, leafExtensions } from '../../wine/ca.mjs';
+import { Authority, certificates, kAuthorityExtensions, leafExtensions } from '../../wine/certificates.mjs';
 import { stateFolder } from '../../wine/paths.mjs';
-import { emptyFolder } from '../../wine/proc.mjs';
+import { emptyFolder } from '../../wine/processes.mjs';
 
 // name: what differs from a good leaf of the intermediate's; the CRL of "stale" has expired, that of "absent" is not
 // there.

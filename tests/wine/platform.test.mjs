@@ -5,7 +5,7 @@ import { it } from 'node:test';
 import { withProduct } from './harness.mjs';
 import { binaries } from '../../wine/paths.mjs';
 import { onDriveZ } from '../../wine/prefix.mjs';
-import { emptyFolder } from '../../wine/proc.mjs';
+import { emptyFolder } from '../../wine/processes.mjs';
 
 it('the Windows layer', (test) => withProduct('platform', {}, async ({ prefix }) => {
   const folder = emptyFolder(join(prefix.folder, 'check'));

@@ -5,7 +5,7 @@ import { createServer } from 'node:net';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { stateFolder } from '../../wine/paths.mjs';
-import { alive, emptyFolder, endGroup, startGroup } from '../../wine/proc.mjs';
+import { alive, emptyFolder, endGroup, startGroup } from '../../wine/processes.mjs';
 
 async function freePort(address) {
   const server = createServer().listen(0, address);

@@ -4,10 +4,10 @@ import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { it } from 'node:test';
 import { BlobService } from './blob_service.mjs';
-import { certificates } from '../../wine/ca.mjs';
-import { blobSas, developmentAccount as account } from '../../wine/sas.mjs';
+import { certificates } from '../../wine/certificates.mjs';
+import { blobSas, developmentAccount as account } from '../../wine/storage_signatures.mjs';
 import { startSink } from './sink.mjs';
-import { openStorage } from '../../wine/storage.mjs';
+import { openStorage } from '../../wine/storage_client.mjs';
 
 const sha256 = (bytes) => createHash('sha256').update(bytes).digest('hex');
 

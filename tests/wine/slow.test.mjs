@@ -4,7 +4,7 @@ import { once } from 'node:events';
 import { connect } from 'node:net';
 import { describe, it } from 'node:test';
 import { assertDelivered, assertEnded, kMiB, kPutFailed, requestError, upload, withProduct } from './harness.mjs';
-import { endGroup, startGroup } from '../../wine/proc.mjs';
+import { endGroup, startGroup } from '../../wine/processes.mjs';
 
 const kBlock = 4 * kMiB;
 const kLargestPut = 256 * kMiB;

@@ -3,7 +3,7 @@ import { X509Certificate } from 'node:crypto';
 import { appendFileSync, existsSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { stateFolder } from './paths.mjs';
-import { emptyFolder, must, withLock } from './proc.mjs';
+import { emptyFolder, must, withLock } from './processes.mjs';
 
 const kDay = 24 * 3600 * 1000;
 const kPast = ['-startdate', '20200101000000Z', '-enddate', '20200201000000Z'];

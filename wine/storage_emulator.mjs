@@ -3,8 +3,8 @@ import { closeSync, openSync, readFileSync, rmSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { dirname, join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { alive, emptyFolder, endGroup, startGroup } from './proc.mjs';
-import { developmentAccount } from './sas.mjs';
+import { alive, emptyFolder, endGroup, startGroup } from './processes.mjs';
+import { developmentAccount } from './storage_signatures.mjs';
 
 const require = createRequire(import.meta.url);
 
@@ -14,7 +14,7 @@ const require = createRequire(import.meta.url);
  * @param {{certFile: string, keyFile: string}} leaf the certificate it shows.
  * @returns {Promise<{port: number, pid: number, origin: string, account: object, stop: function}>}
  */
-export async function startAzurite(folder, leaf) {
+export async function startStorageEmulator(folder, leaf) {
   emptyFolder(folder);
   const main = join(dirname(require.resolve('azurite/package.json')), 'dist', 'src', 'blob', 'main.js');
   const output = join(folder, 'output.txt');
