@@ -41,7 +41,7 @@ describe('the upload', () => {
     named = await startProxy('upload-named', { address: kNamedAddress, port: 443 }).catch((error) => {
       hindrance = `port 443 of ${kNamedAddress} cannot be had: ${error.message}`;
     });
-    product.prefix.through = withHosts(product.prefix);
+    product.prefix.wrapper = withHosts(product.prefix);
     const tried = await product.prefix.wine(['cmd', '/c', 'exit 0']);
     if (tried.code !== 0) hindrance = `no hosts file of one's own: ${tried.output}`;
   });
@@ -53,7 +53,7 @@ describe('the upload', () => {
       [kProxyKey]: { 'HTTP Proxy Server': server, 'HTTP Proxy Bypass': bypass, 'HTTP Proxy Auto Config URL': pac },
       [kConnections]: { DefaultConnectionSettings: user && connectionSettings(user) },
     });
-    product.prefix.through = server === kList ? withHosts(product.prefix) : [];
+    product.prefix.wrapper = server === kList ? withHosts(product.prefix) : [];
     const run = await upload(product, { standin: { size } });
     const chosen = run.result.debug.map(({ message }) => message).filter((message) => message.startsWith(kChosen))
       .map((message) => message.slice(kChosen.length));
