@@ -101,8 +101,8 @@ async function makeAll(folder) {
 /**
  * Returns the certificates, and makes them first when there are none or they end within a week.
  * @returns {Promise<object>} authority: the file names {pem, der} of the trusted one; authorityPem: its certificate;
- *   leaf(name): {certFile, keyFile, cert, key}, the file names and their bytes, where cert holds the leaf and its issuer.
- *   The names are good, expired, wrong-name and untrusted.
+ *   leaf(name): {certFile, keyFile, cert, key}, the file names and their bytes. cert holds the leaf and its issuer. The
+ *   names are good, expired, wrong-name and untrusted.
  */
 export async function certificates() {
   const folder = join(stateFolder(), 'ca');

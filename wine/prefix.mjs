@@ -15,7 +15,7 @@ const kTemplateRegistry = {
   'HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug': { Auto: '0' },
 };
 
-/** Returns the environment in which Wine runs: no window, no debug output, no proxy, nothing of the caller's own Wine. */
+/** Returns the environment in which Wine runs: no window, no debug output, no proxy, nothing of the caller's Wine. */
 function wineEnvironment(folder) {
   const env = Object.fromEntries(Object.entries(process.env).filter(
     ([name]) => !/^(wine|mddct|.*_proxy$|display$|wayland_display$|node_)/i.test(name)));

@@ -135,12 +135,12 @@ export class Product {
   /**
    * Runs the program once, to its end.
    * @param {object} options args: the arguments of the program; asSystem: false starts it without the launcher; patch:
-   *   one more function that the launcher patches; standin: the orders for the stand-in; timeoutMs: the time limit of the
-   *   whole run; program: another program of the same folder that writes the same log.
-   * @returns {Promise<object>} code (-1 after a time-out), timedOut, ms, output; log and debug: the records that the run
-   *   added to the two files; errors: the messages at ERROR and above; record: the calls of the stand-in; bundles: what
-   *   the stand-in wrote, as {name, size, sha256}; leftBehind: new files except logs; running: processes of the run that
-   *   still exist.
+   *   one more function that the launcher patches; standin: the orders for the stand-in; timeoutMs: the time limit of
+   *   the whole run; program: another program of the same folder that writes the same log.
+   * @returns {Promise<object>} code (-1 after a time-out), timedOut, ms, output; log and debug: the records that the
+   *   run added to the two files; errors: the messages at ERROR and above; record: the calls of the stand-in; bundles:
+   *   what the stand-in wrote, as {name, size, sha256}; leftBehind: new files except logs; running: processes of the
+   *   run that still exist.
    */
   async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 180000, program = 'mdDCT.exe' } = {}) {
     const number = ++this.runs;

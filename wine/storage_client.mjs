@@ -16,8 +16,8 @@ const sendThrough = (agent) => ({
  * @param {string} origin the URL of the account.
  * @param {{name: string, key: string}} account
  * @param {string} authorityPem the authority whose server certificates the client trusts.
- * @returns {{service, createContainer, facts, close}} facts(container, blob) downloads a blob and returns its name, type,
- *   size and SHA-256, or null when there is no such blob.
+ * @returns {{service, createContainer, facts, close}} facts(container, blob) downloads a blob and returns its name,
+ *   type, size and SHA-256, or null when there is no such blob.
  */
 export function openStorage(origin, account, authorityPem) {
   const agent = new Agent({ ca: authorityPem });

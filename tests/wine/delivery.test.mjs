@@ -1,4 +1,4 @@
-// The program's job against the storage emulator, with the storage SDK as the witness.
+// Uploads to the storage emulator, checked through the storage SDK.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { after, before, describe, it } from 'node:test';
@@ -27,7 +27,7 @@ describe('the delivery to the storage emulator', () => {
     await emulator?.stop();
   });
 
-  // The run, and the blob as the SDK sees it.
+  // Runs the product once. Returns the result, and the blob as the SDK sees it.
   const deliver = async (name, { container = 'logs', permissions, size = '1M' } = {}) => {
     const path = `/${container}/${name}`;
     const url = `${emulator.origin}${path}?${blobSas(emulator.account, path, { permissions })}`;

@@ -1,4 +1,4 @@
-// The Windows layer itself: what mddct_platform_check reports in TAP, one subtest a line.
+// The Windows layer itself: each line that mddct_platform_check prints in the Test Anything Protocol is one subtest.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { it } from 'node:test';
