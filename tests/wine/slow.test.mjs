@@ -71,7 +71,7 @@ describe('at length', { concurrency: 6 }, () => {
     assertTimedOut(result, 30000, 7, [requestError('WinHttpSendRequest', 12002), ...kPutFailed]);
   }));
 
-  const arrives = (size, type, sizes) => it(`a bundle of ${size} bytes arrives as a ${type}`, () => withProduct(
+  const arrives = (size, type, sizes) => it(`a bundle of ${size} bytes is stored as ${type}`, () => withProduct(
     `size-${size}`, {}, async (product) => {
       const run = await upload(product, { query: '?sv=1&sig=a%2Bb', standin: { size }, timeoutMs: 500000 });
       assertDelivered(run, type, size);
