@@ -36,7 +36,6 @@ describe('a bundle that', () => {
   // name: [index of the request during which the bundle changes, change, size in MiB, exit code, errors, MiB stored,
   // when the bundle had the blob's digest (before or after the change), warnings of the removal, files that stay]
   const kOpening = -1;  // no request yet: the program has not opened the bundle
-  const kNothing = /^$/;
   const kCases = {
     'grows before it is opened is sent as it is': [kOpening, grow, 32, 0, [], 33, 'after'],
     'grows while it is sent arrives as it was': [0, grow, 32, 0, [], 32, 'before'],
@@ -49,7 +48,7 @@ describe('a bundle that', () => {
     'another process does not share is not sent, and stays': [kOpening, lock, 32, 7, kStreamEnds, undefined, 'any',
       ['WARN 32'], /^[^,]+\.zip$/],
   };
-  for (const [name, [at, change, size, code, errors, stored, digest = 'any', warnings = [], stays = kNothing]] of
+  for (const [name, [at, change, size, code, errors, stored, digest = 'any', warnings = [], stays = /^$/]] of
     Object.entries(kCases)) {
     it(name, async () => {
       files.beforeAnswer = () => (at === kOpening ? change() : undefined);

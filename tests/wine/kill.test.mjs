@@ -17,10 +17,8 @@ const removed = ({ sink, bundle }) => sink.requests[0]?.complete && bundle() ===
 const only = (at, behaviour) => (request, index) => (index === at ? behaviour : {});
 
 // What stays after the kill: the number of bundles, the processes, and whether the log may already tell of success.
-const kNothing = [0, /^$/, true];
-const kBundle = [1, /^$/];
-const kQuery = [0, /^powershell\.exe$/];
-const kMaybeQuery = [0, /^(powershell\.exe)?$/];
+const [kNothing, kBundle] = [[0, /^$/, true], [1, /^$/, false]];
+const [kQuery, kMaybeQuery] = [[0, /^powershell\.exe$/, false], [0, /^(powershell\.exe)?$/, false]];
 
 // name: [point, what stays, orders for the stand-in, plan of the sink, milliseconds from the point to the kill]
 const kPoints = {
@@ -76,9 +74,9 @@ describe('a run that is killed', () => {
     return run;
   }
 
-  for (const [name, [reached, stays, standin = {}, plan, delayMs = 0]] of Object.entries(kPoints)) {
-    const [bundlesLeft, processesLeft, maySucceed = false] = stays;
+  for (const [name, [reached, left, standin = {}, plan, delayMs = 0]] of Object.entries(kPoints)) {
     it(name, () => withSink({ plan }, async (sink) => {
+      const [bundlesLeft, processesLeft, maySucceed] = left;
       const args = ['-url', `${sink.origin}/logs/a.zip`];
       const killed = await kill(args, standin, reached, delayMs, observe(sink));
       for (const { pid } of killed.running) process.kill(pid, 'SIGKILL');

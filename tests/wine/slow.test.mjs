@@ -8,7 +8,6 @@ import { endGroup, startGroup } from '../../wine/processes.mjs';
 
 const kBlock = 4 * kMiB;
 const kMaxPut = 256 * kMiB;
-const kTimedOut = 10060;
 
 // A server that accepts no connection. Its queue of waiting ones is short.
 const kDeafListener = `require('net').createServer().listen({ port: 0, host: '127.0.0.1', backlog: 1 }, function () {
@@ -47,7 +46,7 @@ describe('at length', { concurrency: 6 }, () => {
   // The stages whose time limits Wine keeps. Wine waits for ever for a handshake, for the headers of an answer, and for
   // the bytes that are sent with the request itself (the blocks of a chain).
   // name: [behaviour of the server, exit code, ERROR messages]
-  const timedOut = (operation) => requestError(operation, kTimedOut);
+  const timedOut = (operation) => requestError(operation, 10060);
   const kStalls = {
     'stops reading within the body': [{ stallAfter: 9 * kMiB }, 7, [timedOut('WinHttpWriteData'), ...kPutFailed]],
     'stops within a refusal': [{ status: 403, stallReply: true }, 7,

@@ -1,8 +1,8 @@
 // Which servers a request trusts. The certificates are made for this run, the connections use TLS, and the CRLs are
 // really fetched.
 //
-// What differs under Wine: A server that WinHTTP itself refuses shows as error 12157; Windows shows 12175 and reasons. A
-// request that is closed before it is sent still sends its request line and headers, so a server sees the GET of the
+// What differs under Wine: A server that WinHTTP itself refuses shows as error 12157; Windows shows 12175, with reasons.
+// A request that is closed before it is sent still sends its request line and headers, so a server sees the GET of the
 // probe, and only a whole body counts as sent. WinHTTP's own revocation check never fetches through a proxy.
 import assert from 'node:assert/strict';
 import { copyFileSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
@@ -24,12 +24,9 @@ const kWineCache = 'AppData/LocalLow/Microsoft/CryptnetUrlCache';
 
 const kPassword = 'Tr0ub4dor-and-3';
 const kProxied = '--revocation --pac=PAC';
-// The outcome of a request: what the operation returns, the bodies that the server got, and the tunnels that the proxy
-// was asked for (one by the probe, one by the request).
-const kSent = [true, [100000], 0];
-const kSentByProxy = [true, [100000], 2];
-const kRefused = [false, [], 0];
-const kRefusedByProxy = [false, [], 1];
+// Outcomes: what the operation returns, the bodies at the server, the tunnels (one of the probe, one of the request).
+const [kSent, kSentByProxy] = [[true, [100000], 0], [true, [100000], 2]];
+const [kRefused, kRefusedByProxy] = [[false, [], 0], [false, [], 1]];
 const kCaptured = /: Preflight request successfully obtained the server's certificates$/;
 const kAutomatic = /: Performing automatic CRL check$/;
 const kManual = /: Performing manual CRL check$/;
