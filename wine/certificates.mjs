@@ -78,7 +78,7 @@ commonName = supplied
   }
 }
 
-/** Tells whether the certificates exist and are valid for at least another week. */
+/** Returns whether the certificates exist and are valid for at least another week. */
 function isFresh(folder) {
   if (!existsSync(folder)) return false;
   const certificate = new X509Certificate(readFileSync(join(folder, 'good.pem')));

@@ -7,7 +7,7 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-/** Tells whether a process of that number exists. A zombie counts as gone. */
+/** Returns whether a process of that number exists. A zombie counts as gone. */
 export function alive(pid) {
   try {
     return !/\) [ZX] /.test(readFileSync(`/proc/${pid}/stat`, 'latin1'));

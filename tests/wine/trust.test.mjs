@@ -1,7 +1,7 @@
 // Which servers a request trusts. The certificates are made for this run, the connections use TLS, and the CRLs are
 // really fetched.
 //
-// What differs under Wine: A server that WinHTTP itself refuses shows as error 12157; Windows shows 12175, with reasons.
+// What differs under Wine: A server that WinHTTP itself refuses shows as error 12157; Windows shows 12175 and reasons.
 // A request that is closed before it is sent still sends its request line and headers, so a server sees the GET of the
 // probe, and only a whole body counts as sent. WinHTTP's own revocation check never fetches through a proxy.
 import assert from 'node:assert/strict';
