@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The program's main job, from nothing, on this machine: see usage below.
+# Shows the program at its main job on this machine. See usage() below.
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -7,13 +7,14 @@ usage() {
   cat <<'TEXT'
 usage: ./run.sh [--size SIZE] [--url URL]
 
-Builds mdDCT.exe, lets it collect a bundle and upload it over HTTPS to a storage emulator, as the local system account
-of a Wine prefix of its own, and shows what came of it. Installs what is missing; ends everything that it started.
+Builds mdDCT.exe and runs it once, as the local system account of its own Wine prefix. The run collects a bundle and
+uploads it over HTTPS to a storage emulator. Shows the result. Installs what is missing, and ends everything that it
+started.
 
-  --size SIZE   size of the bundle, with K, M or G for powers of 1024; 8M when not given. More than 256M goes up as an
-                append blob, in blocks of 4 MiB
-  --url URL     sends the bundle there instead; the emulator is not started then
-  --help        this text
+  --size SIZE   sets the size of the bundle, with K, M or G for powers of 1024; 8M by default. A bundle over 256M is
+                uploaded as an append blob, in blocks of 4 MiB
+  --url URL     sends the bundle to this URL, and does not start the emulator
+  --help        shows this text
 TEXT
 }
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Every test, from nothing, on this machine. The last line is "N passed, N failed".
+# Runs every test on this machine, and first installs what is missing. The last line is "N passed, N failed".
 #
-#   ./test.sh            all stages
-#   ./test.sh STAGE...   only those: style docs debug tsan fuzz windows wine tidy
+#   ./test.sh            runs all stages
+#   ./test.sh STAGE...   runs some of them: style docs debug tsan fuzz windows wine tidy
 set -uo pipefail
 cd "$(dirname "$0")"
 
@@ -19,7 +19,7 @@ count() {  # count PASSED FAILED
   failed=$((failed + $2))
 }
 
-# A stage that holds no countable tests is one test itself.
+# Runs a stage whose tests cannot be counted, and counts it as one test: whole_stage STAGE COMMAND...
 whole_stage() {
   local name=$1
   shift
@@ -31,6 +31,7 @@ whole_stage() {
   fi
 }
 
+# Builds and runs the native tests with a preset: native PRESET.
 native() {
   local preset=$1 log="$logs/$1.log"
   if ! { cmake --preset "$preset" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
@@ -49,7 +50,7 @@ native() {
   [ $rc -eq 0 ] || tail -n 80 "$log"
 }
 
-# Tests that node counts: node_tests STAGE COMMAND...
+# Runs tests that Node counts: node_tests STAGE COMMAND...
 node_tests() {
   local log="$logs/$1.log"
   shift
@@ -66,7 +67,7 @@ node_tests() {
   [ $rc -eq 0 ] || { grep -E -A 30 '^ *not ok' "$log" | head -n 200 || tail -n 80 "$log"; }
 }
 
-# One test a target.
+# Runs the fuzz targets, and counts each as one test.
 fuzz_tests() {
   local log="$logs/fuzz.log"
   scripts/fuzz.sh >"$log" 2>&1

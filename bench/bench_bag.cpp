@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kMegabyte = 1'000'000;
 
-/// One object of that many bytes, about 50 an entry.
+/// Returns one object of this many bytes, with about 50 bytes per entry.
 std::string flatText(std::size_t bytes) {
   std::string text = "{";
   for (std::size_t i = 0; text.size() < bytes; ++i) {
@@ -23,7 +23,7 @@ std::string flatText(std::size_t bytes) {
   return text + "}";
 }
 
-/// Objects in objects, two entries each and about 50 bytes a level.
+/// Returns nested objects of this many bytes, with two entries and about 50 bytes per level.
 std::string deepText(std::size_t bytes) {
   std::string text = "{";
   std::size_t depth = 1;
@@ -34,7 +34,8 @@ std::string deepText(std::size_t bytes) {
   return text.append(depth, '}');
 }
 
-/// Parses into something new; the time is that of parsing alone. Gives up when the text is not read.
+/// Parses into a new bag and returns the seconds of the parsing alone. Ends the program when the bag does not read the
+/// text.
 double parseOurs(const std::wstring& text) {
   CORE::PropertyBag bag;
   std::wstring copy = text;
@@ -59,7 +60,7 @@ void benchShape(const char* shape, std::string (*make)(std::size_t)) {
   for (const std::size_t megabytes : {std::size_t{1}, std::size_t{10}, std::size_t{100}}) {
     const std::string text = make(megabytes * kMegabyte);
     const std::wstring wide(text.begin(), text.end());
-    const Pair pair = inTurns(
+    const Pair pair = inRounds(
         megabytes == 100 ? 5 : 9, [&] { return parseOurs(wide); }, [&] { return parseTheirs(text); });
     const double perMegabyte = pair.ours / static_cast<double>(megabytes);
     first = first.value_or(perMegabyte);

@@ -13,10 +13,10 @@
 namespace bench {
 namespace {
 
-constexpr int kTurns = 9;
+constexpr int kRounds = 9;
 const std::string kKey(32, 'k');
 
-/// Something of every byte value.
+/// Returns data that holds every byte value.
 std::string dataOf(std::size_t size) {
   std::string data(size, '\0');
   for (std::size_t i = 0; i < size; ++i) {
@@ -27,6 +27,7 @@ std::string dataOf(std::size_t size) {
 
 const unsigned char* bytesOf(const std::string& text) { return reinterpret_cast<const unsigned char*>(text.data()); }
 
+/// Ends the program when the two sides gave different results.
 void require(bool same) {
   if (!same) {
     std::fputs("the two sides differ\n", stderr);
@@ -34,7 +35,7 @@ void require(bool same) {
   }
 }
 
-/// Runs both on `size` bytes until some 32 MiB have passed each.
+/// Runs both sides on `size` bytes until each has handled some 32 MiB, and prints the row.
 template <class Ours, class Theirs>
 void printPair(const std::string& what, std::size_t size, double wanted, const Ours& ours, const Theirs& theirs) {
   const std::size_t calls = size < 4096 ? 100'000 : (std::size_t{32} << 20) / size;
@@ -45,8 +46,8 @@ void printPair(const std::string& what, std::size_t size, double wanted, const O
       }
     });
   };
-  const Pair pair = inTurns(
-      kTurns, [&] { return repeat(ours); }, [&] { return repeat(theirs); });
+  const Pair pair = inRounds(
+      kRounds, [&] { return repeat(ours); }, [&] { return repeat(theirs); });
   char text[32];
   std::snprintf(text, sizeof(text), "at least %.1f", wanted);
   const std::string length = size < 4096 ? std::to_string(size) + " bytes" : std::to_string(size >> 20) + " MiB";
@@ -78,7 +79,8 @@ void benchDigest(std::size_t size) {
   require(std::memcmp(digest.data(), peer, digest.size()) == 0);
 }
 
-/// \param size  a multiple of 3: the peer's decoder does not tell padding from data.
+/// Measures encoding and decoding.
+/// \param size  a multiple of 3, because the peer's decoder does not tell padding from data.
 void benchBase64(std::size_t size) {
   const std::string data = dataOf(size);
   std::string text;

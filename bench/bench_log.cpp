@@ -16,11 +16,11 @@
 namespace bench {
 namespace {
 
-constexpr std::size_t kQueue = 150'000;  // what the product's own setting is
+constexpr std::size_t kQueue = 150'000;  // as the product's own setting
 constexpr std::uint32_t kLines = 100'000;
-constexpr int kTurns = 9;
+constexpr int kRounds = 9;
 
-/// What one side took for kLines records.
+/// What one side needed for kLines records.
 struct Burst {
   double caller = 0;  ///< seconds until the last log call returned
   double all = 0;     ///< until the last line was in its file
@@ -58,7 +58,7 @@ Burst theirs(const std::vector<spdlog::sink_ptr>& sinks) {
   return burst(
       [&](std::uint32_t i) { logger->debug("AzureBlobUploader::upload(): block {} of {} has been written", i, name); },
       [&] {
-        pool.reset();  // writes what is queued, then joins
+        pool.reset();  // writes what is queued, then joins the thread
         for (const auto& sink : sinks) {
           sink->flush();
         }
@@ -75,13 +75,13 @@ spdlog::sink_ptr fileSink(const std::filesystem::path& path) {
 void printPair(const std::string& what, CORE::LogLevel level, const std::vector<spdlog::sink_ptr>& sinks) {
   std::vector<Burst> mine;
   std::vector<Burst> peers;
-  const Pair all = inTurns(
-      kTurns, [&] { return mine.emplace_back(ours(level)).all; },
+  const Pair all = inRounds(
+      kRounds, [&] { return mine.emplace_back(ours(level)).all; },
       [&] { return peers.emplace_back(theirs(sinks)).all; });
   std::size_t next = 0;
   std::size_t nextPeer = 0;
-  const Pair caller = inTurns(
-      kTurns, [&] { return mine.at(next++).caller; }, [&] { return peers.at(nextPeer++).caller; });
+  const Pair caller = inRounds(
+      kRounds, [&] { return mine.at(next++).caller; }, [&] { return peers.at(nextPeer++).caller; });
   printRow("log call admitted, time of the caller, " + what, "spdlog async", caller, Unit::kNanoseconds, kLines, "",
            "at most 1", caller.ratio <= 1);
   printRow("lines written a second, " + what, "spdlog async", all, Unit::kRate, kLines, "lines", "at least 1",
@@ -93,13 +93,13 @@ void benchRefused() {
   const auto loop = [](const auto& body) {
     return secondsOf([&] {
       for (std::uint32_t i = 0; i < kCalls; ++i) {
-        sink = i;  // keeps the loop a loop on both sides
+        sink = i;  // keeps the compiler from removing the loop
         body(i);
       }
     });
   };
-  const Pair pair = inTurns(
-      kTurns,
+  const Pair pair = inRounds(
+      kRounds,
       [&] { return loop([](std::uint32_t i) { CORE::log(CORE::kTrace, L"WinHttpRequest::write(): block %u", i); }); },
       [&] { return loop([](std::uint32_t) {}); });
   const double more = (pair.ours - pair.peer) / kCalls * 1e9;

@@ -10,7 +10,7 @@
 namespace bench {
 namespace {
 
-/// A text of the log's kind without the letter that the word begins with, but for one word at its end.
+/// Returns a text like those of the log. Its only letter V is the first one of the masked word, at the end.
 std::string textOf(std::size_t characters) {
   constexpr std::string_view kPiece = "AzureBlobUploader::upload(): block 17 of bundle.zip has been written; ";
   std::string text;
@@ -32,7 +32,7 @@ void benchSize(const std::string& what, std::size_t characters) {
       }
     });
   };
-  const Pair pair = inTurns(
+  const Pair pair = inRounds(
       9,
       [&] {
         return repeat([&] {

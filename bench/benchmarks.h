@@ -4,7 +4,7 @@
 
 namespace bench {
 
-// Each prints its rows.
+// Each measures one subject and prints its rows of the table of results. Files are written below the folder.
 void benchLog(const std::filesystem::path& folder);
 void benchMasking(const std::filesystem::path& folder);
 void benchBags(const std::filesystem::path& folder);

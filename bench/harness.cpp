@@ -22,14 +22,14 @@ std::string figure(double value) {
 
 }  // namespace
 
-Pair inTurns(int turns, const std::function<double()>& ours, const std::function<double()>& peer) {
+Pair inRounds(int rounds, const std::function<double()>& ours, const std::function<double()>& peer) {
   ours();
   peer();
   std::vector<double> first;
   std::vector<double> second;
   std::vector<double> ratios;
-  for (int turn = 0; turn < turns; ++turn) {
-    const bool peerFirst = turn % 2 == 1;
+  for (int round = 0; round < rounds; ++round) {
+    const bool peerFirst = round % 2 == 1;
     const double before = peerFirst ? peer() : 0;
     first.push_back(ours());
     second.push_back(peerFirst ? before : peer());

@@ -7,10 +7,10 @@
 
 namespace bench {
 
-/// Keeps the compiler from dropping a result.
+/// Takes results, so that the compiler does not drop the work that made them.
 inline volatile std::size_t sink = 0;
 
-/// Seconds that one call takes.
+/// Returns the seconds that one call takes.
 template <class Work>
 double secondsOf(const Work& work) {
   const auto begun = std::chrono::steady_clock::now();
@@ -18,30 +18,32 @@ double secondsOf(const Work& work) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
 }
 
-/// Medians of measurements that were taken in turns, so that both sides meet the same weather.
+/// Medians of measurements in rounds. Each round measures both sides, so that both meet the same load of the machine.
 struct Pair {
   double ours = 0;
   double peer = 0;
-  double ratio = 0;  ///< median of ours / peer of each turn
+  double ratio = 0;  ///< the median over the rounds of ours / peer
 };
 
-/// Measures both sides in turns (each first in every other one) after one turn that does not count.
+/// Measures both sides in rounds, after one round that does not count. The side that comes first alternates.
 /// \param ours, peer  do their work and return the seconds that count.
-Pair inTurns(int turns, const std::function<double()>& ours, const std::function<double()>& peer);
+Pair inRounds(int rounds, const std::function<double()>& ours, const std::function<double()>& peer);
 
-/// How a row's figures are derived from seconds.
+/// How the figures of a row are computed from seconds.
 enum class Unit {
-  kNanoseconds,  ///< a call: seconds / amount; the ratio is ours / peer, small is good
-  kRate,         ///< amount / seconds; the ratio is ours / peer, large is good
+  kNanoseconds,  ///< per call: seconds / amount. The ratio is ours / peer; a small one is good.
+  kRate,         ///< amount / seconds. The ratio is ours / peer; a large one is good.
 };
 
 /// Prints a row of the table of results.
-/// \param amount  calls, lines or bytes that the seconds of a turn stand for.
-/// \param name  of one of them, for rates: "lines", "MB" (then amount counts millions of bytes).
+/// \param amount  the number of calls, lines or millions of bytes that one round handles.
+/// \param name  their unit, for rates: "lines" or "MB".
+/// \param wanted  the bound, in words.
+/// \param met  whether the figures keep the bound.
 void printRow(const std::string& what, const std::string& peerName, const Pair& pair, Unit unit, double amount,
               const std::string& name, const std::string& wanted, bool met);
 
-/// "yes" or "no" of a row is for the caller to say; these are the figures it says it by.
+/// Returns the ratio of the two rates, ours / peer. Callers compare it with the bound of their row.
 inline double rateRatio(const Pair& pair) { return 1 / pair.ratio; }
 
 }  // namespace bench

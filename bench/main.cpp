@@ -4,7 +4,8 @@
 
 #include "bench/benchmarks.h"
 
-// mddct_bench FOLDER [NAME...]: prints the rows of the table of results, all or those of that name.
+// mddct_bench FOLDER [NAME...]: prints the rows of the table of results, all or those of these names. FOLDER is for
+// files.
 int main(int count, char** arguments) {
   struct Benchmark {
     std::string_view name;
@@ -15,7 +16,7 @@ int main(int count, char** arguments) {
                                 {"bag", bench::benchBags},
                                 {"digest", bench::benchDigests}};
   if (count < 2) {
-    std::fputs("say where files may be written\n", stderr);
+    std::fputs("usage: mddct_bench FOLDER [NAME...]\n", stderr);
     return 2;
   }
   for (const Benchmark& benchmark : kAll) {

@@ -9,7 +9,7 @@
 
 namespace bench {
 
-/// A context for HMAC-SHA-256, without a key yet.
+/// Returns a new context for HMAC-SHA-256, without a key.
 inline EVP_MAC_CTX* newMacContext() {
   static EVP_MAC* const mac = EVP_MAC_fetch(nullptr, "HMAC", nullptr);
   static EVP_MAC_CTX* const ready = [] {
@@ -22,13 +22,13 @@ inline EVP_MAC_CTX* newMacContext() {
   return EVP_MAC_CTX_dup(ready);
 }
 
-/// SHA-256, fetched once.
+/// Returns SHA-256, which is fetched once.
 inline const EVP_MD* sha256() {
   static const EVP_MD* const digest = EVP_MD_fetch(nullptr, "SHA256", nullptr);
   return digest;
 }
 
-/// SHA-256, plain or keyed, handed straight to OpenSSL: what is left to measure is the caller's own part.
+/// SHA-256, plain or keyed, computed by OpenSSL. So a measurement beside OpenSSL shows the caller's own share.
 class OpensslDigests : public platform::Digests {
  public:
   platform::NtStatus BCryptOpenAlgorithmProvider(platform::AlgorithmProvider& provider, const std::wstring&,
@@ -43,7 +43,7 @@ class OpensslDigests : public platform::Digests {
   }
   platform::NtStatus BCryptCreateHash(platform::NativeHandle provider, platform::HashHandle& hash,
                                       std::span<std::byte> object, std::span<const std::byte> key) override {
-    auto* const made = new (object.data()) Hash;  // which is what that memory is for
+    auto* const made = new (object.data()) Hash;  // the caller gives that memory for it
     if (provider == &keyed_) {
       made->keyed = newMacContext();
       EVP_MAC_init(made->keyed, reinterpret_cast<const unsigned char*>(key.data()), key.size(), nullptr);
@@ -82,7 +82,7 @@ class OpensslDigests : public platform::Digests {
     EVP_MAC_CTX* keyed = nullptr;
     EVP_MD_CTX* plain = nullptr;
   };
-  // Only their addresses count.
+  // Their addresses tell the two providers apart.
   int plain_ = 0;
   int keyed_ = 0;
 };

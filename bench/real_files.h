@@ -15,7 +15,7 @@
 
 namespace bench {
 
-/// Handles of real files, told apart from those of the simulation by their size.
+/// Handles of real files begin here. Those of the simulation are smaller numbers.
 inline constexpr std::uintptr_t kFirstRealHandle = std::uintptr_t{1} << 40;
 inline bool isReal(platform::NativeHandle handle) {
   return handle != platform::invalidHandleValue() && reinterpret_cast<std::uintptr_t>(handle) >= kFirstRealHandle;
@@ -24,7 +24,8 @@ inline int fileNumberOf(platform::NativeHandle handle) {
   return static_cast<int>(reinterpret_cast<std::uintptr_t>(handle) - kFirstRealHandle);
 }
 
-/// The simulated file system, but what is opened for appending is a real file below a folder, and so are its locks.
+/// The simulated file system, except for files that are opened for appending: these are real files below a folder, with
+/// real locks.
 class RealFiles : public sim::Files {
  public:
   RealFiles(sim::Kernel& kernel, std::filesystem::path folder) : sim::Files(kernel), folder_(std::move(folder)) {}
@@ -66,8 +67,8 @@ class RealFiles : public sim::Files {
     if (!isReal(file)) {
       return sim::Files::GetFileSizeEx(file);
     }
-    const bool told = ::fstat(fileNumberOf(file), &status) == 0;
-    return {told, static_cast<std::uint64_t>(status.st_size), told ? platform::kErrorSuccess : 1};
+    const bool ok = ::fstat(fileNumberOf(file), &status) == 0;
+    return {ok, static_cast<std::uint64_t>(status.st_size), ok ? platform::kErrorSuccess : 1};
   }
 
  private:
@@ -78,7 +79,7 @@ class RealFiles : public sim::Files {
     }
     return folder_ / name;
   }
-  /// Of one byte, for this open file alone.
+  /// Locks or unlocks one byte for this open file alone.
   static platform::Status lock(platform::NativeHandle file, int type, std::uint64_t offset) {
     struct flock range {};
     range.l_type = static_cast<short>(type);
@@ -92,7 +93,7 @@ class RealFiles : public sim::Files {
   const std::filesystem::path folder_;
 };
 
-/// The simulated objects, and the closing of real files.
+/// The simulated objects. CloseHandle also closes real files.
 class RealObjects : public sim::Objects {
  public:
   using sim::Objects::Objects;

@@ -14,7 +14,7 @@
 
 namespace bench {
 
-/// The machine's clock; local time is UTC.
+/// The clock of the machine. Local time is UTC.
 class RealClock : public sim::Clock {
  public:
   using sim::Clock::Clock;
@@ -51,6 +51,7 @@ class RealClock : public sim::Clock {
   static constexpr platform::FileTime kUnixEpoch = 116'444'736'000'000'000;
 };
 
+/// The thread ids of the machine.
 class RealProcesses : public sim::Processes {
  public:
   using sim::Processes::Processes;
@@ -60,6 +61,7 @@ class RealProcesses : public sim::Processes {
   }
 };
 
+/// The heap of the C library.
 class PlainHeap : public platform::Heap {
  public:
   platform::NativeHandle GetProcessHeap() override { return this; }
@@ -67,7 +69,7 @@ class PlainHeap : public platform::Heap {
   void HeapFree(platform::NativeHandle, void* memory) override { std::free(memory); }
 };
 
-/// Letters without the simulation's counting: ASCII and Latin-1.
+/// Comparison and lower case of ASCII and Latin-1 letters, without the simulation's counting.
 class PlainText : public sim::Text {
  public:
   using sim::Text::Text;
@@ -95,11 +97,11 @@ class PlainText : public sim::Text {
   }
 };
 
-/// A simulated Windows whose services that a measurement meets often are real or plain ones, without the simulation's
-/// counting and locking. It is the installed platform while it lives.
+/// A simulated Windows. The services that a measurement calls often are real or plain ones, without the simulation's
+/// counting and locking. It is the installed platform as long as it exists.
 class RealWindows {
  public:
-  /// \param folder  for real files.
+  /// \param folder  where the real files are written.
   explicit RealWindows(const std::filesystem::path& folder) : files_(base_.kernel, folder) {
     platform::install(&platform_);
   }

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds the measurements, optimised, runs them natively and under Wine and writes
+# Installs what is missing, builds the measurements with optimisation, runs them natively and under Wine, and writes
 # bench/RESULTS.md.
 #
-#   bench/run.sh [NAME...]   all of them, or those (native: log, masking, bag, digest; under Wine: upload, start,
-#                            lines, configuration): then only their rows are printed and RESULTS.md stays as it is
+#   bench/run.sh             runs all measurements
+#   bench/run.sh NAME...     runs these, prints their rows, and leaves RESULTS.md alone. Native: log, masking, bag, digest.
+#                            Under Wine: upload, start, lines, configuration
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,7 +31,7 @@ compile_windows() {
   fi
 }
 
-# An empty list of names is all of them.
+# Without a name, runs all native measurements.
 measure_native() {
   local status=0
   rm -rf "$build/scratch"
@@ -54,9 +55,9 @@ $(g++ --version | sed -n 1p), release build. Beside: spdlog $(version_of libspdl
 $(version_of nlohmann-json3-dev), OpenSSL $(version_of libssl-dev); under $(wine --version 2>/dev/null): curl
 $(version_of curl), rclone $(version_of rclone), Node $(node --version).
 
-Both sides of a row run in turns, natively in one process, under Wine in one prefix against one server; the figures are
-medians over the turns, the ratio is ours divided by the peer's: the median of the turns' ratios. One turn before the
-first is not counted. \`bench/notes.md\` says what each row measures and where the time goes.
+Both sides of a row run in rounds: natively in one process, under Wine in one prefix against one server. The figures are
+medians over the rounds. The ratio is the median of each round's ratio, ours divided by the peer's. One round before the
+first does not count. \`bench/notes.md\` says what each row measures and where the time goes.
 
 | what | ours | peer | ratio | wanted | met |
 |---|---|---|---|---|---|

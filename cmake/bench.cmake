@@ -1,4 +1,4 @@
-# Measurements beside other programs' libraries; bench/run.sh builds and runs them.
+# The native measurements beside other libraries. bench/run.sh builds and runs them.
 
 find_package(spdlog REQUIRED)
 find_package(nlohmann_json REQUIRED)
@@ -8,5 +8,5 @@ add_executable(mddct_bench ${bench_sources})
 mddct_options(mddct_bench)
 target_link_libraries(mddct_bench PRIVATE mddct_sim mddct_digest mddct_bag spdlog::spdlog_header_only
   nlohmann_json::nlohmann_json OpenSSL::Crypto)
-# GCC 12 takes a copy of two bytes in a vector of the simulation for one out of bounds, at -O3 only.
+# At -O3, GCC 12 reports a copy of two bytes in a vector of the simulation as out of bounds. It is not.
 target_compile_options(mddct_bench PRIVATE -Wno-array-bounds -Wno-stringop-overread)

@@ -1,4 +1,4 @@
-# What bench/run.sh measures beside under Wine; no part of "all". The target is mddct_bench_programs.
+# The programs that bench/run.sh measures under Wine. The target mddct_bench_programs builds them; "all" does not.
 
 function(mddct_bench_program target)
   add_executable(${target} EXCLUDE_FROM_ALL ${ARGN})
@@ -9,7 +9,7 @@ endfunction()
 mddct_bench_program(mddct_bare_upload bench/wine/bare_upload.cpp)
 target_link_libraries(mddct_bare_upload PRIVATE winhttp)
 
-# The linker is made to ask for every function that the shipped file imports.
+# The empty program makes the linker ask for every function that the shipped file imports.
 set(imports ${PROJECT_BINARY_DIR}/imports.txt)
 add_custom_command(OUTPUT ${imports} DEPENDS mdDCT VERBATIM
   COMMAND sh -c "${CMAKE_OBJDUMP} -p mdDCT.exe | \
@@ -23,7 +23,8 @@ target_link_options(mddct_empty_program PRIVATE @${imports})
 target_link_libraries(mddct_empty_program PRIVATE
   advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 version winhttp wininet)
 
-# The peer is headers only; they stand beside the host's own, which must not be seen.
+# The peer consists of headers. They are in /usr/include beside the host's own headers, which the cross compiler must
+# not see. So links to them stand in a folder of their own.
 foreach(name spdlog fmt)
   file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/peers)
   file(CREATE_LINK /usr/include/${name} ${PROJECT_BINARY_DIR}/peers/${name} SYMBOLIC)

@@ -1,8 +1,9 @@
-# Fuzz targets: fuzz/<name>_fuzz.cpp with the libraries it needs. The whole build is instrumented (preset "fuzz").
+# The fuzz targets: fuzz/<name>_fuzz.cpp, each with the libraries that it needs. The preset "fuzz" instruments the whole
+# build.
 
 find_package(OpenSSL REQUIRED)
 
-# The platform of the targets: the simulated Windows of the tests.
+# The targets run on the simulated Windows of the tests.
 file(GLOB fuzz_platform_sources CONFIGURE_DEPENDS tests/sim/*.cpp)
 add_library(mddct_fuzz_platform STATIC ${fuzz_platform_sources})
 mddct_options(mddct_fuzz_platform)

@@ -1,4 +1,4 @@
-# Cross build with mingw-w64, posix threads.
+# The cross build with mingw-w64 and its POSIX threads.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)
 set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)

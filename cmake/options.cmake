@@ -1,12 +1,12 @@
-# Warnings, sanitizers and the libraries of the rooms.
+# Warnings, sanitizers, and the libraries of the rooms.
 
 find_package(Threads REQUIRED)
 
-# One static file with any compiler. (Read by Microsoft's only.)
+# Links Microsoft's run-time library statically. Other compilers ignore this variable.
 set(CMAKE_MSVC_RUNTIME_LIBRARY MultiThreaded)
 
 if(MSVC)
-  # /EHa is what -fnon-call-exceptions is elsewhere: see cmake/windows.cmake.
+  # /EHa does what -fnon-call-exceptions does elsewhere; see cmake/windows.cmake.
   set(mddct_warnings /W4 /permissive- /utf-8 /EHa)
 else()
   set(mddct_warnings
@@ -17,7 +17,7 @@ else()
   endif()
 endif()
 
-# What every target of ours is compiled with; warnings are errors.
+# Sets the compiler options that all targets share. Warnings are errors.
 function(mddct_options target)
   target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR})
   target_compile_options(${target} PRIVATE ${mddct_warnings})
@@ -28,7 +28,8 @@ function(mddct_options target)
   target_link_libraries(${target} PUBLIC Threads::Threads)
 endfunction()
 
-# The library of a room: the sources of its folder, without those of folders below it and without the entry point.
+# Makes the library of a room from the sources of its folder, without those of folders below it and without the entry
+# point: mddct_room(NAME FOLDER ROOMS-BELOW...).
 function(mddct_room name folder)
   set(target mddct_${name})
   file(GLOB sources CONFIGURE_DEPENDS ${folder}/*.cpp)
@@ -39,7 +40,7 @@ function(mddct_room name folder)
   list(TRANSFORM ARGN PREPEND mddct_)
   target_link_libraries(${target} PUBLIC ${ARGN})
   if(NOT WIN32 AND NOT MDDCT_FUZZ)
-    # The whole room with what stands below it, and nothing else: a call upwards does not link.
+    # This program holds the whole room and the rooms below it, so a call to any other room does not link.
     add_executable(${target}_links cmake/empty_program.cpp)
     mddct_options(${target}_links)
     target_link_libraries(${target}_links PRIVATE -Wl,--whole-archive $<TARGET_FILE:${target}> -Wl,--no-whole-archive

@@ -1,4 +1,4 @@
-# Native tests: the library on the simulated Windows.
+# The native tests: the libraries of the rooms on the simulated Windows.
 
 enable_testing()
 include(GoogleTest)
@@ -10,7 +10,7 @@ add_library(mddct_sim STATIC ${sim_sources})
 mddct_options(mddct_sim)
 target_link_libraries(mddct_sim PUBLIC mddct_log OpenSSL::Crypto)
 
-# One test program per folder: tests/unit/<folder>/*_test.cpp against the libraries given.
+# Makes one test program of tests/unit/<folder>/*_test.cpp: mddct_tests(FOLDER LIBRARIES...).
 function(mddct_tests folder)
   file(GLOB sources CONFIGURE_DEPENDS tests/unit/${folder}/*_test.cpp)
   if(NOT sources)

@@ -1,6 +1,6 @@
 enable_language(RC)
 
-# What a static Windows program of ours is linked with. The time stamp stays out, so that a build can be repeated.
+# Sets the options of a static Windows program. It has no time stamp, so that a build can be repeated.
 function(mddct_windows_program target)
   mddct_options(${target})
   target_compile_definitions(${target} PRIVATE
@@ -13,7 +13,7 @@ function(mddct_windows_program target)
   endif()
 endfunction()
 
-# The shipped executable: the library, the Windows layer and the entry point in one static file.
+# The shipped executable: the rooms, the Windows layer and the entry point in one static file.
 
 file(GLOB windows_sources CONFIGURE_DEPENDS platform/windows/*.cpp)
 add_library(mddct_windows STATIC ${windows_sources})
@@ -22,9 +22,9 @@ target_compile_definitions(mddct_windows PRIVATE UNICODE _UNICODE WIN32_LEAN_AND
 target_link_libraries(mddct_windows PUBLIC mddct_platform
   advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 version winhttp wininet)
 
-# A failure of the code is thrown on from the very instruction: catch blocks have to know all that may fail, not the
-# calls alone, or the run-time library ends the program. And a build tells nothing of the folder it was made in, so that
-# another one gives the same bytes.
+# A crash becomes an exception at the very instruction that failed. -fnon-call-exceptions makes catch blocks cover all
+# instructions that may fail and not calls alone; without it, the run-time library ends the program. -ffile-prefix-map
+# keeps the path of the build folder out of the result, so that a build in another folder gives the same bytes.
 if(NOT MSVC)
   get_property(rooms GLOBAL PROPERTY MDDCT_ROOMS)
   foreach(target ${rooms} mddct_windows)
@@ -39,13 +39,14 @@ set_property(SOURCE packaging/mdDCT.rc APPEND PROPERTY OBJECT_DEPENDS
 target_include_directories(mdDCT PRIVATE packaging)
 target_link_libraries(mdDCT PRIVATE mddct_main mddct_windows)
 
-# With Microsoft's compiler that is all: what follows, the tests' programs too, is made for the one the release comes from.
+# Microsoft's compiler builds the program alone. What follows is made for GCC, from which the releases come.
 if(MSVC)
   return()
 endif()
 target_link_options(mdDCT PRIVATE -municode)
 
-# The symbols stay out of the shipped file, in one beside it. objcopy writes the time of day unless it is told one.
+# Moves the symbols from the shipped file to a file beside it. Without SOURCE_DATE_EPOCH, objcopy writes the current
+# time.
 set(objcopy ${CMAKE_COMMAND} -E env SOURCE_DATE_EPOCH=0 ${CMAKE_OBJCOPY})
 add_custom_command(TARGET mdDCT POST_BUILD VERBATIM
   COMMAND ${objcopy} --only-keep-debug mdDCT.exe mdDCT.exe.debug
@@ -54,7 +55,7 @@ add_custom_command(TARGET mdDCT POST_BUILD VERBATIM
   BYPRODUCTS ${PROJECT_BINARY_DIR}/mdDCT.exe.debug
   WORKING_DIRECTORY ${PROJECT_BINARY_DIR})
 
-# What it meets under Wine: the launcher, the stand-in for powershell.exe, and the programs of the tests.
+# The programs that run beside it under Wine: the launcher, the stand-in for powershell.exe, and those of the tests.
 
 set(native ${PROJECT_SOURCE_DIR}/wine/native)
 add_library(mddct_native STATIC ${native}/arguments.cpp)
@@ -71,7 +72,7 @@ mddct_native_program(mddct_run_as_system ${native}/run_as_system.cpp)
 mddct_native_program(mddct_trust_root ${native}/trust_root.cpp)
 target_link_libraries(mddct_trust_root PRIVATE crypt32)
 
-# In a folder of its own: Windows finds it there by its bare name only for who asks for that folder.
+# The stand-in has a folder of its own, so that no other program finds it there by its bare name.
 mddct_native_program(mddct_powershell ${native}/powershell_standin.cpp)
 set_target_properties(mddct_powershell PROPERTIES
   OUTPUT_NAME powershell RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/standin)

@@ -8,14 +8,16 @@
 #include <utility>
 #include <vector>
 
-/// Ends the fuzzer, which then keeps the input, when a property does not hold.
+/// Ends the fuzzer when a property does not hold. The fuzzer then keeps the input.
 #define FUZZ_CHECK(...) fuzz::demand((__VA_ARGS__), __FILE__, __LINE__, #__VA_ARGS__)
 
 namespace fuzz {
 
-/// A target: demands its properties of one input. What it makes must not outlive the input: it would look like a leak.
+/// The target of a fuzzer: checks its properties with one input. Everything that it allocates must be released when it
+/// returns, because the fuzzer reports the rest as a leak.
 void target(std::string_view input);
 
+/// Prints the place and the property, and aborts, when the property does not hold. FUZZ_CHECK calls it.
 inline void demand(bool holds, const char* file, int line, const char* property) {
   if (!holds) {
     std::fprintf(stderr, "%s:%d: does not hold: %s\n", file, line, property);
@@ -23,14 +25,14 @@ inline void demand(bool holds, const char* file, int line, const char* property)
   }
 }
 
-/// What stands before the first separator and what behind it.
+/// Returns the text before the first separator and the text behind it.
 template <class C>
 std::pair<std::basic_string<C>, std::basic_string<C>> cut(const std::basic_string<C>& text, C separator) {
   const std::size_t at = text.find(separator);
   return {text.substr(0, at), at == text.npos ? std::basic_string<C>() : text.substr(at + 1)};
 }
 
-/// The pieces between separators; always one more piece than separators.
+/// Returns the pieces between the separators: always one more piece than separators.
 inline std::vector<std::string> split(std::string_view text, char separator) {
   std::istringstream rest(std::string(text) + separator);
   std::vector<std::string> out;

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Builds the shipped executable into build/windows/mdDCT.exe (its symbols beside it in mdDCT.exe.debug) with the
-# programs that the tests under Wine need, and proves from the file itself that it is fit to ship. The first line of
-# trouble goes to the standard error stream; without trouble there is one line.
+# Builds the shipped executable, build/windows/mdDCT.exe, with its symbols in mdDCT.exe.debug, and the programs that the
+# tests under Wine need. Then checks the executable with scripts/check-executable.sh. Prints one line when all is well;
+# errors go to the standard error stream.
 #
-#   scripts/build-windows.sh [TARGET...]   everything, or those targets (mdDCT is the program alone)
+#   scripts/build-windows.sh [TARGET...]   builds everything, or these targets (mdDCT is the program alone)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# The layout of every C++ file is what clang-format makes of it, no Windows header is included above the seam, and each
-# room includes only itself and the rooms that stand below it in CMakeLists.txt.
+# Checks that every C++ file has the layout that clang-format gives it, that no Windows header is included outside of
+# platform/windows, and that each room includes only itself and the rooms below it in CMakeLists.txt.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -14,7 +14,8 @@ if [ -n "$leaks" ]; then
   exit 1
 fi
 
-# Reads the lines mddct_room(NAME FOLDER ROOMS-BELOW...), which stand from the ground up, then FILE:#include "HEADER".
+# Reads the lines mddct_room(NAME FOLDER ROOMS-BELOW...), the lowest room first, then lines FILE:#include "HEADER".
+# Prints every include of a room that is not below.
 upwards=$({ sed -n 's/^mddct_room(\(.*\))$/room \1/p' CMakeLists.txt
   git grep -E '^#include "[a-z]' -- platform core http upload dct main ':!platform/windows' ':!main/entry.cpp'; } | awk '
   function folder(path) { sub(/\/[^\/]*$/, "", path); return path }
@@ -32,7 +33,7 @@ upwards=$({ sed -n 's/^mddct_room(\(.*\))$/room \1/p' CMakeLists.txt
     if (!may[folder(part[1]), folder(quoted[2])]) print
   }')
 if [ -n "$upwards" ]; then
-  echo "Includes of what does not stand below:"
+  echo "Includes of rooms that are not below:"
   echo "$upwards"
   exit 1
 fi

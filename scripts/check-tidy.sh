@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# cppcheck and clang-tidy (with the list in .clang-tidy) over the product's own sources, cppcheck also over the
-# simulated Windows and the programs that stand beside it under Wine; every finding is an error.
+# Runs cppcheck and clang-tidy over the product's sources. cppcheck also reads the simulated Windows and the programs
+# that run beside the product under Wine. .clang-tidy lists the checks of clang-tidy. Every finding is an error.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# passedByValue: views, and texts that the callee keeps. internalAstError: a placement new that this version of cppcheck
-# cannot read.
+# passedByValue is off for views and for texts that the callee keeps. internalAstError is off for a placement new that
+# this version of cppcheck cannot parse.
 git ls-files -z '*.cpp' ':!tests/unit' ':!fuzz' ':!bench' | xargs -0 cppcheck --enable=warning,performance,portability \
   --std=c++20 --language=c++ --quiet -j2 -I. --error-exitcode=1 --suppress=missingInclude --suppress=passedByValue \
   --suppress=internalAstError:platform/windows/windows_crash.cpp

@@ -1,4 +1,5 @@
-// coverage-table.mjs FILE: prints what gcovr's JSON report says, a row a folder, and the lines that did not run.
+// coverage-table.mjs FILE: prints gcovr's JSON report as a table, one row per folder, and then the lines that did not
+// run.
 import { readFileSync } from 'node:fs';
 
 const { files } = JSON.parse(readFileSync(process.argv[2], 'utf8'));

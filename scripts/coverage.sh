@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
-# Lines and branches of the product that the native tests run, as a table a folder, and every place that they do not
-# run, as "file: lines". What only Windows runs (platform/windows/, main/entry.cpp) is not in it: the tests under Wine
-# run the shipped executable, which is not counted.
+# Prints a table of the lines and branches of the product that the native tests run, one row per folder, and then every
+# place that they do not run, as "file: lines". Leaves out what only Windows runs (platform/windows/, main/entry.cpp):
+# the tests under Wine run it in the shipped executable, where coverage is not measured.
 #
 #   scripts/coverage.sh
 #
-# docs/coverage.md holds the table of the last time, and says why the rest is not run.
+# docs/coverage.md holds the last table, and says why the rest is not run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,7 +13,8 @@ scripts/install.sh coverage
 build=build/coverage
 log=$build/build.log
 mkdir -p "$build"
-# Not optimised: a line is a line then. Throwing branches are the compiler's, nobody wrote them.
+# Without optimisation each line of the source keeps its own code. Branches for exceptions are left out, because the
+# compiler adds them.
 if ! { cmake --preset debug -B "$build" -DMDDCT_SANITIZE= -DCMAKE_CXX_FLAGS='-O0 --coverage -fprofile-update=atomic' &&
   cmake --build "$build"; } >"$log" 2>&1; then
   tail -n 40 "$log" >&2

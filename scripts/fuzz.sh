@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Runs the fuzz targets, one line each: "ok NAME: N executions" or "not ok NAME: ...". A finding makes the exit code 1;
-# its input is then in build/fuzz/found/ (keep it in fuzz/corpus/NAME/ once the fault is mended).
+# Runs the fuzz targets and prints one line for each: "ok NAME: N executions" or "not ok NAME: ...". After a finding the
+# exit code is 1, and the input is in build/fuzz/found/. Keep it in fuzz/corpus/NAME/, under a name that says what it
+# shows, when the fault is corrected.
 #
-#   scripts/fuzz.sh [SECONDS] [NAME...]   every target of fuzz/NAME_fuzz.cpp, or those, for 5 seconds or that many
+#   scripts/fuzz.sh [SECONDS] [NAME...]   runs each target fuzz/NAME_fuzz.cpp, or only these, for 5 seconds by default
 #
-# Each starts from its seeds in fuzz/corpus/NAME/ and from what earlier runs found in build/fuzz/corpus/NAME/.
+# Each target starts from its seeds in fuzz/corpus/NAME/ and from what earlier runs found, in build/fuzz/corpus/NAME/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -32,7 +33,7 @@ compile() {
   fi
 }
 
-# An input that takes 5 seconds, a gigabyte of memory or breaks a property is a finding.
+# Fuzzes one target. An input is a finding when it takes 5 seconds or a gigabyte of memory, or when a property fails.
 run() {
   local name=$1 log=$build/$1.log executions
   local -a folders=("$build/corpus/$name")

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Installs what is missing, from Debian's packages and the npm registry; silent when nothing is.
+# Installs what is missing, from Debian's packages and the npm registry. Prints nothing when nothing is missing.
 #
 #   scripts/install.sh run       what ./run.sh needs
-#   scripts/install.sh test      what ./test.sh needs (the same and more)
+#   scripts/install.sh test      what ./test.sh needs (what ./run.sh needs, and more)
 #   scripts/install.sh coverage  what scripts/coverage.sh needs
 #   scripts/install.sh bench     what bench/run.sh needs
 set -euo pipefail
@@ -26,10 +26,10 @@ case "${1-}" in
   test) wanted=("${test_packages[@]}") ;;
   coverage) wanted=("${coverage_packages[@]}") ;;
   bench) wanted=("${bench_packages[@]}") ;;
-  *) fail "say what for: run, test, coverage or bench" ;;
+  *) fail "needs one argument: run, test, coverage or bench" ;;
 esac
 
-# Node may be there in another way than as Debian's package; npm comes with it then.
+# Node may be installed without Debian's package. npm then comes with it.
 node_is_usable() {
   local version
   version=$(node --version 2>/dev/null) || return 1
@@ -64,7 +64,7 @@ install_packages() {
   rm -f "$log"
 }
 
-# The lock file's copy beside the packages says which state of it is installed.
+# The copy of the lock file beside the packages shows which packages are installed.
 install_node_packages() {
   cmp -s package-lock.json node_modules/.installed-lock && return
   echo "installing: node packages of wine/"

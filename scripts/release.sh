@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Makes the release of the commit that is checked out: build/release/mdDCT-VERSION.zip, with a line of its SHA-256 beside
-# it. What is not committed does not enter it. The same commit and the same tools give the same bytes, in any folder.
+# Makes the release of the commit that is checked out: build/release/mdDCT-VERSION.zip, with its SHA-256 in a file
+# beside it. Changes that are not committed are left out. The same commit and the same tools give the same bytes in any
+# folder.
 #
-#   scripts/release.sh           makes it
-#   scripts/release.sh --check   makes it twice, in two folders of their own, and compares; build/release is not touched
+#   scripts/release.sh           makes the release
+#   scripts/release.sh --check   makes it twice, in two folders, and compares the archives; leaves build/release alone
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -16,7 +17,7 @@ check=no
 case "${1-}" in
   '') ;;
   --check) check=yes ;;
-  *) fail "only --check is known" ;;
+  *) fail "unknown argument $1; the only option is --check" ;;
 esac
 
 commit=$(git rev-parse HEAD)
@@ -26,35 +27,36 @@ export SOURCE_DATE_EPOCH TZ=UTC LC_ALL=C
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# A clone at the commit, built from nothing: no cache of compiled files may vouch for it.
+# Clones the commit and builds it without a compiler cache, so that the check compares two real builds: build FOLDER.
 build() {
   git clone -q --no-checkout . "$1"
   git -C "$1" checkout -q --detach "$commit"
   (cd "$1" && unset CMAKE_CXX_COMPILER_LAUNCHER CMAKE_C_COMPILER_LAUNCHER && scripts/build-windows.sh mdDCT)
 }
 
+# Prints the product's version: version_of SOURCE.
 version_of() {
   local version
   version=$(sed -n 's/^#define MDDCT_VERSION_TEXT "\([0-9.]*\)"$/\1/p' "$1/packaging/version.h")
-  [ -n "$version" ] || fail "packaging/version.h gives no version"
+  [ -n "$version" ] || fail "packaging/version.h holds no version"
   echo "$version"
 }
 
 debian_version() { dpkg-query -W -f '${Version}' "$1"; }
 
-# The notices of what is linked into the executable, as the packages it came from have them.
+# Copies the notices of what is linked into the executable, from the packages that it comes from.
 gather_licences() {
   mkdir "$1/licences"
   local gcc=/usr/share/doc/gcc-mingw-w64-x86-64-posix-runtime/copyright
   local mingw=/usr/share/doc/mingw-w64-x86-64-dev/copyright
   grep -q 'GCC RUNTIME LIBRARY EXCEPTION' "$gcc" || fail "$gcc does not hold the runtime library exception"
-  grep -q 'mingw-w64-libraries/winpthreads' "$mingw" || fail "$mingw says nothing of winpthreads"
+  grep -q 'mingw-w64-libraries/winpthreads' "$mingw" || fail "$mingw does not mention winpthreads"
   cp "$gcc" "$1/licences/gcc-runtime.txt"
   cp "$mingw" "$1/licences/mingw-w64.txt"
   cp /usr/share/common-licenses/GPL-3 "$1/licences/GPL-3.txt"
 }
 
-# What the archive holds, in a folder: gather SOURCE FOLDER VERSION.
+# Collects what the archive holds in a folder: gather SOURCE FOLDER VERSION.
 gather() {
   local source=$1 folder=$2
   mkdir -p "$folder/policy/en-US" "$folder/symbols"
@@ -70,7 +72,7 @@ gather() {
   (cd "$folder" && find . -type f ! -name SHA256SUMS -printf '%P\n' | sort | xargs sha256sum >SHA256SUMS)
 }
 
-# Time, order and rights of the entries are the same wherever it is made: pack FOLDER ARCHIVE.
+# Packs a folder, with the same times, order and rights of the entries on every machine: pack FOLDER ARCHIVE.
 pack() {
   find "$1" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
   find "$1" -type f -exec chmod 644 {} +
@@ -78,7 +80,7 @@ pack() {
   mv "$work/made.zip" "$2"
 }
 
-# Makes the archive from a clone in FOLDER; its path goes to the standard output: make FOLDER.
+# Makes the archive from a clone in a folder, and prints the archive's path: make FOLDER.
 make() {
   local source=$1/source version
   mkdir -p "$1"
@@ -96,7 +98,7 @@ if [ "$check" = yes ]; then
     diff -rq "${first%.zip}" "${second%.zip}" >&2 || true
     fail "two builds of $commit differ"
   }
-  # As somebody finds it who unpacks it.
+  # Verifies the digests in the unpacked archive, as a user would.
   unzip -q "$first" -d "$work/unpacked"
   (cd "$work"/unpacked/mdDCT-* && sha256sum --quiet --strict -c SHA256SUMS)
   echo "two builds of $commit are the same: sha256 $(sha256sum <"$first" | cut -c1-64)"

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Whole runs on the simulated Windows, of a kind, with a delivery of completions and up to three failing platform calls
-# that a seed chooses. For each seed after which something did not hold, prints what, and the command that repeats it.
+# Makes whole runs on the simulated Windows. A seed chooses the kind of each run, how completions are delivered, and up
+# to three platform calls that fail. For each seed whose run breaks a property, prints the failure and the command that
+# repeats it.
 #
-#   scripts/sweep.sh --seeds N [--from S]   N seeds from S (1) on
+#   scripts/sweep.sh --seeds N [--from S]   makes N runs, with the seeds from S on (1 by default)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -32,7 +33,7 @@ if ! { cmake --preset debug && cmake --build --preset debug --target main_tests;
   exit 1
 fi
 
-# The program stops at the first failure, an abort or a hang; the next seeds go on in another process.
+# The test program ends at the first failure, abort or hang. Another process then goes on with the next seed.
 last=$((from + seeds - 1))
 failures=0
 while [ "$from" -le "$last" ]; do
@@ -44,7 +45,7 @@ while [ "$from" -le "$last" ]; do
   failed=$(sed -n 's/^seed //p' "$log" | tail -n 1)
   [ -n "$failed" ] || { tail -n 40 "$log" >&2; exit 1; }
   grep -v '^seed ' "$log" | tail -n 60
-  echo "seed $failed failed; all of it is in $log; to repeat it: scripts/sweep.sh --seeds 1 --from $failed"
+  echo "seed $failed failed; its log is $log; to repeat it: scripts/sweep.sh --seeds 1 --from $failed"
   failures=$((failures + 1))
   from=$((failed + 1))
 done

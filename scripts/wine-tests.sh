@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The shipped executable under Wine against real servers. Needs build/windows (scripts/build-windows.sh).
+# Tests the shipped executable under Wine against real servers. Needs build/windows, from scripts/build-windows.sh.
 set -euo pipefail
 cd "$(dirname "$0")/../tests/wine"
 

@@ -1,14 +1,14 @@
-// Where things are. Everything that a test makes stands below build/wine/, which git does not see.
+// The folders of the tests and of run.sh. Everything that they make is below build/wine/, which git ignores.
 import { mkdirSync } from 'node:fs';
 import { join } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 const root = fileURLToPath(new URL('..', import.meta.url));
 
-/** What scripts/build-windows.sh leaves. */
+/** The folder of what scripts/build-windows.sh built. */
 export const binaries = join(root, 'build', 'windows');
 
-/** A folder below build/wine/, made when it is missing. */
+/** Returns a folder below build/wine/, and creates it when it is missing. */
 export function stateFolder(...names) {
   const folder = join(root, 'build', 'wine', ...names);
   mkdirSync(folder, { recursive: true });

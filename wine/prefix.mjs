@@ -1,40 +1,40 @@
-// Wine prefixes: one template, made once, and a clone of it (hard links, 25 ms) for every test.
+// Wine prefixes: one template, made once, and for every test a clone of it (hard links, which takes 25 ms).
 import { createHash } from 'node:crypto';
 import { copyFileSync, existsSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { certificates } from './ca.mjs';
+import { certificates } from './certificates.mjs';
 import { binaries, stateFolder } from './paths.mjs';
-import { emptyFolder, endStarted, must, processesWith, run, withLock } from './proc.mjs';
+import { emptyFolder, endStarted, must, processesWith, run, withLock } from './processes.mjs';
 
-// Wine rewrites a registry file in place when it has several links: a clone gets copies of these.
+// Wine rewrites a registry file in place when the file has several links. So a clone gets copies of these files.
 const kRegistryFiles = ['system.reg', 'user.reg', 'userdef.reg'];
 
-// Crashes end in one line instead of a debugger's listing.
+// With this value a crash prints one line and not the listing of a debugger.
 const kTemplateRegistry = {
   'HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Windows NT\\CurrentVersion\\AeDebug': { Auto: '0' },
 };
 
-/** The environment in which Wine runs: no window, no chatter, no proxy and nothing of the caller's own Wine. */
+/** Returns the environment in which Wine runs: no window, no debug output, no proxy, nothing of the caller's Wine. */
 function wineEnvironment(folder) {
   const env = Object.fromEntries(Object.entries(process.env).filter(
     ([name]) => !/^(wine|mddct|.*_proxy$|display$|wayland_display$|node_)/i.test(name)));
   return { ...env, WINEPREFIX: folder, WINEDEBUG: '-all', WINEDLLOVERRIDES: 'mscoree,mshtml=' };
 }
 
-/** A file of this side, as Windows programs name it. */
+/** Returns the name by which Windows programs reach a file of this machine. */
 export const onDriveZ = (file) => `Z:${file.replaceAll('/', '\\')}`;
 
-// Those in which something may run.
-const open = new Set();
+// The prefixes in which something may run.
+const activePrefixes = new Set();
 
-/** Ends everything that this process started: in a prefix or beside it. */
+/** Ends everything that this process started, in a prefix or outside of one. */
 export async function endEverything() {
   await endStarted();
-  for (const prefix of [...open]) await prefix.stop();
+  for (const prefix of [...activePrefixes]) await prefix.stop();
 }
 
-/** When this process is told to end, it ends everything that it started first. */
+/** On SIGINT, SIGTERM and SIGHUP, ends everything that this process started, and then the process itself. */
 export function endOnSignals(end = endEverything) {
   for (const [signal, number] of [['SIGINT', 2], ['SIGTERM', 15], ['SIGHUP', 1]]) {
     process.once(signal, async () => {
@@ -44,31 +44,31 @@ export function endOnSignals(end = endEverything) {
   }
 }
 
-/** One prefix. Always end it with remove(), or with stop() to keep its files. */
+/** One prefix. End it with remove(), or with stop() to keep its files. */
 export class Prefix {
   constructor(folder) {
     this.folder = folder;
     this.env = wineEnvironment(folder);
-    /** A command that runs the command behind it; programs are started through it. */
-    this.through = [];
-    open.add(this);
+    /** A command that runs the command behind it. wine() starts programs through it. */
+    this.wrapper = [];
+    activePrefixes.add(this);
   }
 
-  /** The file's name on this side, for a Windows name on drive C. */
+  /** Returns the name on this machine of a file on drive C. */
   path(windowsName) {
     const [, rest] = /^c:\\(.*)$/i.exec(windowsName) ?? [];
     if (rest === undefined) throw new Error(`not on drive C: ${windowsName}`);
     return join(this.folder, 'drive_c', ...rest.split('\\'));
   }
 
-  /** Runs a Windows program to its end; see run(). */
+  /** Runs a Windows program to its end, as run() does. */
   wine(args, { env = {}, ...options } = {}) {
-    const [command, ...rest] = [...this.through, 'wine', ...args];
+    const [command, ...rest] = [...this.wrapper, 'wine', ...args];
     return run(command, rest, { ...options, env: { ...this.env, ...env } });
   }
 
   /**
-   * Imports registry values, as UTF-16 with a mark: the only form in which every character survives.
+   * Imports registry values, as UTF-16 with a byte order mark, the only form that keeps every character.
    * @param {object} keys key path -> {value name -> string, bytes, or null to remove the value}.
    */
   async importRegistry(keys) {
@@ -83,23 +83,24 @@ export class Prefix {
     rmSync(file);
   }
 
-  /** Everything that runs in this prefix, the background services included, as {pid, command}. */
+  /** Returns everything that runs in this prefix, with Wine's services, as {pid, command}. */
   processes() {
     return processesWith('WINEPREFIX', this.folder);
   }
 
-  /** Ends everything that runs in this prefix, and waits until it is gone. */
+  /** Ends everything that runs in this prefix, and waits until it is gone. @throws {Error} after 10 seconds. */
   async stop() {
     await run('wineserver', ['-k'], { env: this.env, timeoutMs: 10000 });
     for (const end = Date.now() + 10000; Date.now() < end;) {
       const left = this.processes();
-      if (left.length === 0) return void open.delete(this);
+      if (left.length === 0) return void activePrefixes.delete(this);
       if (end - Date.now() < 7000) await run('kill', ['-9', ...left.map(({ pid }) => String(pid))]);
       await sleep(20);
     }
     throw new Error(`still running in ${this.folder}: ${this.processes().map(({ command }) => command).join('; ')}`);
   }
 
+  /** Ends the prefix and removes its files. */
   async remove() {
     await this.stop();
     rmSync(this.folder, { recursive: true, force: true });
@@ -121,8 +122,9 @@ async function makeTemplate(folder, authority) {
 }
 
 /**
- * The template: a booted prefix that trusts the test authority. Made anew when Wine or the authority changed.
- * @returns {Promise<string>} its folder. Nothing may run in it.
+ * Returns the template: a booted prefix that trusts the test authority. Makes it again when Wine or the authority has
+ * changed.
+ * @returns {Promise<string>} its folder, in which nothing may run.
  */
 export async function templatePrefix() {
   const { authority, authorityPem } = await certificates();
@@ -140,7 +142,7 @@ export async function templatePrefix() {
   return folder;
 }
 
-/** A prefix of its own for one test, below build/wine/prefixes/. */
+/** Clones the template for one test, below build/wine/prefixes/, and returns the new prefix. */
 export async function clonePrefix(name) {
   const template = await templatePrefix();
   const folder = join(stateFolder('prefixes'), name.replace(/[^\w-]+/g, '-'));

@@ -1,4 +1,4 @@
-// mdDCT.exe in a prefix: its installation, one run of it, and everything that the run leaves to be seen.
+// mdDCT.exe in a prefix: its installation, one run of it, and everything that the run leaves.
 import { createHash } from 'node:crypto';
 import { copyFileSync, createReadStream, existsSync, linkSync, mkdirSync, readFileSync, readdirSync, rmSync, statSync,
   writeFileSync } from 'node:fs';
@@ -11,12 +11,12 @@ export const kInstallPath = 'C:\\Program Files\\Calvera\\Meridon\\Agent';
 export const kLogFolder = 'C:\\ProgramData\\Calvera\\Meridon\\logs';
 export const kSettingsKey = 'HKEY_LOCAL_MACHINE\\Software\\Calvera\\Meridon';
 export const kProxyKey = `${kSettingsKey}\\Node Manager`;
-const kStandinFolder = 'C:\\standin';  // its records: no part of what a run may leave
+const kStandinFolder = 'C:\\standin';  // for the records of the stand-in, which do not count as left behind
 const recordOf = (run) => `${kStandinFolder}\\record-${run}.txt`;
 
 const kLine = /^(\S+) (.{5}) \(([^()]*)-([0-9A-F]+)\) <[^>]*> \[[^\]]*\] ([^]*)$/;
 
-/** Takes the text of a log file apart; a message may hold line breaks. */
+/** Splits the text of a log file into records. A message may hold line breaks. */
 export function parseLog(text) {
   const records = text.replace(/\r\n$/, '').split(/\r\n(?=\d{4}-\d\d-\d\dT)/).filter((line) => line !== '');
   return records.map((line) => {
@@ -35,27 +35,27 @@ const filesBelow = (folder) => (existsSync(folder) ? readdirSync(folder, { withF
   (entry) => (entry.isDirectory() ? filesBelow(join(folder, entry.name)) : [join(folder, entry.name)]));
 
 /**
- * Puts a second name on every bundle as soon as it appears, so that its bytes can be compared when it is gone. It looks
- * every 5 ms; only a bundle that is not sent at all is gone sooner.
+ * Links every bundle into the folder keep as soon as it appears, so that its bytes can be compared after its removal.
+ * Checks for bundles every 5 ms. Only a bundle that is never sent is gone sooner.
+ * @returns {function} ends the watch and returns the bundles seen, as {name, size, sha256}.
  */
 function watchBundles(folder, keep) {
   mkdirSync(keep);
   const list = () => (existsSync(folder) ? readdirSync(folder) : []);
   const [earlier, names] = [list(), new Set()];
-  const look = () => {
+  const linkNew = () => {
     for (const name of list()) {
       if (names.has(name) || earlier.includes(name) || !name.endsWith('.zip')) continue;
       try {
         linkSync(join(folder, name), join(keep, name));
         names.add(name);
       } catch (error) {
-        // A run that ends at once may have removed it between the two calls.
+        // The run may have removed the bundle between the two calls.
         if (error.code !== 'ENOENT') throw error;
       }
     }
   };
-  const timer = setInterval(look, 5);
-  /** Ends the watch. Gives the bundles seen, as {name, size, sha256}. */
+  const timer = setInterval(linkNew, 5);
   return async () => {
     clearInterval(timer);
     const bundles = [];
@@ -67,11 +67,12 @@ function watchBundles(folder, keep) {
   };
 }
 
-/** The program, installed in one prefix. */
+/** The program as it is installed in one prefix. */
 export class Product {
   /**
-   * Copies the program and the stand-in for powershell.exe, makes the agent's folders and imports its settings.
-   * @param {object} [options] installPath, logFolder: Windows paths; agent: further values of the agent's.
+   * Copies the program, the launcher and the stand-in for powershell.exe, makes the agent's folders and imports the
+   * agent's settings.
+   * @param {object} [options] installPath, logFolder: Windows paths; agent: further registry values of the agent.
    */
   static async install(prefix, { installPath = kInstallPath, logFolder = kLogFolder, agent = {} } = {}) {
     const [program, scripts] = [prefix.path(kProgramFolder), prefix.path(`${installPath}\\dct`)];
@@ -82,7 +83,7 @@ export class Product {
       copyFileSync(join(binaries, name), join(program, basename(name)));
     }
     for (const name of ['vdx-support.ps1', 'vdx-query.ps1']) {
-      writeFileSync(join(scripts, name), '# the stand-in takes its place\r\n');
+      writeFileSync(join(scripts, name), '# the stand-in for PowerShell does not read this\r\n');
     }
     const settings = {
       [`${kSettingsKey}\\Agent`]: { AgentInstallPath: installPath, UseRegistryForLoggingPath: 'true', ...agent },
@@ -92,7 +93,7 @@ export class Product {
     return Object.assign(new Product(), { prefix, settings, logFolder: prefix.path(logFolder), runs: 0 });
   }
 
-  /** The folder in which the script puts its bundle. */
+  /** The folder into which the script writes its bundle. */
   get bundleFolder() {
     return join(this.logFolder, 'Temp');
   }
@@ -102,21 +103,21 @@ export class Product {
     return [...new Set([...roots.map((name) => this.prefix.path(name)), this.logFolder].flatMap(filesBelow))];
   }
 
-  /** Processes of the run that still live: Wine tells of an end a moment before the system has finished with it. */
+  /** Returns the processes of the run that still exist. Wine reports an end a moment before the process is gone. */
   async #running() {
-    for (let patience = 30; ; patience--) {
-      const living = this.prefix.processes().filter(({ command }) => /mddct|powershell/i.test(command));
-      if (living.length === 0 || patience === 0) return living;
+    for (let checksLeft = 30; ; checksLeft--) {
+      const running = this.prefix.processes().filter(({ command }) => /mddct|powershell/i.test(command));
+      if (running.length === 0 || checksLeft === 0) return running;
       await sleep(100);
     }
   }
 
-  /** All text of the log files with that base name. */
+  /** Returns the whole text of the log files with that base name. */
   logText(base) {
     return this.#logFiles(base).map((file) => readFileSync(file, 'utf8')).join('');
   }
 
-  /** The stand-in's calls in a run, by default the latest: what it was asked, and from where. */
+  /** Returns the calls of the stand-in in one run, by default the latest: what it was asked, and in which folder. */
   record(number = this.runs) {
     const file = this.prefix.path(recordOf(number));
     const lines = existsSync(file) ? readFileSync(file, 'utf8').trim().split('\n') : [];
@@ -132,21 +133,22 @@ export class Product {
   }
 
   /**
-   * One run, to its end.
-   * @param {object} options args: the program's arguments; asSystem: false starts it without the launcher; patch: one
-   *   more function for the launcher; standin: what the stand-in is told; timeoutMs: of the whole run; program: another
-   *   one of its folder that logs as it does.
-   * @returns {Promise<object>} code (-1 after a time-out), ms, output; log and debug: records of the two files; errors:
-   *   the messages at ERROR and above; record: what the stand-in was asked; bundles: what it wrote, as {name, size,
-   *   sha256}; leftBehind: files that were not there before, logs apart; running: processes of the run that still live.
+   * Runs the program once, to its end.
+   * @param {object} options args: the arguments of the program; asSystem: false starts it without the launcher; patch:
+   *   one more function that the launcher patches; standin: the orders for the stand-in; timeoutMs: the time limit of
+   *   the whole run; program: another program of the same folder that writes the same log.
+   * @returns {Promise<object>} code (-1 after a time-out), timedOut, ms, output; log and debug: the records that the
+   *   run added to the two files; errors: the messages at ERROR and above; record: the calls of the stand-in; bundles:
+   *   what the stand-in wrote, as {name, size, sha256}; leftBehind: new files except logs; running: processes of the
+   *   run that still exist.
    */
   async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 180000, program = 'mdDCT.exe' } = {}) {
     const number = ++this.runs;
-    const told = { record: recordOf(number), ...standin };
-    const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: Object.entries(told).map((entry) => entry.join('=')).join(';') };
+    const orders = { record: recordOf(number), ...standin };
+    const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: Object.entries(orders).map((entry) => entry.join('=')).join(';') };
     const files = new Set(this.#ownFiles());
     const sizes = new Map(this.#logFiles('(log|debug)').map((file) => [file, statSync(file).size]));
-    const endWatch = watchBundles(this.bundleFolder, join(this.prefix.folder, `witness-${number}`));
+    const endWatch = watchBundles(this.bundleFolder, join(this.prefix.folder, `bundles-${number}`));
     const programs = [...(asSystem ? ['mddct_run_as_system.exe'] : []), program];
     const line = [...programs.map((name) => `${kProgramFolder}\\${name}`), ...args];
     const result = await this.prefix.wine(line, { timeoutMs, env });

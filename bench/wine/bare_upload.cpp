@@ -1,9 +1,12 @@
-// bare_upload put|append|append-asking URL FILE: sends the file as the program would, with nothing but the WinHTTP
-// calls that it takes: one request in writes of 4 MiB, or an append blob's creation and then a new session for every
-// block of 4 MiB. The mode is the asynchronous one, as the program's, and each write is started by the completion of
-// the one before: the platform's own threads and their changes are no cost of the program's. "append-asking" also asks
-// the platform for its proxies before every request, with the program's three questions. The exit code is 0 when every
-// answer was 201.
+// bare_upload put|append|append-asking URL FILE
+//
+// Sends the file as the program would, with the necessary WinHTTP calls alone:
+//   put            one request, written in pieces of 4 MiB
+//   append         a request that creates an append blob, then a new session for every block of 4 MiB
+//   append-asking  as append, and asks the platform for proxies before every request, with the program's three calls
+//
+// As in the program, WinHTTP is asynchronous and each completion starts the next write. So the platform's threads and
+// the switches between them are on both sides of a comparison. The exit code is 0 when every answer was 201.
 
 #include <windows.h>
 
@@ -36,7 +39,8 @@ void demand(bool done, const char* what) {
   }
 }
 
-Handle held(HINTERNET handle, const char* what) {
+/// Returns the owner of a handle. Throws when there is none.
+Handle owned(HINTERNET handle, const char* what) {
   demand(handle != nullptr, what);
   return Handle(handle);
 }
@@ -46,7 +50,7 @@ std::size_t readBlock(std::ifstream& file, std::vector<char>& block) {
   return static_cast<std::size_t>(file.gcount());
 }
 
-/// One request in a session of its own.
+/// One request, in a session of its own.
 class Put {
  public:
   Put(const std::wstring& url, const std::wstring& query) {
@@ -56,19 +60,19 @@ class Put {
     demand(::WinHttpCrackUrl(url.c_str(), 0, 0, &parts), "WinHttpCrackUrl");
     const std::wstring host(parts.lpszHostName, parts.dwHostNameLength);
     const std::wstring target = parts.lpszUrlPath + query;
-    session_ = held(::WinHttpOpen(L"bare", WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, nullptr, nullptr, WINHTTP_FLAG_ASYNC),
-                    "WinHttpOpen");
+    session_ = owned(::WinHttpOpen(L"bare", WINHTTP_ACCESS_TYPE_AUTOMATIC_PROXY, nullptr, nullptr, WINHTTP_FLAG_ASYNC),
+                     "WinHttpOpen");
     ::WinHttpSetStatusCallback(session_.get(), &Put::notify, WINHTTP_CALLBACK_FLAG_ALL_COMPLETIONS, 0);
-    connection_ = held(::WinHttpConnect(session_.get(), host.c_str(), parts.nPort, 0), "WinHttpConnect");
-    request_ = held(::WinHttpOpenRequest(connection_.get(), L"PUT", target.c_str(), nullptr, nullptr, nullptr,
-                                         WINHTTP_FLAG_SECURE | WINHTTP_FLAG_BYPASS_PROXY_CACHE),
-                    "WinHttpOpenRequest");
+    connection_ = owned(::WinHttpConnect(session_.get(), host.c_str(), parts.nPort, 0), "WinHttpConnect");
+    request_ = owned(::WinHttpOpenRequest(connection_.get(), L"PUT", target.c_str(), nullptr, nullptr, nullptr,
+                                          WINHTTP_FLAG_SECURE | WINHTTP_FLAG_BYPASS_PROXY_CACHE),
+                     "WinHttpOpenRequest");
   }
   Put(const Put&) = delete;
   Put& operator=(const Put&) = delete;
   ~Put() { ::CloseHandle(done_); }
 
-  /// Sends the body and then `left` bytes of the file, and waits for the answer.
+  /// Sends the body and then `left` bytes of the file, and waits for the answer. Throws when the answer is not 201.
   void run(const std::wstring& headers, std::span<char> body, std::uint64_t left, std::ifstream* file) {
     left_ = left;
     file_ = file;
@@ -88,7 +92,7 @@ class Put {
     }
   }
 
-  /// False when the request has ended.
+  /// Handles a completion. Returns false when the request has ended.
   bool step(DWORD status) {
     if (status == WINHTTP_CALLBACK_STATUS_SENDREQUEST_COMPLETE || status == WINHTTP_CALLBACK_STATUS_WRITE_COMPLETE) {
       if (left_ == 0) {
@@ -138,7 +142,7 @@ void appendBlocks(const std::wstring& url, std::ifstream& file, bool asking) {
 
 int wmain(int count, wchar_t** arguments) {
   try {
-    demand(count == 4, "usage: bare_upload put|append URL FILE; this");
+    demand(count == 4, "usage: bare_upload put|append|append-asking URL FILE; the call");
     const std::filesystem::path path = arguments[3];
     std::ifstream file(path, std::ios::binary);
     const std::wstring how = arguments[1];

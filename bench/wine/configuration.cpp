@@ -1,5 +1,5 @@
-// configuration: prints the row of a look-up through the map of legacy policies, on this platform's registry. The value
-// "limit" must stand below the product's key WebRTCRedir.
+// configuration: measures a look-up through the map of legacy policies on the registry of this platform, and prints its
+// row. The value "limit" must exist in the product's key WebRTCRedir.
 
 #include "core/settings/configuration.h"
 
@@ -16,15 +16,16 @@ namespace {
 
 constexpr CORE::Setting kLimit{L"WebRTCRedir\\limit", L""};  // the last component but one of the map
 constexpr std::size_t kLookups = 500;
-constexpr int kTurns = 15;
+constexpr int kRounds = 15;
 
-/// One key that a look-up opens, and the value it reads there when the key is there.
+/// A key that a look-up opens, and the value that it reads there when the key exists.
 struct Read {
   std::wstring keyPath;
   std::wstring value;
 };
 
-/// The same calls as a look-up's, bare: the key is opened and, when it is there, its value asked for and read.
+/// Makes the registry calls of a look-up alone: opens each key and, when it exists, gets the size of the value and
+/// reads it.
 void readBare(platform::Registry& registry, const std::vector<Read>& reads) {
   std::vector<std::byte> data;
   for (const Read& read : reads) {
@@ -56,7 +57,7 @@ int wmain(int, wchar_t**) {
   platform::install(&platform::windowsPlatform());
   const std::wstring key = L"Calvera\\Meridon\\WebRTCRedir";
   if (CORE::readSetting(kLimit) != L"4096") {
-    std::fputs("the value is not there\n", stderr);
+    std::fputs("the value WebRTCRedir\\limit is missing\n", stderr);
     return 1;
   }
   const std::vector<Read> reads = {
@@ -67,8 +68,8 @@ int wmain(int, wchar_t**) {
       {L"Software\\" + key, L"limit"},
   };
   platform::Registry& registry = platform::current().registry;
-  const bench::Pair pair = bench::inTurns(
-      kTurns, [&] { return secondsOfLookups([&] { bench::sink = bench::sink + CORE::readSetting(kLimit).size(); }); },
+  const bench::Pair pair = bench::inRounds(
+      kRounds, [&] { return secondsOfLookups([&] { bench::sink = bench::sink + CORE::readSetting(kLimit).size(); }); },
       [&] { return secondsOfLookups([&] { readBare(registry, reads); }); });
   bench::printRow("configuration look-up through the 59-row map, under Wine", "its 5 bare reads", pair,
                   bench::Unit::kNanoseconds, kLookups, "", "at most 1.2", pair.ratio <= 1.2);

@@ -1,5 +1,5 @@
-// An HTTPS server that takes every upload as fast as it comes and looks at none of it: the sink of the tests hashes
-// what it gets, twice and in the same thread, and would be the brake of every side.
+// An HTTPS server that reads every upload as fast as it comes and ignores the bytes. The sink of the tests computes the
+// digest of every byte twice in the same thread, which would slow down both sides.
 import { once } from 'node:events';
 import { createServer } from 'node:https';
 
@@ -8,19 +8,19 @@ class Drain {
     this.server = createServer({ key: leaf.key, cert: leaf.cert });
     this.server.on('request', (request, response) => this.#serve(request, response));
     Object.assign(this.server, { requestTimeout: 0, headersTimeout: 0 });
-    this.begin();
+    this.reset();
   }
 
   get origin() {
     return `https://localhost:${this.server.address().port}`;
   }
 
-  /** Forgets what came before; onFirstByte is called once, with the first byte of the next upload. */
-  begin(onFirstByte = () => {}) {
+  /** Forgets what came before. onFirstByte is called once, at the first byte of the next upload. */
+  reset(onFirstByte = () => {}) {
     Object.assign(this, { onFirstByte, bytes: 0, first: null, last: null });
   }
 
-  /** Seconds from the first to the last byte of what came since begin(). */
+  /** The seconds from the first to the last byte since reset(). */
   get seconds() {
     return (this.last - this.first) / 1000;
   }
@@ -36,7 +36,7 @@ class Drain {
     });
   }
 
-  // Whoever asks for a blob is told of what has come so far; a list of blocks is no part of one.
+  // Answers a request for a blob with the size of what has come so far. A list of blocks is not a part of the blob.
   #serve(request, response) {
     const isPut = request.method === 'PUT';
     request.on('error', () => {});
@@ -57,7 +57,7 @@ class Drain {
   }
 }
 
-/** Starts one on a free port of 127.0.0.1. */
+/** Starts a drain on a free port of 127.0.0.1. leaf: the certificate that it shows. */
 export async function startDrain(leaf) {
   const drain = new Drain(leaf);
   drain.server.listen(0, '127.0.0.1');

@@ -1,5 +1,4 @@
-// Does nothing. Its import table is the program's own, so that the system maps and initialises the same libraries for
-// it.
+// Does nothing. It has the import table of the program, so the system maps and initialises the same libraries for it.
 
 #include <windows.h>
 

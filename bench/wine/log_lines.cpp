@@ -1,5 +1,5 @@
-// log_lines FOLDER: prints the rows of log lines written on this platform. The log's own settings say where ours are
-// written; the peer writes into FOLDER.
+// log_lines FOLDER: measures how fast log lines are written on this platform, and prints the rows. Our files go where
+// the settings of the log put them. The peer writes into FOLDER.
 
 #include <spdlog/async.h>
 #include <spdlog/pattern_formatter.h>
@@ -22,8 +22,8 @@
 namespace {
 
 constexpr std::uint32_t kLines = 100'000;
-constexpr std::size_t kQueue = 150'000;  // what the product's own setting is
-constexpr int kTurns = 7;
+constexpr std::size_t kQueue = 150'000;  // as the product's own setting
+constexpr int kRounds = 7;
 
 double burst(const std::function<void(std::uint32_t)>& log, const std::function<void()>& flush) {
   return bench::secondsOf([&] {
@@ -52,7 +52,7 @@ double theirs(const std::shared_ptr<spdlog::sinks::basic_file_sink_st>& file) {
   return burst(
       [&](std::uint32_t i) { logger->debug("AzureBlobUploader::upload(): block {} of {} has been written", i, name); },
       [&] {
-        pool.reset();  // writes what is queued, then joins
+        pool.reset();  // writes what is queued, then joins the thread
         file->flush();
       });
 }
@@ -61,8 +61,8 @@ void printLines(const std::string& what, CORE::LogLevel level, const std::filesy
   auto file = std::make_shared<spdlog::sinks::basic_file_sink_st>(peerFile.string(), true);
   file->set_formatter(std::make_unique<spdlog::pattern_formatter>(
       "%Y-%m-%dT%H:%M:%S.%eZ %^%l%$ (%P-%t) <worker> [%n] %v", spdlog::pattern_time_type::utc, "\r\n"));
-  const bench::Pair pair = bench::inTurns(
-      kTurns, [&] { return ours(level); }, [&] { return theirs(file); });
+  const bench::Pair pair = bench::inRounds(
+      kRounds, [&] { return ours(level); }, [&] { return theirs(file); });
   bench::printRow("lines written a second under Wine, " + what, "spdlog async", pair, bench::Unit::kRate, kLines,
                   "lines", "at least 500,000 lines/s", kLines / pair.ours >= 500'000);
 }
@@ -71,7 +71,7 @@ void printLines(const std::string& what, CORE::LogLevel level, const std::filesy
 
 int wmain(int count, wchar_t** arguments) {
   if (count != 2) {
-    std::fputs("say where files may be written\n", stderr);
+    std::fputs("usage: log_lines FOLDER\n", stderr);
     return 2;
   }
   platform::install(&platform::windowsPlatform());

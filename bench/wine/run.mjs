@@ -1,17 +1,18 @@
-// run.mjs [NAME...]: prints the rows that are measured under Wine (upload, start, lines, configuration; all without a name). With
-// --small the uploads are small ones, to see that everything works. Needs build/windows with mddct_bench_programs.
+// run.mjs [--small] [NAME...]: prints the rows that are measured under Wine: all of them, or those of these names
+// (upload, start, lines, configuration). --small makes the uploads small, to check quickly that everything works. Needs
+// build/windows with mddct_bench_programs.
 import { randomBytes } from 'node:crypto';
 import { closeSync, existsSync, ftruncateSync, mkdirSync, openSync, readFileSync, rmSync, writeSync } from 'node:fs';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { fileURLToPath } from 'node:url';
-import { certificates } from '../../wine/ca.mjs';
+import { certificates } from '../../wine/certificates.mjs';
 import { binaries, stateFolder } from '../../wine/paths.mjs';
 import { clonePrefix, endOnSignals, onDriveZ } from '../../wine/prefix.mjs';
-import { emptyFolder, run } from '../../wine/proc.mjs';
+import { emptyFolder, run } from '../../wine/processes.mjs';
 import { Product, kProgramFolder, kSettingsKey } from '../../wine/product.mjs';
 import { startDrain } from './drain.mjs';
-import { inTurns, median, printRow, ratioOf } from './table.mjs';
+import { inRounds, median, printRow, ratioOf } from './table.mjs';
 
 const kMiB = 1 << 20;
 const kAllowedMemory = 10 * kMiB;
@@ -22,7 +23,7 @@ const kLong = (small ? 272 : 4096) * kMiB;
 
 const program = `${kProgramFolder}\\mdDCT.exe`;
 const launcher = `${kProgramFolder}\\mddct_run_as_system.exe`;
-const beside = (name) => onDriveZ(join(binaries, name));
+const builtProgram = (name) => onDriveZ(join(binaries, name));
 
 const isSparse = (size) => size > kChain;
 const sizeText = (bytes) => (bytes % (1024 * kMiB) === 0 ? `${bytes / kMiB / 1024} GiB` : `${bytes / kMiB} MiB`);
@@ -31,7 +32,7 @@ function demand(done, what) {
   if (!done) throw new Error(what);
 }
 
-/** The most memory that a process has had resident, in bytes; 0 when it is gone. */
+/** Returns the peak of a process's resident memory, in bytes, or 0 when the process is gone. */
 function peakOf(pid) {
   try {
     return Number(/^VmHWM:\s*(\d+)/m.exec(readFileSync(`/proc/${pid}/status`, 'utf8'))?.[1] ?? 0) * 1024;
@@ -40,7 +41,7 @@ function peakOf(pid) {
   }
 }
 
-/** Everything that one measurement needs. */
+/** What the measurements share: the prefix with the product, the server, and a folder for files. */
 class Bench {
   static async open() {
     const { leaf, authority } = await certificates();
@@ -61,7 +62,7 @@ class Bench {
     return `${this.drain.origin}/logs/bench.zip?sv=2020-04-08&sig=x`;
   }
 
-  /** A file that has just been written, as a bundle has; a very long one is of zeros that take no room. */
+  /** Writes a file and returns its name. Like a bundle, it has just been written. A very long one is sparse. */
   file(size) {
     const name = join(this.folder, 'file');
     const part = randomBytes(4 * kMiB);
@@ -72,7 +73,7 @@ class Bench {
     return name;
   }
 
-  // The ways to send a file; each ends when the sender has ended.
+  // The ways to send a file. Each waits for the end of the sender.
   senders = {
     ours: (size) => this.prefix.wine([launcher, program, '-url', this.url],
       { timeoutMs: 600000, env: { MDDCT_STANDIN: `collect=${isSparse(size) ? 'sparse' : 'ok'};size=${size}` } }),
@@ -88,14 +89,14 @@ class Bench {
   };
 
   #bare(size, how) {
-    const line = [beside('mddct_bare_upload.exe'), how, this.url, onDriveZ(this.file(size))];
+    const line = [builtProgram('mddct_bare_upload.exe'), how, this.url, onDriveZ(this.file(size))];
     return this.prefix.wine(line, { timeoutMs: 600000 });
   }
 
-  /** One transfer: the seconds from the first to the last byte, and the peak of the sending Windows process. */
+  /** Sends once. Returns the seconds from the first to the last byte, and the peak memory of the sending process. */
   async transfer(sender, size) {
     let [peak, timer] = [0, null];
-    this.drain.begin(() => {
+    this.drain.reset(() => {
       const sending = this.prefix.processes().find(({ command }) => /(mdDCT|mddct_bare_upload)\.exe/.test(
         command.replace(/^.*run_as_system.*$/, '')));
       timer = sending && setInterval(() => (peak = Math.max(peak, peakOf(sending.pid))), 20);
@@ -107,9 +108,10 @@ class Bench {
     return { seconds, peak };
   }
 
-  async transfers(turns, size, names, uncounted = 1) {
+  /** Sends in rounds. Returns (name, field) => the values of that field of that sender, one per round. */
+  async transfers(rounds, size, names, uncounted = 1) {
     const sides = names.map((name) => [name, () => this.transfer(name, size)]);
-    const results = await inTurns(turns, Object.fromEntries(sides), uncounted);
+    const results = await inRounds(rounds, Object.fromEntries(sides), uncounted);
     return (name, field) => results[name].map((result) => result[field]);
   }
 }
@@ -121,7 +123,7 @@ function printRate(what, size, of, name, peerName, wanted) {
     wanted ? ratio >= wanted : null);
 }
 
-/** The difference of the two peaks, in bytes. */
+/** Prints the row of the peak memory. Returns the difference of the two peaks, in bytes. */
 function printPeak(size, of, earlier = []) {
   const [ours, bare] = ['ours', 'bare'].map((name) => median(of(name, 'peak')));
   const more = ours - bare;
@@ -151,7 +153,7 @@ async function benchUpload(bench) {
 }
 
 async function benchStart({ prefix, product, url }) {
-  const empty = beside('mddct_empty_program.exe');
+  const empty = builtProgram('mddct_empty_program.exe');
   const timed = (line, code) => async () => {
     const begun = performance.now();
     const result = await prefix.wine(line);
@@ -159,7 +161,7 @@ async function benchStart({ prefix, product, url }) {
     return performance.now() - begun;
   };
   const compare = async (code, through, args) => {
-    const times = await inTurns(small ? 3 : 25, { ours: timed([...through, program, ...args], code),
+    const times = await inRounds(small ? 3 : 25, { ours: timed([...through, program, ...args], code),
       empty: timed([...through, empty], 0) });
     const ratio = ratioOf(times.ours, times.empty);
     printRow(`process start to exit code ${code}`, median(times.ours),
@@ -171,8 +173,8 @@ async function benchStart({ prefix, product, url }) {
   const holder = prefix.wine([launcher, program, '-url', url],
     { timeoutMs: 600000, env: { MDDCT_STANDIN: `delay=600000;record=${kProgramFolder}\\record.txt` } });
   const record = prefix.path(`${kProgramFolder}\\record.txt`);
-  for (let patience = 600; !existsSync(record); patience--) {
-    demand(patience > 0, 'the instance that holds the mutex does not get going');
+  for (let checksLeft = 600; !existsSync(record); checksLeft--) {
+    demand(checksLeft > 0, 'the instance that is to hold the mutex did not reach the script');
     await sleep(50);
   }
   await compare(2, [launcher], ['-url', url]);
@@ -182,7 +184,7 @@ async function benchStart({ prefix, product, url }) {
 
 async function benchLines({ prefix, folder }) {
   mkdirSync(join(folder, 'lines'));
-  const { code, output } = await prefix.wine([beside('mddct_log_lines.exe'), onDriveZ(join(folder, 'lines'))],
+  const { code, output } = await prefix.wine([builtProgram('mddct_log_lines.exe'), onDriveZ(join(folder, 'lines'))],
     { timeoutMs: 600000 });
   demand(code === 0, output);
   process.stdout.write(output.replaceAll('\r', ''));
@@ -190,7 +192,7 @@ async function benchLines({ prefix, folder }) {
 
 async function benchConfiguration({ prefix }) {
   await prefix.importRegistry({ [`${kSettingsKey}\\WebRTCRedir`]: { limit: '4096' } });
-  const { code, output } = await prefix.wine([beside('mddct_bench_configuration.exe')]);
+  const { code, output } = await prefix.wine([builtProgram('mddct_bench_configuration.exe')]);
   demand(code === 0, output);
   process.stdout.write(output.replaceAll('\r', ''));
 }

@@ -1,7 +1,7 @@
 // sdk_upload URL FILE AUTHORITY: the storage SDK's own upload of a file, as one Put Blob.
 import { readFileSync, statSync } from 'node:fs';
-import { developmentAccount } from '../../wine/sas.mjs';
-import { openStorage } from '../../wine/storage.mjs';
+import { developmentAccount } from '../../wine/storage_signatures.mjs';
+import { openStorage } from '../../wine/storage_client.mjs';
 
 const [url, file, authority] = process.argv.slice(2);
 const { origin, pathname } = new URL(url);

@@ -1,6 +1,8 @@
-// The bill of materials of a release, SPDX 2.3 as JSON: what is linked into mdDCT.exe, and each file of the archive.
-// Arguments: the archive's folder, the product's version, the versions of the packages of GCC's runtime and of
-// mingw-w64. The date is the environment's SOURCE_DATE_EPOCH.
+// sbom.mjs FOLDER VERSION GCC MINGW
+//
+// Prints the bill of materials of a release, SPDX 2.3 as JSON: what is linked into mdDCT.exe, and each file of the
+// archive. FOLDER holds the files of the archive. VERSION is the product's version, GCC and MINGW those of the packages
+// of GCC's runtime and of mingw-w64. The environment variable SOURCE_DATE_EPOCH gives the date.
 import { createHash } from 'node:crypto';
 import { readFileSync, readdirSync } from 'node:fs';
 import { join, relative } from 'node:path';
@@ -16,7 +18,7 @@ const part = (id, name, version, supplier, licence) => ({
   licenseConcluded: licence, licenseDeclared: licence, copyrightText: 'NOASSERTION',
 });
 
-// Linked statically; what else the executable needs is part of Windows.
+// What is linked statically. Everything else that the executable needs is part of Windows.
 const kGccLicence = 'GPL-3.0-or-later WITH GCC-exception-3.1';
 const runtimes = (gcc, mingw) => [
   part('libstdcxx', 'libstdc++', gcc, 'Organization: Free Software Foundation', kGccLicence),
@@ -25,7 +27,7 @@ const runtimes = (gcc, mingw) => [
   part('winpthreads', 'winpthreads', mingw, 'Organization: mingw-w64', 'MIT AND BSD-3-Clause'),
 ];
 
-/** The document. files: {name, data} of the archive, names with "/". seconds: since 1970. */
+/** Returns the document. files: {name, data} of the archive, with "/" in the names. seconds: since 1970. */
 export function document({ version, gcc, mingw, files, seconds }) {
   const entries = files.map(({ name, data }, n) => ({
     SPDXID: `SPDXRef-File-${n + 1}`, fileName: `./${name}`, licenseConcluded: 'NOASSERTION',

@@ -1,20 +1,21 @@
-// What ./run.sh prints. The functions that judge return what is wrong, in words; an empty list is well.
-import { alive } from '../../wine/proc.mjs';
+// What ./run.sh prints. The functions that check something return the problems, in words: an empty list when all is
+// well.
+import { alive } from '../../wine/processes.mjs';
 import { kProgramFolder } from '../../wine/product.mjs';
 
-/** What the exit codes mean. */
+/** The meanings of the exit codes. */
 const kMeanings = ['the bundle arrived', 'not started as the local system account',
   'another collection is running', 'the command line or the URL cannot be used', 'the collection failed: no bundle',
   'the upload could not start', 'waiting for the upload failed', 'the upload failed'];
 
-/** One line, as soon as the step begins. */
+/** Prints one line for a step that begins. */
 export const step = (text) => console.log(`== ${text}`);
 
 const heading = (text) => console.log(`\n${text}`);
 const field = (name, value) => console.log(`  ${name.padEnd(10)}${value}`);
 const bytes = (count) => `${count.toLocaleString('en-US')} bytes`;
 
-/** The imported registry values. */
+/** Prints the imported registry values. */
 export function showSettings(settings) {
   for (const [key, values] of Object.entries(settings)) {
     const shortKey = key.replace('HKEY_LOCAL_MACHINE', 'HKLM');
@@ -22,10 +23,10 @@ export function showSettings(settings) {
   }
 }
 
-/** The log, with lines left out that say what the one or two before them say in turn (the blocks of an append blob). */
+/** Prints the log. Leaves out lines that repeat the two before them, as the blocks of an append blob write them. */
 function showLog(records) {
   let leftOut = 0;
-  const tellLeftOut = () => {
+  const printLeftOut = () => {
     if (leftOut > 0) console.log(`  ... ${leftOut} more of the same ...`);
     leftOut = 0;
   };
@@ -34,13 +35,13 @@ function showLog(records) {
       leftOut++;
       return;
     }
-    tellLeftOut();
+    printLeftOut();
     console.log(`  ${line.replaceAll(/\r?\n/g, '\n  ')}`);
   });
-  tellLeftOut();
+  printLeftOut();
 }
 
-/** The run itself: command line, log, exit code, and what the script wrote. */
+/** Prints the run: command line, log, exit code, and what the script wrote. Returns the problems. */
 export function showRun(args, result) {
   heading('Command line (through the launcher that makes the account look like the local system\'s)');
   console.log(`  ${[`${kProgramFolder}\\mdDCT.exe`, ...args].join(' ')}`);
@@ -64,7 +65,7 @@ export function showRun(args, result) {
   return result.code === 0 ? [] : [`mdDCT.exe ended with exit code ${result.code}: ${meaning}`];
 }
 
-/** The blob, against the bundle. */
+/** Prints the blob, and compares it with the bundle. Returns the problems. */
 export function showBlob(blob, [bundle]) {
   heading('The blob, as the storage SDK sees it');
   if (!blob) {
@@ -79,10 +80,10 @@ export function showBlob(blob, [bundle]) {
   return same ? [] : ['the blob is not the bundle'];
 }
 
-/** What is left after the end of the prefix and of the emulator. */
+/** Prints what is left after the prefix and the emulator have ended. Returns the problems. emulator: its process id. */
 export function showEnd(prefix, result, emulator) {
   heading('Afterwards');
-  const judge = (name, left) => {
+  const report = (name, left) => {
     field(name, left.length === 0 ? 'gone' : `STILL THERE: ${left.join('; ')}`);
     return left.map((what) => `still there: ${what}`);
   };
@@ -90,10 +91,10 @@ export function showEnd(prefix, result, emulator) {
   const shortName = (file) => file.replace(`${prefix.folder}/drive_c`, 'C:');
   const left = result.leftBehind.map(shortName);
   return [
-    ...judge('bundle', left.filter((file) => file.endsWith('.zip'))),
-    ...judge('files', left.filter((file) => !file.endsWith('.zip'))),
-    ...judge('program', commands(result.running)),
-    ...judge('Wine', commands(prefix.processes())),
-    ...(emulator ? judge('emulator', alive(emulator) ? [`process ${emulator}`] : []) : []),
+    ...report('bundle', left.filter((file) => file.endsWith('.zip'))),
+    ...report('files', left.filter((file) => !file.endsWith('.zip'))),
+    ...report('program', commands(result.running)),
+    ...report('Wine', commands(prefix.processes())),
+    ...(emulator ? report('emulator', alive(emulator) ? [`process ${emulator}`] : []) : []),
   ];
 }

@@ -1,16 +1,17 @@
-// The storage service's own rules for the three requests of an upload, without a network: what it refuses and how, and
-// what it keeps. Sources: the REST reference pages of Put Blob, Append Block, shared-key and SAS authorization.
+// The rules of the storage service for the three requests of an upload, without a network: which requests it refuses,
+// with which error, and what it stores. Sources: the REST reference pages of Put Blob, Append Block, shared-key and SAS
+// authorization.
 import { createHash } from 'node:crypto';
-import { sasSignature, sharedKeyAuthorization } from '../../wine/sas.mjs';
+import { sasSignature, sharedKeyAuthorization } from '../../wine/storage_signatures.mjs';
 
 const kMiB = 1024 * 1024;
 const kVersions = ['2020-04-08', '2024-11-04'];  // the product's and the SDK's
-const kLargestPut = 5000 * kMiB;
-const kMostBlocks = 50000;
+const kMaxPut = 5000 * kMiB;
+const kMaxBlocks = 50000;
 const kClockSkewMs = 15 * 60000;
-const kLargestBlock = 4 * kMiB;  // of the product's version
+const kMaxBlock = 4 * kMiB;  // in the product's version
 
-/** The service's error body. */
+/** Returns the body of the service's error answer. */
 export const errorBody = ({ code }) =>
   `\ufeff<?xml version="1.0" encoding="utf-8"?><Error><Code>${code}</Code><Message>${code}</Message></Error>`;
 
@@ -24,7 +25,7 @@ export class BlobService {
   }
 
   /**
-   * Judges a request by everything but its body.
+   * Judges a request by everything except its body.
    * @returns {{operation: 'put' | 'create' | 'append'} | {status, code}}
    */
   judge(request, now = Date.now()) {
@@ -33,7 +34,7 @@ export class BlobService {
     const [, container, name] = /^\/([^/]+)\/(.+)$/.exec(path) ?? [];
     const operation = query.get('comp') === 'appendblock' ? 'append' : type === 'AppendBlob' ? 'create' : 'put';
     const [date, size, blob] = [headers['x-ms-date'] ?? headers.date, Number(length), this.blobs.get(path)];
-    // The service looks in this order; the first rule that does not hold is its answer.
+    // The service checks in this order and answers with the first rule that does not hold.
     const rules = [
       [method === 'PUT', 405, 'UnsupportedHttpVerb'],
       [name, 400, 'InvalidUri'],
@@ -52,14 +53,14 @@ export class BlobService {
           [blob, 404, 'BlobNotFound'],
           [blob?.type === 'AppendBlob', 409, 'InvalidBlobType'],
           [size > 0, 400, 'InvalidHeaderValue'],
-          [size <= kLargestBlock, 413, 'RequestBodyTooLarge'],
-          [blob?.blocks < kMostBlocks, 409, 'BlockCountExceedsLimit'],
+          [size <= kMaxBlock, 413, 'RequestBodyTooLarge'],
+          [blob?.blocks < kMaxBlocks, 409, 'BlockCountExceedsLimit'],
         ],
         create: [[size === 0, 400, 'InvalidHeaderValue']],
         put: [
           [type, 400, 'MissingRequiredHeader'],
           [type === 'BlockBlob', 400, 'InvalidHeaderValue'],
-          [size <= kLargestPut, 413, 'RequestBodyTooLarge'],
+          [size <= kMaxPut, 413, 'RequestBodyTooLarge'],
         ],
       }[operation],
     ];
@@ -80,12 +81,12 @@ export class BlobService {
     ];
   }
 
-  /** The digest that the request's body goes into: that of the blob as it will be. */
+  /** Returns the digest to which the request's body is added. It ends as the digest of the whole blob. */
   digestFor(operation, path) {
     return operation === 'append' ? this.blobs.get(path).hash.copy() : createHash('sha256');
   }
 
-  /** Keeps what a judged request brought; hash is digestFor's, with the body in it. */
+  /** Stores the result of an accepted request. hash comes from digestFor(), and the body has been added to it. */
   store(operation, path, size, hash) {
     const before = operation === 'append' ? this.blobs.get(path) : { size: 0, blocks: 0 };
     this.blobs.set(path, { type: operation === 'put' ? 'BlockBlob' : 'AppendBlob', size: before.size + size, hash,

@@ -1,5 +1,5 @@
-// Bundles that change between the script's end and their last byte: before they are opened (while the program asks for
-// its proxy) or while they are sent.
+// Bundles that change after the script has ended: before the program opens them (while it asks for its proxy), or while
+// it sends them.
 import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { appendFileSync, existsSync, readFileSync, readdirSync, rmSync, truncateSync } from 'node:fs';
@@ -22,10 +22,9 @@ describe('a bundle that', () => {
 
   const bundle = () => join(product.bundleFolder, ...readdirSync(product.bundleFolder));
   const grow = () => appendFileSync(bundle(), Buffer.alloc(kMiB, 'g'));
-  // Within the last piece that is read, so that nothing but the length tells; a chain within its first blocks.
-  const shrink = (size) => truncateSync(bundle(), (size > 256 ? 5 : size - 1) * kMiB);
+  const shrinkTo = (size) => () => truncateSync(bundle(), size * kMiB);
   const remove = () => rmSync(bundle());
-  // Lets another process have it for itself alone.
+  // Lets another process open the bundle without sharing it.
   const lock = async () => {
     const [file] = readdirSync(product.bundleFolder);
     const record = 'C:\\standin\\lock.txt';
@@ -34,35 +33,39 @@ describe('a bundle that', () => {
     for (let n = 0; n < 4000 && !existsSync(product.prefix.path(record)); n++) await sleep(5);
   };
 
-  // name: [when, what, size in MiB, exit code, errors, MiB that are stored, error number of its removal]
+  // name: [index of the request during which the bundle changes, change, size in MiB, exit code, errors, MiB stored,
+  // when the bundle had the blob's digest (before or after the change), warnings of the removal, files that stay]
+  const kOpening = -1;  // no request yet: the program has not opened the bundle
   const kCases = {
-    'grows before it is opened is sent as it is': ['asked', grow, 32, 0, [], 33],
-    'grows while it is sent arrives as it was': ['sent', grow, 32, 0, [], 32],
-    'grows within an append chain ends the chain': ['sent', grow, 257, 7, kChainEnds, 258],
-    'shrinks while it is sent ends the upload': ['sent', shrink, 32, 7, kStreamEnds],
-    'shrinks within an append chain ends the chain': ['sent', shrink, 257, 7, kChainRefused, 8],
-    'vanishes before it is opened is missed': ['asked', remove, 32, 5, kMissing, undefined, '0'],
-    'vanishes while it is sent arrives': ['sent', remove, 32, 0, [], 32, '0'],
-    'another process has for itself alone is not sent, and stays': ['asked', lock, 32, 7, kStreamEnds, undefined, '32'],
+    'grows before it is opened is sent as it is': [kOpening, grow, 32, 0, [], 33, 'after'],
+    'grows while it is sent arrives as it was': [0, grow, 32, 0, [], 32, 'before'],
+    'grows within an append chain ends the chain': [2, grow, 257, 7, kChainEnds, 258],
+    // By a part of the last piece that is read, so that nothing but the length shows it.
+    'shrinks while it is sent ends the upload': [0, shrinkTo(31), 32, 7, kStreamEnds],
+    'shrinks within an append chain ends the chain': [2, shrinkTo(5), 257, 7, kChainRefused, 8],
+    'vanishes before it is opened is missed': [kOpening, remove, 32, 5, kMissing, undefined, 'any', ['WARN 0']],
+    'vanishes while it is sent arrives': [0, remove, 32, 0, [], 32, 'before', ['WARN 0']],
+    'another process does not share is not sent, and stays': [kOpening, lock, 32, 7, kStreamEnds, undefined, 'any',
+      ['WARN 32'], /^[^,]+\.zip$/],
   };
-  for (const [name, [when, spoil, size, code, errors, stored, notRemoved]] of Object.entries(kCases)) {
+  for (const [name, [at, change, size, code, errors, stored, digest = 'any', warnings = [], stays = /^$/]] of
+    Object.entries(kCases)) {
     it(name, async () => {
-      files.beforeAnswer = () => (when === 'asked' ? spoil(size) : undefined);
-      let whole;
+      files.beforeAnswer = () => (at === kOpening ? change() : undefined);
+      let before;
       const plan = (request, index) => {
-        if (when !== 'sent' || index !== (size > 256 ? 2 : 0)) return;
-        whole = createHash('sha256').update(readFileSync(bundle())).digest('hex');
-        spoil(size);
+        if (index !== at) return;
+        before = createHash('sha256').update(readFileSync(bundle())).digest('hex');
+        change();
       };
       const { result, blob } = await upload(product, { plan, standin: { size: `${size}M` } });
-      for (const { pid } of result.running.splice(0)) process.kill(pid, 'SIGKILL');  // who locks it
-      if (spoil === lock) assert.match(result.leftBehind.pop(), /\.zip$/);
+      for (const { pid } of result.running.splice(0)) process.kill(pid, 'SIGKILL');  // the one that locks the bundle
+      assert.match(result.leftBehind.splice(0).join(), stays);
       assertEnded(result, code, errors);
-      const warned = result.debug.filter(({ message }) => kNotRemoved.test(message))
-        .map(({ level, message }) => `${level} ${kNotRemoved.exec(message)[1]}`);
-      assert.deepEqual(warned, notRemoved ? [`WARN ${notRemoved}`] : []);
-      assert.equal(blob && blob.size / kMiB, stored);
-      if (code === 0) assert.equal(blob.sha256, whole ?? result.bundles[0].sha256);
+      assert.deepEqual(result.debug.filter(({ message }) => kNotRemoved.test(message)).map(
+        ({ level, message }) => `${level} ${kNotRemoved.exec(message)[1]}`), warnings);
+      const digests = { before, after: result.bundles[0]?.sha256, any: blob?.sha256 };
+      assert.deepEqual([blob && blob.size / kMiB, blob?.sha256], [stored, digests[digest]]);
     });
   }
 });

@@ -1,4 +1,4 @@
-// Real crashes of the shipped program: what they leave in the log, in the dump folder, and as the exit code.
+// Real crashes of the shipped program: their log lines, their dumps and their exit codes.
 import assert from 'node:assert/strict';
 import { existsSync, readFileSync, readdirSync } from 'node:fs';
 import { join } from 'node:path';
@@ -8,11 +8,11 @@ import { kSettingsKey } from '../../wine/product.mjs';
 
 const kDumpFolder = 'C:\\ProgramData\\Calvera\\Meridon\\dumps';
 const kDumpName = /^mdDCT-\d{4}-\d\d-\d\d-\d{6}-\d+\.dmp$/;
-const kTold =
+const kReported =
   /^crashHandling::onUnhandledException\(\): Structured exception 0xc000001d at 0x[0-9A-F]{16} in thread (\d+)$/;
 const kIllegalInstruction = 0xC000001D;
 
-/** The streams of a minidump that lie within it, by type. Source: MINIDUMP_HEADER, MINIDUMP_DIRECTORY. */
+/** Returns the streams of a minidump, by type. Source: MINIDUMP_HEADER, MINIDUMP_DIRECTORY. */
 function streamsOf(dump) {
   assert.equal(dump.toString('latin1', 0, 4), 'MDMP');
   const [count, directory] = [dump.readUInt32LE(8), dump.readUInt32LE(12)];
@@ -27,9 +27,9 @@ describe('a crash', () => {
   const product = useProduct('crash');
   const folder = () => product.prefix.path(kDumpFolder);
   const dumps = () => (existsSync(folder()) ? readdirSync(folder()) : []).sort();
-  const keep = (count) => product.prefix.importRegistry({ [`${kSettingsKey}\\Dump`]: { DumpCount: count } });
+  const setDumpCount = (count) => product.prefix.importRegistry({ [`${kSettingsKey}\\Dump`]: { DumpCount: count } });
 
-  /** A run into a function of Windows that crashes: its result, its FATAL messages, the dumps that are new. */
+  /** Runs the product, which crashes in this function of Windows. Returns the result, FATAL messages and new dumps. */
   async function crash(call) {
     const earlier = dumps();
     const { result } = await upload(product, { patch: `${call}=crash` });
@@ -39,9 +39,9 @@ describe('a crash', () => {
     return { result, fatal, fresh: dumps().filter((name) => !earlier.includes(name)) };
   }
 
-  /** Demands the crash in the log, and one new dump that shows it. Gives the thread that failed. */
-  function assertTold({ fatal, fresh }) {
-    const thread = Number(kTold.exec(fatal[0])?.[1]);
+  /** Checks that the log and one new dump show the crash. Returns the thread that crashed. */
+  function assertReported({ fatal, fresh }) {
+    const thread = Number(kReported.exec(fatal[0])?.[1]);
     assert.match(fatal[1], /^crashHandling::logStack\(\): {2}0 \S/);
     assert.match(fresh.join(), kDumpName);
     assert.equal(fatal.at(-1), `crashHandling::logDump(): Minidump: ${kDumpFolder}\\${fresh}`);
@@ -58,21 +58,21 @@ describe('a crash', () => {
     const all = await crash('urlmon.dll!IsValidURL');
     const { code, record, debug, output } = all.result;
     assert.deepEqual([code, record], [3, []], output);
-    const verdict = debug.find(({ message }) => /^wWinMain\(\): Structured exception 0xc000001d/.test(message));
-    assert.deepEqual([Number.parseInt(verdict.tid, 16), verdict.level], [assertTold(all), 'ERROR']);
+    const stageError = debug.find(({ message }) => /^wWinMain\(\): Structured exception 0xc000001d/.test(message));
+    assert.deepEqual([Number.parseInt(stageError.tid, 16), stageError.level], [assertReported(all), 'ERROR']);
   });
 
   it('on a worker ends the process with the code of its exception', async () => {
     const all = await crash('winhttp.dll!WinHttpQueryHeaders');
     assert.equal(all.result.code, kIllegalInstruction & 0xFF, all.result.output);
-    assert.notEqual(assertTold(all), Number.parseInt(all.result.debug[0].tid, 16));
+    assert.notEqual(assertReported(all), Number.parseInt(all.result.debug[0].tid, 16));
   });
 
   it('leaves as many dumps as are asked for', async () => {
-    await keep('1');
-    assertTold(await crash('urlmon.dll!IsValidURL'));
+    await setDumpCount('1');
+    assertReported(await crash('urlmon.dll!IsValidURL'));
     assert.equal(dumps().length, 1);
-    await keep('0');
+    await setDumpCount('0');
     const { result, fatal, fresh } = await crash('urlmon.dll!IsValidURL');
     assert.deepEqual([result.code, fatal.at(-1), fresh, dumps().length],
       [3, 'crashHandling::logDump(): No minidump: dumps are switched off', [], 1]);

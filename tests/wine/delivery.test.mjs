@@ -1,13 +1,13 @@
-// The program's job against the storage emulator, with the storage SDK as the witness.
+// Uploads to the storage emulator, checked through the storage SDK.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { after, before, describe, it } from 'node:test';
-import { startAzurite } from '../../wine/azurite.mjs';
-import { certificates } from '../../wine/ca.mjs';
+import { startStorageEmulator } from '../../wine/storage_emulator.mjs';
+import { certificates } from '../../wine/certificates.mjs';
 import { assertDelivered, assertEnded, kMiB, kUploadFailed, useProduct } from './harness.mjs';
 import { stateFolder } from '../../wine/paths.mjs';
-import { blobSas } from '../../wine/sas.mjs';
-import { openStorage } from '../../wine/storage.mjs';
+import { blobSas } from '../../wine/storage_signatures.mjs';
+import { openStorage } from '../../wine/storage_client.mjs';
 
 const kPutFailed = /^AzureBlobUploader::AzurePutBlobRequestCb\(\): Error headers: HTTP\/1\.1 40[34] /;
 const kChainFailed = new RegExp('^AzureBlobUploader::AzureAppendBlockRequestCb\\(\\): Failed to append the previous ' +
@@ -15,22 +15,22 @@ const kChainFailed = new RegExp('^AzureBlobUploader::AzureAppendBlockRequestCb\\
 
 describe('the delivery to the storage emulator', () => {
   const product = useProduct('delivery');
-  let azurite, storage;
+  let emulator, storage;
   before(async () => {
     const { leaf, authorityPem } = await certificates();
-    azurite = await startAzurite(join(stateFolder('emulators'), 'test-delivery'), leaf('good'));
-    storage = openStorage(azurite.origin, azurite.account, authorityPem);
+    emulator = await startStorageEmulator(join(stateFolder('emulators'), 'test-delivery'), leaf('good'));
+    storage = openStorage(emulator.origin, emulator.account, authorityPem);
     await storage.createContainer('logs');
   });
   after(async () => {
     storage?.close();
-    await azurite?.stop();
+    await emulator?.stop();
   });
 
-  // The run, and the blob as the SDK sees it.
+  // Runs the product once. Returns the result, and the blob as the SDK sees it.
   const deliver = async (name, { container = 'logs', permissions, size = '1M' } = {}) => {
     const path = `/${container}/${name}`;
-    const url = `${azurite.origin}${path}?${blobSas(azurite.account, path, { permissions })}`;
+    const url = `${emulator.origin}${path}?${blobSas(emulator.account, path, { permissions })}`;
     const result = await product.run({ args: ['-url', url], standin: { size } });
     return { result, blob: await storage.facts(container, decodeURIComponent(name)) };
   };

@@ -1,8 +1,8 @@
-// What every test of the program shares: a product in a prefix of its own, a sink, and what "ended well" means.
+// What the tests of the program share: a product in its own prefix, a sink, and the checks that every run must pass.
 import assert from 'node:assert/strict';
 import { after, before } from 'node:test';
-import { certificates } from '../../wine/ca.mjs';
-import { FileServer } from './crl_server.mjs';
+import { certificates } from '../../wine/certificates.mjs';
+import { FileServer } from './file_server.mjs';
 import { clonePrefix, endOnSignals } from '../../wine/prefix.mjs';
 import { Product, kProxyKey, parseLog } from '../../wine/product.mjs';
 import { startSink } from './sink.mjs';
@@ -16,7 +16,7 @@ export const kPutFailed = [/^AzureBlobUploader::AzurePutBlobRequestCb\(\): Error
 export const requestError = (operation, number) => new RegExp(
   `^WinHttpRequest::RequestCallback\\(\\): ${operation} failed for url https://.*: 0x${number.toString(16)} `);
 
-/** A product in a prefix called name, for the tests of a suite; asks: the FileServer that it asks for its proxy. */
+/** Installs a product in a prefix of this name, for the tests of a suite. asks: a FileServer with its PAC file. */
 export function useProduct(name, { asks } = {}) {
   const product = new Product();
   before(async () => {
@@ -29,7 +29,7 @@ export function useProduct(name, { asks } = {}) {
   return product;
 }
 
-/** A server of CRLs and PAC files for the tests of a suite. */
+/** Starts a server of CRLs and PAC files for the tests of a suite. */
 export function useFiles() {
   const files = new FileServer();
   before(() => files.start());
@@ -37,7 +37,7 @@ export function useFiles() {
   return files;
 }
 
-/** Lends a product of its own to fn. */
+/** Runs fn with a product in a prefix of its own, and removes the prefix afterwards. */
 export async function withProduct(name, options, fn) {
   const prefix = await clonePrefix(`test-${name}`);
   try {
@@ -47,7 +47,7 @@ export async function withProduct(name, options, fn) {
   }
 }
 
-/** Lends a sink to fn; certificate: the name of the leaf that it shows. */
+/** Runs fn with a sink, and stops the sink afterwards. certificate: the name of the leaf that the sink shows. */
 export async function withSink({ certificate = 'good', plan } = {}, fn) {
   const { leaf } = await certificates();
   const sink = await startSink({ leaf: leaf(certificate), plan });
@@ -58,32 +58,32 @@ export async function withSink({ certificate = 'good', plan } = {}, fn) {
   }
 }
 
-/** A run that uploads to a sink of its own; options are the run's and withSink's. */
+/** Runs the product once, against a sink of its own. The options are those of the run and of withSink(). */
 export const upload = (product, { plan, certificate, query = '', ...options } = {}) => withSink({ plan, certificate },
   async (sink) => {
     const result = await product.run({ args: ['-url', `${sink.origin}/logs/a.zip${query}`], ...options });
     return { result, origin: sink.origin, requests: sink.requests, blob: sink.service.blobs.get('/logs/a.zip') };
   });
 
-/** Everything of the log, for the message of an assertion that fails. */
-const story = (result) => `\n${result.debug.map(({ line }) => line).join('\n').slice(-6000)}\n${result.output}`;
+/** Returns the end of the debug log and the output, for the message of a failed assertion. */
+const logOf = (result) => `\n${result.debug.map(({ line }) => line).join('\n').slice(-6000)}\n${result.output}`;
 
 const matches = (text, expected) => (expected instanceof RegExp ? expected.test(text) : text === expected);
 
 /**
- * Demands what every run must show: this exit code, these ERROR messages (texts or patterns) as the last ones, and
+ * Checks what every run must show: this exit code, these ERROR messages (texts or patterns) as the last ones, and
  * neither files nor processes left behind.
  */
 export function assertEnded(result, code, lastErrors = []) {
-  assert.equal(result.timedOut, false, `the run did not end in ${result.ms} ms${story(result)}`);
-  assert.equal(result.code, code, story(result));
+  assert.equal(result.timedOut, false, `the run did not end in ${result.ms} ms${logOf(result)}`);
+  assert.equal(result.code, code, logOf(result));
   const errors = result.errors.slice(-lastErrors.length || Infinity);
   const same = errors.length === lastErrors.length && errors.every((text, n) => matches(text, lastErrors[n]));
-  assert.ok(same, `ERROR lines: ${JSON.stringify(errors)}\nexpected: ${lastErrors.join(' | ')}${story(result)}`);
-  assert.deepEqual([result.leftBehind, result.running], [[], []], story(result));
+  assert.ok(same, `ERROR lines: ${JSON.stringify(errors)}\nexpected: ${lastErrors.join(' | ')}${logOf(result)}`);
+  assert.deepEqual([result.leftBehind, result.running], [[], []], logOf(result));
 }
 
-/** Demands that both log files consist of whole records. Gives those of either. */
+/** Checks that both log files consist of whole records, and returns the records of each. */
 export const wholeRecords = (product) => ['log', 'debug'].map((base) => {
   const text = product.logText(base);
   assert.match(text.slice(-200), /^$|\r\n$/);
@@ -92,7 +92,7 @@ export const wholeRecords = (product) => ['log', 'debug'].map((base) => {
   return records;
 });
 
-/** Demands success, and that the stored blob is what the script wrote. */
+/** Checks that the run succeeded and that the stored blob is what the script wrote. */
 export function assertDelivered({ result, blob }, type, size) {
   assertEnded(result, 0);
   assert.ok(result.debug.some(({ message }) => message === 'wWinMain(): DCT collection succeeded.'));

@@ -1,24 +1,25 @@
-// A public-key infrastructure made fresh for one test run: its certificates name the CRLs of a server that runs now,
-// and Wine keeps what it fetched by URL.
+// A public-key infrastructure, made anew for each test run. Its certificates name CRLs on a server of this run, because
+// Wine caches by URL what it has fetched.
 //
-//   trusted root (ca.mjs; in the prefix's store) - intermediate - leaves        private root (in no store) - private
+//   trusted root (certificates.mjs; in the store of the prefix) - intermediate - leaves
+//   private root (in no store) - private
 import { X509Certificate } from 'node:crypto';
 import { copyFileSync, readFileSync } from 'node:fs';
 import { join } from 'node:path';
-import { Authority, certificates, kAuthorityExtensions, leafExtensions } from '../../wine/ca.mjs';
+import { Authority, certificates, kAuthorityExtensions, leafExtensions } from '../../wine/certificates.mjs';
 import { stateFolder } from '../../wine/paths.mjs';
-import { emptyFolder } from '../../wine/proc.mjs';
+import { emptyFolder } from '../../wine/processes.mjs';
 
-// name: what differs from a good leaf of the intermediate's; the CRL of "stale" has expired, that of "absent" is not
-// there.
+// name: how the leaf differs from a good one of the intermediate authority. The CRL of "stale" has expired. The CRL of
+// "absent" does not exist.
 const kLeaves = { good: {}, revoked: {}, stale: {}, absent: {}, expired: { expired: true },
   'wrong-name': { host: 'elsewhere.example' }, 'wrong-usage': { usage: 'clientAuth' }, private: { isPrivate: true } };
 
 /**
- * Makes everything; the CRLs are put on the server as root.crl and NAME.crl, a leaf's own.
- * @param {FileServer} server of the CRLs, which listens already.
- * @returns {Promise<function>} leaf(name): {key, cert}, cert holding the leaf and its issuer, and pins: the SHA-256 of
- *   its certificates as upper-case pairs with colons, leaf first and the root last.
+ * Makes the certificates and the CRLs. Puts the CRLs on the server as root.crl and, for each leaf, NAME.crl.
+ * @param {FileServer} server for the CRLs, which listens already.
+ * @returns {Promise<function>} leaf(name): {key, cert, pins}. cert holds the leaf and its issuer. pins holds the
+ *   SHA-256 of every certificate of the chain, as upper-case pairs with colons, the leaf first and the root last.
  */
 export async function makePki(folderName, server) {
   const folder = emptyFolder(stateFolder(folderName));

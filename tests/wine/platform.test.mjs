@@ -1,11 +1,11 @@
-// The Windows layer itself: what mddct_platform_check reports in TAP, one subtest a line.
+// The Windows layer itself: each line that mddct_platform_check prints in the Test Anything Protocol is one subtest.
 import assert from 'node:assert/strict';
 import { join } from 'node:path';
 import { it } from 'node:test';
 import { withProduct } from './harness.mjs';
 import { binaries } from '../../wine/paths.mjs';
 import { onDriveZ } from '../../wine/prefix.mjs';
-import { emptyFolder } from '../../wine/proc.mjs';
+import { emptyFolder } from '../../wine/processes.mjs';
 
 it('the Windows layer', (test) => withProduct('platform', {}, async ({ prefix }) => {
   const folder = emptyFolder(join(prefix.folder, 'check'));

@@ -1,4 +1,4 @@
-// The upload through a real proxy, chosen by the three values of the registry.
+// The upload through a real proxy, which the three values of the registry choose.
 import assert from 'node:assert/strict';
 import { writeFileSync } from 'node:fs';
 import { join } from 'node:path';
@@ -9,15 +9,15 @@ import { startProxy } from './proxy.mjs';
 
 const kConnections = 'HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\Internet Settings\\Connections';
 
-/** The user's connection settings with a PAC URL only: the one form of them that Wine reads. */
+/** Returns the user's connection settings with a PAC URL alone, the one form of them that Wine reads. */
 function connectionSettings(pacUrl) {
   const words = (...values) => Buffer.from(Uint32Array.from(values).buffer);
   const kPacUrl = 4;
   return Buffer.concat([words(0x46, 1, kPacUrl, 0, 0, pacUrl.length), Buffer.from(pacUrl), Buffer.alloc(32)]);
 }
 
-// Wine takes "http://host:port" for a host called "http" and its port from the target, where Windows takes it as it
-// is written. Such a host is made for the named proxies here: an address of its own, under a hosts file of its own.
+// Wine reads "http://host:port" as a host called "http", with the port of the target; Windows reads it as written. So
+// the tests of named proxies give the name "http" to an address of this run, in a hosts file of their own.
 const kNamedAddress = `127.77.${(process.pid >> 8) & 255}.${process.pid & 255}`;
 function withHosts(prefix) {
   const hosts = join(prefix.folder, 'hosts');
@@ -27,7 +27,7 @@ function withHosts(prefix) {
 }
 
 const kChosen = 'SystemProxy::ChooseProxyServer(): ';
-// The second entry serves https; the first one's port is nobody's.
+// The second entry serves https. Nothing listens at the first one.
 const kList = `http=127.0.0.1:1;https=${kNamedAddress}:443`;
 const kUsesList = [`Sanitizing manual proxy: ${kList}`, `Using sanitized manual proxy: http://${kNamedAddress}:443`];
 const kNoPac = [/^SystemProxy::ResolvePacUrl\(\): Unable to find proxy with given pac file: 0x/];
@@ -39,21 +39,21 @@ describe('the upload', () => {
   before(async () => {
     proxy = await startProxy('upload');
     named = await startProxy('upload-named', { address: kNamedAddress, port: 443 }).catch((error) => {
-      hindrance = `port 443 of ${kNamedAddress} cannot be had: ${error.message}`;
+      hindrance = `cannot listen on port 443 of ${kNamedAddress}: ${error.message}`;
     });
-    product.prefix.through = withHosts(product.prefix);
+    product.prefix.wrapper = withHosts(product.prefix);
     const tried = await product.prefix.wine(['cmd', '/c', 'exit 0']);
-    if (tried.code !== 0) hindrance = `no hosts file of one's own: ${tried.output}`;
+    if (tried.code !== 0) hindrance = `cannot use a hosts file of its own: ${tried.output}`;
   });
   after(() => Promise.all([proxy?.stop(), named?.stop()]));
 
-  /** Sends with these settings; tunnels: those to the server that the proxies were asked for. */
+  /** Uploads with these settings. tunnels: how many tunnels to the server the proxies were asked for. */
   const send = async ({ server = null, bypass = null, pac = null, user = null, size = '1M' }) => {
     await product.prefix.importRegistry({
       [kProxyKey]: { 'HTTP Proxy Server': server, 'HTTP Proxy Bypass': bypass, 'HTTP Proxy Auto Config URL': pac },
       [kConnections]: { DefaultConnectionSettings: user && connectionSettings(user) },
     });
-    product.prefix.through = server === kList ? withHosts(product.prefix) : [];
+    product.prefix.wrapper = server === kList ? withHosts(product.prefix) : [];
     const run = await upload(product, { standin: { size } });
     const chosen = run.result.debug.map(({ message }) => message).filter((message) => message.startsWith(kChosen))
       .map((message) => message.slice(kChosen.length));
@@ -62,21 +62,21 @@ describe('the upload', () => {
     return { ...run, chosen, tunnels };
   };
 
-  const says = (name, answer) => files.addPac(name, answer);
+  const pacFile = (name, answer) => files.addPac(name, answer);
   // name: [settings, how the proxy is chosen, tunnels, ERROR messages]
   const kCases = {
     'goes through the proxy of a PAC file, byte for byte': [
-      () => ({ pac: says('proxy.pac', `PROXY ${proxy.host}`), server: '127.0.0.1:1', size: '40M' }),
+      () => ({ pac: pacFile('proxy.pac', `PROXY ${proxy.host}`), server: '127.0.0.1:1', size: '40M' }),
       () => [`Found proxy via manual PAC URL: ${proxy.host}`], 1],
     'goes through the proxy of the user\'s automatic configuration': [
-      () => ({ user: says('user.pac', `PROXY ${proxy.host}`) }),
+      () => ({ user: pacFile('user.pac', `PROXY ${proxy.host}`) }),
       () => [`Found proxy via IE automatic proxy: ${proxy.host}`], 1],
     'goes directly to a host of the bypass list': [() => ({ server: kList, bypass: 'elsewhere.example;localhost' }),
       () => kUsesList, 0],
     'goes through the named proxy when there is no PAC file': [
       () => ({ server: kList, pac: `${files.origin}/none.pac` }), () => kUsesList, 1, kNoPac],
     'goes through the named proxy when the PAC file says DIRECT': [
-      () => ({ server: kList, pac: says('says.pac', 'DIRECT') }), () => kUsesList, 1],
+      () => ({ server: kList, pac: pacFile('direct.pac', 'DIRECT') }), () => kUsesList, 1],
   };
   for (const [name, [settings, choice, tunnels, errors]] of Object.entries(kCases)) {
     it(name, async (t) => {
@@ -88,8 +88,8 @@ describe('the upload', () => {
     });
   }
 
-  it('does not go around a proxy that does not answer', async () => {
-    const { result, requests } = await send({ pac: says('dead.pac', 'PROXY 127.0.0.1:1') });
+  it('does not bypass a proxy that does not answer', async () => {
+    const { result, requests } = await send({ pac: pacFile('dead.pac', 'PROXY 127.0.0.1:1') });
     assertEnded(result, 7, [requestError('WinHttpSendRequest', 12029), ...kPutFailed]);
     assert.deepEqual(requests, []);
   });

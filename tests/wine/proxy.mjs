@@ -1,11 +1,11 @@
-// A real forward proxy: tinyproxy on loopback, with a configuration and a log of its own.
+// A real forward proxy: tinyproxy on loopback, with its own configuration and log.
 import { once } from 'node:events';
 import { closeSync, openSync, readFileSync, writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { stateFolder } from '../../wine/paths.mjs';
-import { alive, emptyFolder, endGroup, startGroup } from '../../wine/proc.mjs';
+import { alive, emptyFolder, endGroup, startGroup } from '../../wine/processes.mjs';
 
 async function freePort(address) {
   const server = createServer().listen(0, address);
@@ -20,7 +20,7 @@ async function freePort(address) {
  * @param {string} name of its folder.
  * @param {object} [options] address, port: where it listens, by default on a free port; credentials: "user password",
  *   which it then demands.
- * @returns {Promise<{host, requests, stop}>} requests: what it was asked for so far, in order: "CONNECT localhost:443".
+ * @returns {Promise<{host, requests, stop}>} requests: the request lines so far, in order, as "CONNECT localhost:443".
  */
 export async function startProxy(name, { address = '127.0.0.1', port, credentials } = {}) {
   const folder = emptyFolder(stateFolder('proxies', name));

@@ -1,26 +1,27 @@
-// A small HTTPS blob service of our own: it enforces the service's rules, records every request, digests every blob,
-// and misbehaves on request.
+// A small HTTPS blob service. It enforces the rules of the storage service, records every request, computes the digest
+// of every blob, and misbehaves as a test plans it.
 import { once } from 'node:events';
 import { createServer } from 'node:https';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { BlobService, errorBody } from './blob_service.mjs';
 
 /**
- * How one request is treated; all optional.
+ * How the sink treats one request. Every property is optional.
  * @typedef {object} Behaviour
- * @property {number} [status] answered instead of the service's own.
- * @property {'keep' | 'close' | 'reset'} [early] answers before the body is read, then reads on, closes or resets.
- * @property {number} [lateMs] answers that much later.
- * @property {number} [resetAfter] resets the connection after that many bytes of the body.
- * @property {number} [stallAfter] stops reading for good after that many bytes.
+ * @property {number} [status] answers with this status instead of the service's own.
+ * @property {'keep' | 'close' | 'reset'} [early] answers before it has read the body, then reads on, closes or
+ *   resets.
+ * @property {number} [lateMs] answers this many milliseconds late.
+ * @property {number} [resetAfter] resets the connection after this many bytes of the body.
+ * @property {number} [stallAfter] stops reading for good after this many bytes of the body.
  * @property {boolean} [silent] never answers.
- * @property {boolean} [stallReply] answers, but for the end of the reply's body.
- * @property {number} [bodyBytes] the reply has a body of that size.
- * @property {number} [headerBytes] the reply has headers of that size together.
+ * @property {boolean} [stallReply] never sends the end of the reply's body.
+ * @property {number} [bodyBytes] sends a reply with a body of this size.
+ * @property {number} [headerBytes] sends a reply whose headers have this size together.
  */
 
 class Sink {
-  /** One entry a request, in the order of arrival; its fields are filled as the request goes on. */
+  /** One entry per request, in the order of arrival. The sink fills its fields while it reads the request. */
   requests = [];
   rawSockets = new Map();
 
@@ -59,25 +60,25 @@ class Sink {
   async #serve(request, response) {
     for (const stream of [request, response]) stream.on('error', () => {});
     const { method, url, headers } = request;
-    // Wine names the server to it, too, when it comes through a proxy.
+    // Through a proxy, Wine sends the whole URL even to the server.
     const [path, queryText = ''] = url.replace(/^https:\/\/[^/?]*/, '').split(/\?(.*)/s);
     const entry = { method, path, queryText, query: new URLSearchParams(queryText), headers,
       bytes: 0, complete: false, startedAt: Date.now(), endedAt: null };
     const behaviour = this.plan(entry, this.requests.push(entry) - 1) ?? {};
-    const verdict = this.service.judge(entry);
-    if (behaviour.early) await this.#answer(response, behaviour, verdict);
+    const judgement = this.service.judge(entry);
+    if (behaviour.early) await this.#answer(response, behaviour, judgement);
     if (behaviour.early && behaviour.early !== 'keep') {
       await sleep(50);
       return behaviour.early === 'reset' ? this.#reset(request.socket) : request.socket.destroy();
     }
-    const hash = verdict.operation && this.service.digestFor(verdict.operation, path);
+    const hash = judgement.operation && this.service.digestFor(judgement.operation, path);
     if (!(await this.#read(request, entry, behaviour, hash)) || behaviour.early) return;
-    if (verdict.operation && !behaviour.status) this.service.store(verdict.operation, path, entry.bytes, hash);
+    if (judgement.operation && !behaviour.status) this.service.store(judgement.operation, path, entry.bytes, hash);
     if (behaviour.lateMs) await sleep(behaviour.lateMs);
-    if (!behaviour.silent) await this.#answer(response, behaviour, verdict);
+    if (!behaviour.silent) await this.#answer(response, behaviour, judgement);
   }
 
-  // True when the whole body has come.
+  // Reads the body. Returns true when all of it has come.
   async #read(request, entry, { resetAfter = Infinity, stallAfter = Infinity }, hash) {
     try {
       for await (const chunk of request) {
@@ -89,21 +90,21 @@ class Sink {
         return false;
       }
     } catch {
-      // The client went away: an incomplete body is the record of it.
+      // The client went away. The entry shows it: its body is incomplete.
     }
     Object.assign(entry, { endedAt: Date.now(), complete: request.complete });
     return request.complete;
   }
 
-  async #answer(response, { status, early, headerBytes = 0, bodyBytes, stallReply }, verdict) {
+  async #answer(response, { status, early, headerBytes = 0, bodyBytes, stallReply }, judgement) {
     const headers = { 'x-ms-request-id': String(this.requests.length), 'x-ms-version': '2020-04-08' };
-    const refused = status === undefined && !verdict.operation;
-    if (refused) Object.assign(headers, { 'x-ms-error-code': verdict.code, 'content-type': 'application/xml' });
-    const body = refused ? errorBody(verdict) : status ? 'no' : '';
+    const refused = status === undefined && !judgement.operation;
+    if (refused) Object.assign(headers, { 'x-ms-error-code': judgement.code, 'content-type': 'application/xml' });
+    const body = refused ? errorBody(judgement) : status ? 'no' : '';
     if (early === 'close') headers.connection = 'close';
     for (let n = 0; n * 8000 < headerBytes; n++) headers[`x-fill-${n}`] = 'f'.repeat(7988);
     headers['content-length'] = stallReply ? 100 : bodyBytes ?? Buffer.byteLength(body);
-    response.writeHead(status ?? verdict.status ?? 201, headers);
+    response.writeHead(status ?? judgement.status ?? 201, headers);
     if (stallReply) return void response.write('n');
     const piece = Buffer.alloc(1 << 20, 'r');
     for (let left = bodyBytes ?? 0; left > 0 && !response.destroyed; left -= piece.length) {
@@ -116,7 +117,7 @@ class Sink {
 
 /**
  * Starts a sink on a free port of 127.0.0.1.
- * @param {object} options leaf: the certificate; plan: (request, index) => Behaviour; account: BlobService's.
+ * @param {object} options leaf: the certificate; plan: (request, index) => Behaviour; account: as of BlobService.
  */
 export async function startSink(options) {
   const sink = new Sink(options);

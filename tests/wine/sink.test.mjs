@@ -1,13 +1,13 @@
-// The sink judges the product, so it is judged first: by the storage SDK, which it must satisfy, and by requests that
-// the service refuses.
+// Tests the sink itself, because it judges the product: the storage SDK must work with it, and it must refuse what the
+// storage service refuses.
 import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { it } from 'node:test';
 import { BlobService } from './blob_service.mjs';
-import { certificates } from '../../wine/ca.mjs';
-import { blobSas, developmentAccount as account } from '../../wine/sas.mjs';
+import { certificates } from '../../wine/certificates.mjs';
+import { blobSas, developmentAccount as account } from '../../wine/storage_signatures.mjs';
 import { startSink } from './sink.mjs';
-import { openStorage } from '../../wine/storage.mjs';
+import { openStorage } from '../../wine/storage_client.mjs';
 
 const sha256 = (bytes) => createHash('sha256').update(bytes).digest('hex');
 
@@ -47,7 +47,7 @@ const minutesUntil = (time) => (time - Date.now()) / 60000;
 const good = { 'x-ms-version': '2020-04-08', 'x-ms-date': 'Fri, 13 Nov 2026 04:02:42 GMT', 'content-length': '5',
   'x-ms-blob-type': 'BlockBlob' };
 
-// A good request, with these headers instead (null: without); sas: what its signature allows, until when.
+// Returns a good request with these headers changed (null removes one). sas: permissions and lifetime of its signature.
 function request(headers = {}, { path = '/logs/a.zip', comp = '', method = 'PUT', sas = {} } = {}) {
   const signature = blobSas(account, path, { minutes: minutesUntil(now + 3600000), ...sas });
   const all = Object.entries({ ...good, ...headers }).filter(([, value]) => value !== null);
@@ -56,6 +56,7 @@ function request(headers = {}, { path = '/logs/a.zip', comp = '', method = 'PUT'
 const block = (size, path = '/logs/open') => request({ 'content-length': String(size), 'x-ms-blob-type': null },
   { path, comp: '&comp=appendblock', sas: { permissions: 'w' } });
 
+// name: [request, operation or error]
 const kCases = {
   'a good Put Blob': [request(), 'put'],
   'a block of 4 MiB': [block(4 << 20), 'append'],

@@ -5,10 +5,10 @@
 
 namespace native {
 
-/// The arguments of this process without the program's own, split as CommandLineToArgvW does.
+/// Returns the arguments of this process without the program's own name, split as CommandLineToArgvW splits them.
 std::vector<std::wstring> arguments();
 
-/// The text in UTF-8.
+/// Returns the text in UTF-8.
 std::string narrow(const std::wstring& text);
 
 /// Writes one line "program: text" to the standard error stream.

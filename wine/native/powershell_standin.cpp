@@ -1,6 +1,11 @@
-// Stand-in for powershell.exe as the agent's two scripts are run by it: answers the capability query, writes the
-// collection's bundle, and misbehaves when it is told to. Any other command line ends with exit code 64 and a line in
-// the record; trouble of its own ends with 65.
+// The stand-in for powershell.exe, which runs the agent's two scripts. It answers the capability query, writes the
+// bundle of the collection, and misbehaves when the environment variable MDDCT_STANDIN orders it. It refuses every
+// other command line with exit code 64 and a line in the record. When the stand-in itself fails, it ends with exit
+// code 65.
+//
+// Tests also start it by hand, as a process that only holds something:
+//   powershell.exe --hold MILLISECONDS        keeps the inherited standard output open for that time
+//   powershell.exe --lock MILLISECONDS FILE   opens the file without sharing it and keeps it open for that time
 
 #include <windows.h>
 
@@ -25,24 +30,24 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr int kRefused = 64;
-constexpr int kOwnTrouble = 65;
+constexpr int kStandinFailed = 65;
 
-constexpr const wchar_t* kQuery =
+constexpr const wchar_t* kQueryLine =
     L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
-constexpr const wchar_t* kCollection =
+constexpr const wchar_t* kCollectionPattern =
     LR"re(powershell\.exe -nologo -ExecutionPolicy RemoteSigned -File "([^"]+)\\vdx-support\.ps1")re"
     LR"re( -f "(([^"]+)\\agentDCT_\d{4}-\d\d-\d\d_\d\d-\d\d-\d\d_\d{3}\.zip)" -d "\3")re"
     LR"re( -s(?: -c [^ ,]+(?:,[^ ,]+)*)?(?: -dumps (?:none|prod|sys|prod,sys))?)re";
 
-/// What it is told to do: "key=value;key=value" in the environment variable MDDCT_STANDIN.
-std::map<std::wstring, std::wstring> told = {
+/// The orders with their defaults. MDDCT_STANDIN changes them, as "key=value;key=value".
+std::map<std::wstring, std::wstring> orders = {
     {L"query", L"json"},    // or: garbage huge deep notutf8 silent fail hang
     {L"grandchild", L"0"},  // milliseconds for which a copy keeps the query's standard output open
     {L"collect", L"ok"},    // or: none (no bundle) empty sparse (zeros)
     {L"delay", L"0"},       // milliseconds before the bundle is written
     {L"size", L"1M"},       // of the bundle, with K, M or G for powers of 1024
     {L"exit", L"0"},        // exit code of the collection
-    {L"record", L""},       // file that gets a line a call; none when empty
+    {L"record", L""},       // file that gets one line for each call; none when empty
 };
 
 void readOrders() {
@@ -51,42 +56,46 @@ void readOrders() {
   std::wistringstream entries(text.data());
   for (std::wstring entry; std::getline(entries, entry, L';');) {
     const std::size_t equals = std::min(entry.find(L'='), entry.size() - 1);
-    told.at(entry.substr(0, equals)) = entry.substr(equals + 1);
+    orders.at(entry.substr(0, equals)) = entry.substr(equals + 1);
   }
 }
 
-std::uint64_t number(const std::wstring& key) {
+/// Returns an order as a number; the suffixes K, M and G are powers of 1024.
+std::uint64_t numberOf(const std::wstring& key) {
   static const std::map<std::wstring, int> shifts = {{L"", 0}, {L"K", 10}, {L"M", 20}, {L"G", 30}};
   std::size_t used = 0;
-  const std::uint64_t value = std::stoull(told.at(key), &used);
-  return value << shifts.at(told.at(key).substr(used));
+  const std::uint64_t value = std::stoull(orders.at(key), &used);
+  return value << shifts.at(orders.at(key).substr(used));
 }
 
+/// Returns what a standard handle is: "none", "pipe" or "other".
 std::wstring kindOf(DWORD which) {
   const HANDLE handle = ::GetStdHandle(which);
   const bool none = handle == nullptr || handle == INVALID_HANDLE_VALUE;
   return none ? L"none" : ::GetFileType(handle) == FILE_TYPE_PIPE ? L"pipe" : L"other";
 }
 
-/// Appends a line to the record: mode, outcome, working folder, kinds of standard output and error ("pipe", "none",
-/// "other") and the arguments, with tabs between them.
+/// Appends a line to the record: mode, outcome, working folder, kinds of standard output and standard error (see
+/// kindOf), and the arguments, with tabs between them.
 void record(const std::wstring& mode, const std::wstring& outcome) {
   std::wstring line = mode + L'\t' + outcome + L'\t' + fs::current_path().wstring() + L'\t' +
                       kindOf(STD_OUTPUT_HANDLE) + L'\t' + kindOf(STD_ERROR_HANDLE);
   for (const std::wstring& argument : native::arguments()) {
     line += L'\t' + argument;
   }
-  if (!told.at(L"record").empty()) {
-    std::ofstream(fs::path(told.at(L"record")), std::ios::binary | std::ios::app) << native::narrow(line) << '\n';
+  if (!orders.at(L"record").empty()) {
+    std::ofstream(fs::path(orders.at(L"record")), std::ios::binary | std::ios::app) << native::narrow(line) << '\n';
   }
 }
 
+/// Records why the command line is refused, and returns the exit code.
 int refuse(const std::wstring& objection) {
   record(L"refused", objection);
   native::complain("powershell", native::narrow(objection));
   return kRefused;
 }
 
+/// Returns what the capability query prints.
 std::string answerOf(const std::wstring& kind) {
   if (kind == L"huge") {
     return R"({"featureData":{"AgentCore":{}},"note":")" + std::string(100 << 20, 'x') + "\"}\n";
@@ -111,7 +120,7 @@ std::string answerOf(const std::wstring& kind) {
   return others.at(kind);
 }
 
-/// Starts a copy that keeps this process's standard output open for that long.
+/// Starts a copy of this process that keeps the standard output of this process open for that time.
 void startPipeHolder(const std::wstring& milliseconds) {
   std::wstring line = L"powershell.exe --hold " + milliseconds;
   STARTUPINFOW startup{};
@@ -120,16 +129,16 @@ void startPipeHolder(const std::wstring& milliseconds) {
   std::array<wchar_t, MAX_PATH> self{};
   ::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
   if (!::CreateProcessW(self.data(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &child)) {
-    throw std::runtime_error("cannot start the copy");
+    throw std::runtime_error("cannot start the copy that holds the pipe");
   }
 }
 
-/// Answers the capability query on the standard output. Gives the exit code.
+/// Answers the capability query on the standard output, and returns the exit code.
 int answerQuery() {
-  const std::wstring& kind = told.at(L"query");
+  const std::wstring& kind = orders.at(L"query");
   record(L"query", kind);
-  if (number(L"grandchild") > 0) {
-    startPipeHolder(told.at(L"grandchild"));
+  if (numberOf(L"grandchild") > 0) {
+    startPipeHolder(orders.at(L"grandchild"));
   }
   const std::string answer = answerOf(kind);
   DWORD written = 0;
@@ -138,14 +147,15 @@ int answerQuery() {
   return kind == L"fail" ? 1 : 0;
 }
 
-/// Writes bytes that do not compress, the same ones every time: nobody looks into a bundle. Gives the exit code.
+/// Writes the bundle and returns the exit code. The bytes do not compress and are the same ones every time: nobody
+/// opens a bundle.
 int collect(const std::wstring& bundle) {
-  const std::wstring& kind = told.at(L"collect");
+  const std::wstring& kind = orders.at(L"collect");
   record(L"collect", kind);
-  ::Sleep(static_cast<DWORD>(number(L"delay")));
+  ::Sleep(static_cast<DWORD>(numberOf(L"delay")));
   if (kind != L"none") {
     std::ofstream file(fs::path(bundle), std::ios::binary);
-    std::uint64_t left = kind == L"empty" ? 0 : number(L"size");
+    std::uint64_t left = kind == L"empty" ? 0 : numberOf(L"size");
     if (kind == L"sparse" && left > 0) {
       file.seekp(static_cast<std::streamoff>(left - 1)).put('\0');
       left = 0;
@@ -161,10 +171,10 @@ int collect(const std::wstring& bundle) {
       throw std::runtime_error("cannot write the bundle");
     }
   }
-  return static_cast<int>(number(L"exit"));
+  return static_cast<int>(numberOf(L"exit"));
 }
 
-/// Has a file for itself alone for that long. Gives the exit code.
+/// Opens a file without sharing it, keeps it open for that time, and returns the exit code.
 int lockFile(const std::wstring& milliseconds, const std::wstring& file) {
   if (::CreateFileW(file.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr) == INVALID_HANDLE_VALUE) {
     throw std::runtime_error("cannot lock the file");
@@ -174,10 +184,11 @@ int lockFile(const std::wstring& milliseconds, const std::wstring& file) {
   return 0;
 }
 
-/// Judges the command line, every character of it, and what it names.
+/// Compares the whole command line with the two that the agent uses, checks the files that it names, and does what it
+/// asks for. Returns the exit code.
 int run() {
   const std::vector<std::wstring> arguments = native::arguments();
-  if (arguments.size() == 2 && arguments.front() == L"--hold") {  // the grandchild
+  if (arguments.size() == 2 && arguments.front() == L"--hold") {
     ::Sleep(std::stoul(arguments.back()));
     return 0;
   }
@@ -186,11 +197,11 @@ int run() {
     return lockFile(arguments[1], arguments[2]);
   }
   const std::wstring line = ::GetCommandLineW();
-  if (line == kQuery) {
+  if (line == kQueryLine) {
     return fs::exists(L"vdx-query.ps1") ? answerQuery() : refuse(L"vdx-query.ps1 is not in the working folder");
   }
   std::wsmatch parts;
-  if (!std::regex_match(line, parts, std::wregex(kCollection))) {
+  if (!std::regex_match(line, parts, std::wregex(kCollectionPattern))) {
     return refuse(L"unknown command line");
   }
   std::error_code error;
@@ -207,6 +218,6 @@ int main() {
     return run();
   } catch (const std::exception& error) {
     native::complain("powershell", error.what());
-    return kOwnTrouble;
+    return kStandinFailed;
   }
 }

@@ -1,10 +1,13 @@
 // run_as_system PROGRAM ARGUMENT...
 //
-// Runs an unmodified program as if its user were the local system account: before the program's first instruction,
-// EqualSid in the child's memory is made to return 1. MDDCT_PATCH=DLL!FUNCTION=VALUE in the environment lets one more
-// function return a fixed 32-bit value; with "crash" as the value, its first instruction becomes an illegal one. The
-// program gets its command line character by character; its exit code is this one's. Failures of the launcher itself
-// end with 125 and one line on the standard error stream.
+// Runs an unmodified program as if its user were the local system account. Before the program's first instruction, this
+// launcher patches EqualSid in the memory of the program, so that EqualSid returns 1.
+//
+// The environment variable MDDCT_PATCH=DLL!FUNCTION=VALUE patches one more function, which then returns that 32-bit
+// value. With "crash" as the value, the first instruction of the function becomes an illegal one.
+//
+// The program gets its part of the command line unchanged, and the launcher ends with the program's exit code. When the
+// launcher itself fails, it ends with exit code 125 and writes one line to the standard error stream.
 
 #include <windows.h>
 
@@ -22,13 +25,14 @@ namespace {
 
 constexpr int kLauncherFailed = 125;
 
-void demand(bool passed, const std::string& otherwise) {
-  if (!passed) {
-    throw std::runtime_error(otherwise + ", error " + std::to_string(::GetLastError()));
+/// Throws `message` with the last error number of Windows when a step failed.
+void demand(bool succeeded, const std::string& message) {
+  if (!succeeded) {
+    throw std::runtime_error(message + ", error " + std::to_string(::GetLastError()));
   }
 }
 
-/// The command line of this process from its first argument on.
+/// Returns the command line of this process from its first argument on.
 std::wstring programsCommandLine() {
   const std::wstring line = ::GetCommandLineW();
   bool quoted = false;
@@ -41,11 +45,11 @@ std::wstring programsCommandLine() {
   return line.substr(at);
 }
 
-/// Lets "DLL!FUNCTION=VALUE" hold in the child. A system DLL has the same address in both processes; that the child
-/// holds the same code there is checked first.
+/// Patches one function of the child; `patch` is "DLL!FUNCTION=VALUE". A system DLL has the same address in both
+/// processes. This function first checks that the child holds the same code there.
 void applyPatch(HANDLE process, const std::string& patch) {
   std::smatch parts;
-  demand(std::regex_match(patch, parts, std::regex("(.+)!(.+)=(.+)")), "no patch: " + patch);
+  demand(std::regex_match(patch, parts, std::regex("(.+)!(.+)=(.+)")), "not of the form DLL!FUNCTION=VALUE: " + patch);
   std::vector<unsigned char> code = {0x0F, 0x0B};  // ud2
   if (parts[3] != "crash") {
     code = {0xB8, 0, 0, 0, 0, 0xC3};  // mov eax, value; ret
@@ -60,7 +64,7 @@ void applyPatch(HANDLE process, const std::string& patch) {
   SIZE_T moved = 0;
   demand(::ReadProcessMemory(process, address, present.data(), present.size(), &moved) &&
              std::memcmp(present.data(), address, present.size()) == 0,
-         "the program has not loaded it where this launcher has it: " + patch);
+         "the program has other code at this launcher's address of the function: " + patch);
   DWORD protection = 0;
   demand(::VirtualProtectEx(process, address, code.size(), PAGE_EXECUTE_READWRITE, &protection) &&
              ::WriteProcessMemory(process, address, code.data(), code.size(), &moved) &&
@@ -69,13 +73,14 @@ void applyPatch(HANDLE process, const std::string& patch) {
          "cannot patch " + patch);
 }
 
-/// Lets the child run up to the loader's breakpoint: the imports are mapped and none of its own code has run.
+/// Runs the child up to the breakpoint of the loader, and returns the thread that hit it. By then the imports are
+/// mapped, and no code of the program has run.
 DWORD waitForLoaderBreakpoint() {
   for (;;) {
     DEBUG_EVENT event{};
     demand(::WaitForDebugEvent(&event, INFINITE), "cannot wait for the program to be loaded");
     const DWORD kind = event.dwDebugEventCode;
-    demand(kind != EXIT_PROCESS_DEBUG_EVENT, "the program ended while it was loaded");
+    demand(kind != EXIT_PROCESS_DEBUG_EVENT, "the program ended while it was being loaded");
     if (kind == EXCEPTION_DEBUG_EVENT &&
         event.u.Exception.ExceptionRecord.ExceptionCode == static_cast<DWORD>(EXCEPTION_BREAKPOINT)) {
       return event.dwThreadId;
@@ -87,6 +92,7 @@ DWORD waitForLoaderBreakpoint() {
   }
 }
 
+/// Runs the program to its end with the patches in place, and returns its exit code.
 DWORD runPatched(std::wstring commandLine, PROCESS_INFORMATION& child) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
@@ -95,9 +101,9 @@ DWORD runPatched(std::wstring commandLine, PROCESS_INFORMATION& child) {
          "cannot start " + native::narrow(commandLine));
   const DWORD threadId = waitForLoaderBreakpoint();
   applyPatch(child.hProcess, "advapi32.dll!EqualSid=1");
-  std::array<char, 256> more{};
-  if (::GetEnvironmentVariableA("MDDCT_PATCH", more.data(), static_cast<DWORD>(more.size())) > 0) {
-    applyPatch(child.hProcess, more.data());
+  std::array<char, 256> extraPatch{};
+  if (::GetEnvironmentVariableA("MDDCT_PATCH", extraPatch.data(), static_cast<DWORD>(extraPatch.size())) > 0) {
+    applyPatch(child.hProcess, extraPatch.data());
   }
   ::DebugSetProcessKillOnExit(FALSE);
   ::ContinueDebugEvent(child.dwProcessId, threadId, DBG_CONTINUE);
@@ -105,7 +111,7 @@ DWORD runPatched(std::wstring commandLine, PROCESS_INFORMATION& child) {
   DWORD exitCode = 0;
   demand(::WaitForSingleObject(child.hProcess, INFINITE) == WAIT_OBJECT_0 &&
              ::GetExitCodeProcess(child.hProcess, &exitCode),
-         "cannot learn the program's exit code");
+         "cannot get the program's exit code");
   return exitCode;
 }
 

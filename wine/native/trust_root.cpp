@@ -1,4 +1,7 @@
-// trust_root CERTIFICATE.der: makes the machine of this prefix trust the certificate as a root.
+// trust_root CERTIFICATE.der
+//
+// Adds the certificate to the root certificates that the machine of this prefix trusts. The exit code is 0 when it has
+// been added, otherwise 1.
 
 #include <windows.h>
 
@@ -19,7 +22,7 @@ int main() {
   const bool done = store != nullptr &&
                     ::CertAddEncodedCertificateToStore(store, X509_ASN_ENCODING, bytes, static_cast<DWORD>(der.size()),
                                                        CERT_STORE_ADD_REPLACE_EXISTING, nullptr) &&
-                    ::CertCloseStore(store, 0);  // which writes it back
+                    ::CertCloseStore(store, 0);  // writes the store back
   if (!done) {
     native::complain("trust_root", "not added, error " + std::to_string(::GetLastError()));
   }

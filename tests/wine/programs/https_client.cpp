@@ -1,8 +1,12 @@
-// https_client get URL | putfile URL FILE, then any of
+// https_client get URL [OPTION...]
+// https_client putfile URL FILE [OPTION...]
+//
+// Runs one request with the product's HTTPS client, for tests of requests that the shipped program never makes.
+// Options:
 //   --revocation --ignore-name --ignore-all --plain-http --pin=TEXT --pac=URL --user=NAME --password=TEXT
-// runs one request as the program would, for tests of requests that the shipped program never makes. It logs where the
-// program does and prints one line of JSON: "ok" is what the operation returned, "bytes" the length of the response
-// body. --pin may come several times. The exit code is 0 when the request was run, whatever came of it, otherwise 1.
+// --pin may come several times. --user comes before --password. The client writes the same log as the program, and
+// prints one line of JSON: "ok" is what the operation returned, "status" the HTTP status, "bytes" the length of the
+// response body. The exit code is 0 when the request was run, whatever its outcome, otherwise 1.
 
 #include <cstdio>
 #include <exception>

@@ -1,6 +1,8 @@
-// platform_check FOLDER: checks the Windows layer against the Windows it runs on, service by service, in the Test
-// Anything Protocol; FOLDER is an empty one to work in. What the runs of the shipped program and of the HTTPS client
-// show is left out.
+// platform_check FOLDER
+//
+// Checks the Windows layer against the Windows that it runs on, service by service, and reports in the Test Anything
+// Protocol. FOLDER is an empty folder to work in. Leaves out what the runs of the shipped program and of the HTTPS
+// client already show.
 
 #include <windows.h>
 
@@ -30,7 +32,7 @@ namespace {
 int count = 0;
 int failures = 0;
 
-// RFC 4231, test case 2. Digests without a key: see the thumbprints.
+// RFC 4231, test case 2. Digests without a key are tested as thumbprints, in trust.test.mjs.
 void digests() {
   HashGenerator generator;
   generator.SetAlgorithm(HashAlgorithm::kSha256, true);
@@ -49,7 +51,7 @@ void certificates() {
          "certificates: decoded " + std::string(given, 0, 10));
   }
   that(reinterpret_cast<std::uintptr_t>(CERT_CHAIN_POLICY_SSL) == platform::kChainPolicySsl,
-       "certificates: the number of the SSL policy");
+       "certificates: CERT_CHAIN_POLICY_SSL has the right number");
 }
 
 void files() {
@@ -64,7 +66,7 @@ void files() {
   that(files.LockFileEx(first.value.get(), kFar).ok && files.WriteFile(second.value.get(), {}).ok &&
            files.LockFileEx(second.value.get(), kFar).error == platform::kErrorLockViolation &&
            files.UnlockFileEx(first.value.get(), kFar).ok && files.LockFileEx(second.value.get(), kFar).ok,
-       "files: a byte is locked by one handle at a time");
+       "files: one handle at a time locks a byte");
 }
 
 void security() {
@@ -79,16 +81,17 @@ void security() {
   BOOL present = FALSE;
   BOOL defaulted = FALSE;
   ::GetSecurityDescriptorDacl(memory.data(), &present, &entries, &defaulted);
-  that(present && entries != nullptr && entries->AceCount == 2, "security: a folder has its descriptor's two entries");
+  that(present && entries != nullptr && entries->AceCount == 2,
+       "security: a new folder has the two entries of its descriptor");
 
-  // The launcher patches this comparison away, so that whole runs do not show that equal ones are.
+  // The launcher patches EqualSid, so whole runs do not show that it compares correctly.
   const auto identifier = [&](std::uint32_t number) {
     return security.AllocateAndInitializeSid(platform::kSecurityNtAuthority, {&number, 1}).value;
   };
   const auto system = identifier(platform::kSecurityLocalSystemRid);
   that(security.EqualSid(system.get(), identifier(platform::kSecurityLocalSystemRid).get()) &&
            !security.EqualSid(system.get(), identifier(platform::kSecurityLocalSystemRid + 1).get()),
-       "security: equal identifiers are equal and others are not");
+       "security: EqualSid tells equal identifiers from others");
 }
 
 void registry() {
@@ -97,7 +100,7 @@ void registry() {
   platform::Registry& registry = platform::current().registry;
   const auto writing = registry.RegCreateKeyExW(platform::RegistryRoot::kLocalMachine, kKey, platform::kKeySetValue);
   const auto opened = registry.RegOpenKeyExW(platform::RegistryRoot::kLocalMachine, kKey, kRead);
-  // The call takes a terminator that stands right behind the data as forgotten, and adds it.
+  // RegSetValueEx adds a terminator that stands right behind the data, so other bytes stand there.
   const std::array<BYTE, 6> data = {'a', 0, 'b', 0, 0xFF, 0xFF};
   const auto text = std::as_bytes(std::span(data).first(4));
   registry.RegSetValueExW(writing.value.get(), L"text", platform::kRegSz, text);
@@ -113,7 +116,7 @@ void registry() {
   ::RegDeleteKeyW(HKEY_LOCAL_MACHINE, kKey);
 }
 
-// A DLL is looked up beside the program, and no longer once the search is limited.
+// Windows searches the folder of the program for a DLL, until the search is limited.
 void system() {
   platform::System& system = platform::current().system;
   const std::filesystem::path folder = std::filesystem::path(system.GetModuleFileNameW().value).parent_path();
@@ -123,7 +126,7 @@ void system() {
   ::FreeLibrary(found);
   that(system.SetDefaultDllDirectories(platform::kLoadLibrarySearchSystem32).ok && found != nullptr &&
            ::LoadLibraryW(L"planted.dll") == nullptr,
-       "system: a DLL beside the program is not loaded once the search is limited");
+       "system: a DLL beside the program is not loaded after the search has been limited");
   std::filesystem::remove(folder / L"planted.dll");
 }
 

@@ -19,14 +19,14 @@ struct Counts {
   ~Counts() { ++unwound; }
 };
 
-platform::CrashInfo seen;  // by the filter
+platform::CrashInfo reported;  // what the filter got
 
-// Called by pointers that the compiler cannot see through.
+// Volatile pointers, so that the compiler cannot foresee the failures.
 int* volatile nowhere = nullptr;
 void (*volatile wild)() = nullptr;
 void (*volatile leaf)(int*) = [](int* place) { *place = 1; };
 
-// Each with one object to unwind.
+// The functions that fail. Each has one object to unwind.
 void inOwnBlock() {
   const Counts counts;
   *nowhere = 1;
@@ -46,11 +46,12 @@ void throughWildPointer() {
 
 }  // namespace
 
-// Dumps and stacks of a failure, and one at a function's first instruction: see the crashes of the shipped program.
+// The dump and the stack of a failure, and a failure at the first instruction of a function, are tested in
+// crash.test.mjs with the shipped program.
 void crash() {
   platform::Crash& crash = platform::current().crash;
   const auto filter = [](const platform::CrashInfo& info) {
-    seen = info;
+    reported = info;
     return platform::CrashAction::kThrow;
   };
   crash.SetUnhandledExceptionFilter(filter, throwOn);
@@ -70,8 +71,8 @@ void crash() {
     } catch (const Thrown&) {
       caught = true;
     }
-    that(caught && unwound == 1 && seen.code == one.code && seen.threadId == ::GetCurrentThreadId(),
-         std::string("crash: thrown on is a failure ") + one.name);
+    that(caught && unwound == 1 && reported.code == one.code && reported.threadId == ::GetCurrentThreadId(),
+         std::string("crash: an exception comes of a failure ") + one.name);
   }
   const auto file =
       platform::current().files.CreateFileW(L"self.dmp", platform::kGenericWrite, 0, platform::kCreateNew, 0);

@@ -5,9 +5,10 @@
 /// The checks of the Windows layer.
 namespace check {
 
-/// One result in the Test Anything Protocol, "ok 3 - registry: text" or "not ok 3 - ...".
+/// Prints one result in the Test Anything Protocol: "ok 3 - registry: text" or "not ok 3 - registry: text".
 void that(bool passed, std::string_view name);
 
-void crash();  ///< failures that are thrown on, dumps, stacks; works in the current folder
+/// Checks the crash service: failures that become exceptions, dumps and stacks. Works in the current folder.
+void crash();
 
 }  // namespace check

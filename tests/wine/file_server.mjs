@@ -1,13 +1,13 @@
-// Plain HTTP on loopback: hands out CRLs and PAC files, and counts who came how.
+// A plain HTTP server on loopback. It serves CRLs and PAC files, and counts direct requests and those through a proxy.
 import { once } from 'node:events';
 import { createServer } from 'node:http';
 
 export class FileServer {
-  /** path -> what is there, bytes or text. */
+  /** path -> content, bytes (a CRL) or text (a PAC file). */
   files = new Map();
-  /** One entry a request: path, and whether it came through a proxy. */
+  /** One entry per request: its path, and whether it came through a proxy. */
   requests = [];
-  /** Awaited before an answer. */
+  /** Called and awaited before each answer. */
   beforeAnswer = () => {};
   #server = createServer(async ({ url, headers }, response) => {
     const path = url.replace(/^http:\/\/[^/]*/, '');
@@ -18,19 +18,19 @@ export class FileServer {
     response.writeHead(body === undefined ? 404 : 200, { 'content-type': type, connection: 'close' }).end(body);
   });
 
-  /** Listens on a free port of 127.0.0.1, at origin: http://localhost:port, without a slash at its end. */
+  /** Listens on a free port of 127.0.0.1. Sets origin: http://localhost:port, without a slash at its end. */
   async start() {
     await once(this.#server.listen(0, '127.0.0.1'), 'listening');
     this.origin = `http://localhost:${this.#server.address().port}`;
   }
 
-  /** Puts a PAC file there that gives this answer for every URL; returns its URL. */
+  /** Adds a PAC file that gives this answer for every URL, and returns its own URL. */
   addPac(name, answer) {
     this.files.set(`/${name}`, `function FindProxyForURL(url, host) { return ${JSON.stringify(answer)}; }\n`);
     return `${this.origin}/${name}`;
   }
 
-  /** How often a path was asked for: [directly, through a proxy]. */
+  /** Returns how often a path was requested: [directly, through a proxy]. */
   counts(path) {
     return [false, true].map((through) => this.requests.filter(
       (request) => request.path === path && request.proxied === through).length);

@@ -1,7 +1,7 @@
-// Signatures of the storage service, written from its own rules with nothing but node's crypto.
+// The signatures of the storage service, computed from its published rules with node's crypto alone.
 import { createHmac } from 'node:crypto';
 
-/** The account and key that every storage emulator publishes. */
+/** The account and the key that every storage emulator publishes. */
 export const developmentAccount = {
   name: 'devstoreaccount1',
   key: 'Eby8vdM02xNOcqFlqUwJPLlmEtlCDXJ1OUzFT50uSRZ6IFsuFq2UVErCz4I6tq/K1SZFPTOtr/KBHBeksoGMGw==',
@@ -9,7 +9,7 @@ export const developmentAccount = {
 
 const hmac = (key, text) => createHmac('sha256', Buffer.from(key, 'base64')).update(text, 'utf8').digest('base64');
 
-/** The signature of a shared-access query for one blob; the string-to-sign is that of versions 2018-11-09 and later. */
+/** Returns the signature of a shared-access query for one blob, as versions 2018-11-09 and later sign it. */
 export function sasSignature(account, path, query) {
   const { sp = '', st = '', se = '', sv = '', sr = '', sip = '', spr = '', si = '' } = query;
   const resource = `/blob/${account.name}${decodeURIComponent(path)}`;
@@ -18,9 +18,9 @@ export function sasSignature(account, path, query) {
 }
 
 /**
- * The query of a shared-access signature for one blob.
+ * Returns the query of a shared-access signature for one blob.
  * @param {string} path /container/blob, percent-encoded as in the URL.
- * @param {string} permissions c creates, w also writes (which Append Block needs); cw is what an upload wants.
+ * @param {string} permissions c creates a blob, w also writes to it (Append Block needs w). An upload needs cw.
  */
 export function blobSas(account, path, { permissions = 'cw', minutes = 60, version = '2020-04-08' } = {}) {
   const end = new Date(Date.now() + minutes * 60000).toISOString().replace(/\.\d+Z$/, 'Z');
@@ -28,13 +28,13 @@ export function blobSas(account, path, { permissions = 'cw', minutes = 60, versi
   return new URLSearchParams({ ...fields, sig: sasSignature(account, path, fields) }).toString();
 }
 
-// The standard headers of the string-to-sign, in its order; the body length counts as absent when it is 0.
+// The standard headers of the string-to-sign, in its order. A body length of 0 counts as absent.
 const kSignedHeaders = ['content-encoding', 'content-language', 'content-length', 'content-md5', 'content-type', 'date',
   'if-modified-since', 'if-match', 'if-none-match', 'if-unmodified-since', 'range'];
 
 /**
- * The Authorization value that a request must carry under an account key (Blob service, 2015-02-21 and later).
- * @param {object} headers lower-case names.
+ * Returns the Authorization value of a request that is signed with an account key (Blob service, 2015-02-21 and later).
+ * @param {object} headers with lower-case names.
  * @param {URLSearchParams} query
  */
 export function sharedKeyAuthorization(account, method, path, query, headers) {

@@ -1,13 +1,14 @@
-// The test certificates: one authority that the prefix trusts, one that it does not, and the leaves they signed.
+// The test certificates: an authority that the prefix trusts, one that it does not trust, and the server certificates
+// (leaves) that they signed.
 import { X509Certificate } from 'node:crypto';
 import { appendFileSync, existsSync, readFileSync, renameSync, rmSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { stateFolder } from './paths.mjs';
-import { emptyFolder, must, withLock } from './proc.mjs';
+import { emptyFolder, must, withLock } from './processes.mjs';
 
 const kDay = 24 * 3600 * 1000;
 const kPast = ['-startdate', '20200101000000Z', '-enddate', '20200201000000Z'];
-// Not an elliptic curve: Wine refuses one signature in 128 of those, whenever a number in it is a byte shorter.
+// RSA, because Wine refuses one in 128 signatures of an elliptic curve: those with a number that is a byte shorter.
 const newKey = ['-newkey', 'rsa:2048', '-nodes'];
 
 export const kAuthorityExtensions = ['basicConstraints = critical,CA:TRUE', 'keyUsage = critical,keyCertSign,cRLSign',
@@ -16,7 +17,7 @@ export const leafExtensions = (host, usage = 'serverAuth') => ['basicConstraints
   'keyUsage = critical,digitalSignature,keyEncipherment', `extendedKeyUsage = ${usage}`,
   `subjectAltName = DNS:${host}`, 'subjectKeyIdentifier = hash', 'authorityKeyIdentifier = keyid'];
 
-/** One authority: the files of its name in a folder, and the openssl command. */
+/** One authority: the files of its name in a folder, worked on with the openssl command. */
 export class Authority {
   constructor(folder, name) {
     Object.assign(this, { folder, name });
@@ -45,7 +46,7 @@ commonName = supplied
     return this.#openssl('ca', '-batch', '-notext', '-config', `${this.name}.cnf`, ...args);
   }
 
-  /** Makes the authority's own key and certificate, signed with that key. */
+  /** Makes the key of the authority, and its certificate, signed with that key. */
   async signItself() {
     await this.#openssl('req', '-x509', ...newKey, '-days', '400', '-addext', 'keyUsage=critical,keyCertSign,cRLSign',
       '-subj', `/O=mdDCT tests/CN=mdDCT ${this.name} test authority`, '-keyout', `${this.name}.key`,
@@ -54,7 +55,7 @@ commonName = supplied
     return this;
   }
 
-  /** Makes NAME.key and NAME.pem, the certificate of that key; in the past when it is to be expired. */
+  /** Makes NAME.key and NAME.pem, the certificate of that key. An expired one has its dates in the past. */
   async sign(name, extensions, { expired = false } = {}) {
     await this.#openssl('req', ...newKey, '-subj', `/CN=mdDCT ${name}`, '-keyout', `${name}.key`,
       '-out', `${name}.csr`);
@@ -67,7 +68,7 @@ commonName = supplied
     return this.#ca('-revoke', `${name}.pem`);
   }
 
-  /** A CRL of what was revoked so far, as DER. */
+  /** Returns a CRL of what was revoked so far, as DER. */
   async crl({ expired = false } = {}) {
     const [pem, der] = [`${this.name}.crl.pem`, `${this.name}.crl`];
     const dates = expired ? ['-crl_lastupdate', kPast[1], '-crl_nextupdate', kPast[3]] : ['-crldays', '7'];
@@ -77,6 +78,7 @@ commonName = supplied
   }
 }
 
+/** Returns whether the certificates exist and are valid for at least another week. */
 function isFresh(folder) {
   if (!existsSync(folder)) return false;
   const certificate = new X509Certificate(readFileSync(join(folder, 'good.pem')));
@@ -97,9 +99,10 @@ async function makeAll(folder) {
 }
 
 /**
- * The certificates, made with the openssl command when there are none or they end within a week.
- * @returns {Promise<object>} authority: {pem, der} file names; leaf(name): {cert, key} file names and their bytes,
- *   cert holding the leaf and its issuer; names are good, expired, wrong-name, untrusted.
+ * Returns the certificates, and makes them first when there are none or they end within a week.
+ * @returns {Promise<object>} authority: the file names {pem, der} of the trusted one; authorityPem: its certificate;
+ *   leaf(name): {certFile, keyFile, cert, key}, the file names and their bytes. cert holds the leaf and its issuer. The
+ *   names are good, expired, wrong-name and untrusted.
  */
 export async function certificates() {
   const folder = join(stateFolder(), 'ca');

@@ -1,4 +1,4 @@
-// Child processes that always end: each in a group of its own, with its output in a file and its own time-out.
+// Child processes that always end: each has a process group, a file for its output, and a time limit of its own.
 import { spawn } from 'node:child_process';
 import { randomUUID } from 'node:crypto';
 import { closeSync, existsSync, fstatSync, mkdirSync, openSync, readFileSync, readSync, readdirSync, rmSync,
@@ -7,7 +7,7 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 
-/** True while a process of that number exists (a zombie counts as gone). */
+/** Returns whether a process of that number exists. A zombie counts as gone. */
 export function alive(pid) {
   try {
     return !/\) [ZX] /.test(readFileSync(`/proc/${pid}/stat`, 'latin1'));
@@ -16,21 +16,21 @@ export function alive(pid) {
   }
 }
 
-// The leaders of the groups that this process started and that have not ended.
-const started = new Set();
+// The leaders of the process groups that this process started and that have not ended.
+const startedLeaders = new Set();
 
-/** Starts a command in a group of its own; it counts as started until it exits. */
+/** Starts a command in a process group of its own. endStarted() ends it as long as it has not exited. */
 export function startGroup(command, args, options) {
   const child = spawn(command, args, { ...options, detached: true });
-  if (child.pid) started.add(child.pid);
-  child.once('exit', () => started.delete(child.pid));
+  if (child.pid) startedLeaders.add(child.pid);
+  child.once('exit', () => startedLeaders.delete(child.pid));
   return child;
 }
 
-/** Ends every group that startGroup() or run() started and that still lives. */
-export const endStarted = () => Promise.all([...started].map((pid) => endGroup(pid)));
+/** Ends every process group that startGroup() or run() started and that still runs. */
+export const endStarted = () => Promise.all([...startedLeaders].map((pid) => endGroup(pid)));
 
-/** Ends a process group: asks, waits up to graceMs, then insists. Returns when its leader is gone. */
+/** Ends a process group: sends SIGTERM, waits up to graceMs, then sends SIGKILL. Returns when the leader is gone. */
 export async function endGroup(pid, graceMs = 2000) {
   for (const [signal, limit] of [['SIGTERM', graceMs], ['SIGKILL', 5000]]) {
     try {
@@ -44,14 +44,14 @@ export async function endGroup(pid, graceMs = 2000) {
 }
 
 /**
- * Runs a command to its end. Only the command itself is waited for: Wine's services inherit the output and would hold
- * a pipe open, so the output goes to a file.
+ * Runs a command to its end and waits for the command alone. Wine's services inherit the output and would keep a pipe
+ * open, so the output goes to a file.
  * @returns {Promise<{code: number, timedOut: boolean, ms: number, output: string}>} code is -1 after a time-out.
  */
 export async function run(command, args, { env, cwd, timeoutMs = 60000 } = {}) {
   const file = join(tmpdir(), `mddct-${randomUUID()}`);
   const out = openSync(file, 'wx+');
-  rmSync(file);  // it lives as long as somebody has it open
+  rmSync(file);  // the file exists until the last process has closed it
   const began = Date.now();
   try {
     const child = startGroup(command, args, { env, cwd, stdio: ['ignore', out, out] });
@@ -73,7 +73,7 @@ export async function run(command, args, { env, cwd, timeoutMs = 60000 } = {}) {
   }
 }
 
-/** run(), but anything else than exit code 0 is an error that shows the output. */
+/** Runs a command as run() does and returns its output. @throws {Error} with the output when the exit code is not 0. */
 export async function must(command, args, options) {
   const result = await run(command, args, options);
   if (result.code !== 0) {
@@ -83,7 +83,7 @@ export async function must(command, args, options) {
   return result.output;
 }
 
-/** Every process whose environment holds NAME=VALUE, as {pid, command}; command has blanks between the arguments. */
+/** Returns every process whose environment holds NAME=VALUE, as {pid, command}, with blanks between the arguments. */
 export function processesWith(name, value) {
   const found = [];
   for (const pid of readdirSync('/proc').filter((entry) => /^\d+$/.test(entry))) {
@@ -93,13 +93,13 @@ export function processesWith(name, value) {
       const command = readFileSync(`/proc/${pid}/cmdline`, 'utf8').replaceAll('\0', ' ').trim();
       found.push({ pid: Number(pid), command });
     } catch {
-      // It ended while we looked, or it belongs to somebody else.
+      // It ended in the meantime, or it belongs to another user.
     }
   }
   return found;
 }
 
-/** Runs fn while holding a lock file, also against other processes; a lock whose owner is gone is taken over. */
+/** Runs fn while it holds a lock file, which excludes other processes too. Takes over a lock whose owner is gone. */
 export async function withLock(file, fn) {
   for (;;) {
     try {
@@ -119,7 +119,7 @@ export async function withLock(file, fn) {
   }
 }
 
-/** An empty folder: whatever stood there is removed. */
+/** Creates an empty folder and returns its name. Removes what was there before. */
 export function emptyFolder(folder) {
   rmSync(folder, { recursive: true, force: true });
   mkdirSync(folder, { recursive: true });

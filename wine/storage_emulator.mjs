@@ -1,20 +1,22 @@
-// The storage emulator, over HTTPS, on a port of its own.
+// The storage emulator, over HTTPS, on a free port.
 import { closeSync, openSync, readFileSync, rmSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { dirname, join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
-import { alive, emptyFolder, endGroup, startGroup } from './proc.mjs';
-import { developmentAccount } from './sas.mjs';
+import { alive, emptyFolder, endGroup, startGroup } from './processes.mjs';
+import { developmentAccount } from './storage_signatures.mjs';
 
 const require = createRequire(import.meta.url);
 
 /**
- * Starts the emulator and returns when it listens.
- * @param {string} folder emptied, then holds its data and its output; removed by stop().
- * @param {{certFile: string, keyFile: string}} leaf the certificate it shows.
- * @returns {Promise<{port: number, pid: number, origin: string, account: object, stop: function}>}
+ * Starts the emulator and waits until it listens.
+ * @param {string} folder is emptied first, then holds the data and the output of the emulator. stop() removes it.
+ * @param {{certFile: string, keyFile: string}} leaf the certificate that the emulator shows.
+ * @returns {Promise<{port: number, pid: number, origin: string, account: object, stop: function}>} origin is the URL of
+ *   the account.
+ * @throws {Error} with the emulator's output, when it does not listen within 30 seconds.
  */
-export async function startAzurite(folder, leaf) {
+export async function startStorageEmulator(folder, leaf) {
   emptyFolder(folder);
   const main = join(dirname(require.resolve('azurite/package.json')), 'dist', 'src', 'blob', 'main.js');
   const output = join(folder, 'output.txt');
