@@ -22,7 +22,7 @@ namespace CORE {
 /// property_bag.cpp holds the look-ups, the changes and the error entries, property_bag_text.cpp toString(), and
 /// property_bag_parse.cpp parse(). The data behind a handle is property_bag_data.h.
 ///
-/// kept: some of the operations have no caller in the program; they belong to the framework's record all the same.
+/// kept: the program calls neither add nor addBag nor clone, but the framework's record has them.
 /// \throws coreException "OutOfMem" from every operation when memory runs out; a look-up by name throws nothing else.
 class PropertyBag {
  public:

@@ -10,7 +10,7 @@
 #include "platform/digests.h"
 
 /// The numbers of the algorithms; any other number counts as SHA-256.
-/// kept: MD5 has no caller in the program; the numbers are fixed all the same.
+/// kept: the program does not use MD5, but its number is fixed.
 namespace HashAlgorithm {
 inline constexpr std::uint32_t kDefault = 0;  ///< the generator's default, SHA-256
 inline constexpr std::uint32_t kSha256 = 1;
@@ -18,7 +18,7 @@ inline constexpr std::uint32_t kMd5 = 2;
 }  // namespace HashAlgorithm
 
 /// The numbers of the text forms of a digest, each with what it makes of the bytes AB 01.
-/// kept: HexUpper, HexLower and HexLowerColon have no caller in the program; the numbers are fixed all the same.
+/// kept: the program does not use HexUpper, HexLower and HexLowerColon, but their numbers are fixed.
 namespace HashOutputFormat {
 inline constexpr std::uint32_t Base64 = 0;         ///< qwE=
 inline constexpr std::uint32_t HexUpper = 1;       ///< AB01
