@@ -86,8 +86,8 @@ class PropertyBag {
 
   /// Replaces all entries by those of a text: quoted names with quoted values or braces, as in {"a":"1","b":{"z":"2"}}.
   /// This is not JSON. There are no escapes, numbers, literals and arrays; what is not a quote or a brace is skipped,
-  /// and braces inside quotes count as structure. Takes time and memory that are linear in the text's length. \return
-  /// false when the text is not of that form. The bag is then empty; without any double quote in the text it
+  /// and braces inside quotes count as structure. Takes time and memory that are linear in the text's length.
+  /// \return false when the text is not of that form. The bag is then empty; without any double quote in the text it
   ///         stays as it was.
   bool parse(std::wstring text);
 

@@ -28,7 +28,8 @@ std::wstring textOf(const platform::SystemTime& t) {
 
 /// The local date and time that many days ago; empty, before every other, when it cannot be told.
 std::wstring textOfDaysAgo(std::uint32_t days) {
-  const auto local = localTimeOf(platform::current().clock.GetSystemTimeAsFileTime() - days * platform::kFileTimePerDay);
+  const auto local =
+      localTimeOf(platform::current().clock.GetSystemTimeAsFileTime() - days * platform::kFileTimePerDay);
   return local ? textOf(*local) : std::wstring();
 }
 

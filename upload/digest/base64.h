@@ -35,6 +35,7 @@ void base64Encode(std::string_view bytes, std::string& text, std::string_view al
 ///
 /// A character outside the alphabet counts as the bits of -1, and blanks are not skipped. A "=" in the third or fourth
 /// place of a group ends the group. A last group that is too short is decoded as far as it goes; one of a single
-/// character becomes a byte, as if a character outside the alphabet followed. \param output  is replaced. The output of
-/// a secret text is secret, and no copy of it stays in memory. \throws CORE::coreException "OutOfMem".
+/// character becomes a byte, as if a character outside the alphabet followed.
+/// \param output  is replaced. The output of a secret text is secret, and no copy of it stays in memory.
+/// \throws CORE::coreException "OutOfMem".
 void base64Decode(const CORE::mstr& text, CORE::mstr& output, const Base64Table& table = kBase64Table);

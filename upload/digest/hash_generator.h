@@ -35,17 +35,18 @@ inline constexpr std::uint32_t HexLowerColon = 4;  ///< ab:01
 class HashGenerator {
  public:
   /// Opens the provider for an algorithm, unless it is open already. A failure is only logged: the next GenerateHash
-  /// then opens the default algorithm. \param algorithm  a number of HashAlgorithm. \param hmac  whether the digests
-  /// will be keyed.
+  /// then opens the default algorithm.
+  /// \param algorithm  a number of HashAlgorithm.
+  /// \param hmac  whether the digests will be keyed.
   void SetAlgorithm(std::uint32_t algorithm, bool hmac);
 
   /// Computes the digest of `dataLength` bytes, keyed when the provider was opened for that. A generator without an
-  /// open provider opens the default one first, keyed if there is a key. \param key  null for a plain digest. A plain
-  /// generator ignores a key, with a warning. \param digest  receives the raw digest (32 or 16 bytes). On failure it is
-  /// empty, or all zeros when only the last step
-  ///                failed.
+  /// open provider opens the default one first, keyed if there is a key.
+  /// \param key  null for a plain digest. A plain generator ignores a key, with a warning.
+  /// \param digest  receives the raw digest (32 or 16 bytes). On failure it is empty, or all zeros when only the last
+  ///                step failed.
   /// \return false on failure, and for data or a key of more than 4294967295 bytes: the platform takes lengths of 32
-  /// bits.
+  ///         bits.
   bool GenerateHash(const std::byte* data, std::uint64_t dataLength, const std::byte* key, std::uint64_t keyLength,
                     std::vector<std::byte>& digest);
 
