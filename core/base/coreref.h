@@ -23,6 +23,7 @@ class coreref {
       delete this;
     }
   }
+  /// kept: nothing in the program reads the count.
   virtual std::uint32_t refCount() const { return count_.load(std::memory_order_acquire); }
 
  protected:

@@ -76,7 +76,6 @@ class corestring {
   /// Returns the characters; those of a binary string are its raw bytes.
   const Text& str() const noexcept { return text_; }
   operator View() const noexcept { return text_; }
-  const C* c_str() const noexcept { return text_.c_str(); }
   bool empty() const noexcept { return text_.empty(); }
   /// Returns the number of characters; of a binary string, the number of those that its bytes fill.
   std::size_t length() const noexcept { return text_.size(); }

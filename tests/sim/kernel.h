@@ -203,7 +203,7 @@ class Kernel {
   // --- threads
   /// Runs `body` on a thread of the simulation, which is busy except while it waits in the kernel. Lock held.
   void startThread(std::function<void()> body);
-  /// Joins every thread; they must have been told to end.
+  /// Waits for the end of every thread, which something else must have caused.
   void joinThreads();
 
  private:

@@ -21,7 +21,7 @@ struct LogLine {
 /// The program's log of one test. The logger runs, with every level on, while this object lives. Make it right after
 /// the simulated Windows, so that it is destroyed first.
 ///
-/// A log call writes on its own thread, so that its platform calls come in a fixed order. Both files are open from the
+/// A log call writes on the thread that logs, so its platform calls have a fixed order. Both files are open from the
 /// beginning, so that a CreateFileW which a test makes fail is the program's own. A failing WriteFile loses lines.
 class LogCapture {
  public:

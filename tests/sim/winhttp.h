@@ -13,7 +13,7 @@ struct ProxySources {
   std::wstring wpadUrl;  ///< what auto-detection finds
   ProxyInfo winHttpDefault;
   std::map<std::wstring, std::function<std::wstring(const std::wstring& target)>>
-      pacFiles;  ///< by URL; gives the proxy
+      pacFiles;  ///< by URL; each returns the proxy
 };
 
 struct HttpHandle;
