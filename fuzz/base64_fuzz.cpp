@@ -3,7 +3,7 @@
 #include "fuzz/fuzz.h"
 #include "upload/digest/base64.h"
 
-// Beside OpenSSL, both ways. The account key comes as base64 from outside, the signature goes out so.
+// Compares encoding and decoding with OpenSSL's. The account key arrives in base64, and the signature is sent in it.
 
 namespace {
 
@@ -21,7 +21,7 @@ void checkDecoding(std::string_view text) {
   FUZZ_CHECK(decoded.isSecret() && decoded.length() <= text.size());
   const std::string_view padding = text.substr(std::min(text.find_first_not_of(kBase64Alphabet), text.size()));
   if (text.size() % 4 == 0 && (padding.empty() || padding == "=" || padding == "==")) {
-    const std::string whole = byPeer(EVP_DecodeBlock, text);  // with a byte for each "="
+    const std::string whole = byPeer(EVP_DecodeBlock, text);  // has a byte for each "="
     FUZZ_CHECK(decoded.str() == whole.substr(0, whole.size() - padding.size()));
   }
 }

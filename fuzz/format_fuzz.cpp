@@ -5,7 +5,7 @@
 #include "core/format/format.h"
 #include "fuzz/fuzz.h"
 
-// Any format with arguments of every kind, and single conversions beside the C library's.
+// Expands any format with arguments of every kind, and compares single conversions with the C library's.
 
 namespace {
 
@@ -24,13 +24,13 @@ void checkAny(std::basic_string_view<C> format, const std::vector<FormatArgument
   }
 }
 
-/// One conversion that both know, with a number or a text.
+/// Compares one conversion that both know, with a number or a text.
 void checkPeer(FuzzedDataProvider& input) {
   const char letter = input.PickValueInArray({'d', 'i', 'u', 'x', 'X', 's', 'c'});
   const bool isNumber = letter != 's' && letter != 'c';
   std::string conversion = "%";
   for (const char flag : {'-', '0', '+', ' ', '#'}) {
-    // The others mean nothing to a text; what the C library makes of them is its own affair.
+    // The other flags have no defined meaning for a text, so the C library may do anything with them.
     conversion.append(input.ConsumeBool() && (isNumber || flag == '-') ? 1 : 0, flag);
   }
   conversion += input.ConsumeBool() ? std::to_string(input.ConsumeIntegralInRange(1, 600) % 513) : "";

@@ -3,7 +3,7 @@
 #include "fuzz/fuzz.h"
 #include "upload/digest/percent_decoding.h"
 
-// Beside the C library's reading of hexadecimal numbers, and back from an encoding of our own.
+// Compares decoding with the C library's reading of hexadecimal numbers, and with an encoding written here.
 
 namespace {
 

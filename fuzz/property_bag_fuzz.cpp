@@ -4,7 +4,7 @@
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 
-// The reader of bags: first any text, then one that is built together with the bag that must come of it.
+// Reads bags from any text, and from a text that is built together with the bag that it describes.
 
 namespace {
 
@@ -18,7 +18,7 @@ void checkAnything(const std::wstring& text) {
     const PropertyBag bag = bags.back();
     bags.pop_back();
     for (std::size_t i = 0; i < bag.count(); ++i) {
-      characters += bag.getName(i).length() + 3;  // a name takes its two quotes, and at least a "{" or a value more
+      characters += bag.getName(i).length() + 3;  // the text has two quotes for it, and at least a "{" or a value
       if (bag.isBag(i)) {
         bags.push_back(bag.getBag(i));
       }
@@ -28,7 +28,7 @@ void checkAnything(const std::wstring& text) {
   FUZZ_CHECK(characters <= text.size());
 }
 
-/// A line "name=value" is an entry, "name" begins a nested bag with the entry that a bag needs, "" ends one.
+/// A line "name=value" is an entry. "name" begins a nested bag, with an entry since it needs one, and "" ends it.
 void checkBuilt(const std::wstring& lines) {
   PropertyBag top;
   std::vector<PropertyBag> open = {top};

@@ -6,7 +6,7 @@
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 
-// What a log must not show: the masked word in a line, the value of an entry with a sensitive name.
+// Checks what a log must not show: the masked word in a line, and the value of an entry with a sensitive name.
 
 namespace {
 

@@ -78,7 +78,8 @@ class Files {
   virtual Result<KernelHandle> CreateFileW(const std::wstring& path, std::uint32_t access, std::uint32_t share,
                                            std::uint32_t disposition, std::uint32_t flagsAndAttributes) = 0;
   /// Reads from a file or a pipe. At the end of a file the call succeeds with 0 bytes; at the end of a pipe it fails
-  /// with kErrorBrokenPipe. \return the bytes read.
+  /// with kErrorBrokenPipe.
+  /// \return the bytes read.
   virtual Result<std::uint32_t> ReadFile(NativeHandle file, std::span<std::byte> buffer) = 0;
   /// Writes to a file or a pipe.
   /// \return the bytes written.

@@ -15,7 +15,7 @@ namespace {
 constexpr std::wstring_view kErrorCode = L"ErrorCode";
 constexpr std::wstring_view kErrorText = L"ErrorText";
 
-/// The first entry of that name when it holds a string.
+/// Returns the first entry of that name; null when there is none or it holds a bag.
 const PropertyEntry* findString(const PropertyBagData& data, std::wstring_view name) {
   const PropertyEntry* entry = data.find(name);
   return entry != nullptr && !entry->bag ? entry : nullptr;
@@ -96,7 +96,7 @@ void PropertyBag::clone(const PropertyBag& source) {
 }
 
 void PropertyBag::setError(std::uint32_t code, std::wstring_view text) {
-  std::wstring shown = guardMemory([&] { return std::wstring(trimmed(text)); });  // the text may be one of our own
+  std::wstring shown = guardMemory([&] { return std::wstring(trimmed(text)); });  // a copy: clear() may free the text
   clear();
   set(kErrorCode, format(L"%u", code));
   if (shown.empty()) {
@@ -108,9 +108,9 @@ void PropertyBag::setError(std::uint32_t code, std::wstring_view text) {
 }
 
 void PropertyBag::setErrorText(std::wstring_view text) {
-  wstr kept(text);
+  wstr copy(text);  // clear() may free the text
   clear();
-  set(kErrorText, std::move(kept));
+  set(kErrorText, std::move(copy));
 }
 
 std::uint32_t PropertyBag::getErrorCode() const {

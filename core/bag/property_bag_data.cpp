@@ -10,7 +10,7 @@ namespace CORE {
 void PropertyEntry::destroy(PropertyEntry* entry) noexcept { delete entry; }
 
 void PropertyBagData::destroy(PropertyBagData* data) noexcept {
-  // The list of what is dead runs through the dead objects themselves: releasing must not allocate.
+  // A release must not allocate. So the list of what is still to be destroyed is linked through the objects themselves.
   while (data != nullptr) {
     PropertyBagData* rest = data->nextDead_;
     for (CountedPtr<PropertyEntry>& owner : data->entries) {
@@ -48,6 +48,7 @@ PropertyBagData* PropertyBagData::append(wstr name, CountedPtr<PropertyBagData> 
 }
 
 void PropertyBagData::cloneFrom(const PropertyBagData& source) {
+  // The copy is complete before this data changes: the source may be this data, and memory may run out on the way.
   const CountedPtr<PropertyBagData> copy(new PropertyBagData);
   std::vector<std::pair<const PropertyBagData*, PropertyBagData*>> open = {{&source, copy.get()}};
   while (!open.empty()) {

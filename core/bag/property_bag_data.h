@@ -25,25 +25,26 @@ class PropertyEntry : public Counted {
   CountedPtr<PropertyBagData> bag;
 };
 
-/// The entries of a bag in insertion order, shared by handles and parent entries. One thread at a time, but for the
-/// reference counts.
+/// The entries of a bag in the order in which they were added. Handles and the entries of other bags share it. One
+/// thread at a time uses it, but any thread may change the reference counts.
 class PropertyBagData : public Counted {
  public:
-  /// Releases everything below as well, without recursion: bags from outside are nested as deep as their text is long.
+  /// Also releases everything below, without recursion: a bag that was read from a text can be nested as deep as that
+  /// text is long.
   static void destroy(PropertyBagData* data) noexcept;
 
-  /// The first entry of that name (any case, user's default locale); null when there is none.
+  /// Returns the first entry of that name (without case, user's default locale); null when there is none.
   PropertyEntry* find(std::wstring_view name) const;
   void append(wstr name, wstr value);
-  /// Appends the nested bag and returns its data, which the new entry keeps.
+  /// Appends an entry that holds a bag, and returns the bag's data, which the entry owns.
   PropertyBagData* append(wstr name, CountedPtr<PropertyBagData> nested);
-  /// Appends a deep copy of every entry of the source, which may be this very data or hold it.
+  /// Appends a deep copy of every entry of the source, which may be this very data, or hold it somewhere below.
   void cloneFrom(const PropertyBagData& source);
 
   std::vector<CountedPtr<PropertyEntry>> entries;
 
  private:
-  PropertyBagData* nextDead_ = nullptr;
+  PropertyBagData* nextDead_ = nullptr;  ///< only inside destroy()
 };
 
 }  // namespace CORE

@@ -7,25 +7,25 @@
 namespace CORE {
 namespace {
 
-/// What a search came to.
+/// What a search has found.
 enum class Hit {
   kQuote,
-  kOpen,      ///< a "{", when it was searched for
+  kOpen,      ///< a "{", when the search stops at one
   kScopeEnd,  ///< the "}" that ends the innermost nested bag
   kTextEnd,
 };
 
 /// Reads a text in one pass over its characters.
 ///
-/// A nested bag ends at the "}" where as many braces have closed as opened since its own, whether they stand in quotes
-/// or not, and no search looks beyond that. Since every failure ends the whole reading with the same result, the end
-/// need not be known in advance: it is enough to notice it while going forward.
+/// A nested bag ends at the "}" that closes its own "{", where braces inside quotes count too. No search looks beyond
+/// that end. The end need not be known in advance, because every failure ends the whole reading with the same result:
+/// it is enough to notice the end when the pass reaches it.
 class Reader {
  public:
   Reader(const std::wstring& text, PropertyBagData& top) : text_(text), scopes_{{&top, kNeverCloses}} {}
 
   bool run() {
-    std::size_t quotesFrom = 1;  // kept: the first character is never looked at, it is expected to be "{"
+    std::size_t quotesFrom = 1;  // kept: a quote in the first place, where "{" is expected, is not seen
     for (;;) {
       switch (find(quotesFrom, false)) {
         case Hit::kTextEnd:
@@ -50,11 +50,11 @@ class Reader {
  private:
   struct Scope {
     PropertyBagData* data;
-    std::ptrdiff_t closesAt;  ///< brace depth that ends it
+    std::ptrdiff_t closesAt;  ///< the depth of braces at which the bag ends
   };
   static constexpr std::ptrdiff_t kNeverCloses = PTRDIFF_MIN;
 
-  /// Moves behind the next double quote that stands at `quotesFrom` or later, or behind what ends the search.
+  /// Moves behind the next double quote at `quotesFrom` or later, or behind what ends the search before that.
   Hit find(std::size_t quotesFrom, bool stopAtOpen) {
     while (at_ < text_.size()) {
       const std::size_t position = at_++;
@@ -82,7 +82,7 @@ class Reader {
     return Hit::kTextEnd;
   }
 
-  /// The text from here to the next double quote; nothing when there is none.
+  /// Returns the text up to the next double quote; nothing when there is none.
   std::optional<std::wstring_view> readQuoted() {
     const std::size_t start = at_;
     if (find(start, false) != Hit::kQuote) {
@@ -91,7 +91,8 @@ class Reader {
     return std::wstring_view(text_).substr(start, at_ - 1 - start);
   }
 
-  /// The name behind the quote just found, and the value or the "{" that follows.
+  /// Reads an entry, whose first quote has been found: its name, and the value or the "{" that follows. Returns false
+  /// when the text ends too early.
   bool readEntry() {
     const auto name = readQuoted();
     if (!name) {

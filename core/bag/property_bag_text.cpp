@@ -12,30 +12,31 @@ namespace CORE {
 namespace {
 
 constexpr std::size_t kBlanksPerLevel = 3;
-/// What the byte length of a framework string can say, in characters of the platform's two bytes.
+/// The longest text whose length in bytes a framework string can hold, in characters of two bytes.
 constexpr std::size_t kMaxCharacters = 0x7FFFFFFFU / 2;
 
-/// Takes the text form in pieces and only counts them.
+/// Receives the pieces of the text and only counts their characters.
 struct Counter {
   std::size_t size = 0;
-  std::size_t most;
+  std::size_t limit;
 
-  bool full() const { return size >= most; }
+  bool full() const { return size >= limit; }
   void blanks(std::size_t count) { add(count); }
   void text(std::wstring_view piece) { add(piece.size()); }
-  void add(std::size_t count) { size += std::min(count, most - size); }
+  void add(std::size_t count) { size += std::min(count, limit - size); }
 };
 
-/// Takes the text form in pieces and keeps them.
+/// Receives the pieces of the text and joins them.
 struct Writer {
   std::wstring out;
-  std::size_t most;
+  std::size_t limit;
 
-  bool full() const { return out.size() >= most; }
-  void blanks(std::size_t count) { out.append(std::min(count, most - out.size()), L' '); }
-  void text(std::wstring_view piece) { out.append(piece.substr(0, most - out.size())); }
+  bool full() const { return out.size() >= limit; }
+  void blanks(std::size_t count) { out.append(std::min(count, limit - out.size()), L' '); }
+  void text(std::wstring_view piece) { out.append(piece.substr(0, limit - out.size())); }
 };
 
+/// A bag that is being written, and the entry that comes next.
 struct Level {
   const PropertyBagData* data;
   std::size_t next;
@@ -78,6 +79,7 @@ void putText(Sink& sink, const PropertyBagData& top, std::wstring_view separator
 
 std::wstring PropertyBag::toString(std::wstring_view separator, bool mask, std::size_t limit) const {
   return guardMemory([&] {
+    // Counted first, so that a text that is too long costs no memory.
     Counter counter{0, std::min(limit, kMaxCharacters + 1)};
     putText(counter, *data_, separator, mask);
     if (counter.size > kMaxCharacters) {

@@ -6,8 +6,11 @@
 
 namespace CORE {
 
-/// Base of reference-counted objects. The count is 1 after construction; the release that brings it to 0 deletes the
-/// object. The three operations may be called on any thread.
+/// Base of the framework's reference-counted objects. The count is 1 after construction; the release that makes it 0
+/// deletes the object. Any thread may call the three operations. (core/base/counted.h counts the references of objects
+/// without virtual operations.)
+///
+/// kept: the three operations are virtual and stand in this order, which is that of the table of virtual functions.
 class coreref {
  public:
   coreref() = default;
@@ -16,10 +19,12 @@ class coreref {
 
   virtual void addRef() { count_.fetch_add(1, std::memory_order_relaxed); }
   virtual void release() {
+    // Acquire and release: what every other owner did to the object happens before its destructor.
     if (count_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
       delete this;
     }
   }
+  /// kept: nothing in the program reads the count.
   virtual std::uint32_t refCount() const { return count_.load(std::memory_order_acquire); }
 
  protected:

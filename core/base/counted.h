@@ -6,7 +6,7 @@
 
 namespace CORE {
 
-/// Reference count of an object without virtual operations; 1 after construction. Any thread.
+/// Base of reference-counted objects without virtual operations. The count is 1 after construction. Any thread.
 class Counted {
  public:
   Counted() = default;
@@ -14,7 +14,7 @@ class Counted {
   Counted& operator=(const Counted&) = delete;
 
   void addRef() noexcept { count_.fetch_add(1, std::memory_order_relaxed); }
-  /// True when that was the last reference: the caller destroys the object.
+  /// Drops a reference. Returns true when it was the last one: then the caller destroys the object.
   [[nodiscard]] bool dropRef() noexcept { return count_.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
  protected:
@@ -24,7 +24,8 @@ class Counted {
   std::atomic<std::uint32_t> count_{1};
 };
 
-/// Shared owner of a Counted object; the last one calls T::destroy(object).
+/// Shares the ownership of a Counted object. The last owner calls T::destroy(object). One thread at a time uses an
+/// owner.
 template <class T>
 class CountedPtr {
  public:
@@ -52,7 +53,7 @@ class CountedPtr {
   T& operator*() const noexcept { return *object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }
 
-  /// Gives the reference up without dropping it.
+  /// Returns the object and no longer owns its reference, which the caller has to drop.
   [[nodiscard]] T* release() noexcept { return std::exchange(object_, nullptr); }
 
  private:

@@ -5,15 +5,15 @@
 
 namespace CORE {
 
-/// The framework exception: one message text. Thrown only for programming and resource errors ("OutOfMem",
-/// "to_wstr Failed"); look-ups that may miss return defaults instead.
+/// The framework exception, which carries a message. It is thrown only for programming and resource errors ("OutOfMem",
+/// "to_wstr Failed"); a look-up that finds nothing returns a default instead.
 class coreException : public std::exception {
  public:
   explicit coreException(std::wstring message);
 
-  /// The message, as given.
+  /// Returns the message.
   const std::wstring& message() const noexcept { return message_; }
-  /// The message in UTF-8; lives as long as the exception.
+  /// Returns the message in UTF-8; the text lives as long as the exception.
   const char* what() const noexcept override { return narrow_.c_str(); }
 
  private:
@@ -21,11 +21,12 @@ class coreException : public std::exception {
   std::string narrow_;
 };
 
-/// Throws coreException("OutOfMem").
+/// \throws coreException "OutOfMem", always.
 [[noreturn]] void throwOutOfMemory();
 
-/// The message of the exception being handled: a framework exception's text, "OutOfMem" for std::bad_alloc, what() of
-/// any other standard exception, and a fixed text for the rest. Call it inside a catch block only.
+/// Returns the message of the exception that is being handled: the text of a framework exception, "OutOfMem" for
+/// std::bad_alloc, what() of another standard exception, "unknown exception" for anything else. Call it inside a catch
+/// block only.
 std::wstring currentExceptionText();
 
 }  // namespace CORE

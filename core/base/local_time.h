@@ -6,10 +6,11 @@
 
 namespace CORE {
 
-/// A time in the platform's time zone as it is now; nothing when the platform cannot tell. Any thread.
+/// Converts a time to local time, with the time zone's present offset. Returns nothing when the platform cannot convert
+/// it. Any thread.
 std::optional<platform::SystemTime> localTimeOf(platform::FileTime utc);
 
-/// The local time now; UTC when the platform cannot tell. Any thread.
+/// Returns the present local time, or the present UTC when the platform cannot convert it. Any thread.
 platform::SystemTime localTimeNow();
 
 }  // namespace CORE

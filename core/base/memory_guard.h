@@ -7,7 +7,9 @@
 
 namespace CORE {
 
-/// Runs `work` and turns the library's reports of exhausted memory into coreException("OutOfMem").
+/// Runs `work` and returns its result.
+/// \throws coreException "OutOfMem" in place of std::bad_alloc and std::length_error, by which the standard library
+///         reports that memory is exhausted.
 template <class F>
 decltype(auto) guardMemory(F&& work) {
   try {

@@ -2,15 +2,15 @@
 
 #include <mutex>
 
-// Labels that say which lock guards what. Clang checks them when it compiles (-Wthread-safety); to other compilers they
-// are nothing. Source: the Clang documentation, "Thread Safety Analysis".
+// Labels that say which lock guards what. Clang checks them when it compiles (-Wthread-safety); other compilers ignore
+// them. Source: the Clang documentation, "Thread Safety Analysis".
 #if defined(__clang__)
 #define MDDCT_THREAD_LABEL(label) __attribute__((label))
 #else
 #define MDDCT_THREAD_LABEL(label)
 #endif
 
-/// On a member: it is read and written with that mutex held only.
+/// On a member: it is read and written only while that mutex is held.
 #define GUARDED_BY(mutex) MDDCT_THREAD_LABEL(guarded_by(mutex))
 /// On a function: the caller holds that mutex.
 #define REQUIRES(mutex) MDDCT_THREAD_LABEL(requires_capability(mutex))
@@ -21,7 +21,7 @@
 
 namespace CORE {
 
-/// A std::mutex that the labels can name.
+/// A std::mutex that the labels can refer to.
 class MDDCT_THREAD_LABEL(capability("mutex")) Mutex {
  public:
   Mutex() = default;
@@ -36,7 +36,7 @@ class MDDCT_THREAD_LABEL(capability("mutex")) Mutex {
   std::mutex mutex_;
 };
 
-/// Holds a Mutex until its scope ends, but between unlock() and lock(). One thread uses it.
+/// Holds a Mutex until the end of its scope, except between unlock() and lock(). One thread uses it.
 class MDDCT_THREAD_LABEL(scoped_lockable) MutexLock {
  public:
   explicit MutexLock(Mutex& mutex) MDDCT_THREAD_LABEL(acquire_capability(mutex)) : lock_(mutex.mutex_) {}
@@ -47,7 +47,7 @@ class MDDCT_THREAD_LABEL(scoped_lockable) MutexLock {
   void lock() MDDCT_THREAD_LABEL(acquire_capability()) { lock_.lock(); }
   void unlock() MDDCT_THREAD_LABEL(release_capability()) { lock_.unlock(); }
 
-  /// For a std::condition_variable, whose waits let go of the mutex and take it again.
+  /// Returns the lock that a std::condition_variable needs: its waits release the mutex and take it again.
   std::unique_lock<std::mutex>& native() { return lock_; }
 
  private:

@@ -10,10 +10,11 @@ constexpr char32_t kReplacement = 0xFFFD;
 constexpr bool isHighSurrogate(char32_t c) { return c >= 0xD800 && c <= 0xDBFF; }
 constexpr bool isLowSurrogate(char32_t c) { return c >= 0xDC00 && c <= 0xDFFF; }
 
+/// What the first byte of a UTF-8 sequence says.
 struct Lead {
-  int length;
-  char32_t bits;
-  char32_t least;  // smallest value that needs this length: anything below is an overlong form
+  int length;         ///< bytes of the sequence
+  char32_t bits;      ///< the character's upper bits
+  char32_t smallest;  ///< the smallest value that needs this length: anything below it is an overlong form
 };
 
 std::optional<Lead> leadOf(unsigned char byte) {
@@ -24,13 +25,13 @@ std::optional<Lead> leadOf(unsigned char byte) {
   return std::nullopt;
 }
 
-/// Copies characters up to the first one that is not ASCII, and returns their number. Nearly all of a log is ASCII; the
-/// compiler makes wide steps of the whole blocks.
+/// Copies characters up to the first one that is not ASCII, and returns their number. Nearly all of a log is ASCII, and
+/// the compiler can use vector instructions for whole blocks.
 std::size_t copyAscii(std::wstring_view text, char* to) {
   constexpr std::size_t kBlock = 16;
   std::size_t at = 0;
   for (; at + kBlock <= text.size(); at += kBlock) {
-    // By way of blocks of its own, which nothing else can be stored into meanwhile.
+    // The blocks are local variables so that the compiler knows that no store through `to` changes what is read.
     wchar_t from[kBlock];
     char narrow[kBlock];
     std::copy_n(text.data() + at, kBlock, from);
@@ -95,7 +96,8 @@ std::optional<char32_t> nextUtf8(std::string_view text, std::size_t& position) {
     }
     c = (c << 6) | (byte & 0x3FU);
   }
-  if (c < lead->least || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
+  // No surrogates either: RFC 3629, section 3.
+  if (c < lead->smallest || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF)) {
     return std::nullopt;
   }
   position += static_cast<std::size_t>(lead->length);

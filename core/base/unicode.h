@@ -7,32 +7,35 @@
 #include <string>
 #include <string_view>
 
-// Unicode, character by character, and conversions of texts that are only shown, which never fail. Wide text is UTF-16
-// where wchar_t has two bytes, UTF-32 where it has four. Pure functions; std::bad_alloc is the only exception.
+// Unicode: single characters, and conversions for texts that are only shown. The conversions never fail. (Those of
+// core/text/convert.h throw on a text that is not valid.) A wide text is UTF-16 where wchar_t has two bytes, and UTF-32
+// where it has four. The functions are pure and throw nothing but std::bad_alloc.
 // Sources: RFC 3629 (UTF-8: no overlong forms, no surrogates), The Unicode Standard, chapter 3.
 
 namespace CORE {
 
+/// Appends a character, which has to be a valid one, in the encoding of `out`.
 void appendWide(std::wstring& out, char32_t character);
 void appendUtf8(std::string& out, char32_t character);
 
-/// Returns the character that begins at `position`, and moves `position` behind it. Nothing, and no move, when no valid
-/// UTF-8 sequence begins there.
+/// Returns the character that begins at `position`, and moves `position` behind it. When no valid UTF-8 sequence begins
+/// there, it returns nothing and leaves `position` alone.
 std::optional<char32_t> nextUtf8(std::string_view text, std::size_t& position);
 
-/// Returns the character that begins at `position`; nothing for an unpaired surrogate and for a value above U+10FFFF.
-/// Moves `position` behind it in either case.
+/// Returns the character that begins at `position`, or nothing for an unpaired surrogate and a value above U+10FFFF. In
+/// either case it moves `position` behind it.
 std::optional<char32_t> nextWide(std::wstring_view text, std::size_t& position);
 
 /// Decodes UTF-8. A byte that is not part of a valid sequence becomes the character of its value.
 std::wstring toWideLossy(std::string_view text);
 
-/// Encodes in UTF-8. What cannot be encoded becomes U+FFFD.
+/// Encodes a text in UTF-8. What cannot be encoded becomes U+FFFD.
 std::string toUtf8Lossy(std::wstring_view text);
-/// As toUtf8Lossy, behind what `out` already holds.
+/// Appends to `out` what toUtf8Lossy returns.
 void appendUtf8Lossy(std::string& out, std::wstring_view text);
 
-/// Reads UTF-16LE bytes, as the registry stores text. A trailing odd byte is ignored; unpaired surrogates are kept.
+/// Decodes UTF-16LE bytes, which is how the registry stores text. An odd last byte is ignored; unpaired surrogates
+/// stay.
 std::wstring fromUtf16Bytes(std::span<const std::byte> bytes);
 
 }  // namespace CORE

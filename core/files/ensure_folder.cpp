@@ -11,11 +11,12 @@ namespace CORE {
 namespace {
 
 constexpr std::wstring_view kSeparators = L"\\/";
-constexpr std::size_t kMaxPathCharacters = 32767;
+using platform::kMaxPathCharacters;
 
 bool isSeparator(wchar_t c) { return kSeparators.find(c) != std::wstring_view::npos; }
 
-/// Characters of the part that has no parent: "C:\", "C:", "\", "\\server\share" (which "\\?\C:" looks like), or none.
+/// Returns the length of the root, which has no parent: "C:\", "C:", "\", "\\server\share" (which "\\?\C:" looks like),
+/// or nothing.
 std::size_t rootLength(std::wstring_view path) {
   if (path.size() >= 2 && path[1] == L':') {
     return path.size() >= 3 && isSeparator(path[2]) ? 3 : 2;

@@ -5,14 +5,16 @@
 
 namespace CORE {
 
-/// The path one level up, by text alone: without the last component and the separators round it, but with a root's own
-/// separator ("C:\a" gives "C:\"). A root ("C:\", "\", "\\server\share") and a single name give themselves and the
-/// empty path. Both "\" and "/" separate.
+/// Returns the path of the folder one level up, from the text alone: the path without its last component and the
+/// separators before it. A root keeps its own separator, so the parent of "C:\a" is "C:\". A root ("C:\", "\",
+/// "\\server\share") is its own parent; the parent of a single name is the empty path. Both "\" and "/" separate.
 std::wstring_view parentPath(std::wstring_view path);
 
-/// Makes sure that a folder exists: creates the missing levels from the top down. Something of that name that exists
-/// counts as the folder. False when a level cannot be created, which includes one that somebody else has created in
-/// between, and for the empty path and paths that no file system takes (more than 32767 characters).
+/// Makes sure that a folder exists, and creates the missing levels from the top down with the access that they inherit.
+/// (core/files/protected_folder.h makes a folder that ordinary users cannot open.) Whatever exists under that name
+/// counts as the folder.
+/// \return false when a level cannot be created, also when somebody else creates it at the same moment; false for the
+///         empty path and for a path of more than platform::kMaxPathCharacters.
 bool ensureFolder(std::wstring_view path);
 
 }  // namespace CORE

@@ -10,7 +10,7 @@
 namespace CORE {
 namespace {
 
-constexpr std::size_t kMaxRead = std::size_t{1} << 30;  // ReadFile counts in 32 bits
+constexpr std::size_t kMaxRead = std::size_t{1} << 30;  // bytes of one ReadFile, which counts them in 32 bits
 
 }  // namespace
 

@@ -9,19 +9,19 @@
 
 namespace CORE {
 
-/// A binary input file stream, opened for reading and shared with every other reader, writer and remover. It keeps the
-/// state rules of the standard's streams: a read that gets less than it asked for, and any failure, leave it failed,
-/// and a failed or closed stream reads nothing. Used by one thread at a time; closes with the object.
+/// A stream that reads the bytes of a file. Others may read, write and delete the file meanwhile. Its state follows the
+/// rules of the standard's streams: a failure, and a read that gets less than it asked for, leave the stream failed,
+/// and a failed or closed stream reads nothing. The destructor closes it. One thread at a time uses it.
 class FileStream {
  public:
-  /// Opens the file. False (and a closed stream) when it cannot be opened.
+  /// Opens a file, and closes the one before. Returns false, with the stream closed, when it cannot be opened.
   bool open(const std::wstring& path);
   void close();
 
   bool isOpen() const { return static_cast<bool>(file_); }
-  /// Open, and no read has failed or come out short.
+  /// Whether the stream is open and no read has failed or got less than it asked for.
   bool good() const { return isOpen() && !failed_; }
-  /// Fills the buffer as far as the file goes; returns the number of bytes read.
+  /// Reads until the buffer is full or the file ends. Returns the number of bytes read.
   std::size_t read(std::span<std::byte> buffer);
 
  private:
@@ -29,8 +29,8 @@ class FileStream {
   bool failed_ = false;
 };
 
-/// The size of a file in bytes.
-/// \throws std::filesystem::filesystem_error for the operation "file_size" when it cannot be read.
+/// Returns the size of a file in bytes.
+/// \throws std::filesystem::filesystem_error for the operation "file_size" when the size cannot be read.
 std::uint64_t fileSize(const std::wstring& path);
 
 }  // namespace CORE

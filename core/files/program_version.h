@@ -4,12 +4,12 @@
 
 namespace CORE {
 
-/// What a program's version resource says of it; a text that it does not have is empty.
+/// What the version resource of a program says about it. A text that is not there is empty.
 struct ProgramVersion {
   std::wstring version;
   std::wstring description;
 
-  /// Of that file, in the first of its languages. Both texts are empty when it has no such resource.
+  /// Reads the resource of a file, in the first of its languages. Both texts are empty when the file has none.
   /// Source: VerQueryValueW, StringFileInfo.
   static ProgramVersion of(const std::wstring& path);
 };

@@ -8,7 +8,7 @@ namespace CORE {
 
 platform::Status makeProtectedFolder(const std::wstring& path) {
   const platform::Platform& platform = platform::current();
-  // Nothing inherited; full access for the system and for administrators, handed down to files and folders.
+  // The folder inherits nothing. The system and administrators have full access, which files and folders in it inherit.
   const auto descriptor =
       platform.security.ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)");
   if (!descriptor) {
@@ -16,7 +16,7 @@ platform::Status makeProtectedFolder(const std::wstring& path) {
   }
   for (std::size_t at = path.find_first_of(L"\\/", 1); at != std::wstring::npos && at + 1 < path.size();
        at = path.find_first_of(L"\\/", at + 1)) {
-    platform.files.CreateDirectoryW(path.substr(0, at));  // those that are there already only fail
+    platform.files.CreateDirectoryW(path.substr(0, at));  // fails, which does not matter, for one that exists already
   }
   const auto made = platform.files.CreateDirectoryW(path, descriptor.value.get());
   return {made.ok || made.error == platform::kErrorAlreadyExists, made.error};

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kBufferCharacters = 4096;
 
-/// Empty when the table has no message for the number.
+/// Returns an empty text when the table has no message for the number.
 std::wstring tableText(std::uint32_t source, platform::NativeHandle module, std::uint32_t code) {
   std::array<wchar_t, kBufferCharacters> buffer{};
   const auto written =

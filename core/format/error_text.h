@@ -5,16 +5,16 @@
 
 namespace CORE {
 
-/// The message for a system error number from the system message table, trailing blanks, tabs and line ends removed.
-/// A number without a message gives "Error %u (0x%x)". Never throws for an unknown number; any thread.
-/// Source: FormatMessageW with a buffer of 4096 characters.
+/// Returns the message for a system error number from the system's message table, without the blanks, tabs and line
+/// ends at its end. A number without a message becomes "Error %u (0x%x)"; it is no reason to throw. Any thread. Source:
+/// FormatMessageW with a buffer of 4096 characters.
 std::wstring systemErrorText(std::uint32_t code);
 
-/// As systemErrorText, but empty for a number without a message.
+/// Returns the same message, but an empty text for a number without one.
 std::wstring systemMessageText(std::uint32_t code);
 
-/// As systemErrorText, from the message table of a loaded module ("winhttp.dll"); the system's table stands in when the
-/// module is not loaded or does not know the number.
+/// Returns the message from the message table of a loaded module ("winhttp.dll"). When the module is not loaded or has
+/// no message for the number, it returns systemErrorText.
 std::wstring moduleErrorText(const std::wstring& module, std::uint32_t code);
 
 }  // namespace CORE

@@ -12,9 +12,10 @@ using detail::Conversion;
 
 constexpr std::size_t kMaxDigitsOf64Bits = 20;
 
-/// Longer formats are messages, for which room is made at once.
+/// A longer format is a message, for which the result reserves its memory at once.
 constexpr std::size_t kShortFormat = 32;
 
+/// Expands one format. No text that is appended makes the result longer than the limit.
 template <class C>
 class Expansion {
  public:
@@ -54,6 +55,8 @@ class Expansion {
     }
   }
 
+  /// Expands the conversion behind a "%" and moves `at` behind it. Returns false when it does not fit the next
+  /// argument.
   bool convert(std::size_t& at) {
     const Conversion conversion = detail::readConversion(format_, at);
     if (conversion.letter == '%') {
@@ -81,9 +84,9 @@ class Expansion {
       if (argument.kind == FormatKind::kWide) {
         putPadded(conversion, argument.wide);
       } else {
-        // A character takes at most four bytes, so this much narrow text always fills the room that is left.
-        const std::size_t most = room() > argument.narrow.size() / 4 ? argument.narrow.size() : room() * 4 + 3;
-        putPadded(conversion, toWideLossy(argument.narrow.substr(0, most)));
+        // A character takes at most four bytes, so this many bytes always fill the room that is left.
+        const std::size_t bytes = room() > argument.narrow.size() / 4 ? argument.narrow.size() : room() * 4 + 3;
+        putPadded(conversion, toWideLossy(argument.narrow.substr(0, bytes)));
       }
     } else {
       if (argument.kind == FormatKind::kNarrow) {
@@ -129,7 +132,7 @@ class Expansion {
     putDigits(conversion, View(prefix, prefixSize), shown);
   }
 
-  /// Writes the digits of a number, none for 0, so that they end at `end`.
+  /// Writes the digits of a number so that they end at `end`, and returns them. The number 0 has none.
   static View digitsOf(char letter, std::uint64_t magnitude, C* const end) {
     const char* const alphabet = letter == 'x' ? "0123456789abcdef" : "0123456789ABCDEF";
     C* begin = end;
@@ -147,11 +150,11 @@ class Expansion {
 
   void putDigits(const Conversion& conversion, View prefix, View digits) {
     const bool hasPrecision = conversion.precision != Conversion::kNoPrecision;
-    std::size_t least = conversion.letter == 'p' ? 16 : hasPrecision ? conversion.precision : 1;
+    std::size_t minimum = conversion.letter == 'p' ? 16 : hasPrecision ? conversion.precision : 1;
     if (conversion.zeroPadded && !conversion.leftAligned && !hasPrecision) {
-      least = std::max(least, conversion.width - std::min(conversion.width, prefix.size()));
+      minimum = std::max(minimum, conversion.width - std::min(conversion.width, prefix.size()));
     }
-    const std::size_t zeros = least - std::min(least, digits.size());
+    const std::size_t zeros = minimum - std::min(minimum, digits.size());
     const std::size_t size = prefix.size() + zeros + digits.size();
     const std::size_t pad = conversion.width - std::min(conversion.width, size);
     fill(conversion.leftAligned ? 0 : pad, ' ');

@@ -7,8 +7,8 @@ namespace {
 
 constexpr std::size_t kMaskBlock = 64;
 
-/// Whether the masked word's first two letters stand anywhere from a place in the block on; hardly any block holds
-/// them, and wide steps find that out. Reads one character behind the block.
+/// Whether the word's first two letters occur in the block, which they hardly ever do. The loop has no branch, so that
+/// the compiler can use vector instructions. It reads one character behind the block.
 bool holdsStartOfWord(const char* block) {
   unsigned char found = 0;
   for (std::size_t i = 0; i < kMaskBlock; ++i) {
@@ -21,7 +21,7 @@ bool holdsStartOfWord(const char* block) {
 }  // namespace
 
 void maskLegacyWord(std::string& text, std::size_t from) {
-  // ASCII is enough: no other character has one of these letters as its lower case.
+  // Comparing ASCII letters is enough: no character outside ASCII has one of these letters as its lower case.
   const auto is = [&text](std::size_t at, char small) { return (text[at] | 0x20) == small; };
   const std::size_t end = std::max<std::size_t>(text.size(), 2) - 2;
   for (std::size_t at = from; at < end;) {

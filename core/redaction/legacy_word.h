@@ -5,7 +5,9 @@
 
 namespace CORE {
 
-/// Overwrites every "vtx", in any case, from that byte of a UTF-8 text on with three asterisks. Linear in its length.
+/// Overwrites the word "vtx", in any case, with three asterisks wherever it occurs in a UTF-8 text. Takes time that is
+/// linear in the text's length.
+/// \param from  the first byte that is looked at.
 void maskLegacyWord(std::string& text, std::size_t from = 0);
 
 }  // namespace CORE

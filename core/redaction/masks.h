@@ -4,11 +4,11 @@
 
 namespace CORE {
 
-/// Stands in every text for content that must not be shown.
+/// What every text shows in place of secret content.
 inline constexpr std::wstring_view kSecretMask = L"*****";
 inline constexpr std::string_view kSecretMaskNarrow = "*****";
 
-/// Stands in every text for raw bytes.
+/// What every text shows in place of raw bytes.
 inline constexpr std::wstring_view kBinaryMask = L"<BINARY>";
 inline constexpr std::string_view kBinaryMaskNarrow = "<BINARY>";
 

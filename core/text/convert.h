@@ -12,9 +12,8 @@ namespace CORE {
 inline constexpr std::uint32_t kUtf8 = platform::kCodePageUtf8;
 
 /// Decodes a narrow text. kUtf8 is the only code page that it knows.
-/// \throws coreException "to_wstr Failed" when the text is not valid UTF-8 (RFC 3629: no overlong forms, no
-/// surrogates),
-///         and for any other code page.
+/// \throws coreException "to_wstr Failed" when the text is not valid UTF-8 (RFC 3629: no overlong forms and no
+///         surrogates), and for any other code page.
 std::wstring to_wstr(std::string_view text, std::uint32_t codePage);
 
 /// Encodes a wide text. kUtf8 is the only code page that it knows.

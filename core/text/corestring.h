@@ -3,44 +3,41 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <utility>
 
-#include "core/base/exception.h"
+#include "core/base/memory_guard.h"
 
 namespace CORE {
 
-/// Overwrites memory with zeros in a way that the optimiser keeps.
+/// Overwrites memory with zeros. The optimiser cannot leave this out.
 void wipe(void* memory, std::size_t bytes) noexcept;
 
-/// The framework string, wide (wstr) or narrow (mstr): text with its length, and two marks.
+/// The framework string, wide (wstr) or narrow (mstr). It holds a text with its length, and two marks:
 ///
-/// - The binary mark says that it holds raw bytes, not text; storedLength() then has its top bit set. Bags and log
-/// texts
-///   show such a value as "<BINARY>".
-/// - The secret mark says that the content must not be shown: log texts print a mask instead, and the memory is
-///   overwritten when the string lets go of it.
+/// - The binary mark says that the content is raw bytes, not text. Bags and log texts show it as "<BINARY>".
+/// - The secret mark says that the content must not be shown. Log texts show a mask instead, and the string overwrites
+///   its memory before it frees it.
 ///
-/// Copies and moves carry the marks. Allocation failure throws coreException("OutOfMem"). One thread at a time.
+/// Copies and moves keep the marks. One thread at a time uses a string.
+/// \throws coreException "OutOfMem" from every operation that allocates.
 template <class C>
 class corestring {
  public:
   using Text = std::basic_string<C>;
   using View = std::basic_string_view<C>;
 
-  /// Top bit of storedLength() of a binary string.
-  static constexpr std::uint32_t kBinaryMark = 0x80000000U;
-
   corestring() = default;
-  corestring(View text) : text_(guarded([&] { return Text(text); })) {}
+  corestring(View text) : text_(guardMemory([&] { return Text(text); })) {}
   corestring(const Text& text) : corestring(View(text)) {}
   corestring(Text&& text) noexcept : text_(std::move(text)) {}
   corestring(const C* text) : corestring(text == nullptr ? View() : View(text)) {}
 
   corestring(const corestring& other)
-      : text_(guarded([&] { return Text(other.text_); })), binaryBytes_(other.binaryBytes_), secret_(other.secret_) {}
+      : text_(guardMemory([&] { return Text(other.text_); })),
+        binaryBytes_(other.binaryBytes_),
+        secret_(other.secret_) {}
   corestring(corestring&& other) noexcept { take(other); }
   corestring& operator=(const corestring& other) {
     corestring copy(other);
@@ -56,10 +53,11 @@ class corestring {
   }
   ~corestring() { release(); }
 
-  /// A string with the binary mark that holds a copy of those bytes (fewer than 2^31).
+  /// Makes a string with the binary mark that holds a copy of the bytes (fewer than 2^31).
+  /// kept: nothing in the program makes one, but bags and log texts have to handle it.
   static corestring fromBytes(const void* bytes, std::size_t count) {
     corestring out;
-    out.text_ = guarded([&] { return Text((count + sizeof(C) - 1) / sizeof(C), C{}); });
+    out.text_ = guardMemory([&] { return Text((count + sizeof(C) - 1) / sizeof(C), C{}); });
     if (count != 0) {
       std::memcpy(out.text_.data(), bytes, count);
     }
@@ -67,28 +65,25 @@ class corestring {
     return out;
   }
 
-  /// A string with the secret mark, which it has before it moves: nothing of the text stays behind.
+  /// Makes a string with the secret mark. The string is marked before it is moved, so that the move wipes what it
+  /// leaves.
   static corestring secret(View text) {
     corestring out(text);
     out.markSecret();
     return out;
   }
 
+  /// Returns the characters; those of a binary string are its raw bytes.
   const Text& str() const noexcept { return text_; }
   operator View() const noexcept { return text_; }
-  const C* c_str() const noexcept { return text_.c_str(); }
   bool empty() const noexcept { return text_.empty(); }
-  /// Characters (of a binary string: of its storage).
+  /// Returns the number of characters; of a binary string, the number of those that its bytes fill.
   std::size_t length() const noexcept { return text_.size(); }
 
   bool isBinary() const noexcept { return (binaryBytes_ & kBinaryMark) != 0; }
-  /// Bytes of the content.
+  /// Returns the number of bytes of the content.
   std::size_t byteLength() const noexcept {
     return isBinary() ? (binaryBytes_ & ~kBinaryMark) : text_.size() * sizeof(C);
-  }
-  /// The byte length, with the top bit set on a binary string.
-  std::uint32_t storedLength() const noexcept {
-    return isBinary() ? binaryBytes_ : static_cast<std::uint32_t>(byteLength());
   }
 
   void markSecret() noexcept { secret_ = true; }
@@ -101,16 +96,11 @@ class corestring {
   }
 
  private:
-  template <class F>
-  static Text guarded(F make) {
-    try {
-      return make();
-    } catch (const std::bad_alloc&) {
-      throwOutOfMemory();
-    }
-  }
+  /// The top bit of `binaryBytes_`.
+  static constexpr std::uint32_t kBinaryMark = 0x80000000U;
 
-  /// Takes over text and marks; leaves the other empty and wiped (a short text lives inside the object itself).
+  /// Takes over the text and the marks. The other string is left empty and, when it was secret, wiped: the move of a
+  /// short text, which lives inside the object, is a copy.
   void take(corestring& other) noexcept {
     text_ = std::move(other.text_);
     binaryBytes_ = std::exchange(other.binaryBytes_, 0);
@@ -121,6 +111,7 @@ class corestring {
 
   void release() noexcept {
     if (secret_) {
+      // All of the memory: an earlier, longer content may have left characters behind the end of this one.
       text_.resize(text_.capacity());
       wipe(text_.data(), text_.size() * sizeof(C));
     }
@@ -129,7 +120,7 @@ class corestring {
   }
 
   Text text_;
-  std::uint32_t binaryBytes_ = 0;
+  std::uint32_t binaryBytes_ = 0;  ///< the byte length and kBinaryMark; 0 for a text
   bool secret_ = false;
 };
 

@@ -8,12 +8,12 @@ namespace {
 
 struct Number {
   bool negative = false;
-  std::uint64_t magnitude = 0;  ///< 2^32 stands for everything from there on
+  std::uint64_t magnitude = 0;  ///< kBeyond stands for every greater value too
 };
 
 constexpr std::uint64_t kBeyond = std::uint64_t{1} << 32;
 
-/// The value of a digit; 36 for anything else.
+/// Returns the value of a hexadecimal digit; 36, which is beyond every base, for anything else.
 std::uint64_t digitOf(wchar_t c) {
   if (c >= L'0' && c <= L'9') {
     return static_cast<std::uint64_t>(c - L'0');

@@ -11,7 +11,7 @@ bool equalText(std::wstring_view first, std::wstring_view second, bool ignoreCas
   if (first.size() != second.size()) {
     return false;
   }
-  return first == second ||  // which the platform says of it, too
+  return first == second ||  // the platform would say so too, but takes longer
          platform::current().text.CompareStringW(platform::kLocaleUserDefault,
                                                  ignoreCase ? platform::kNormIgnoreCase : 0, first,
                                                  second) == platform::kCstrEqual;

@@ -1,8 +1,10 @@
-#include "tests/sim/certificates.h"
-
+// The platform's calls on the simulated certificates.
 #include <openssl/evp.h>
 
 #include <sstream>
+
+#include "platform/winhttp.h"
+#include "tests/sim/certificate_handles.h"
 
 namespace sim {
 namespace {
@@ -10,47 +12,15 @@ namespace {
 constexpr std::uint32_t kPartialChain = 0x10000;   // CERT_TRUST_IS_PARTIAL_CHAIN
 constexpr std::uint32_t kNotValidForUsage = 0x10;  // CERT_TRUST_IS_NOT_VALID_FOR_USAGE
 constexpr std::uint32_t kCertEChaining = 0x800B010A;
-constexpr const char* kServerAuthentication = "1.3.6.1.5.5.7.3.1";
 constexpr ErrorCode kInvalidArgument = 0x80070057;
 constexpr ErrorCode kBadEncode = 0x80092002;  // CRYPT_E_BAD_ENCODE
 constexpr ErrorCode kBadTag = 0x8009310B;     // CRYPT_E_ASN1_BADTAG
-
-/// What a store holds, by its bytes.
-struct Store {
-  std::set<std::string> content;
-};
-
-struct StoreObject : Object, Store {
-  const char* kind() const override { return "certificate store"; }
-};
-
-/// A certificate and, under the same handle, its own store.
-struct CertificateObject : Object, Store {
-  const char* kind() const override { return "certificate"; }
-  CertificateSpec about;
-  std::vector<std::byte> extension;  ///< empty when there is none
-};
-
-struct ChainObject : Object {
-  const char* kind() const override { return "certificate chain"; }
-  ServerChain shown;
-  std::vector<NativeHandle> certificates;
-  std::uint32_t errorStatus = 0;
-  std::uint32_t infoStatus = 0;
-};
-
-struct CrlObject : Object {
-  const char* kind() const override { return "CRL"; }
-  bool hasInfo = true;
-  FileTime nextUpdate = 0;
-  std::vector<std::string> revoked;
-};
 
 std::string textOf(std::span<const std::byte> bytes) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-/// The bytes of a text in base64, with or without PEM's lines.
+/// Decodes a text in base64, with or without the first and last line of PEM.
 std::string fromBase64(std::string_view text) {
   if (const auto begin = text.find("-----BEGIN "); begin != text.npos) {
     text = text.substr(text.find('\n', begin), text.find("-----END ") - text.find('\n', begin));
@@ -66,7 +36,7 @@ std::string fromBase64(std::string_view text) {
   return bytes.substr(0, static_cast<std::size_t>(length + rest));
 }
 
-/// The opposite of Certificates::crlText.
+/// Reads what Certificates::crlText writes.
 std::shared_ptr<CrlObject> parseCrl(const std::string& text) {
   auto crl = std::make_shared<CrlObject>();
   crl->hasInfo = text != Certificates::kCrlWithoutInfo;
@@ -80,78 +50,6 @@ std::shared_ptr<CrlObject> parseCrl(const std::string& text) {
 }
 
 }  // namespace
-
-// What a test describes, and the handles to it.
-
-std::string Certificates::crlText(FileTime nextUpdate, const std::vector<std::string>& revoked) {
-  std::string text = "CRL " + std::to_string(nextUpdate) + "\n";
-  for (const auto& certificate : revoked) {
-    text += certificate + "\n";
-  }
-  return text;
-}
-
-void Certificates::know(const ServerChain& chain) {
-  const Guard guard(kernel_.mutex);
-  if (!chain.certificates.empty()) {
-    known_[chain.certificates.front().der] = chain;
-  }
-}
-
-CertificateHandle Certificates::certificateOf(const CertificateSpec& about) {
-  const Guard guard(kernel_.mutex);
-  return CertificateHandle(addCertificate(about));
-}
-
-ChainHandle Certificates::chainOf(const ServerChain& chain) {
-  const Guard guard(kernel_.mutex);
-  return ChainHandle(addChain(chain, chain.trustError()));
-}
-
-NativeHandle Certificates::addCertificate(const CertificateSpec& about) {
-  const auto found = known_.find(about.der);
-  return add(about, found == known_.end() ? std::vector{about} : found->second.certificates, false);
-}
-
-NativeHandle Certificates::addChain(const ServerChain& chain, std::uint32_t errorStatus, std::uint32_t infoStatus) {
-  auto object = std::make_shared<ChainObject>();
-  object->shown = chain;
-  object->errorStatus = errorStatus;
-  object->infoStatus = infoStatus;
-  for (const auto& about : chain.certificates) {
-    object->certificates.push_back(add(about, chain.certificates, true));
-  }
-  return kernel_.add(object);
-}
-
-NativeHandle Certificates::add(const CertificateSpec& about, const std::vector<CertificateSpec>& peers,
-                               bool dependent) {
-  auto object = std::make_shared<CertificateObject>();
-  object->dependent = dependent;
-  object->about = about;
-  object->extension = extensionOf(about);
-  for (const auto& peer : peers) {
-    object->content.insert(peer.der);
-  }
-  return kernel_.add(object);
-}
-
-/// A value that no other certificate's extension has, or none.
-std::vector<std::byte> Certificates::extensionOf(const CertificateSpec& about) {
-  if (!about.hasExtensions || (!about.points && about.crlUrls.empty())) {
-    return {};
-  }
-  DistributionPoint point{true, {}};
-  for (const auto& url : about.crlUrls) {
-    point.names.push_back({kAltNameUrl, url});
-  }
-  const std::string value = "distribution points " + std::to_string(extensions_.size());
-  extensions_[value] = about.points.value_or(std::vector{point});
-  const auto bytes = std::as_bytes(std::span(value));
-  return {bytes.begin(), bytes.end()};
-}
-
-// The platform's calls.
 
 Result<std::uint32_t> Certificates::CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
                                                          std::span<std::byte> buffer) {
@@ -195,7 +93,7 @@ void Certificates::CertFreeCertificateChain(NativeHandle chain) {
 
 Result<std::span<const std::byte>> Certificates::CertFindExtension(const std::string& oid, NativeHandle certificate) {
   return kernel_.callOn<CertificateObject>(__func__, certificate, [&](CertificateObject& object) {
-    refuseIf(oid != "2.5.29.31" || object.extension.empty(), 0);
+    refuseIf(oid != kOidCrlDistributionPoints || object.extension.empty(), 0);
     return std::span<const std::byte>(object.extension);
   });
 }
@@ -218,7 +116,7 @@ std::uint32_t Certificates::CertGetNameStringW(NativeHandle certificate, std::ui
   if (buffer.empty()) {
     return static_cast<std::uint32_t>(name.value.size() + 1);
   }
-  const std::wstring text = name.value.substr(0, buffer.size() - 1);  // without a name: empty, as the platform
+  const std::wstring text = name.value.substr(0, buffer.size() - 1);  // empty without a name, as on Windows
   *std::ranges::copy(text, buffer.begin()).out = L'\0';
   return static_cast<std::uint32_t>(text.size() + 1);
 }
@@ -251,7 +149,7 @@ Result<ChainHandle> Certificates::CertGetCertificateChain(NativeHandle certifica
     const bool partial = known == known_.end() || missing != chain.certificates.end();
     chain.certificates.erase(missing, chain.certificates.end());
     const bool checked = (flags & kChainRevocationCheckChain) != 0;
-    const bool forServers = usages.empty() || std::ranges::count(usages, kServerAuthentication) != 0;
+    const bool forServers = usages.empty() || std::ranges::count(usages, kOidServerAuth) != 0;
     const std::uint32_t error = (partial ? kPartialChain : chain.trustError()) | (forServers ? 0 : kNotValidForUsage) |
                                 (checked ? chain.revocationError : 0);
     return ChainHandle(addChain(chain, error, checked ? chain.revocationInfo : 0));
@@ -265,7 +163,8 @@ Result<std::uint32_t> Certificates::CertVerifyCertificateChainPolicy(std::uint32
     serverNames_.push_back(parameters.serverName);
     const ServerChain& shown = object.shown;
     const bool allowsUnknown = (parameters.flags & kChainPolicyAllowUnknownCa) != 0;
-    const bool checksName = !parameters.serverName.empty() && (parameters.checks & 0x1000) == 0;
+    const bool checksName =
+        !parameters.serverName.empty() && (parameters.checks & kSecurityFlagIgnoreCertCnInvalid) == 0;
     return shown.policyStatus != 0                                       ? shown.policyStatus
            : !allowsUnknown && (object.errorStatus & kPartialChain) != 0 ? kCertEChaining
            : !allowsUnknown && !shown.trustedRoot                        ? kCertEUntrustedRoot
@@ -290,7 +189,7 @@ Result<bool> Certificates::CertFindCertificateInCRL(NativeHandle certificate, Na
   });
 }
 
-// Reading. A null context gives an empty view.
+// These read contexts. A null context has an empty view.
 
 CertificateView Certificates::certificate(NativeHandle certificate) {
   const Guard guard(kernel_.mutex);

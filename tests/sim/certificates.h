@@ -7,48 +7,48 @@
 
 namespace sim {
 
-/// A certificate as a test describes it. Its "DER" bytes are any text, and the certificate's identity.
+/// A certificate as a test describes it. Any text stands for its DER bytes; the text identifies the certificate.
 struct CertificateSpec {
   std::string der;
   std::vector<std::wstring> crlUrls = {};  ///< one distribution point with these names, when not empty
   bool hasInfo = true;
   bool hasExtensions = true;
-  /// Instead of crlUrls: the points as they are decoded; one that holds nothing makes the decoding give null.
+  /// What the decoding returns instead of a point with crlUrls; an inner value that is missing makes it return null.
   std::optional<std::optional<std::vector<DistributionPoint>>> points = std::nullopt;
 };
 
-/// What a server shows in the handshake, and what the platform thinks of it.
+/// What a server shows in the handshake, and how Windows judges it.
 struct ServerChain {
   std::vector<CertificateSpec> certificates;  ///< leaf first
-  bool trustedRoot = true;                    ///< else the SSL policy says CERT_E_UNTRUSTEDROOT unless that is allowed
-  bool nameMatches = true;                    ///< else it says CERT_E_CN_NO_MATCH when it is given a server name
-  std::uint32_t policyStatus = 0;             ///< another error word of the policy, before the other two
+  bool trustedRoot = true;                    ///< if not: the SSL policy fails with CERT_E_UNTRUSTEDROOT unless allowed
+  bool nameMatches = true;                    ///< if not: it fails with CERT_E_CN_NO_MATCH when it gets a server name
+  std::uint32_t policyStatus = 0;             ///< another error of the policy, which comes before those two
   std::uint32_t revocationError = 0;          ///< added to the trust error of a chain built with revocation checks
   std::uint32_t revocationInfo = 0;
   bool silent = false;  ///< the handshake never ends
-  /// In the words of the chain's trust status.
+  /// Returns the error of the chain's trust status.
   std::uint32_t trustError() const { return trustedRoot ? 0 : 0x20; }
 };
 
-/// CryptoAPI over certificates that a test describes. A chain is found again by its leaf's bytes once a server has
-/// shown it or know() was called. A CRL is the text of crlText(); anything else is refused (error 0x80092002).
+/// CryptoAPI for certificates that a test describes. It knows a chain by its leaf's bytes once a server has shown the
+/// chain or know() was called. A CRL is a text that crlText() returns; anything else fails with error 0x80092002.
 class Certificates : public platform::Certificates {
  public:
   explicit Certificates(Kernel& kernel) : kernel_(kernel) {}
 
-  /// The bytes of a CRL that lists these certificates (by their bytes), with a next update (0: none).
+  /// Returns the bytes of a CRL that lists certificates by their bytes. A next update of 0 means none.
   static std::string crlText(FileTime nextUpdate, const std::vector<std::string>& revoked = {});
-  static constexpr std::string_view kCrlWithoutInfo = "CRL without info";  ///< its context tells nothing
+  static constexpr std::string_view kCrlWithoutInfo = "CRL without info";  ///< its context has no decoded CRL
 
   void know(const ServerChain& chain);
-  /// Contexts for tests of the helpers themselves; the caller owns them.
+  /// Makes contexts for tests of the functions that take them.
   CertificateHandle certificateOf(const CertificateSpec& about);
   ChainHandle chainOf(const ServerChain& chain);
-  /// For services that hand contexts out. Lock held.
+  /// Make contexts for services that return them. Lock held.
   NativeHandle addCertificate(const CertificateSpec& about);
   NativeHandle addChain(const ServerChain& chain, std::uint32_t errorStatus = 0, std::uint32_t infoStatus = 0);
 
-  /// The flags of every CertGetCertificateChain, and the server names that the SSL policy was given, in order.
+  /// The flags of every CertGetCertificateChain, and the server names that were passed to the SSL policy, in order.
   std::vector<std::uint32_t> chainFlags() const { return kernel_.copyOf(chainFlags_); }
   std::vector<std::wstring> serverNames() const { return kernel_.copyOf(serverNames_); }
 
@@ -86,7 +86,7 @@ class Certificates : public platform::Certificates {
 
   Kernel& kernel_;
   std::map<std::string, ServerChain> known_;  ///< by the leaf's bytes
-  std::map<std::string, Points> extensions_;  ///< what the values that CertFindExtension gives decode to
+  std::map<std::string, Points> extensions_;  ///< by the value that CertFindExtension returns
   std::vector<std::uint32_t> chainFlags_;
   std::vector<std::wstring> serverNames_;
 };

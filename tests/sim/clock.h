@@ -7,18 +7,18 @@
 
 namespace sim {
 
-/// A clock that only the test and waits with a limit move. Starts at 2026-11-13 04:13:48.123 UTC.
+/// A clock that only the test and waits with a limit move. It starts at 2026-11-13 04:13:48.123 UTC.
 class Clock : public platform::Clock {
  public:
   explicit Clock(Kernel& kernel) : kernel_(kernel) { set(SystemTime{2026, 11, 5, 13, 4, 13, 48, 123}); }
 
   void set(FileTime time) { kernel_.setNow(time); }
   void set(const SystemTime& utc) { set(toFileTime(utc)); }
-  /// Moves on; waits whose limit has come end.
-  void advance(std::uint64_t milliseconds) { set(kernel_.now() + milliseconds * kTicksPerMillisecond); }
-  /// UTC = local time + bias, minutes (as the platform counts it: -60 is one hour east of Greenwich).
+  /// Moves the clock on. A wait whose limit is reached ends.
+  void advance(std::uint64_t milliseconds) { set(kernel_.now() + milliseconds * kFileTimePerMillisecond); }
+  /// The minutes from local time to UTC, as Windows counts them: -60 is one hour east of Greenwich.
   int biasMinutes = 0;
-  /// Runs in GetSystemTime, which throws what it throws.
+  /// Called by GetSystemTime, which throws what this throws.
   std::function<void()> onGetSystemTime = [] {};
 
   SystemTime GetSystemTime() override {
@@ -41,7 +41,7 @@ class Clock : public platform::Clock {
   }
   std::uint32_t GetTickCount() override {
     kernel_.faults.note(__func__);
-    return static_cast<std::uint32_t>(kernel_.now() / kTicksPerMillisecond);
+    return static_cast<std::uint32_t>(kernel_.now() / kFileTimePerMillisecond);
   }
   std::int64_t _time64() override {
     kernel_.faults.note(__func__);
@@ -52,8 +52,8 @@ class Clock : public platform::Clock {
   using days = std::chrono::days;
   using sys_days = std::chrono::sys_days;
 
-  static constexpr std::int64_t kTicksPerSecond = 1000 * kTicksPerMillisecond;
-  static constexpr std::int64_t kTicksPerDay = 24 * 3600 * kTicksPerSecond;
+  static constexpr std::int64_t kTicksPerSecond = kFileTimePerSecond;
+  static constexpr std::int64_t kTicksPerDay = kFileTimePerDay;
   static constexpr sys_days kFirstDay = std::chrono::year(1601) / 1 / 1;
 
   static SystemTime toSystemTime(FileTime time) {
@@ -76,7 +76,7 @@ class Clock : public platform::Clock {
     using namespace std::chrono;
     const auto sinceFirst = sys_days(year(time.year) / month(time.month) / day(time.day)) - kFirstDay;
     const auto whole = sinceFirst + hours(time.hour) + minutes(time.minute) + seconds(time.second);
-    return static_cast<FileTime>((whole + milliseconds(time.milliseconds)).count()) * kTicksPerMillisecond;
+    return static_cast<FileTime>((whole + milliseconds(time.milliseconds)).count()) * kFileTimePerMillisecond;
   }
 
   Kernel& kernel_;

@@ -14,8 +14,8 @@ class Crash : public platform::Crash {
  public:
   explicit Crash(Kernel& kernel) : kernel_(kernel) {}
 
-  /// As if the calling thread had failed there and nobody had handled it: runs the filter. Comes back when the process
-  /// would end now; otherwise the function that is to throw is called.
+  /// Runs the filter as if the calling thread had failed at that address and nobody had handled it. Calls the installed
+  /// thrower when the filter wants that, and returns when the process would end.
   CrashAction raise(std::uint32_t code, std::uintptr_t address) {
     const auto [filter, thrower] = kernel_.copyOf(installed_);
     const std::uint32_t thread = current().processes.GetCurrentThreadId();
@@ -33,7 +33,7 @@ class Crash : public platform::Crash {
   Status loadDbgHelp() override {
     return kernel_.call(__func__, [&] { loaded_ = true; });
   }
-  /// Writes "MDMP type=2 code=c0000005"; code=0 without an exception.
+  /// Writes "MDMP type=2 code=c0000005" to the file; the code is 0 without an exception.
   Status MiniDumpWriteDump(NativeHandle file, std::uint32_t type, const CrashInfo* info) override {
     return kernel_.callOn<Stream>(__func__, file, [&](Stream& stream, Guard& guard) {
       needLoaded();

@@ -8,13 +8,13 @@
 
 namespace sim {
 
-/// "SHA256" and "MD5", plain or keyed, computed by OpenSSL. The hash object that the program lends is touched whenever
-/// the platform would, so that the sanitizers see one that is freed too early.
+/// "SHA256" and "MD5", plain or keyed, computed by OpenSSL. The program's memory for the hash is touched whenever
+/// Windows would use it, so that the sanitizers notice when it is freed too early.
 class Digests : public platform::Digests {
  public:
   explicit Digests(Kernel& kernel) : kernel_(kernel) {}
 
-  static constexpr std::uint32_t kObjectLength = 286;  ///< what "ObjectLength" says
+  static constexpr std::uint32_t kObjectLength = 286;  ///< the property "ObjectLength"
 
   NtStatus BCryptOpenAlgorithmProvider(AlgorithmProvider& provider, const std::wstring& algorithm,
                                        std::uint32_t flags) override {
@@ -74,7 +74,7 @@ class Digests : public platform::Digests {
     Hash(std::span<std::byte> lent, const Provider& by) : object(lent), provider(by) { touch(); }
     ~Hash() override { touch(); }
     const char* kind() const override { return "BCrypt hash"; }
-    /// What the platform does with the object that the program lent: it lives in it.
+    /// Uses the program's memory, in which the hash of Windows lives.
     void touch() {
       object.front() ^= std::byte{0xFF};
       object.back() ^= std::byte{0xFF};
@@ -86,7 +86,7 @@ class Digests : public platform::Digests {
     bool finished = false;
   };
 
-  /// NTSTATUS of a failure has the two top bits set.
+  /// Returns the NTSTATUS of a failure, which has the two top bits set.
   static NtStatus ntStatus(Status status) { return status.ok ? 0 : static_cast<NtStatus>(status.error | 0xC0000000); }
   static void compute(const Hash& hash, std::span<std::byte> digest) {
     const EVP_MD* const algorithm = hash.provider.md5 ? EVP_md5() : EVP_sha256();

@@ -13,17 +13,19 @@
 
 namespace sim {
 
-/// The one point that every platform call passes, under its own name ("CreateEventW"), before it does anything.
-/// Closing and freeing calls and pure getters are counted but cannot be failed. The latest fault wins. Any thread.
+/// Every platform call passes here, under its own name ("CreateEventW"), before it does anything, and a test can make
+/// it fail. Calls that close or free something, and simple getters, are counted but cannot fail. The latest fault that
+/// applies wins. Any thread.
 class Faults {
  public:
-  /// Fails the n-th call (from 1, counted from now on) of that name, once.
+  /// Makes the n-th call of that name fail once; the count begins now, with 1.
   void failNth(const std::string& name, std::size_t n, platform::ErrorCode error) {
     add({name, callCount(name) + n, error});
   }
-  /// Fails every call of that name from now on.
+  /// Makes every call of that name fail from now on.
   void failAll(const std::string& name, platform::ErrorCode error) { add({name, kEvery, error}); }
-  /// Fails the k-th platform call (from 1) of the whole run whatever it is; nothing happens when it cannot be failed.
+  /// Makes the k-th platform call of the whole run fail; the count begins with 1. Does nothing to a call that cannot
+  /// fail.
   void failCall(std::size_t k, platform::ErrorCode error) { add({"", k, error}); }
 
   std::size_t callCount(const std::string& name) const {
@@ -35,13 +37,14 @@ class Faults {
     std::string_view name;
     bool canFail;
   };
-  /// All calls so far, in order: calls()[k - 1] is what failCall(k, ...) meets.
+  /// Returns all calls so far, in order: calls()[k - 1] is the one that failCall(k, ...) makes fail.
   std::vector<Call> calls() const {
     const std::lock_guard lock(mutex_);
     return calls_;
   }
 
-  /// For the services: passes the point; the error when the call is to fail. Names are literals.
+  /// The services call it for every platform call. Returns the error with which the call has to fail. Names are
+  /// literals.
   std::optional<platform::ErrorCode> pass(const char* name, bool canFail = true) {
     const std::lock_guard lock(mutex_);
     calls_.push_back({name, canFail});
@@ -52,13 +55,13 @@ class Faults {
     });
     return newest == faults_.rend() ? std::nullopt : std::optional(newest->error);
   }
-  /// For the services: passes the point with a call that cannot be failed.
+  /// The services call it for a platform call that cannot fail.
   void note(const char* name) { pass(name, false); }
 
  private:
   struct Fault {
-    std::string name;  ///< empty: of any name
-    std::size_t n;     ///< among those of the name
+    std::string name;  ///< empty: every name
+    std::size_t n;     ///< the number among the calls of that name
     platform::ErrorCode error;
   };
   static constexpr std::size_t kEvery = 0;

@@ -15,22 +15,22 @@ class Files : public platform::Files {
  public:
   explicit Files(Kernel& kernel);
 
-  /// Makes or replaces a file, with the folders above it; the second of that size, with bytes that take no memory.
+  /// Makes or replaces a file, with the folders above it. The second makes one of that size whose bytes take no memory.
   void write(const std::wstring& path, std::string_view bytes);
   void writeSparse(const std::wstring& path, std::uint64_t size);
   /// Grows (with zero bytes) or shrinks a file.
   void resize(const std::wstring& path, std::uint64_t size);
-  /// Removes a file, or a folder with all in it; handles that are open stay usable.
+  /// Removes a file, or a folder and everything in it. Open handles stay usable.
   void erase(const std::wstring& path);
   bool exists(const std::wstring& path) const;
   std::string read(const std::wstring& path) const;  ///< empty when there is none
-  /// Full (lower-case) paths of files and folders below a folder, at any depth, in order.
+  /// Returns the full paths, in lower case, of all files and folders below a folder, in order.
   std::vector<std::wstring> list(const std::wstring& folder) const;
-  static std::byte sparseByte(std::uint64_t offset);               ///< the byte of a sparse file there
-  std::wstring descriptorOf(const std::wstring& folder) const;     ///< its text, from the making; empty: none
+  static std::byte sparseByte(std::uint64_t offset);               ///< the byte of a sparse file at that offset
+  std::wstring descriptorOf(const std::wstring& folder) const;     ///< the text with which it was made; empty: none
   bool ansiIsLatin1 = false;                                       ///< for the narrow path of remove(); else UTF-8
-  std::atomic<std::uint64_t> freeBytes{std::uint64_t{100} << 30};  ///< what GetDiskFreeSpaceExW tells
-  std::atomic<bool> diskFull{false};                               ///< writing to any file fails with 112
+  std::atomic<std::uint64_t> freeBytes{std::uint64_t{100} << 30};  ///< what GetDiskFreeSpaceExW reports
+  std::atomic<bool> diskFull{false};                               ///< writing to any file fails with kErrorDiskFull
 
   int _waccess(const std::wstring& path, int mode) override;
   Status CreateDirectoryW(const std::wstring& path, NativeHandle descriptor = nullptr) override;
@@ -55,8 +55,8 @@ class Files : public platform::Files {
   struct Search;
 
   Content find(const std::wstring& path) const;  ///< null: there is no such file
-  /// As find; the call fails unless the folder exists and what is needed of others (bits of FILE_SHARE_...) and shared
-  /// with them goes with the file's open handles.
+  /// Finds a file as find does. The call fails when the folder does not exist, or when `needs` (bits of FILE_SHARE_...)
+  /// or `share` conflicts with a handle that is open on the file.
   Content findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share = kFileShareAll) const;
   bool hasFolder(const std::wstring& path) const;
   std::vector<std::wstring> below(const std::wstring& path) const;

@@ -1,4 +1,4 @@
-// When, where and in which order the notifications of a simulated request reach the program.
+// When, on which thread and in which order the notifications of a simulated request reach the program.
 
 #include "tests/sim/http_handles.h"
 
@@ -23,7 +23,7 @@ void WinHttp::waitUntilIdle() {
   });
 }
 
-/// Whether the call in flight (or the closing) may go on, as far as the test is concerned.
+/// Whether the test lets the call in flight, or the closing, go on.
 bool WinHttp::isOpenTo(const HttpRequestHandle& request) const {
   const bool late = delivery == Delivery::kLate && lateDelay.count() == 0;
   const bool held = request.pending && request.pending->stage == HttpStage::kReceive && request.reply &&
@@ -111,7 +111,7 @@ Status WinHttp::start(NativeHandle handle, HttpStage stage, const char* operatio
   return kDone;
 }
 
-/// Takes the call in flight up and answers it on this thread. Lock held, given up meanwhile.
+/// Answers the call in flight on this thread. The lock is held before and after, but not while the program is notified.
 void WinHttp::complete(Guard& guard, const Request& request) {
   const HttpPending call = *request->pending;
   request->pending.reset();
@@ -123,25 +123,25 @@ void WinHttp::complete(Guard& guard, const Request& request) {
   leave(*request);
 }
 
-/// This thread comes out of a delivery. Lock held.
+/// Records that this thread has left a delivery. Lock held.
 void WinHttp::leave(HttpRequestHandle& request) {
   auto& threads = request.delivering;
   threads.erase(std::find(threads.begin(), threads.end(), std::this_thread::get_id()));
   kernel_.wake();
 }
 
-/// The last of a request, on this thread: what was in flight is cancelled, then HANDLE_CLOSING. Lock held, given up
-/// meanwhile.
+/// Ends a request on this thread: cancels the call in flight, then notifies of HANDLE_CLOSING. The lock is held before
+/// and after, but not while the program is notified.
 void WinHttp::close(Guard& guard, HttpRequestHandle& request) {
   const bool cancels = request.inFlight && onClose == OnClose::kCancelled;
-  const auto lent = request.pending;  // not when this very thread is completing the call, further up
+  const auto lent = request.pending;  // nothing when this very thread is completing the call, further up its stack
   const HttpStage stage = lent ? lent->stage : request.taken.stage;
   request.pending.reset();
   request.inFlight = false;
   guard.unlock();
   if (cancels) {
     if (lent && !lent->buffer.empty()) {
-      lent->buffer.front() = std::byte{0};  // what was lent is the platform's until HANDLE_CLOSING
+      lent->buffer.front() = std::byte{0};  // Windows may use the memory until HANDLE_CLOSING
     }
     AsyncResult result{static_cast<std::uintptr_t>(stage), kErrorWinHttpOperationCancelled};
     notify(request, kStatusRequestError, &result, sizeof(result));
@@ -150,7 +150,7 @@ void WinHttp::close(Guard& guard, HttpRequestHandle& request) {
   guard.lock();
 }
 
-/// Tells the program, if the mask lets it. False when the request has no more to say.
+/// Notifies the program, if the mask allows it. Returns false when no further notification of the request may follow.
 bool WinHttp::notify(HttpRequestHandle& request, std::uint32_t status, void* information, std::uint32_t length) {
   Guard guard(kernel_.mutex);
   if (request.finished || ended_) {
@@ -168,8 +168,8 @@ bool WinHttp::notify(HttpRequestHandle& request, std::uint32_t status, void* inf
   return !request.closing;
 }
 
-/// Answers the call in flight. A call whose handle was closed meanwhile is left to close(), unless onClose says
-/// otherwise.
+/// Completes the call in flight. When its handle has been closed meanwhile, close() ends the call instead, unless
+/// onClose says otherwise.
 void WinHttp::finish(HttpRequestHandle& request, const HttpPending& call, std::uint32_t status, void* information,
                      std::uint32_t length) {
   Guard guard(kernel_.mutex);
@@ -192,7 +192,7 @@ void WinHttp::fail(HttpRequestHandle& request, const HttpPending& call, ErrorCod
   finish(request, call, kStatusRequestError, &result, sizeof(result));
 }
 
-/// Notifications without a context: HANDLE_CREATED of every handle, HANDLE_CLOSING of sessions and connections.
+/// Sends a notification without a context: HANDLE_CREATED of every handle, HANDLE_CLOSING of sessions and connections.
 void WinHttp::unbound(HttpHandle& object, std::uint32_t status) {
   if (object.callback != nullptr && (object.known.callbackMask & status) != 0) {
     object.callback(object.handle, 0, status, &object.handle, sizeof(object.handle));

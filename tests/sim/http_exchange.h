@@ -11,7 +11,7 @@
 
 namespace sim {
 
-/// Everything that one request showed of itself, up to now.
+/// Everything that the simulation has seen of one request so far.
 struct HttpExchange {
   std::size_t index = 0;  ///< 0 for the first request handle that the program opened
   std::wstring verb;
@@ -40,11 +40,11 @@ struct HttpExchange {
   std::map<std::uint32_t, std::uint32_t> numberOptions;
   std::map<std::uint32_t, std::wstring> textOptions;
 
-  std::string header(const std::string& name) const;  ///< by name without case; empty when there is none
+  std::string header(const std::string& name) const;  ///< finds by name without case; empty when there is none
   std::uint32_t securityFlags() const;
 };
 
-/// The calls that complete later, numbered as REQUEST_ERROR numbers them.
+/// The calls that complete later, with the numbers that they have in a REQUEST_ERROR.
 enum class HttpStage : std::uint8_t { kReceive = 1, kQueryData = 2, kRead = 3, kWrite = 4, kSend = 5 };
 
 /// What the server does with a request.
@@ -53,25 +53,25 @@ struct HttpReply {
   std::wstring headers;     ///< further lines, each with its CRLF
   std::wstring rawHeaders;  ///< the whole block instead, when not empty
   std::string body;
-  std::uint64_t repeatedBody = 0;     ///< instead of `body`: so many times "x"
-  std::vector<std::uint32_t> pieces;  ///< sizes that DATA_AVAILABLE tells, in order; then 8192 at most
+  std::uint64_t repeatedBody = 0;     ///< instead of `body`: how often "x" is repeated
+  std::vector<std::uint32_t> pieces;  ///< sizes that DATA_AVAILABLE reports, in order; after them at most 8192
   bool hold = false;                  ///< WinHttpReceiveResponse completes only after WinHttp::release()
 };
 
 /// When a completion reaches the program.
 enum class Delivery : std::uint8_t {
   kWorker,  ///< on a worker thread of the request, in order
-  kInline,  ///< on the calling thread, inside the very call, nested as deep as the calls go
-  kLate,    ///< on the worker, but each only after WinHttp::release() (see also WinHttp::lateDelay)
+  kInline,  ///< on the calling thread, inside the very call, however deep the calls nest
+  kLate,    ///< on the worker, each one only after WinHttp::release() (see also WinHttp::lateDelay)
   kMixed,   ///< inline or on the worker, by a seeded choice for each completion
   kNever,   ///< nothing is ever delivered, not even HANDLE_CLOSING
 };
 
-/// What becomes of the call in flight when its request handle is closed, before HANDLE_CLOSING.
+/// What happens to the call in flight, before HANDLE_CLOSING, when its request handle is closed.
 enum class OnClose : std::uint8_t {
-  kCancelled,  ///< REQUEST_ERROR with 12017
+  kCancelled,  ///< a REQUEST_ERROR with kErrorWinHttpOperationCancelled comes
   kDropped,    ///< nothing
-  kDelivered,  ///< its own completion still comes, if it was on its way; otherwise nothing
+  kDelivered,  ///< its own completion still comes, if a thread can complete it; otherwise nothing
 };
 
 }  // namespace sim

@@ -21,24 +21,24 @@ struct HttpConnectionHandle : HttpHandle {
   const char* kind() const override { return "WinHTTP connection"; }
 };
 
-/// A call that has been made and not yet answered, with the memory that it borrowed.
+/// A call that has been made and not yet completed, with the program's memory that it uses.
 struct HttpPending {
   HttpStage stage{};
   std::span<std::byte> buffer;
   std::span<const std::byte> data;
 };
 
-/// A request and its way through the call-backs. Under the kernel's mutex, but for `reply`, which belongs to the thread
-/// that completes the call in flight.
+/// A request and how far its exchange has come. The kernel's mutex guards it, except for `reply`, which belongs to the
+/// thread that completes the call in flight.
 struct HttpRequestHandle : HttpHandle {
   const char* kind() const override { return "WinHTTP request"; }
 
   std::optional<HttpReply> reply;
 
-  std::optional<ServerChain> shown;    ///< by the server, once the handshake is done
-  bool inFlight = false;               ///< a call has been made and its completion has not reached the program
-  std::optional<HttpPending> pending;  ///< that call, until a thread takes it up
-  HttpPending taken;                   ///< the call taken up last
+  std::optional<ServerChain> shown;    ///< what the server has shown in the handshake
+  bool inFlight = false;               ///< a call has been made, and its completion has not reached the program
+  std::optional<HttpPending> pending;  ///< that call, until a thread begins to complete it
+  HttpPending taken;                   ///< the call that a thread began to complete last
   bool silenced = false;               ///< `pending` is never answered
   bool bound = false;                  ///< the context is known, by a send
   bool headersReady = false;
@@ -48,7 +48,7 @@ struct HttpRequestHandle : HttpHandle {
   std::uint64_t bodyRead = 0;
   std::size_t piece = 0;
   std::uint32_t available = 0;
-  std::vector<std::thread::id> delivering;  ///< threads inside a delivery, once for each level
+  std::vector<std::thread::id> delivering;  ///< threads that deliver, as often as their deliveries nest
 
   std::uint64_t replySize() const { return reply->repeatedBody != 0 ? reply->repeatedBody : reply->body.size(); }
   bool othersDeliver() const {

@@ -4,12 +4,13 @@
 namespace sim {
 namespace {
 
-constexpr std::uint32_t kMaxPiece = 8192;  // what the platform tells as available at once
+constexpr std::uint32_t kMaxPiece = 8192;  // the most bytes that Windows reports as available
 constexpr std::uint32_t kCertEExpired = 0x800B0101;
 constexpr std::uint32_t kCertEWrongUsage = 0x800B0110;
 constexpr std::uint32_t kTrustIsRevoked = 0x4;  // CERT_TRUST_IS_REVOKED
 
-/// The bits of SECURE_FAILURE that are left of the chain's faults; 0 when the handshake succeeds.
+/// Returns the bits of SECURE_FAILURE for those faults of the chain that the request does not ignore; 0 when the
+/// handshake succeeds.
 std::uint32_t failureBits(const ServerChain& chain, const HttpExchange& seen) {
   const auto feature = seen.numberOptions.find(kOptionEnableFeature);
   const bool checksRevocation = feature != seen.numberOptions.end() && (feature->second & kEnableSslRevocation) != 0;
@@ -21,13 +22,13 @@ std::uint32_t failureBits(const ServerChain& chain, const HttpExchange& seen) {
     std::uint32_t bit;
     std::uint32_t forgivenBy;  ///< a security flag
   } faults[] = {
-      {checksRevocation && chain.revocationError != 0 && !revoked, 0x1, 0},
-      {chain.policyStatus != 0 && !expired && !misused, 0x2, 0},
-      {checksRevocation && revoked, 0x4, 0},
-      {!chain.trustedRoot, 0x8, kSecurityFlagIgnoreUnknownCa},
-      {!chain.nameMatches, 0x10, kSecurityFlagIgnoreCertCnInvalid},
-      {expired, 0x20, 0x2000},
-      {misused, 0x40, 0x200},
+      {checksRevocation && chain.revocationError != 0 && !revoked, kSecureFailureCertRevFailed, 0},
+      {chain.policyStatus != 0 && !expired && !misused, kSecureFailureInvalidCert, 0},
+      {checksRevocation && revoked, kSecureFailureCertRevoked, 0},
+      {!chain.trustedRoot, kSecureFailureInvalidCa, kSecurityFlagIgnoreUnknownCa},
+      {!chain.nameMatches, kSecureFailureCertCnInvalid, kSecurityFlagIgnoreCertCnInvalid},
+      {expired, kSecureFailureCertDateInvalid, kSecurityFlagIgnoreCertDateInvalid},
+      {misused, kSecureFailureCertWrongUsage, kSecurityFlagIgnoreCertWrongUsage},
   };
   std::uint32_t bits = 0;
   for (const auto& [found, bit, forgivenBy] : faults) {
@@ -47,7 +48,7 @@ bool WinHttp::proxyRefuses(const HttpExchange& seen) const {
          !(is(kOptionProxyUsername, proxyCredentials->first) && is(kOptionProxyPassword, proxyCredentials->second));
 }
 
-/// The handshake of a send. False when the send does not go on: it failed, or stays unanswered.
+/// Does the handshake of a send. Returns false when the send ends with that: it failed, or is never answered.
 bool WinHttp::shakeHands(HttpRequestHandle& request, const HttpPending& call) {
   const HttpExchange seen = kernel_.copyOf(request.known);
   const auto server = kernel_.copyOf(handshake_);
@@ -115,7 +116,7 @@ Result<ProxyInfo> WinHttp::WinHttpGetProxyForUrl(NativeHandle session, const std
   });
 }
 
-/// Asks for the answer: `whole` once the body is complete, otherwise at its beginning.
+/// Asks the server for its answer: when the body is complete (`whole`), or when the headers have arrived.
 void WinHttp::askServer(HttpRequestHandle& request, bool whole) {
   const HttpExchange seen = kernel_.copyOf(request.known);
   const auto server = kernel_.copyOf(server_);

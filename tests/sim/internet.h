@@ -7,7 +7,8 @@
 
 namespace sim {
 
-/// Takes a URL apart: error 12005 (not a URL) or 12006 (a scheme that is neither http nor https) as WinHttpCrackUrl.
+/// Takes a URL apart. As WinHttpCrackUrl it fails with kErrorWinHttpUnrecognizedScheme for a scheme that is neither
+/// http nor https, and with kErrorWinHttpInvalidUrl for what is not a URL.
 inline UrlComponents splitUrl(const std::wstring& url) {
   const auto colon = std::min(url.find(L':'), url.size());
   UrlComponents parts;
@@ -37,18 +38,18 @@ class Internet : public platform::Internet {
  public:
   explicit Internet(Kernel& kernel) : kernel_(kernel) {}
 
-  /// S_OK for an absolute URL, S_FALSE (1) otherwise.
+  /// Returns S_OK for an absolute URL, S_FALSE (1) for any other text.
   std::int32_t IsValidURL(const std::wstring& url) override {
     if (const auto error = kernel_.faults.pass(__func__)) {
       return static_cast<std::int32_t>(0x80070000 | *error);
     }
     const auto colon = url.find(L"://");
-    return colon != std::wstring::npos && colon > 1 && url.size() > colon + 3 ? 0 : 1;
+    return colon != std::wstring::npos && colon > 1 && url.size() > colon + 3 ? kSOk : 1;
   }
   Result<UrlComponents> InternetCrackUrlW(const std::wstring& url) override {
     return kernel_.call(__func__, [&] {
       auto parts = splitUrl(url);
-      parts.path += std::exchange(parts.extra, L"");  // without a pointer for it, it stays with the path
+      parts.path += std::exchange(parts.extra, L"");  // the program asks for no extra, so it stays with the path
       return parts;
     });
   }

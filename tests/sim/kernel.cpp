@@ -58,7 +58,8 @@ void Kernel::wake() {
   changed_.notify_all();
 }
 
-/// One look of a thread that waits. A simulated one is not busy until something changes, and from then on.
+/// Rests until something may have changed. A simulated thread is not busy meanwhile, and is busy again from the change
+/// on.
 void Kernel::rest(Guard& guard) {
   const auto seen = generation_;
   busy_ -= isSimulated ? 1 : 0;
@@ -67,7 +68,7 @@ void Kernel::rest(Guard& guard) {
     quiet_.notify_all();
   }
   changed_.wait_for(guard, kGrace);
-  if (isSimulated && seen == generation_) {  // else wake() has moved it
+  if (isSimulated && seen == generation_) {  // otherwise wake() has counted it as busy
     ++busy_;
     --waiting_;
   }
@@ -76,7 +77,7 @@ void Kernel::rest(Guard& guard) {
 bool Kernel::waitUntil(Guard& guard, std::uint32_t milliseconds, const std::string& what,
                        const std::function<bool()>& done) {
   const bool infinite = milliseconds == kInfinite;
-  const FileTime deadline = infinite ? ~FileTime{0} : now_ + milliseconds * kTicksPerMillisecond;
+  const FileTime deadline = infinite ? ~FileTime{0} : now_ + milliseconds * kFileTimePerMillisecond;
   const auto entry = deadlines_.insert(deadline);
   const auto start = Real::now();
   auto quietSince = start;
@@ -108,7 +109,7 @@ void Kernel::idle(Guard& guard, const std::function<bool()>& done) {
 
 void Kernel::sleep(std::uint32_t milliseconds) {
   Guard guard(mutex);
-  const FileTime deadline = now_ + milliseconds * kTicksPerMillisecond;
+  const FileTime deadline = now_ + milliseconds * kFileTimePerMillisecond;
   busy_ -= isSimulated ? 1 : 0;
   quiet_.wait_for(guard, kGrace, [&] { return busy_ == 0 || now_ >= deadline; });
   busy_ += isSimulated ? 1 : 0;

@@ -11,7 +11,7 @@ namespace {
 constexpr std::wstring_view kLineEnd = L"\r\n";
 constexpr std::uint32_t kUnknownLevel = 6;
 
-/// Whether a record begins here: a message may have lines of its own, but none that begins with a time stamp.
+/// Whether the line begins a record. A message may have several lines, but none of the others begins with a time stamp.
 bool beginsRecord(std::wstring_view line) {
   constexpr std::wstring_view kStamp = L"0000-00-00T00:00:00.000";
   return line.size() > kStamp.size() &&

@@ -18,12 +18,11 @@ struct LogLine {
   friend bool operator==(const LogLine&, const LogLine&) = default;
 };
 
-/// The program's log of one test: the logger runs, with every level on, while this object lives. It is made right after
-/// the simulated Windows and goes before it.
+/// The program's log of one test. The logger runs, with every level on, while this object lives. Make it right after
+/// the simulated Windows, so that it is destroyed first.
 ///
-/// The log call writes by itself, so the calls it makes are part of the calling thread's and come in a fixed order.
-/// Both files are open from the beginning: a CreateFileW that is to fail is the program's own. A failing WriteFile
-/// loses lines.
+/// A log call writes on the thread that logs, so its platform calls have a fixed order. Both files are open from the
+/// beginning, so that a CreateFileW which a test makes fail is the program's own. A failing WriteFile loses lines.
 class LogCapture {
  public:
   explicit LogCapture(Windows& windows);
@@ -34,10 +33,10 @@ class LogCapture {
   /// Every record since the start or the latest clear(), in order. A message of several lines is one record.
   std::vector<LogLine> lines() const;
   bool has(CORE::LogLevel level, std::wstring_view text) const;
-  /// How many records contain the text.
+  /// Returns the number of records that contain the text.
   std::size_t count(std::wstring_view text) const;
   std::vector<std::wstring> messages(CORE::LogLevel level) const;
-  std::string text() const;  ///< all of it, a record a line: "ERROR wWinMain(): ..."
+  std::string text() const;  ///< all records, one a line: "ERROR wWinMain(): ..."
   void clear();              ///< forgets the records so far
 
   static constexpr const wchar_t* kFolder = L"C:\\SimLogs";
@@ -47,7 +46,7 @@ class LogCapture {
   std::size_t forgotten_ = 0;
 };
 
-/// Takes the text of a log file apart.
+/// Splits the text of a log file into its records.
 std::vector<LogLine> parseLog(std::wstring_view text);
 
 }  // namespace sim

@@ -5,21 +5,21 @@
 
 namespace sim {
 
-/// Events, mutexes and waits. A wait with a limit on something that is never signalled costs about the kernel's grace
-/// in real time and moves the clock to its end; a wait without limit that nothing ends aborts the test after a minute,
-/// naming itself.
+/// Events, mutexes and waits. A wait with a limit for something that is never signalled takes about 20 ms of real time
+/// and moves the clock to its end. A wait without limit that nothing ends aborts the test after a minute, with a
+/// message.
 class Objects : public platform::Objects {
  public:
   explicit Objects(Kernel& kernel) : kernel_(kernel) {}
 
-  /// A mutex that another process has made and holds.
+  /// Adds a mutex that another process has made and owns.
   void addMutex(const std::wstring& name) {
     const Guard guard(kernel_.mutex);
     foreign_ = std::make_shared<Mutex>();
     foreign_->depth = 1;
     mutexes_[name] = foreign_;
   }
-  /// "none" without a handle to it, "held" when a thread of this process has it, else "free".
+  /// Returns "none" when no handle to it is open, "held" when a thread of this process owns it, otherwise "free".
   std::string mutexState(const std::wstring& name) const {
     const Guard guard(kernel_.mutex);
     const auto mutex = findMutex(name);
@@ -60,12 +60,12 @@ class Objects : public platform::Objects {
   Result<std::uint32_t> WaitForSingleObject(NativeHandle handle, std::uint32_t milliseconds) override {
     return wait({&handle, 1}, milliseconds, __func__);
   }
-  /// For any of them, never for all.
+  /// Waits for any of the handles, never for all.
   Result<std::uint32_t> WaitForMultipleObjects(std::span<const NativeHandle> handles, bool,
                                                std::uint32_t milliseconds) override {
     return wait(handles, milliseconds, __func__);
   }
-  /// Only to take the inheriting away.
+  /// Can only make a handle not inheritable.
   Status SetHandleInformation(NativeHandle handle, std::uint32_t mask, std::uint32_t flags) override {
     return kernel_.callOn<KernelObject>(__func__, handle, [&](KernelObject&) {
       refuseIf(mask != kHandleFlagInherit || flags != 0, kErrorInvalidParameter);

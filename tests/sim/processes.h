@@ -17,25 +17,25 @@ struct ChildRecord {
   std::wstring folder;
   std::uint32_t flags = 0;
   bool inheritHandles = false;
-  bool inheritsOnlyStandardHandles = true;  ///< nothing but the two standard handles came over
+  bool inheritsOnlyStandardHandles = true;  ///< it inherits nothing else
   Ending ending = Ending::kRunning;
   std::uint32_t exitCode = 259;
 };
 
-/// Ends the script of a child that has been terminated; scripts let it pass.
+/// The exception that ends the script of a child that has been terminated. Scripts do not catch it.
 struct ChildTerminated {};
 
-/// A running child, as its script sees it. The script runs on a thread of its own; the child ends with exit code 0
-/// when it returns, unless it has called exit.
+/// A running child, as its script sees it. The script runs on a thread of its own. When it returns the child ends, with
+/// the code that it has passed to exit, or 0.
 class Child {
  public:
-  std::wstring argumentAfter(const std::wstring& option) const;  ///< or empty
-  /// Writes to the standard output; false when nobody reads any more or none is there.
+  std::wstring argumentAfter(const std::wstring& option) const;  ///< empty when there is none
+  /// Writes to the standard output. Returns false when there is none or nobody reads from it any more.
   bool write(std::string_view text);
-  std::string readInput();        ///< until its end (an inline child: what there is)
-  void exit(std::uint32_t code);  ///< the code to end with; the script should return
-  [[noreturn]] void hang();       ///< until somebody terminates the child
-  /// Starts a process below this one with the same standard handles (and so holding the same pipe), in the same job.
+  std::string readInput();        ///< reads to the end (an inline child: what there is)
+  void exit(std::uint32_t code);  ///< sets the exit code; the script should then return
+  [[noreturn]] void hang();       ///< waits until somebody terminates the child
+  /// Starts a child of this process in the same job. It has the same standard handles, and so keeps the pipe open.
   void spawn(std::function<void(Child&)> script);
 
  private:
@@ -53,14 +53,14 @@ class Processes : public platform::Processes {
   explicit Processes(Kernel& kernel) : kernel_(kernel) {}
 
   std::wstring commandLine = L"mdDCT.exe";
-  /// Runs each child's script inside CreateProcessW on the calling thread, with pipes that never fill: cheaper and in a
-  /// fixed order, but such a script cannot hang.
+  /// Runs each child's script inside CreateProcessW on the calling thread, with pipes that never fill. That is cheaper
+  /// and has a fixed order, but such a script cannot hang.
   bool inlineChildren = false;
 
-  /// The script of every child started from now on; without one a child ends at once with code 0.
+  /// Sets the script of every child that starts from now on. Without one a child ends at once with code 0.
   void onStart(std::function<void(Child&)> script);
-  std::vector<ChildRecord> children() const;  ///< grandchildren, too, in the order of their starts
-  std::size_t running() const;                ///< how many of them
+  std::vector<ChildRecord> children() const;  ///< and grandchildren, in the order of their starts
+  std::size_t running() const;                ///< how many have not ended
   void endAll();                              ///< terminates every one
 
   std::wstring GetCommandLineW() override;
@@ -95,7 +95,7 @@ class Processes : public platform::Processes {
   std::uint32_t nextId_ = 5000;
 };
 
-/// Splits a command line at each blank outside of quotes, which is what CommandLineToArgvW does to ordinary ones.
+/// Splits a command line at each blank outside quotes, as CommandLineToArgvW does with a simple one.
 std::vector<std::wstring> splitCommandLine(const std::wstring& text);
 
 }  // namespace sim

@@ -8,7 +8,7 @@
 
 namespace sim {
 
-/// A text as the platform stores it: UTF-16LE bytes, with a terminator when asked.
+/// Returns a text as the registry stores it: UTF-16LE bytes, with or without a terminator.
 inline std::vector<std::byte> utf16Bytes(const std::wstring& text, bool terminated) {
   std::vector<std::byte> bytes;
   const auto add = [&](std::uint32_t unit) {
@@ -52,7 +52,7 @@ class Registry : public platform::Registry {
     values_.clear();
   }
 
-  /// Of the latest RegOpenKeyExW or RegOpenCurrentUser.
+  /// Returns the rights of access that the latest RegOpenKeyExW or RegOpenCurrentUser asked for.
   std::uint32_t latestAccess() const { return kernel_.copyOf(latestAccess_); }
 
   Result<RegistryKey> RegOpenKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) override {
@@ -115,7 +115,7 @@ class Registry : public platform::Registry {
   }
 
   Kernel& kernel_;
-  std::map<std::wstring, std::optional<Value>> values_;  ///< by lower-cased path; none: erased
+  std::map<std::wstring, std::optional<Value>> values_;  ///< by path in lower case; no value: erased
   std::uint32_t latestAccess_ = 0;
 };
 

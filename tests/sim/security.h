@@ -7,24 +7,24 @@
 
 namespace sim {
 
-/// What a security descriptor's handle leads to.
+/// What the handle of a security descriptor refers to.
 struct DescriptorMemory : Object {
   explicit DescriptorMemory(std::wstring definition) : text(std::move(definition)) {}
   const char* kind() const override { return "security descriptor"; }
   const std::wstring text;
 };
 
-/// Tokens, identifiers and descriptors. Identifiers are made in the platform's own binary layout.
+/// Tokens, identifiers and descriptors. Identifiers have the binary layout of Windows.
 class Security : public platform::Security {
  public:
   explicit Security(Kernel& kernel) : kernel_(kernel) {}
 
-  /// Whether the process runs as the local system account; otherwise as an ordinary user.
+  /// Whether the process runs under the local system account; if not, it runs under an ordinary user's.
   bool localSystem = true;
 
   Result<KernelHandle> OpenProcessToken(NativeHandle process, std::uint32_t access) override {
     return kernel_.call(__func__, [&] {
-      refuseIf(process != invalidHandleValue(), kErrorInvalidHandle);  // that of GetCurrentProcess
+      refuseIf(process != invalidHandleValue(), kErrorInvalidHandle);  // what GetCurrentProcess returns
       refuseIf(access != kTokenQuery, kErrorAccessDenied);
       return kernel_.opened(std::make_shared<Token>());
     });
@@ -78,7 +78,7 @@ class Security : public platform::Security {
     std::vector<std::byte> bytes;
   };
 
-  /// The binary layout of a SID: revision, count, six bytes of authority, the sub-authorities (little endian).
+  /// Makes a SID in its binary layout: revision, count, six bytes of authority, the sub-authorities (little endian).
   static std::vector<std::byte> makeSid(const SidIdentifierAuthority& authority, std::span<const std::uint32_t> parts) {
     std::vector<std::byte> sid{std::byte{1}, static_cast<std::byte>(parts.size())};
     const auto head = std::as_bytes(std::span(authority));

@@ -7,13 +7,13 @@
 
 namespace sim {
 
-/// The process's surroundings; what the program set is there to look at.
+/// Folders, modules, version resources and the console of the process; a test can read what the program has changed.
 class System : public platform::System {
  public:
   explicit System(Kernel& kernel) : kernel_(kernel) {}
 
   bool hasConsole = false;  ///< whether the parent has one to attach to
-  /// What was written to it.
+  /// Returns what was written to the console.
   std::wstring consoleText() const { return kernel_.copyOf(consoleText_); }
   std::wstring currentDirectory() const { return kernel_.copyOf(currentDirectory_); }
 
@@ -72,7 +72,7 @@ class System : public platform::System {
   std::wstring consoleText_;
 };
 
-/// The process heap, on the native one, so that the sanitizers watch every block.
+/// The process heap. Its blocks come from the native heap, so that the sanitizers watch them.
 class Heap : public platform::Heap {
  public:
   explicit Heap(Kernel& kernel) : kernel_(kernel) {}

@@ -7,12 +7,12 @@
 
 namespace sim {
 
-/// A character's number: wchar_t is signed on some platforms.
+/// Returns the number of a character. (wchar_t is signed on some systems.)
 inline std::uint32_t codeOf(wchar_t character) {
   return static_cast<std::uint32_t>(std::char_traits<wchar_t>::to_int_type(character));
 }
 
-/// Lower case as the simulation folds it: ASCII, Latin-1, basic Greek and Cyrillic.
+/// Returns the lower case of a character; the simulation knows ASCII, Latin-1, basic Greek and Cyrillic.
 inline wchar_t lowerCase(wchar_t character) {
   const auto code = codeOf(character);
   const bool shifts = (code >= 'A' && code <= 'Z') || (code >= 0xC0 && code <= 0xDE && code != 0xD7) ||
@@ -27,8 +27,8 @@ inline std::wstring lowerCase(std::wstring text) {
   return text;
 }
 
-/// Text services. The system's message for 5 is "Message 5.\r\n" and that of winhttp.dll for
-/// 12029 is "WinHTTP message 12029.\r\n".
+/// Text services. The system's message for 5 is "Message 5.\r\n"; that of winhttp.dll for 12029 is "WinHTTP message
+/// 12029.\r\n".
 class Text : public platform::Text {
  public:
   explicit Text(Kernel& kernel)
@@ -38,7 +38,7 @@ class Text : public platform::Text {
                      {L"systemroot", L"C:\\Windows"},
                      {L"temp", L"C:\\Windows\\Temp"}} {}
 
-  /// Neither the system nor a module has a message for it (error 317).
+  /// Leaves a number without any message, so that FormatMessageW fails with error 317.
   void setUnknown(ErrorCode code) {
     const Guard guard(kernel_.mutex);
     unknown_.insert(code);
@@ -96,7 +96,7 @@ class Text : public platform::Text {
  private:
   static constexpr ErrorCode kErrorMessageNotFound = 317;  // ERROR_MR_MID_NOT_FOUND
 
-  /// Small letters before capitals where nothing else differs, as the platform's linguistic order has it.
+  /// Puts small letters before capitals where nothing else differs, as the linguistic order of Windows does.
   template <class View>
   static int compare(View first, View second, bool ignoreCase) {
     const auto byFolded = [](auto a, auto b) {
@@ -108,7 +108,7 @@ class Text : public platform::Text {
     return order < 0 ? 1 : order > 0 ? 3 : kCstrEqual;
   }
 
-  /// Gives the length without the terminator.
+  /// Copies a text with its terminator. Returns the length without that.
   static std::uint32_t put(const std::wstring& text, std::span<wchar_t> buffer) {
     *std::ranges::copy(text, buffer.begin()).out = L'\0';
     return static_cast<std::uint32_t>(text.size());
@@ -116,7 +116,7 @@ class Text : public platform::Text {
 
   Kernel& kernel_;
   std::set<ErrorCode> unknown_;
-  std::map<std::wstring, std::wstring> environment_;  ///< names lower-cased
+  std::map<std::wstring, std::wstring> environment_;  ///< names in lower case
 };
 
 }  // namespace sim

@@ -19,8 +19,8 @@
 
 namespace sim {
 
-/// A small Windows in memory, made for one test. It is the installed platform from its construction to its
-/// destruction, which ends all of its processes and worker threads; no thread of the program may use it by then.
+/// A small Windows in memory for one test. It is the installed platform from its construction to its destruction, which
+/// ends all of its processes and worker threads. No thread of the program may use it any more by then.
 class Windows {
  public:
   Windows() { install(&platform_); }
@@ -50,9 +50,9 @@ class Windows {
   Text text{kernel};
   WinHttp winHttp{kernel, certificates};
 
-  /// Handles, keys, identifiers, argument vectors and heap blocks that the program has open, by kind ("2 event, 1
-  /// registry key"), and what it did with handles that were closed, foreign or of another kind, and other breaches of a
-  /// contract. Empty when there is nothing of that.
+  /// Returns what the program has open, by kind ("2 event, 1 registry key"): handles, keys, identifiers, argument
+  /// vectors and heap blocks. After that come its misuses: of handles that were closed, foreign or of another kind, and
+  /// of calls. Empty when there is neither.
   std::string openHandlesText() const { return kernel.openHandlesText(); }
 
  private:

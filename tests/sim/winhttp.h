@@ -7,22 +7,22 @@
 
 namespace sim {
 
-/// Where proxies are to be found. A text that is empty is absent; a PAC file that is not there cannot be downloaded.
+/// Where proxies can be found. An empty text is absent; a PAC file that is not listed cannot be downloaded.
 struct ProxySources {
   IeProxySettings ie;
   std::wstring wpadUrl;  ///< what auto-detection finds
   ProxyInfo winHttpDefault;
   std::map<std::wstring, std::function<std::wstring(const std::wstring& target)>>
-      pacFiles;  ///< by URL; gives the proxy
+      pacFiles;  ///< by URL; each returns the proxy
 };
 
 struct HttpHandle;
 struct HttpRequestHandle;
 struct HttpPending;
 
-/// WinHTTP in front of a scripted server. As the platform: only a successful send binds the context; the callback's
-/// mask is respected; HANDLE_CLOSING is the last notification of a request; buffers that the program lent are touched
-/// when the call completes, not when it is made.
+/// WinHTTP in front of a scripted server. As on Windows, only a successful send binds the context, the callback's mask
+/// is respected, HANDLE_CLOSING is the last notification of a request, and the program's buffers are used when a call
+/// completes, not when it is made.
 class WinHttp : public platform::WinHttp {
  public:
   using Server = std::function<HttpReply(const HttpExchange&)>;
@@ -31,36 +31,36 @@ class WinHttp : public platform::WinHttp {
 
   WinHttp(Kernel& kernel, Certificates& certificates) : kernel_(kernel), certificates_(certificates) {}
 
-  /// Gives the answer once the whole body has arrived (on the thread that completes the call). Without it: 200.
+  /// Sets what answers once the whole body has arrived, on the thread that completes the call. Without it: 200.
   void onRequest(Server server) { kernel_.set(server_, std::move(server)); }
-  /// Called when the headers have arrived. A reply given here decides (early answers).
+  /// Sets what is called when the headers have arrived. A reply that it returns is the answer, before the body comes.
   void onHeaders(EarlyServer server) { kernel_.set(headersServer_, std::move(server)); }
-  /// Gives what an HTTPS server shows of itself. Without it: "leaf" and "root", with nothing wrong.
+  /// Sets what an HTTPS server shows of itself. Without it: "leaf" and "root", with nothing wrong.
   void onHandshake(Handshake server) { kernel_.set(handshake_, std::move(server)); }
 
   ProxySources proxies;
-  /// Name and password that a named proxy demands for HTTPS before anything goes through it; else it answers 407.
+  /// The name and password without which a named proxy answers an HTTPS request with 407.
   std::optional<std::pair<std::wstring, std::wstring>> proxyCredentials;
-  bool knowsChainOption = true;  ///< WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT, as newer systems do
+  bool knowsChainOption = true;  ///< WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT, which only newer systems know
 
   Delivery delivery = Delivery::kWorker;
   std::uint32_t seed = 1;  ///< of Delivery::kMixed
   OnClose onClose = OnClose::kCancelled;
-  bool closingInline = false;            ///< HANDLE_CLOSING comes inside the closing call even when completions do not
-  bool bindContextOfFailedSend = false;  ///< as some systems do
+  bool closingInline = false;              ///< HANDLE_CLOSING comes inside the closing call, whatever completions do
+  bool bindContextOfFailedSend = false;    ///< some systems do that
   std::chrono::milliseconds lateDelay{0};  ///< real time after which a late completion comes; zero: by release()
   std::uint64_t storeBodyUpTo = 16u << 20;
 
-  /// Lets everything that is held (kLate, HttpReply::hold) go, now and from now on.
+  /// Delivers everything that is held (kLate, HttpReply::hold), and holds nothing from now on.
   void release() { kernel_.set(released_, true); }
   /// Waits until something is being held.
   void waitUntilHeld();
 
-  std::vector<HttpExchange> requests() const;      ///< all, in the order in which they were opened
+  std::vector<HttpExchange> requests() const;      ///< all, in the order of their opening
   std::vector<HttpExchange> sentRequests() const;  ///< those whose send succeeded
   /// Waits until nothing is left to deliver.
   void waitUntilIdle();
-  /// Drops what is undelivered and lets the workers end; part of the end of the simulation.
+  /// Drops what is undelivered and ends the workers; the destructor of the simulation calls it.
   void endAll() { kernel_.set(ended_, true); }
 
   Result<InternetHandle> WinHttpOpen(const std::wstring& userAgent, std::uint32_t accessType, const std::wstring& proxy,

@@ -2,23 +2,18 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
 #include <utility>
 
-#include "core/base/exception.h"
+#include "core/base/memory_guard.h"
 
 namespace {
 
-/// Gives the text that length; what it holds then means nothing.
+/// Changes the length of a text that is about to be overwritten.
 void makeRoom(std::string& text, std::size_t characters) {
-  try {
-    text.resize(characters);
-  } catch (const std::bad_alloc&) {
-    CORE::throwOutOfMemory();
-  }
+  CORE::guardMemory([&] { text.resize(characters); });
 }
 
-/// The two characters of every 12 bits: half as many steps as by single characters.
+/// The two characters that every 12 bits become. Encoding by pairs takes half as many steps as by single characters.
 using PairTable = std::array<std::array<char, 2>, 4096>;
 
 constexpr PairTable pairsOf(std::string_view alphabet) {
@@ -49,7 +44,7 @@ void encode(std::string_view bytes, char* to, const PairTable& pairs) {
   }
 }
 
-/// What a character gives in each of the four places of a group; one outside the alphabet counts as -1.
+/// The bits that a character contributes in each of the four places of a group; one outside the alphabet counts as -1.
 using PlaceTables = std::array<std::array<std::uint32_t, 128>, 4>;
 
 constexpr PlaceTables placesOf(const Base64Table& table) {
@@ -77,7 +72,7 @@ void decodeGroup(const char* group, char* to, const PlaceTables& places) {
   to[2] = static_cast<char>(bits & 0xFF);
 }
 
-/// Decodes the group that padding or the end of the text cuts short, and returns the number of its bytes.
+/// Decodes a group that padding or the end of the text cuts short, and returns the number of its bytes.
 std::size_t decodeRest(std::string_view group, char* to, const PlaceTables& places) {
   char whole[4] = {};  // a missing character counts as NUL
   std::copy(group.begin(), group.end(), whole);
@@ -88,7 +83,7 @@ std::size_t decodeRest(std::string_view group, char* to, const PlaceTables& plac
   return count;
 }
 
-/// Decodes a text into room for three bytes a group, and returns how many bytes it gave.
+/// Decodes a text into memory that has room for three bytes of each group, and returns the number of bytes written.
 std::size_t decode(std::string_view text, char* const output, const PlaceTables& places) {
   char* to = output;
   std::size_t i = 0;

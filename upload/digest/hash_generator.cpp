@@ -1,9 +1,8 @@
 #include "upload/digest/hash_generator.h"
 
 #include <limits>
-#include <new>
 
-#include "core/base/exception.h"
+#include "core/base/memory_guard.h"
 #include "core/format/format.h"
 #include "core/log/log.h"
 #include "core/text/corestring.h"
@@ -19,7 +18,8 @@ constexpr bool failed(platform::NtStatus status) { return status < 0; }
 
 platform::Digests& digests() { return platform::current().digests; }
 
-/// A block of the process heap, overwritten before it goes back: a hash object of a keyed hash holds key material.
+/// A block of the process heap. It is overwritten before it is freed, because the object of a keyed hash holds key
+/// material.
 class HeapBlock {
  public:
   explicit HeapBlock(std::size_t bytes)
@@ -132,7 +132,7 @@ bool HashGenerator::hashWith(std::span<std::byte> object, std::span<const std::b
     CORE::log(CORE::kError, L"HashGenerator::GenerateHash(): BCryptGetProperty (Hash Length) failed: 0x%x", status);
     return false;
   }
-  // A length cut to 32 bits would give the digest of something else, so what does not fit is refused.
+  // The platform takes lengths of 32 bits. A length cut to that would give the digest of other data, so it is refused.
   platform::HashHandle hash;
   status = key.size() > kMaxInputBytes ? platform::kNtStatusInvalidParameter
                                        : digests().BCryptCreateHash(provider_.get(), hash, object, key);
@@ -167,7 +167,7 @@ void HashGenerator::FormatHash(const std::vector<std::byte>& digest, std::uint32
   if (digest.empty()) {
     return;
   }
-  try {
+  CORE::guardMemory([&] {
     switch (format) {
       case HashOutputFormat::Base64:
         text = base64Text(digest);
@@ -183,9 +183,7 @@ void HashGenerator::FormatHash(const std::vector<std::byte>& digest, std::uint32
         CORE::log(CORE::kError, L"HashGenerator::FormatHash(): Unrecognized output format");
         break;
     }
-  } catch (const std::bad_alloc&) {
-    CORE::throwOutOfMemory();
-  }
+  });
 }
 
 bool HashGenerator::HashAndFormat(std::string_view data, std::string_view key, std::uint32_t format,

@@ -9,14 +9,16 @@
 
 #include "platform/digests.h"
 
-/// Numbers of the algorithms; any other number counts as SHA-256.
+/// The numbers of the algorithms; any other number counts as SHA-256.
+/// kept: the program does not use MD5, but its number is fixed.
 namespace HashAlgorithm {
 inline constexpr std::uint32_t kDefault = 0;  ///< the generator's default, SHA-256
 inline constexpr std::uint32_t kSha256 = 1;
 inline constexpr std::uint32_t kMd5 = 2;
 }  // namespace HashAlgorithm
 
-/// Numbers of the texts a digest can be turned into; for the bytes AB 01 they give:
+/// The numbers of the text forms of a digest, each with what it makes of the bytes AB 01.
+/// kept: the program does not use HexUpper, HexLower and HexLowerColon, but their numbers are fixed.
 namespace HashOutputFormat {
 inline constexpr std::uint32_t Base64 = 0;         ///< qwE=
 inline constexpr std::uint32_t HexUpper = 1;       ///< AB01
@@ -25,36 +27,40 @@ inline constexpr std::uint32_t HexLower = 3;       ///< ab01
 inline constexpr std::uint32_t HexLowerColon = 4;  ///< ab:01
 }  // namespace HashOutputFormat
 
-/// Digests by the platform's cryptographic provider: SHA-256 and MD5, plain or keyed (HMAC, RFC 2104).
+/// Computes digests with the platform's cryptographic provider: SHA-256 and MD5, plain or keyed (HMAC, RFC 2104).
 ///
-/// Create one, choose the algorithm, hash once or a few times, let it go. It owns the open algorithm provider and keeps
-/// no data, key or digest. Failures are logged here, once each, and reported as false or as an empty text.
-/// One thread at a time; each user has its own object.
+/// An object is used for one digest or a few, and then destroyed. It owns the open algorithm provider and keeps no
+/// data, no key and no digest. Each failure is logged once, here, and reported as false or as an empty text. One thread
+/// at a time uses an object.
 class HashGenerator {
  public:
-  /// Opens the provider for that algorithm, plain or keyed, unless the open one already is what is asked for.
-  /// A failure is only logged: the next GenerateHash then tries the default algorithm.
+  /// Opens the provider for an algorithm, unless it is open already. A failure is only logged: the next GenerateHash
+  /// then opens the default algorithm.
+  /// \param algorithm  a number of HashAlgorithm.
+  /// \param hmac  whether the digests will be keyed.
   void SetAlgorithm(std::uint32_t algorithm, bool hmac);
 
-  /// Digest of `dataLength` bytes; keyed when the provider was opened so.
-  ///
-  /// \param key  null for a plain digest; a key given to a plain generator is ignored with a warning. A generator
-  ///             without an open provider opens the default one, keyed exactly when a key is given.
-  /// \param digest  the raw digest (32 or 16 bytes). On false it is empty, or all zeros when only the last step failed.
-  /// False, too, for data or a key of more than 4294967295 bytes: the platform takes lengths of 32 bits.
+  /// Computes the digest of `dataLength` bytes, keyed when the provider was opened for that. A generator without an
+  /// open provider opens the default one first, keyed if there is a key.
+  /// \param key  null for a plain digest. A plain generator ignores a key, with a warning.
+  /// \param digest  receives the raw digest (32 or 16 bytes). On failure it is empty, or all zeros when only the last
+  ///                step failed.
+  /// \return false on failure, and for data or a key of more than 4294967295 bytes: the platform takes lengths of 32
+  ///         bits.
   bool GenerateHash(const std::byte* data, std::uint64_t dataLength, const std::byte* key, std::uint64_t keyLength,
                     std::vector<std::byte>& digest);
 
-  /// The same for two texts, taken as they are; an empty key is no key. Nothing of the key is copied.
+  /// Computes the digest of the bytes of a text. An empty key is no key. Nothing of the key is copied.
   bool GenerateHash(std::string_view data, std::string_view key, std::vector<std::byte>& digest);
 
-  /// Text of a digest in one of the HashOutputFormat forms. Empty for an empty digest, and (with an error in the log)
-  /// for an unknown format.
+  /// Writes a digest as a text.
+  /// \param format  a number of HashOutputFormat.
+  /// \param text  is replaced. It is empty for an empty digest, and, with an error in the log, for an unknown format.
   /// \throws CORE::coreException "OutOfMem".
   static void FormatHash(const std::vector<std::byte>& digest, std::uint32_t format, std::string& text);
 
-  /// GenerateHash and then FormatHash, whatever the first one said. Returns its result; on false the text means
-  /// nothing.
+  /// Calls GenerateHash and then FormatHash, even when the first one failed.
+  /// \return the result of GenerateHash; on false the text means nothing.
   bool HashAndFormat(std::string_view data, std::string_view key, std::uint32_t format, std::string& text);
 
  private:
@@ -65,5 +71,5 @@ class HashGenerator {
   std::uint32_t defaultAlgorithm_ = HashAlgorithm::kSha256;
   bool hmac_ = false;
   platform::AlgorithmProvider provider_;
-  std::uint32_t openedAlgorithm_ = 0;
+  std::uint32_t openedAlgorithm_ = 0;  ///< a number of HashAlgorithm; 0 before the first SetAlgorithm
 };

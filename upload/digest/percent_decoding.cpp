@@ -2,7 +2,7 @@
 
 namespace {
 
-/// -1 when the character is not a hexadecimal digit.
+/// Returns the value of a hexadecimal digit; -1 for any other character.
 int hexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;

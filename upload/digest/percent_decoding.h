@@ -5,7 +5,7 @@
 
 /// Decodes the percent escapes of a query name or value (RFC 3986, section 2.1).
 ///
-/// An escape that is not two hexadecimal digits, or that stands for the byte 0, is copied with its three characters as
-/// it is; so is a "%" with fewer than two characters behind it.
+/// An escape without two hexadecimal digits, or one that stands for the byte 0, is copied with its three characters. A
+/// "%" with fewer than two characters behind it is copied too.
 /// \param plusAsSpace  whether "+" stands for a space (HTML form encoding).
 std::string percentDecode(std::string_view text, bool plusAsSpace);

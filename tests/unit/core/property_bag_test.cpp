@@ -6,7 +6,7 @@
 #include "core/text/text.h"
 #include "tests/sim/windows.h"
 
-// How well-formed texts are read: see the fuzz target.
+// The fuzz target checks how well-formed texts are read.
 
 namespace {
 
@@ -42,7 +42,7 @@ TEST_F(PropertyBagTest, ErrorResultsAndNumbers) {
   EXPECT_EQ(bag_.toString(L"|", false), L"   ErrorCode = \"5\"|   ErrorText = \"Message 5.\"|");
   bag_.setError(77777, L"");
   EXPECT_TRUE(bag_.getErrorCode() == 77777 && bag_.getErrorText().str() == L"ErrorCode 77777 (0x12fd1)");
-  // As the platform's library reads them.
+  // As strtol and strtoul of Windows read them.
   const std::tuple<std::wstring, std::int32_t, std::uint32_t> numbers[] = {
       {L" \t-12x", -12, 0xFFFFFFF4},           {L"+0x1F", 31, 31}, {L"2147483648", INT32_MAX, 0x80000000},
       {L"-4294967296", INT32_MIN, 0xFFFFFFFF}, {L"08", 0, 0},
@@ -75,7 +75,7 @@ TEST_F(PropertyBagTest, TextFormAndMask) {
 
 TEST_F(PropertyBagTest, ParsesKnownTexts) {
   const std::tuple<std::wstring, bool, std::wstring> rows[] = {
-      {L"{a:5}", false, L"   old = \"entry\"|"},  // without a quote nothing happens
+      {L"{a:5}", false, L"   old = \"entry\"|"},  // without a quote the bag stays as it was
       {L"{\"a\":{}}", false, L""},
       {L" \"a\":\"1\",\"b\":{\"z\":\"2\"}", true, L"   a = \"1\"|   b = |      z = \"2\"|"},  // no brace is needed
       {L"\"a\":\"1\"", false, L""},                                              // the first character is skipped
@@ -83,7 +83,7 @@ TEST_F(PropertyBagTest, ParsesKnownTexts) {
       {L"{\"a\"\"b\"c\"}", true, L"   a = \"c\"|"},                   // the quote right behind a name is not seen
       {L"{\"a\":{\"x\":\"}\"}}", false, L""},                         // a brace in quotes closes as well
       {L"{\"a\":{\"x\":\"{\"}}", true, L"   a = |      x = \"{\"|"},  // and opens: the outer "}" ends the inner bag
-      {L"{\"a\":{\"x\":\"y\"}\"b\":\"c\"}", false, L""},              // behind a nested bag one is skipped
+      {L"{\"a\":{\"x\":\"y\"}\"b\":\"c\"}", false, L""},              // the character behind a nested bag is skipped
       {L"{\"a\"{\"x\":\"y\"}}", true, L"   a = |      x = \"y\"|"},   // "{" may stand where ":" does
   };
   for (const auto& [text, ok, form] : rows) {
@@ -94,15 +94,15 @@ TEST_F(PropertyBagTest, ParsesKnownTexts) {
 }
 
 TEST_F(PropertyBagTest, HugeTextsTakeNeitherStackNorTime) {
-  const std::tuple<std::wstring, bool, std::size_t> rows[] = {
-      {L" \"a\":" + std::wstring(10'000'000, L'{') + L"\"b\":\"c\"", false, 0},
-      {L"{\"a\":\"" + std::wstring(10'000'000, L'x') + L"\"}", true, 1},
-      {L"{" + repeated(L"\"a\":\"b\",", 1'000'000) + L"}", true, 1'000'000},
-      {L"{" + repeated(L"\"a\":{\"b\":\"c\",", 300'000), false, 0},
-      {L"{" + repeated(L"\"b\":{", 1'000'000) + L"\"z\":\"1\"" + std::wstring(1'000'001, L'}'), true, 1},
+  const std::tuple<const char*, std::wstring, bool, std::size_t> rows[] = {
+      {"open braces", L" \"a\":" + std::wstring(10'000'000, L'{') + L"\"b\":\"c\"", false, 0},
+      {"a long value", L"{\"a\":\"" + std::wstring(10'000'000, L'x') + L"\"}", true, 1},
+      {"many entries", L"{" + repeated(L"\"a\":\"b\",", 1'000'000) + L"}", true, 1'000'000},
+      {"nested, cut", L"{" + repeated(L"\"a\":{\"b\":\"c\",", 300'000), false, 0},
+      {"nested", L"{" + repeated(L"\"b\":{", 1'000'000) + L"\"z\":\"1\"" + std::wstring(1'000'001, L'}'), true, 1},
   };
-  for (const auto& [text, ok, count] : rows) {
-    EXPECT_TRUE(bag_.parse(text) == ok && bag_.count() == count) << count;
+  for (const auto& [name, text, ok, count] : rows) {
+    EXPECT_TRUE(bag_.parse(text) == ok && bag_.count() == count) << name;
   }
   bag_.clone(bag_);
   EXPECT_EQ(bag_.toString(L"\n", false, 20), L"   b = \n      b = \n ");

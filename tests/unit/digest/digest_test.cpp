@@ -9,8 +9,8 @@ namespace {
 
 using namespace std::literals;
 
-// The decoder validates nothing; what it makes of every kind of bad text is fixed. The bytes were worked out by hand
-// from the six bits of each character, all ones for a character outside the alphabet. Good text: see the fuzz target.
+// The decoder validates nothing, and what it makes of each kind of bad text is fixed. The bytes were worked out by hand
+// from the six bits of each character, all ones for one outside the alphabet. The fuzz target checks good texts.
 TEST(Base64, WhatBadTextDecodesTo) {
   const std::pair<std::string_view, std::string_view> rows[] = {
       {"fooba", "Zm9vYmE"},        {"fo", "Zm8=Zg=="}, {"\xFF", "===="},  // no padding in the first two places
@@ -18,7 +18,7 @@ TEST(Base64, WhatBadTextDecodesTo) {
       {"foo", "\xDA\xED\xB9\xF6"},  // the top bit of a character does not count
       {"\0\0\xFF"sv, "AAA\0"sv}};
   for (const auto& [bytes, text] : rows) {
-    CORE::mstr output("what stood here before");
+    CORE::mstr output("what was here before");
     base64Decode(text, output);
     EXPECT_EQ(output.str(), bytes) << text;
   }
@@ -43,22 +43,22 @@ struct HashGeneratorTest : testing::Test {
   const std::string openBefore = windows.openHandlesText();
 };
 
-TEST_F(HashGeneratorTest, KnownAnswersAndProvidersThatAreReopened) {
-  // The algorithm, the key, whether it is to be keyed, how often a provider was opened by then.
-  const std::tuple<std::uint32_t, std::string, bool, std::size_t, std::string> rows[] = {
-      {1, "Jefe", true, 1, kSha256OfQuestionByJefe},
-      {0, "Jefe", true, 1, kSha256OfQuestionByJefe},
-      {0, "", true, 1, ""},
-      {2, "key", false, 2, kMd5OfAbc},
-      {7, "", false, 3, kSha256OfAbc},
-      {7, "", false, 4, kSha256OfAbc},
-      {1, "", false, 4, kSha256OfAbc},  // kept: what 7 opened was recorded as 1
+TEST_F(HashGeneratorTest, KnownAnswersAndReopenedProviders) {
+  // A name, the algorithm, whether it is keyed, data, key, how often a provider has been opened by then, the digest.
+  const std::tuple<const char*, std::uint32_t, bool, std::string, std::string, std::size_t, std::string> rows[] = {
+      {"SHA-256, keyed", 1, true, kQuestion, "Jefe", 1, kSha256OfQuestionByJefe},
+      {"the default", 0, true, kQuestion, "Jefe", 1, kSha256OfQuestionByJefe},
+      {"keyed without a key", 0, true, kQuestion, "", 1, ""},
+      {"MD5 with a key too many", 2, false, "abc", "key", 2, kMd5OfAbc},
+      {"an unknown number", 7, false, "abc", "", 3, kSha256OfAbc},
+      {"that number again", 7, false, "abc", "", 4, kSha256OfAbc},
+      {"SHA-256, as which the unknown one is recorded (kept)", 1, false, "abc", "", 4, kSha256OfAbc},
   };
   HashGenerator generator, unset;
-  for (const auto& [algorithm, key, keyed, opened, digest] : rows) {
+  for (const auto& [name, algorithm, keyed, data, key, opened, digest] : rows) {
     generator.SetAlgorithm(algorithm, keyed);
-    EXPECT_EQ(windows.faults.callCount("BCryptOpenAlgorithmProvider"), opened);
-    EXPECT_EQ(hashed(generator, keyed ? kQuestion : "abc", key), digest);
+    EXPECT_EQ(windows.faults.callCount("BCryptOpenAlgorithmProvider"), opened) << name;
+    EXPECT_EQ(hashed(generator, data, key), digest) << name;
   }
   EXPECT_EQ(hashed(unset, kQuestion, "Jefe"), kSha256OfQuestionByJefe);
   EXPECT_EQ(log.count(L"HashGenerator::GenerateHash(): HMAC not selected, but key was given."), 2U);
@@ -66,7 +66,7 @@ TEST_F(HashGeneratorTest, KnownAnswersAndProvidersThatAreReopened) {
   EXPECT_TRUE(log.has(CORE::kWarn, L"HashGenerator::GenerateHash(): Hash algorithm not chosen, using defaults"));
 }
 
-TEST_F(HashGeneratorTest, EveryCallFailingInTurn) {
+TEST_F(HashGeneratorTest, EachCallThatFails) {
   const std::tuple<const char*, std::size_t, std::string, std::size_t> rows[] = {
       {"BCryptGetProperty", 1, "BCryptGetProperty (Object Length) failed: 0xc000009a", 0},
       {"HeapAlloc", 1, "HeapAlloc (Hash Object) failed", 0},
@@ -82,9 +82,9 @@ TEST_F(HashGeneratorTest, EveryCallFailingInTurn) {
     digest.assign(5, std::byte{1});
     log.clear();
     windows.faults.failNth(call, nth, 0xC000009A);
-    EXPECT_FALSE(generator.GenerateHash("data", "key", digest)) << call;
+    EXPECT_FALSE(generator.GenerateHash("data", "key", digest)) << message;
     EXPECT_EQ(log.text(), "ERROR HashGenerator::GenerateHash(): " + message + "\n");
-    EXPECT_EQ(digest, std::vector<std::byte>(digestSize));
+    EXPECT_EQ(digest, std::vector<std::byte>(digestSize)) << message;
   }
   windows.faults.failAll("BCryptOpenAlgorithmProvider", 0xC0000017);
   EXPECT_FALSE(HashGenerator().GenerateHash("data", "", digest));
