@@ -22,8 +22,8 @@ class RequestTimeouts {
   std::uint32_t total() const { return total_; }
 
   /// Returns what WinHttpSetTimeouts takes: the shares of the total, cut to whole milliseconds, or the limits as they
-  /// were set. The platform's parameter is signed, so a limit above 2147483647 turns negative. \throws
-  /// CORE::coreException when a share is negative.
+  /// were set. The platform's parameter is signed, so a limit above 2147483647 turns negative.
+  /// \throws CORE::coreException when a share is negative.
   std::array<int, 4> forPlatform() const;
 
  private:

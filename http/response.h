@@ -27,7 +27,8 @@ class Response {
   std::string copyOrTakeBody() EXCLUDES(mutex_);
 
   /// Returns room for that many bytes of the body, which WinHTTP fills until the read has completed. One read at a
-  /// time. \throws std::bad_alloc; the room of before is unchanged.
+  /// time.
+  /// \throws std::bad_alloc; the earlier room is unchanged then.
   std::span<std::byte> roomFor(std::uint32_t bytes);
   /// Appends the first bytes of that room to the body.
   void appendRead(std::uint32_t bytes) EXCLUDES(mutex_);

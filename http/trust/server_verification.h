@@ -38,8 +38,9 @@ class ServerVerification {
   static platform::CertificateHandle GetServerCert(platform::NativeHandle request);
 
   /// Takes the chain of that certificate as WinHTTP has built it. Where WinHTTP does not know the option, builds it
-  /// from the certificate's own store, without the network: a notification must not wait for that. \returns null when
-  /// there is none. Source: WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT.
+  /// from the certificate's own store, without the network: a notification must not wait for that.
+  /// \returns null when there is none.
+  /// Source: WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT.
   static platform::ChainHandle GetCertChain(platform::NativeHandle request, platform::NativeHandle certificate);
 
   /// \param host  the name that the leaf must carry

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr const char* kCrlDistributionPoints = "2.5.29.31";  // szOID_CRL_DIST_POINTS
-
 platform::Certificates& api() { return platform::current().certificates; }
 
 std::string_view derOf(platform::NativeHandle certificate) {
@@ -45,7 +43,7 @@ std::optional<std::vector<std::byte>> decodeBase64(std::string_view text) {
 /// Returns the certificate's distribution points. None, with a line in the log, when it has none and when they cannot
 /// be read.
 std::vector<platform::DistributionPoint> distributionPoints(platform::NativeHandle certificate) {
-  const auto extension = api().CertFindExtension(kCrlDistributionPoints, certificate);
+  const auto extension = api().CertFindExtension(platform::kOidCrlDistributionPoints, certificate);
   if (!extension) {
     CORE::log(CORE::kDebug,
               L"WinCertImplementation::ExtractCrlUrlsFromCert(): Certificate does not have CRL distribution points.");

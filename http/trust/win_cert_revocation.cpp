@@ -44,7 +44,7 @@ platform::StoreHandle storeOf(const std::vector<platform::CertificateHandle>& ce
 /// Returns the usages of a server: server authentication, and the two older ones that servers with step-up
 /// cryptography carry instead.
 std::vector<std::string> serverUsages() {
-  return {"1.3.6.1.5.5.7.3.1", "1.3.6.1.4.1.311.10.3.3", "2.16.840.1.113730.4.1"};
+  return {platform::kOidServerAuth, platform::kOidServerGatedCrypto, platform::kOidNetscapeServerGatedCrypto};
 }
 
 }  // namespace
