@@ -45,11 +45,11 @@ class ExchangeHandles {
   };
 
   /// Marks the exchange as started.
-  /// \returns false when it was started before: handles serve one exchange.
+  /// \return false when it was started before: handles serve one exchange.
   bool markStarted() EXCLUDES(mutex_);
 
   /// Takes a handle over, and closes an earlier one.
-  /// \returns false, with the handle closed, when the exchange is closed already.
+  /// \return false, with the handle closed, when the exchange is closed already.
   bool setSession(platform::InternetHandle session);
   bool setConnection(platform::InternetHandle connection);
   bool setRequest(platform::InternetHandle request);
@@ -64,7 +64,7 @@ class ExchangeHandles {
 
   /// Closes request, connection and session, in this order: at once, or by the last call in progress.
   /// \param onDecided  runs under the lock once this call has decided, before anything is closed; it must not throw.
-  /// \returns true when this call decided; false, without effect, when the exchange was not started or is closed.
+  /// \return true when this call decided; false, without effect, when the exchange was not started or is closed.
   bool close(Outcome outcome, const std::function<void()>& onDecided = {}) EXCLUDES(mutex_);
 
   /// As close(), but closes at once, whatever calls are in progress, and also what was decided before. For the
@@ -74,7 +74,7 @@ class ExchangeHandles {
 
   /// Hands out how a closed exchange has ended, once. The caller that gets it, and nobody else, does what it asks for:
   /// it calls the completion, or wakes the thread that cancelled.
-  /// \returns nothing while the exchange is open, and to every later caller.
+  /// \return nothing while the exchange is open, and to every later caller.
   std::optional<Outcome> takeOutcome() EXCLUDES(mutex_);
 
  private:

@@ -90,7 +90,7 @@ class HttpRequest {
   virtual void setPacUrl(const std::string& url) = 0;
 
   /// Ends the exchange; its completion is not called. May be called from another thread, and from a completion.
-  /// \returns true when nothing was in flight, or when the end was seen within ten seconds.
+  /// \return true when nothing was in flight, or when the end was seen within ten seconds.
   virtual bool cancelRequest() = 0;
   /// Returns the status; 0 until headers have arrived.
   virtual std::uint32_t getResponseCode() = 0;

@@ -16,7 +16,7 @@ class InflightTable {
   static InflightTable& instance();
 
   /// Shares the request.
-  /// \returns its number, which is never 0.
+  /// \return its number, which is never 0.
   std::uintptr_t add(std::shared_ptr<WinHttpRequest> request) EXCLUDES(mutex_);
   /// Returns the request of that number; null when it is not in flight.
   std::shared_ptr<WinHttpRequest> find(std::uintptr_t number) EXCLUDES(mutex_);

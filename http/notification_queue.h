@@ -13,16 +13,16 @@
 class NotificationQueue {
  public:
   /// Queues a notification.
-  /// \returns true when the caller is the one that handles: it calls pop() until that returns false.
+  /// \return true when the caller is the one that handles: it calls pop() until that returns false.
   /// \throws std::bad_alloc, and then nothing was queued.
   bool push(const Notification& notification) EXCLUDES(mutex_);
 
   /// Queues HANDLE_CLOSING, which is handed out after all others. Needs no memory, so it cannot be lost.
-  /// \returns as push().
+  /// \return as push().
   bool pushClosing() noexcept EXCLUDES(mutex_);
 
   /// Hands out the next notification.
-  /// \returns false when there is none; the caller is no longer the one that handles.
+  /// \return false when there is none; the caller is no longer the one that handles.
   bool pop(Notification& notification) noexcept EXCLUDES(mutex_);
 
  private:

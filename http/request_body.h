@@ -34,7 +34,7 @@ class RequestBody {
 
   /// Opens the file, if there is one, and fixes the length. A file that cannot be opened but has a size shows at the
   /// first chunk.
-  /// \returns false when the body is longer than kMaxBytes.
+  /// \return false when the body is longer than kMaxBytes.
   /// \throws std::filesystem::filesystem_error when the file's size cannot be read, CORE::coreException for a path that
   ///         is not UTF-8.
   bool prepare() EXCLUDES(mutex_);
@@ -46,7 +46,7 @@ class RequestBody {
   bool isSent() const { return sent_ == length_; }
 
   /// Reads the next chunk of the file. The bytes stay valid until the next call.
-  /// \returns nothing when the file cannot be read, or is shorter than it was: the server would wait for the rest.
+  /// \return nothing when the file cannot be read, or is shorter than it was: the server would wait for the rest.
   std::optional<std::span<const std::byte>> nextChunk() EXCLUDES(mutex_);
   /// Counts bytes that WinHTTP has written.
   void addSent(std::uint32_t bytes);

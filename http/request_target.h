@@ -13,7 +13,7 @@
 using QueryList = std::vector<std::pair<std::string, std::string>>;
 
 /// Splits a URL as WinHTTP does; one without "://" gets the default scheme, HTTPS or plain HTTP.
-/// \returns scheme number, host, port, path and extra part; nothing when the platform cannot parse it, which is logged.
+/// \return scheme number, host, port, path and extra part; nothing when the platform cannot parse it, which is logged.
 /// Source: WinHttpCrackUrl.
 std::optional<platform::UrlComponents> crackUrl(std::wstring url, bool plainHttpDefault);
 
@@ -22,7 +22,7 @@ std::optional<platform::UrlComponents> crackUrl(std::wstring url, bool plainHttp
 class RequestTarget {
  public:
   /// Takes a URL in UTF-8; without a scheme it is HTTPS.
-  /// \returns false when the platform cannot parse it; then only url() is set.
+  /// \return false when the platform cannot parse it; then only url() is set.
   /// \throws CORE::coreException "to_wstr Failed" for a text that is not UTF-8; nothing is changed then.
   bool parse(const std::string& url);
 

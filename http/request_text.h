@@ -9,8 +9,8 @@
 namespace request_text {
 
 /// Joins the header lines "name:value" in order with CRLF.
-/// \returns false, with an empty `block`, when a name or a value holds CR, LF or NUL: it would end its line early, and
-///          what follows would be a line of its own.
+/// \return false, with an empty `block`, when a name or a value holds CR, LF or NUL: it would end its line early, and
+///         what follows would be a line of its own.
 /// \throws CORE::coreException "to_wstr Failed" for a text that is not UTF-8.
 bool headerBlock(const HttpMap& headers, std::wstring& block);
 

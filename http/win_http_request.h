@@ -124,8 +124,8 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   std::shared_ptr<const ServerCertificates> capturedCertificates() const { return gate_.captured(); }
 
   /// Starts the exchange.
-  /// \returns true when the completion will come, or has come already on this thread; false when nothing is pending:
-  ///          the reason is logged, and the completion never comes.
+  /// \return true when the completion will come, or has come already on this thread; false when nothing is pending:
+  ///         the reason is logged, and the completion never comes.
   /// \throws CORE::coreException for texts that are not UTF-8.
   /// \throws std::filesystem::filesystem_error when the size of the upload file cannot be read. After either exception,
   ///         too, nothing is pending.
@@ -133,7 +133,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
 
   /// Starts the exchange and waits for its end, at most as long as the total time limit; at the limit it is given up.
   /// \param path  names the file to upload when it is not empty; otherwise `body` is uploaded when that is not empty.
-  /// \returns true when the end was seen.
+  /// \return true when the end was seen.
   bool performSync(HttpMethod method, const std::string& url, const std::string& body, const std::string& path);
 
   /// The status callback of every WinHTTP session of the process. Never throws.
@@ -145,7 +145,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   /// Splits a URL for WinHttpConnect and WinHttpOpenRequest: see crackUrl. kept: the requests use that one.
   /// \param scheme  the platform's number (1 HTTP, 2 HTTPS).
   /// \param extra   what follows the path from "?" or "#" on.
-  /// \returns false when the platform cannot parse it; the outputs are empty then.
+  /// \return false when the platform cannot parse it; the outputs are empty then.
   static bool CrackURL(const std::wstring& url, std::uint32_t& scheme, std::wstring& host, std::uint16_t& port,
                        std::wstring& path, std::wstring& extra, bool plainHttpDefault);
 

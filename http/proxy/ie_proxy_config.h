@@ -8,7 +8,7 @@
 class IEProxyConfig {
  public:
   /// Reads the settings.
-  /// \returns false, with everything empty, when they cannot be read.
+  /// \return false, with everything empty, when they cannot be read.
   /// Source: WinHttpGetIEProxyConfigForCurrentUser.
   bool init();
 

@@ -22,7 +22,7 @@ class SystemProxy {
 
   /// Runs a PAC file for the target. May wait for the file's download.
   /// \param proxy  WinHTTP's server list; empty on false.
-  /// \returns false, too, when the file asks for a direct connection.
+  /// \return false, too, when the file asks for a direct connection.
   static bool ResolvePacUrl(const std::wstring& pacUrl, const std::wstring& targetUrl, std::wstring& proxy,
                             const std::wstring& userAgent);
 
@@ -31,7 +31,7 @@ class SystemProxy {
   static bool DetectWpad(std::wstring& pacUrl);
 
   /// Reads WinHTTP's own configuration. Both texts are empty on false.
-  /// \returns true when it could be read, even if it names no proxy.
+  /// \return true when it could be read, even if it names no proxy.
   static bool GetWinHttpProxy(std::wstring& proxy, std::wstring& bypass);
 
   /// Returns the entries of a proxy list that serve the target's scheme, in order.

@@ -47,8 +47,8 @@ class CertificateGate {
 
   /// Checks the server before the session is opened.
   /// \param host  the name that the leaf must carry.
-  /// \returns false when the request must not be made; the reason is logged. True, too, when the probe captured
-  ///          nothing: the live check then does all of it.
+  /// \return false when the request must not be made; the reason is logged. True, too, when the probe captured
+  ///         nothing: the live check then does all of it.
   bool preflight(const std::wstring& host, bool viaProxy, const CertificateSources& sources);
 
   /// Whether the live chain has passed already. WinHTTP may send the notification several times.
@@ -56,7 +56,7 @@ class CertificateGate {
 
   /// Takes the server's certificate and chain from a request whose TLS connection stands, and keeps them for
   /// captured().
-  /// \returns null, with an ERROR line, when one of them is missing.
+  /// \return null, with an ERROR line, when one of them is missing.
   std::shared_ptr<const ServerCertificates> capture(platform::NativeHandle request) EXCLUDES(mutex_);
 
   /// Checks the live chain. False ends the exchange; a probe's gate always gives false.

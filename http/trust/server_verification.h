@@ -33,13 +33,13 @@ class ServerVerification {
   using CrlDownload = std::function<bool(const std::string& url, std::string& body)>;
 
   /// Takes the server's certificate from a request whose TLS connection stands.
-  /// \returns null when WinHTTP has none, as before the connection stands (error 12019).
+  /// \return null when WinHTTP has none, as before the connection stands (error 12019).
   /// Source: WINHTTP_OPTION_SERVER_CERT_CONTEXT.
   static platform::CertificateHandle GetServerCert(platform::NativeHandle request);
 
   /// Takes the chain of that certificate as WinHTTP has built it. Where WinHTTP does not know the option, builds it
   /// from the certificate's own store, without the network: a notification must not wait for that.
-  /// \returns null when there is none.
+  /// \return null when there is none.
   /// Source: WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT.
   static platform::ChainHandle GetCertChain(platform::NativeHandle request, platform::NativeHandle certificate);
 

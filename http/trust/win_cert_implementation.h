@@ -47,7 +47,7 @@ class WinCertImplementation {
   /// Asks the platform's SSL policy about the chain.
   /// \param status  0, CERT_E_UNTRUSTEDROOT, CERT_E_CN_NO_MATCH or another error number.
   /// \param serverName  the name that the leaf must carry; without one, or with `ignoreName`, no name is checked.
-  /// \returns false when the policy could not be asked; `status` is 0 then.
+  /// \return false when the policy could not be asked; `status` is 0 then.
   /// Source: CertVerifyCertificateChainPolicy, CERT_CHAIN_POLICY_SSL.
   static bool VerifyCertChain(platform::NativeHandle chain, std::uint32_t& status, bool allowUnknownCa, bool ignoreName,
                               const std::wstring& serverName = {});
@@ -55,7 +55,7 @@ class WinCertImplementation {
   /// Builds the certificate's chain out of the list, for server authentication, with revocation checked for all of it.
   /// May wait for the network.
   /// \param errorStatus,infoStatus  the trust status of the chain.
-  /// \returns false when no chain could be built; both are 0 then.
+  /// \return false when no chain could be built; both are 0 then.
   static bool VerifyCertRevocation(const std::vector<platform::CertificateHandle>& certificates,
                                    platform::NativeHandle certificate, std::uint32_t& errorStatus,
                                    std::uint32_t& infoStatus);
