@@ -1,7 +1,10 @@
+#include <algorithm>
+
 #include "core/base/exception.h"
 #include "http/exchange_handles.h"
 #include "http/notification_queue.h"
 #include "http/request_body.h"
+#include "http/request_target.h"
 #include "http/request_text.h"
 #include "http/response.h"
 #include "http/trust/certificate_gate.h"
@@ -64,6 +67,24 @@ TEST(PartsTest, BodiesCountWhatIsSentAndFilesMayShrink) {
   RequestBody missing;
   missing.useFile("C:\\missing");
   EXPECT_ANY_THROW(missing.prepare());
+}
+
+TEST(PartsTest, TheResponseKeepsWhatWasReadAndTheTargetItsUrl) {
+  World world;
+  Response response;
+  std::ranges::fill(response.roomFor(3), std::byte{'a'});
+  response.appendRead(2);
+  EXPECT_EQ(response.roomFor(1).size(), 1U);
+  response.appendRead(100);
+  EXPECT_EQ(response.body(), std::string("aaaaa\0", 6)) << "no more than there is room for";
+  EXPECT_EQ(response.copyOrTakeBody(), response.body());
+
+  RequestTarget target;
+  EXPECT_FALSE(target.parse("ftp://h/p"));
+  EXPECT_EQ(target.url() + L"|" + target.host(), L"ftp://h/p|") << "the URL alone";
+  EXPECT_TRUE(target.parse("h/p?b=2&a&b=1#f"));
+  EXPECT_TRUE(target.isHttps() && target.port() == 443);
+  EXPECT_EQ(target.canonicalQuery({{"a", "0"}}), (QueryList{{"a", ""}, {"a", "0"}, {"b", "2"}, {"b", "1"}}));
 }
 
 TEST(PartsTest, TheGateTellsWinHttpWhatToWatch) {

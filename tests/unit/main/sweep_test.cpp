@@ -233,10 +233,11 @@ TEST(SweepSeeds, AnyKindAndDeliveryWithUpToThreeFaults) {
     std::mt19937 random(static_cast<std::mt19937::result_type>(seed));
     const auto pick = [&random](std::size_t below) { return random() % below; };
     const Kind& kind = kKinds[pick(std::size(kKinds))];
-    const auto configure = [&, shape = random()](sim::WinHttp& winHttp) {
-      delivering(static_cast<Delivery>(shape % 4))(winHttp);
+    const auto configure = [&, delivery = static_cast<Delivery>(pick(4)), shape = random(),
+                            onClose = static_cast<sim::OnClose>(pick(3))](sim::WinHttp& winHttp) {
+      delivering(delivery)(winHttp);
       winHttp.seed = static_cast<std::uint32_t>(shape);
-      winHttp.onClose = static_cast<sim::OnClose>(shape / 4 % 3);
+      winHttp.onClose = onClose;
       winHttp.closingInline = (shape & 16) != 0;
       winHttp.bindContextOfFailedSend = (shape & 32) != 0;
     };
