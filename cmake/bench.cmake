@@ -1,4 +1,4 @@
-# The native measurements beside other libraries. bench/run.sh builds and runs them.
+# The native measurements, which compare the program with other libraries. bench/run.sh builds and runs them.
 
 find_package(spdlog REQUIRED)
 find_package(nlohmann_json REQUIRED)

@@ -23,8 +23,8 @@ target_link_options(mddct_empty_program PRIVATE @${imports})
 target_link_libraries(mddct_empty_program PRIVATE
   advapi32 bcrypt crypt32 kernel32 shell32 urlmon user32 version winhttp wininet)
 
-# The peer consists of headers. They are in /usr/include beside the host's own headers, which the cross compiler must
-# not see. So links to them stand in a folder of their own.
+# The library to compare with consists of headers. They are in /usr/include beside the host's own headers, which the
+# cross compiler must not see. So a folder of its own holds links to them.
 foreach(name spdlog fmt)
   file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/peers)
   file(CREATE_LINK /usr/include/${name} ${PROJECT_BINARY_DIR}/peers/${name} SYMBOLIC)

@@ -15,7 +15,7 @@
 /// (ResultCode, or the number of the Windows call that failed) and a text. One thread at a time; every operation blocks
 /// until it is done.
 ///
-/// What an operation needs has files of its own: request_filter.h turns a request into arguments of the script,
+/// The parts of an operation have files of their own: request_filter.h turns a request into arguments of the script,
 /// query/query_command.h runs the query script, query/capability_query.h keeps its answer.
 class dct_common {
  public:

@@ -3,7 +3,7 @@
 #include "fuzz/fuzz.h"
 #include "upload/digest/base64.h"
 
-// Compares encoding and decoding with OpenSSL's. The account key arrives in base64, and the signature is sent in it.
+// Compares encoding and decoding with OpenSSL's. The account key comes in base64, and the signature is sent in it.
 
 namespace {
 

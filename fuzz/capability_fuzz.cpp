@@ -4,13 +4,13 @@
 #include "fuzz/fuzz.h"
 #include "tests/sim/windows.h"
 
-// The script's answer to the capability query. The input is read as an answer; whatever it is, it must not give more
-// features than it has entries. An input without JSON characters is then taken for a list of features, one on each line
-// ("name=level,level"): an answer made from it must give back these features and levels.
+// The script's answer to the capability query. The input is read as an answer, which must never give more features than
+// it has entries. An input without JSON characters is also read as a list of features, one on each line
+// ("name=level,level"). The answer that is made from this list must give these features and levels again.
 
 namespace {
 
-/// Makes an answer of a list of features and reads it.
+/// Makes an answer from a list of features, reads it and compares.
 void checkBuilt(const std::wstring& list) {
   SupportedLists wanted;
   std::wstring text = L"{\"featureData\":{";

@@ -11,8 +11,8 @@
 #include "http/trust/win_cert_implementation.h"
 #include "tests/sim/windows.h"
 
-// Chains with any distribution points and any CRLs behind them: URLs, thumbprints, and the verdict of the manual check,
-// each worked out here a second time from the description of the chain.
+// Chains with any distribution points and any CRLs behind them. The target computes the URLs, the thumbprints and the
+// result of the manual check a second time, from the description of the chain, and compares.
 
 namespace {
 
@@ -20,7 +20,7 @@ using Certs = WinCertImplementation;
 
 enum class Kind : std::uint8_t { kMissing, kNoCrl, kWithoutInfo, kUndated, kExpired, kCurrent, kMaxValue = kCurrent };
 
-/// What is at a URL. Revoking CRLs list every certificate of the chain, others something else.
+/// What is at a URL. A CRL that revokes lists every certificate of the chain, any other CRL lists none of them.
 struct Crl {
   Kind kind;
   bool revokes;
@@ -37,7 +37,8 @@ void addCertificate(FuzzedDataProvider& input, std::size_t number, World& world)
   auto& urls = world.urls.emplace_back();
   world.chain.certificates.push_back({std::to_string(number) + input.ConsumeRandomLengthString(20)});
   auto& about = world.chain.certificates.back();
-  std::erase_if(about.der, [](unsigned char byte) { return std::isspace(byte) != 0; });  // which end a name in a CRL
+  // Without white space, which would end the name of the certificate in a CRL.
+  std::erase_if(about.der, [](unsigned char byte) { return std::isspace(byte) != 0; });
   about.hasInfo = input.ConsumeIntegralInRange(0, 7) != 0;
   about.hasExtensions = input.ConsumeIntegralInRange(0, 7) != 0;
   if (input.ConsumeIntegralInRange(0, 7) == 0) {
@@ -69,7 +70,7 @@ std::string thumbprintByPeer(const std::string& der) {
   return text;
 }
 
-/// Whether the first usable CRL of each certificate that names any clears it.
+/// Returns whether the first usable CRL of each certificate that names CRLs does not revoke it.
 bool passesByPeer(const World& world) {
   return std::all_of(world.urls.begin(), world.urls.end(), [&](const auto& urls) {
     const auto usable = std::find_if(urls.begin(), urls.end(),

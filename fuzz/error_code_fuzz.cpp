@@ -1,8 +1,8 @@
 #include "fuzz/fuzz.h"
 #include "upload/azure_blob_uploader.h"
 
-// The storage service's error document, which may be any text. The code that is found must stand in it between the
-// right tags.
+// The storage service's error document, which may be any text. The code that is found must stand between the right tags
+// in it.
 
 void fuzz::target(std::string_view text) {
   const std::string input(text);

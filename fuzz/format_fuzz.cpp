@@ -24,7 +24,7 @@ void checkAny(std::basic_string_view<C> format, const std::vector<FormatArgument
   }
 }
 
-/// Compares one conversion that both know, with a number or a text.
+/// Compares one conversion of a number or a text that both know.
 void checkPeer(FuzzedDataProvider& input) {
   const char letter = input.PickValueInArray({'d', 'i', 'u', 'x', 'X', 's', 'c'});
   const bool isNumber = letter != 's' && letter != 'c';

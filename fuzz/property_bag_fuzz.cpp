@@ -28,7 +28,8 @@ void checkAnything(const std::wstring& text) {
   FUZZ_CHECK(characters <= text.size());
 }
 
-/// A line "name=value" is an entry. "name" begins a nested bag, with an entry since it needs one, and "" ends it.
+/// Builds a text and the bag that it describes, and compares the bag that is read. A line "name=value" is an entry.
+/// "name" begins a nested bag, with an entry in it because it needs one. An empty line ends the nested bag.
 void checkBuilt(const std::wstring& lines) {
   PropertyBag top;
   std::vector<PropertyBag> open = {top};

@@ -2,8 +2,8 @@
 #include "fuzz/fuzz.h"
 #include "http/proxy/proxy_list.h"
 
-// Proxy lists come from the registry, from the user's settings and from WinHTTP's own. The checks count and search the
-// text in their own, plainer way.
+// Proxy lists come from the registry, from the user's settings and from WinHTTP's own. The checks count the entries and
+// search them in the text with simpler code of their own.
 
 namespace {
 
@@ -23,7 +23,7 @@ std::size_t countTokens(std::wstring_view text) {
   return tokens;
 }
 
-/// Every entry is there in the text, in this order, but for the scheme that was put in front.
+/// Checks that the text holds every entry, in this order, without the scheme that was put in front.
 void checkOrigin(const std::vector<std::wstring>& entries, std::wstring_view text, bool mayLackScheme) {
   std::size_t at = 0;
   for (const auto& entry : entries) {

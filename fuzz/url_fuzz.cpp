@@ -6,14 +6,14 @@
 #include "http/win_http_request.h"
 #include "tests/sim/windows.h"
 
-// The two URL splitters, one beside the other, above the simulated platform's reading of URLs.
+// Compares the two URL splitters, which both use the simulated platform's reading of URLs.
 
 namespace {
 
 using Parts = std::tuple<std::uint32_t, std::wstring, std::uint16_t, std::wstring, std::wstring>;
 using InetParts = std::tuple<std::wstring, std::wstring, std::uint16_t, std::wstring>;
 
-// Both split their own output.
+// Both are called with one of their outputs as the input.
 Parts crack(const std::wstring& url, bool plain) {
   Parts out(9, url, 9, L"old", L"old");
   auto& [scheme, host, port, path, extra] = out;

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdint>
 
-/// The time limits of one exchange, in milliseconds: a total of which the four limits of WinHTTP are shares, or four
-/// limits of which the total is the sum. Used by one thread at a time.
+/// The time limits of one exchange, in milliseconds: either a total, whose shares are the four limits of WinHTTP, or
+/// four limits, whose sum is the total. Used by one thread at a time.
 class RequestTimeouts {
  public:
   /// The four limits in the order of WinHttpSetTimeouts: resolve, connect, send, receive.
@@ -22,7 +22,7 @@ class RequestTimeouts {
   std::uint32_t total() const { return total_; }
 
   /// Returns what WinHttpSetTimeouts takes: the shares of the total, cut to whole milliseconds, or the limits as they
-  /// were set. The platform's parameter is signed, so a limit above 2147483647 turns negative.
+  /// were set. The platform's parameter is signed, so a limit above 2147483647 becomes negative.
   /// \throws CORE::coreException when a share is negative.
   std::array<int, 4> forPlatform() const;
 

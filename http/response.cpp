@@ -36,8 +36,7 @@ std::string Response::copyOrTakeBody() {
 }
 
 std::span<std::byte> Response::roomFor(std::uint32_t bytes) {
-  // The buffer only grows: between two reads nothing points into it. One byte more than asked for, as the read is
-  // prescribed.
+  // The buffer only grows: between two reads nothing points into it. kept: it is one byte longer than the read.
   readBuffer_.resize(std::max(readBuffer_.size(), std::size_t{bytes} + 1));
   return std::span(readBuffer_).first(bytes);
 }

@@ -38,7 +38,7 @@ void WinHttpRequest::WinHttpCallback(platform::NativeHandle /*handle*/, std::uin
     return;
   }
   // HANDLE_CLOSING is the last notification. The share taken here keeps the request alive until its completion has
-  // returned, whoever drops it meanwhile.
+  // returned, even when every other owner drops it meanwhile.
   InflightTable& table = InflightTable::instance();
   const auto request = status == platform::kStatusHandleClosing ? table.take(context) : table.find(context);
   if (request) {  // else it comes late, after a send that failed
@@ -160,7 +160,7 @@ bool WinHttpRequest::requestError(const Notification& notification) {
   CORE::log(gate_.isProbe() ? CORE::kTrace : CORE::kError,  // a probe's abort is expected
             L"WinHttpRequest::RequestCallback(): %s failed for url %s: 0x%x (%S)", apiName(notification.api),
             target_.url(), notification.number, text);
-  return notification.number == platform::kErrorWinHttpOperationCancelled;  // whoever cancelled closes
+  return notification.number == platform::kErrorWinHttpOperationCancelled;  // the canceller closes
 }
 
 void WinHttpRequest::onHandleClosing() noexcept {

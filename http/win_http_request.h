@@ -225,7 +225,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   CertificateGate gate_;
   bool plainHttpAllowed_ = false;
   RequestTimeouts timeouts_;
-  HttpCompletion completion_;  ///< the starter's until the send, then whoever's takeOutcome() succeeds
+  HttpCompletion completion_;  ///< the starter's until the send, then that of the caller who gets takeOutcome()
   Response response_;
   platform::KernelHandle syncEvent_;    ///< set by the end of the exchange, for performSync
   platform::KernelHandle cancelEvent_;  ///< set by HANDLE_CLOSING, for cancelRequest

@@ -24,6 +24,6 @@ extern "C" int wWinMain(void* /*instance*/, void* /*previous*/, wchar_t* /*comma
   CORE::corelogger::instance().flush();
 
   // A worker of WinHTTP or of the log may still run here. The return is safe all the same: no object of ours has a
-  // static destructor (scripts/build-windows.sh checks it), so what a worker can reach lives until ExitProcess ends it.
+  // static destructor (scripts/check-executable.sh checks it), so what a worker uses lives until ExitProcess ends it.
   return static_cast<int>(exitCode);
 }

@@ -53,8 +53,8 @@ inline constexpr std::uint32_t kQueryStatusCode = 19;
 inline constexpr std::uint32_t kQueryFlagNumber = 0x20000000;
 inline constexpr std::uint32_t kQueryRawHeadersCrlf = 22;
 
-// Status codes of HTTP that the program judges by (HTTP_STATUS_...). Every code from the first to the last success says
-// that the server has done what it was asked.
+// Status codes of HTTP that the program distinguishes (HTTP_STATUS_...). Every code from the first to the last success
+// says that the server has done what it was asked.
 inline constexpr std::uint32_t kHttpStatusFirstSuccess = 200;
 inline constexpr std::uint32_t kHttpStatusCreated = 201;
 inline constexpr std::uint32_t kHttpStatusLastSuccess = 299;
@@ -94,7 +94,7 @@ inline constexpr std::uint32_t kSecureFailureCertDateInvalid = 0x20;
 inline constexpr std::uint32_t kSecureFailureCertWrongUsage = 0x40;
 inline constexpr std::uint32_t kSecureFailureSecurityChannelError = 0x80000000;
 
-// The calls that AsyncResult::result tells apart (API_...).
+// The calls that AsyncResult::result distinguishes (API_...).
 inline constexpr std::uintptr_t kApiReceiveResponse = 1;
 inline constexpr std::uintptr_t kApiQueryDataAvailable = 2;
 inline constexpr std::uintptr_t kApiReadData = 3;

@@ -5,7 +5,8 @@
 #include "upload/azure_blob_uploader.h"
 
 // The life of one request: it is prepared under the lock and started without it. Its completion comes on a thread of
-// WinHTTP or inside the starting call, or it is cancelled. Whoever gets the reference of its PendingRequest ends it.
+// WinHTTP or inside the starting call, or it is cancelled. It is ended by the party that gets the reference of
+// its PendingRequest.
 
 namespace {
 

@@ -43,7 +43,7 @@ class CrashReporter {
   Mutex mutex_;
   std::condition_variable changed_;
   bool started_ GUARDED_BY(mutex_) = false;
-  std::uint64_t asked_ GUARDED_BY(mutex_) = 0;  ///< reports that were asked for
+  std::uint64_t asked_ GUARDED_BY(mutex_) = 0;  ///< reports that were requested
   std::uint64_t done_ GUARDED_BY(mutex_) = 0;   ///< reports that have ended
   std::optional<platform::CrashInfo> info_ GUARDED_BY(mutex_);
   /// Memory that is freed before the first report, which may be about a lack of memory.

@@ -10,8 +10,8 @@
 namespace CORE {
 
 /// A stream that reads the bytes of a file. Others may read, write and delete the file meanwhile. Its state follows the
-/// rules of the standard's streams: a failure, and a read that gets less than it asked for, leave the stream failed,
-/// and a failed or closed stream reads nothing. The destructor closes it. One thread at a time uses it.
+/// rules of the standard's streams: a failure leaves the stream failed, and so does a read that does not fill its
+/// buffer. A failed or closed stream reads nothing. The destructor closes it. One thread at a time uses it.
 class FileStream {
  public:
   /// Opens a file, and closes the one before. Returns false, with the stream closed, when it cannot be opened.
@@ -19,7 +19,7 @@ class FileStream {
   void close();
 
   bool isOpen() const { return static_cast<bool>(file_); }
-  /// Whether the stream is open and no read has failed or got less than it asked for.
+  /// Whether the stream is open and every read so far has succeeded and filled its buffer.
   bool good() const { return isOpen() && !failed_; }
   /// Reads until the buffer is full or the file ends. Returns the number of bytes read.
   std::size_t read(std::span<std::byte> buffer);

@@ -6,8 +6,8 @@
 namespace CORE {
 
 /// Returns the message for a system error number from the system's message table, without the blanks, tabs and line
-/// ends at its end. A number without a message becomes "Error %u (0x%x)"; it is no reason to throw. Any thread. Source:
-/// FormatMessageW with a buffer of 4096 characters.
+/// ends at its end. A number without a message becomes "Error %u (0x%x)"; it is no reason to throw. Any thread.
+/// Source: FormatMessageW with a buffer of 4096 characters.
 std::wstring systemErrorText(std::uint32_t code);
 
 /// Returns the same message, but an empty text for a number without one.

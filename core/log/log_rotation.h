@@ -13,7 +13,7 @@ namespace CORE {
 /// Rotation: the log files of one base name in one folder, "<base>-YYYY-MM-DD-HHMMSS.txt" by the local time at which
 /// they were begun.
 ///
-/// A process goes on in the newest file of the day. It begins a new file on another day, and when the file would grow
+/// A process continues the newest file of the day. It begins a new file on another day, and when the file would grow
 /// beyond the size limit. With each file that it opens it removes the files beyond the number to keep and those that
 /// are too old. A file is never renamed, and never removed while any process has it open. The owner's lock guards the
 /// object.

@@ -10,10 +10,12 @@ namespace CORE {
 /// Source: CompareStringW.
 bool equalText(std::wstring_view first, std::wstring_view second, bool ignoreCase);
 
-/// Whether two whole narrow texts are equal in the user's default locale; case counts. Source: CompareStringA.
+/// Whether two whole narrow texts are equal in the user's default locale; case counts.
+/// Source: CompareStringA.
 bool equalNarrow(std::string_view first, std::string_view second);
 
-/// Returns a lower-cased copy. Source: CharLowerBuffW, CharLowerBuffA.
+/// Returns a lower-cased copy.
+/// Source: CharLowerBuffW, CharLowerBuffA.
 std::wstring lowered(std::wstring_view text);
 std::string loweredNarrow(std::string_view text);
 

@@ -103,7 +103,7 @@ bool runQueryCommand(const std::wstring& command, const std::wstring& folder, CO
   QueryChild child;
   const platform::Status started = child.start(command, folder, {pipes.input.read.get(), pipes.output.write.get()});
   // The child has its own copies of its ends. With ours open the reader would never see the end of the pipe, and the
-  // child would wait for input, of which there is none.
+  // child would wait for input that never comes.
   pipes = {};
   if (!started) {
     return storeAndLogError(result, started.error,

@@ -36,7 +36,7 @@ class CertificateGate {
   void actAsProbe() { isProbe_ = true; }
   bool isProbe() const { return isProbe_; }
 
-  // What WinHTTP is told of it. viaProxy: the request goes through a named proxy.
+  // The settings that the request makes in WinHTTP for the gate. viaProxy: the request goes through a named proxy.
 
   /// Whether the request has to watch the sending-request notification.
   bool watchesSending(bool viaProxy) const;

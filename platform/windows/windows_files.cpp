@@ -132,8 +132,8 @@ Status WindowsFiles::DeleteFileW(const std::wstring& path) { return statusOf(::D
 
 Result<std::uint64_t> WindowsFiles::GetDiskFreeSpaceExW(const std::wstring& folder) {
   ULARGE_INTEGER available{};
-  const BOOL told = ::GetDiskFreeSpaceExW(folder.c_str(), &available, nullptr, nullptr);
-  return resultOf(told, std::uint64_t{available.QuadPart});
+  const BOOL read = ::GetDiskFreeSpaceExW(folder.c_str(), &available, nullptr, nullptr);
+  return resultOf(read, std::uint64_t{available.QuadPart});
 }
 
 std::uintmax_t WindowsFiles::file_size(const std::wstring& path, std::error_code& error) {

@@ -32,8 +32,8 @@ std::uint32_t WindowsProcesses::GetCurrentThreadId() { return ::GetCurrentThread
 
 Result<std::uint32_t> WindowsProcesses::ProcessIdToSessionId(std::uint32_t processId) {
   DWORD session = 0;
-  const BOOL told = ::ProcessIdToSessionId(processId, &session);
-  return resultOf(told, std::uint32_t{session});
+  const BOOL found = ::ProcessIdToSessionId(processId, &session);
+  return resultOf(found, std::uint32_t{session});
 }
 
 Result<ProcessInformation> WindowsProcesses::CreateProcessW(const std::wstring& commandLine, bool inheritHandles,

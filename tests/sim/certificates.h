@@ -17,7 +17,7 @@ struct CertificateSpec {
   std::optional<std::optional<std::vector<DistributionPoint>>> points = std::nullopt;
 };
 
-/// What a server shows in the handshake, and how Windows judges it.
+/// What a server shows in the handshake, and what Windows' checks of it find.
 struct ServerChain {
   std::vector<CertificateSpec> certificates;  ///< leaf first
   bool trustedRoot = true;                    ///< if not: the SSL policy fails with CERT_E_UNTRUSTEDROOT unless allowed

@@ -25,10 +25,10 @@ export class BlobService {
   }
 
   /**
-   * Judges a request by everything except its body.
+   * Checks a request by everything except its body.
    * @returns {{operation: 'put' | 'create' | 'append'} | {status, code}}
    */
-  judge(request, now = Date.now()) {
+  check(request, now = Date.now()) {
     const { method, path, query, headers } = request;
     const { 'x-ms-version': version, 'x-ms-blob-type': type, 'content-length': length } = headers;
     const [, container, name] = /^\/([^/]+)\/(.+)$/.exec(path) ?? [];

@@ -65,17 +65,17 @@ class Sink {
     const entry = { method, path, queryText, query: new URLSearchParams(queryText), headers,
       bytes: 0, complete: false, startedAt: Date.now(), endedAt: null };
     const behaviour = this.plan(entry, this.requests.push(entry) - 1) ?? {};
-    const judgement = this.service.judge(entry);
-    if (behaviour.early) await this.#answer(response, behaviour, judgement);
+    const checked = this.service.check(entry);
+    if (behaviour.early) await this.#answer(response, behaviour, checked);
     if (behaviour.early && behaviour.early !== 'keep') {
       await sleep(50);
       return behaviour.early === 'reset' ? this.#reset(request.socket) : request.socket.destroy();
     }
-    const hash = judgement.operation && this.service.digestFor(judgement.operation, path);
+    const hash = checked.operation && this.service.digestFor(checked.operation, path);
     if (!(await this.#read(request, entry, behaviour, hash)) || behaviour.early) return;
-    if (judgement.operation && !behaviour.status) this.service.store(judgement.operation, path, entry.bytes, hash);
+    if (checked.operation && !behaviour.status) this.service.store(checked.operation, path, entry.bytes, hash);
     if (behaviour.lateMs) await sleep(behaviour.lateMs);
-    if (!behaviour.silent) await this.#answer(response, behaviour, judgement);
+    if (!behaviour.silent) await this.#answer(response, behaviour, checked);
   }
 
   // Reads the body. Returns true when all of it has come.
@@ -96,15 +96,15 @@ class Sink {
     return request.complete;
   }
 
-  async #answer(response, { status, early, headerBytes = 0, bodyBytes, stallReply }, judgement) {
+  async #answer(response, { status, early, headerBytes = 0, bodyBytes, stallReply }, checked) {
     const headers = { 'x-ms-request-id': String(this.requests.length), 'x-ms-version': '2020-04-08' };
-    const refused = status === undefined && !judgement.operation;
-    if (refused) Object.assign(headers, { 'x-ms-error-code': judgement.code, 'content-type': 'application/xml' });
-    const body = refused ? errorBody(judgement) : status ? 'no' : '';
+    const refused = status === undefined && !checked.operation;
+    if (refused) Object.assign(headers, { 'x-ms-error-code': checked.code, 'content-type': 'application/xml' });
+    const body = refused ? errorBody(checked) : status ? 'no' : '';
     if (early === 'close') headers.connection = 'close';
     for (let n = 0; n * 8000 < headerBytes; n++) headers[`x-fill-${n}`] = 'f'.repeat(7988);
     headers['content-length'] = stallReply ? 100 : bodyBytes ?? Buffer.byteLength(body);
-    response.writeHead(status ?? judgement.status ?? 201, headers);
+    response.writeHead(status ?? checked.status ?? 201, headers);
     if (stallReply) return void response.write('n');
     const piece = Buffer.alloc(1 << 20, 'r');
     for (let left = bodyBytes ?? 0; left > 0 && !response.destroyed; left -= piece.length) {

@@ -1,5 +1,5 @@
-// Tests the sink itself, because it judges the product: the storage SDK must work with it, and it must refuse what the
-// storage service refuses.
+// Tests the sink itself, because the tests of the product rely on it: the storage SDK must work with it, and it must
+// refuse what the storage service refuses.
 import assert from 'node:assert/strict';
 import { createHash } from 'node:crypto';
 import { it } from 'node:test';
@@ -81,7 +81,7 @@ it('the sink keeps the service\'s rules', () => {
   for (const path of ['/logs/open', '/logs/full']) service.store('create', path, 0, service.digestFor('create'));
   service.blobs.get('/logs/full').blocks = 50000;
   for (const [name, [given, expected]] of Object.entries(kCases)) {
-    const { operation, status, code } = service.judge(given, now);
+    const { operation, status, code } = service.check(given, now);
     assert.equal(operation ?? `${status} ${code}`, expected, name);
   }
 });

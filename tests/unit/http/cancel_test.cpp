@@ -3,7 +3,7 @@
 #include "platform/winhttp.h"
 #include "tests/unit/http/http_test.h"
 
-// Giving up. How an upload is cancelled, and a probe at its time limit, is tested there.
+// Cancellation. The tests of uploads cancel an upload; those of trust, a probe at its time limit.
 
 namespace {
 
@@ -15,7 +15,7 @@ TEST(CancelTest, CancelThatSeesNoEndOrHasNoEvent) {
   EXPECT_FALSE(world.exchange().closed) << "the exchange goes on";
   EXPECT_FALSE(world.request->cancelRequest());
   EXPECT_TRUE(world.exchange().closed);
-  EXPECT_TRUE(world.tells(L"cancelRequest(): Failed to wait for cancel event"));
+  EXPECT_TRUE(world.logged(L"cancelRequest(): Failed to wait for cancel event"));
   // The table keeps the request until HANDLE_CLOSING, which never came of itself.
   WinHttpRequest::WinHttpCallback(nullptr, world.exchange().context, platform::kStatusHandleClosing, nullptr, 0);
   EXPECT_EQ(world.completions, 0);
@@ -35,7 +35,7 @@ TEST(CancelTest, ASynchronousCallComesBackAtOnce) {
   EXPECT_EQ(world.log.count(L"Waiting for http request"), 0U) << "not at its limit";
 }
 
-/// A cancellation that comes after so many pauses, during the start or at any time of the exchange.
+/// A cancellation that comes after that many pauses, during the start or at any time of the exchange.
 void raceWithCancel(std::uint32_t seed, std::uint32_t pauses, bool duringTheStart) {
   World world(sim::Delivery::kMixed);
   world.windows.winHttp.seed = seed;
@@ -54,7 +54,7 @@ void raceWithCancel(std::uint32_t seed, std::uint32_t pauses, bool duringTheStar
   });
   const bool started = world.request->putStringAsync(kZip, kUrl, "body", world.completion());
   canceller.join();
-  world.settle();
+  world.waitUntilIdle();
   EXPECT_LE(world.completions, started ? 1 : 0);
   EXPECT_FALSE(duringTheStart && (started || world.exchange().sent));
 }

@@ -49,7 +49,7 @@ TEST(ExchangeTest, EveryMethodInEveryDelivery) {
         world.early = early;
         world.reply.status = row.status;
         EXPECT_EQ(row.run(world), row.status >= 200 && row.status <= 299) << row.status;
-        world.settle();
+        world.waitUntilIdle();
         EXPECT_EQ(world.completions, row.completions);
         EXPECT_EQ(world.request->getResponseCode(), row.status);
         EXPECT_EQ(world.body, "an answer") << "handed out whatever the status";
@@ -79,7 +79,7 @@ TEST(ExchangeTest, CompletionThatOwnsItsRequestGetsAHugeReplyAndThrows) {
       throw CORE::coreException(L"out of the completion");
     }));
     world.request = nullptr;
-    world.settle();
+    world.waitUntilIdle();
     EXPECT_EQ(world.errors(),
               Errors({L"WinHttpRequest::RequestCallback(): Exception in a callback: out of the completion"}));
     EXPECT_TRUE(watched.expired()) << "the function, and what it owns, is dropped after the call";
@@ -115,7 +115,7 @@ TEST(ExchangeTest, CallsThatFailEndItOnce) {
         world.windows.faults.failNth(row.call, row.nth, platform::kErrorNotEnoughMemory);
         const bool started = world.putFile();
         EXPECT_TRUE(started || world.windows.openHandlesText() == world.before) << "closed at once";
-        world.settle();
+        world.waitUntilIdle();
         EXPECT_EQ(world.completions, started ? 1 : 0) << world.log.text();
         EXPECT_EQ(world.errors(), Errors({std::wstring(L"WinHttpRequest::") + row.text}));
         EXPECT_EQ(world.log.count(L"password") + world.log.count(L"Request did not complete"), 0U);
@@ -131,7 +131,7 @@ TEST(ExchangeTest, NothingLeavesWhenTheLastCheckThrows) {
     world.request->actAsProbe();
     world.request->onSending = []() -> bool { throw CORE::coreException(L"out of the check"); };
     const bool started = world.putFile();
-    world.settle();
+    world.waitUntilIdle();
     EXPECT_EQ(world.completions, started ? 1 : 0);
     EXPECT_FALSE(world.exchange().reached);
     EXPECT_TRUE(world.log.has(CORE::kError, L"Exception in a callback: out of the check"));
@@ -147,7 +147,7 @@ void requestError(std::uintptr_t context, std::uintptr_t api, std::uint32_t erro
   WinHttpRequest::WinHttpCallback(nullptr, context, platform::kStatusRequestError, &result, sizeof(result));
 }
 
-TEST(CallbackTest, EachIsToldAndTheEndComesOnce) {
+TEST(CallbackTest, EachIsLoggedAndTheEndComesOnce) {
   World world(sim::Delivery::kNever);
   EXPECT_TRUE(world.putFile());
   const auto context = world.exchange().context;
@@ -164,7 +164,7 @@ TEST(CallbackTest, EachIsToldAndTheEndComesOnce) {
   for (std::uintptr_t api = 1; api <= 5; ++api) {
     requestError(context, api, 12017);
   }
-  EXPECT_FALSE(world.exchange().closed) << "whoever cancelled closes";
+  EXPECT_FALSE(world.exchange().closed) << "the canceller closes";
   requestError(context, 17, 12002);
   EXPECT_TRUE(world.exchange().closed);
   notify(context, platform::kStatusReadComplete, 1);
@@ -172,7 +172,7 @@ TEST(CallbackTest, EachIsToldAndTheEndComesOnce) {
   notify(context, platform::kStatusHandleClosing);
   EXPECT_EQ(world.completions, 1);
 
-  EXPECT_TRUE(world.tells(
+  EXPECT_TRUE(world.logged(
       L"Certificate revocation check failed|Certificate is invalid|Certificate has been revoked|"
       L"Certificate Authority is unrecognized|Certificate Common Name is incorrect|Certificate is expired|"
       L"Server's certificate has wrong usage|Internal ssl library error|Context is null. Internet status: 524288|"

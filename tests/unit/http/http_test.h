@@ -58,7 +58,7 @@ struct World {
     windows.files.write(kWidePath, "bundle");
   }
   ~World() {
-    settle();
+    waitUntilIdle();
     request = nullptr;
     EXPECT_EQ(windows.openHandlesText(), before);
   }
@@ -73,7 +73,7 @@ struct World {
   bool get(const std::string& url = kUrl) { return request->getAsync(url, completion()); }
   bool putFile() { return request->putFileAsync(kZip, kUrl, kPath, completion()); }
 
-  void settle() {
+  void waitUntilIdle() {
     windows.winHttp.release();
     windows.winHttp.waitUntilIdle();
   }
@@ -83,7 +83,7 @@ struct World {
   }
   Errors errors() const { return log.messages(CORE::kError); }
   /// Whether the log has records that contain these texts, separated by "|", in this order.
-  bool tells(const wchar_t* texts) const {
+  bool logged(const wchar_t* texts) const {
     const auto wanted = CORE::splitText(texts, L'|');
     auto next = wanted.begin();
     for (const auto& line : log.lines()) {
@@ -99,12 +99,12 @@ struct World {
   bool early = false;  ///< the reply comes when the headers have arrived, before the body
   std::shared_ptr<TestRequest> request = TestRequest::create();
   std::atomic<int> completions{0};
-  std::string body;  ///< of the response; the test's once it is settled
+  std::string body;  ///< of the response; the test reads it after waitUntilIdle()
 };
 
-/// What WinHTTP was told of a request: verb, host, port, path; in hexadecimal the request's flags, those of its
+/// Returns what a request has set in WinHTTP: verb, host, port, path; in hexadecimal the request's flags, those of its
 /// security, whether it enables revocation, the callback's mask, the access type; proxy and bypass list; headers.
-inline std::string told(const sim::HttpExchange& seen) {
+inline std::string settingsOf(const sim::HttpExchange& seen) {
   std::ostringstream out;
   out << CORE::toUtf8Lossy(seen.verb + L" " + seen.host) << ":" << seen.port << CORE::toUtf8Lossy(seen.path) << std::hex
       << " " << seen.requestFlags << " " << seen.securityFlags() << " " << seen.numberOptions.count(79) << " "

@@ -1,7 +1,7 @@
 #include "core/base/exception.h"
 #include "tests/unit/http/http_test.h"
 
-// performAsync up to the send: what it refuses and what it tells WinHTTP.
+// performAsync up to the send: what it refuses and what it passes to WinHTTP.
 
 namespace {
 
@@ -13,7 +13,7 @@ TEST(StartTest, RefusesThrowsAndServesOneExchange) {
     EXPECT_FALSE(world.get(url));
   }
   EXPECT_TRUE(world.get());
-  world.settle();
+  world.waitUntilIdle();
   EXPECT_FALSE(world.get());
   world.request = TestRequest::create();
   world.request->setHeaders({{"x-name", "a\r\nx-evil: 1"}});
@@ -23,11 +23,11 @@ TEST(StartTest, RefusesThrowsAndServesOneExchange) {
   EXPECT_FALSE(world.putFile());
   EXPECT_TRUE(world.request->cancelRequest()) << "nothing to cancel";
   EXPECT_TRUE(
-      world.tells(L"performAsync(): Invalid callback parameter|performAsync(): Empty url|"
-                  L"performAsync(): Only https is supported|CrackURL(): Unable to parse full URL. error: |"
-                  L"performAsync(): Unable to parse url|performAsync(): Request was performed before|"
-                  L"performAsync(): A request header holds a line break or a null character|"
-                  L"performAsync(): Request data size is too large"))
+      world.logged(L"performAsync(): Invalid callback parameter|performAsync(): Empty url|"
+                   L"performAsync(): Only https is supported|CrackURL(): Unable to parse full URL. error: |"
+                   L"performAsync(): Unable to parse url|performAsync(): Request was performed before|"
+                   L"performAsync(): A request header holds a line break or a null character|"
+                   L"performAsync(): Request data size is too large"))
       << world.log.text();
   EXPECT_EQ(world.completions, 1);
   EXPECT_EQ(world.windows.winHttp.sentRequests().size(), 1U);
@@ -63,7 +63,7 @@ TEST(StartTest, WhatWinHttpIsTold) {
     set(*world.request);
     EXPECT_TRUE(world.get(url));
     const auto seen = world.exchange();
-    EXPECT_EQ(told(seen), text);
+    EXPECT_EQ(settingsOf(seen), text);
     EXPECT_EQ(seen.userAgent, L"VXAgent");
     EXPECT_EQ(seen.sessionFlags, 0x10000000U);
     EXPECT_TRUE(seen.textOptions.empty());

@@ -65,7 +65,7 @@ TEST(SystemProxyTest, TheFirstSourceWithAProxyWins) {
     world.windows.faults.failAll(row.failing, 5);
     SCOPED_TRACE(CORE::toUtf8Lossy(row.sources));
     EXPECT_EQ(choose(world, row.sources), row.result);
-    EXPECT_TRUE(world.tells(row.lines)) << world.log.text();
+    EXPECT_TRUE(world.logged(row.lines)) << world.log.text();
   }
   World world;
   using Entries = std::vector<std::wstring>;

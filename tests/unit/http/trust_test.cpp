@@ -37,10 +37,10 @@ struct TrustWorld : World {
     return WinCertImplementation::GetThumbprint(windows.certificates.certificateOf({der}).get());
   }
   void pin(const char* der) { request->addThumbprint(pinOf(der)); }
-  /// Runs the request to its end. True when it reached the server (of which the probe must see nothing).
+  /// Runs the request to its end. True when it reached the server, which the probe must never do.
   bool reaches() {
     const bool started = get();
-    settle();
+    waitUntilIdle();
     EXPECT_EQ(completions, started ? 1 : 0);
     const auto all = windows.winHttp.requests();
     return std::any_of(all.begin(), all.end(),
@@ -105,7 +105,7 @@ const Situation kSituations[] = {
        const std::wstring host = L"http://crl.example/";
        w.listed({host + L"none", L"ldap:///x", host + L"text", host + L"old", host + L"b", host + L"c"});
        w.crls[L"/text"] = "no CRL";
-       w.crls[L"/c"] = crlOf(~0ull >> 1);  // the wait for the one that never came took its time
+       w.crls[L"/c"] = crlOf(~0ull >> 1);  // simulated time has passed in the wait for /b
      }},
     {"every CRL cannot be used", kStops, 3, kAsks | kProxy,
      L"Next update: 1601-01-01,00:00:00|CRL http://crl.example/a is EXPIRED|Unable to perform any CRL checks for ",
@@ -167,14 +167,14 @@ TEST(TrustTest, Situations) {
       EXPECT_EQ(world.reaches(), situation.reach == kReaches);
       EXPECT_EQ(world.request->isSuccess() && world.body == world.reply.body, situation.reach == kReaches);
       EXPECT_EQ(world.windows.winHttp.requests().size(), situation.requests);
-      EXPECT_TRUE(world.tells(situation.lines)) << world.log.text();
+      EXPECT_TRUE(world.logged(situation.lines)) << world.log.text();
       EXPECT_EQ(world.log.count(L"swordfish"), 0U);
     }
   }
 }
 
-// Whatever call fails, nobody gets a byte who must not have one; and who gets none otherwise is told why. A certificate
-// whose distribution points cannot be read counts as one that names none, so these two calls are left out.
+// Whatever call fails, no data reaches a server that must be refused. When another server is not reached, the log says
+// why. Two calls are left out: a certificate whose distribution points cannot be read counts as one that names none.
 TEST(TrustTest, EachCallFailingInTurnLetsNobodyThrough) {
   for (const Situation& situation : kSituations) {
     const bool reachesPinned = situation.reach == kReaches && situation.settings == (kAsks | kPrivateRoot);
@@ -210,14 +210,14 @@ TEST(TrustTest, WhatTheProbeTakesAlongAndWhatChainsCost) {
   world.request->addThumbprint("AB:01");
   world.request->enableRevocationCheck();
   EXPECT_TRUE(world.reaches());
-  EXPECT_TRUE(world.tells(L"GetCertChain(): Building the certificate chain using the system store"));
+  EXPECT_TRUE(world.logged(L"GetCertChain(): Building the certificate chain using the system store"));
   EXPECT_EQ(world.errors(), Errors()) << "the probe's abort is none";
   const auto requests = world.windows.winHttp.requests();
   ASSERT_EQ(requests.size(), 3U);
   const auto &probe = requests[0], &crl = requests[1], &real = requests[2];
   const std::string proxied = " 3http://proxy:8080,*.local ";
-  EXPECT_EQ(told(probe), "GET host.example:443/c/b.zip?sv=1 800100 1100 0 97f0c10" + proxied);
-  EXPECT_EQ(told(crl), "GET crl.example:80/a 100 0 0 97f0c00" + proxied);
+  EXPECT_EQ(settingsOf(probe), "GET host.example:443/c/b.zip?sv=1 800100 1100 0 97f0c10" + proxied);
+  EXPECT_EQ(settingsOf(crl), "GET crl.example:80/a 100 0 0 97f0c00" + proxied);
   EXPECT_FALSE(probe.reached);
   EXPECT_EQ(probe.timeouts, (std::array<int, 4>{1, 2, 3, 4}));
   EXPECT_EQ(real.timeouts, probe.timeouts);
@@ -246,7 +246,7 @@ TEST(TrustTest, EveryPolicyStatus) {
     const bool accepted = *refusal == 0;
     EXPECT_EQ(ServerVerification(server, trust, L"host.example").verifyCertChain(untrusted), accepted);
     EXPECT_EQ(untrusted, accepted && !chain.trustedRoot);
-    EXPECT_TRUE(world.tells(refusal)) << world.log.text();
+    EXPECT_TRUE(world.logged(refusal)) << world.log.text();
   }
 }
 

@@ -31,7 +31,7 @@ std::string authorization(World& world, bool pathStyle) {
   EXPECT_TRUE(blob->putStringAsync(
       kZip, "https://myacct.blob.example/c/b%20c.zip?abc=3&a=1&Comp=a%2Cb+c&ab=2&%41b=1&a=%zz%00&sv=1&sig=x", "hello",
       [](HttpRequest*, const std::string&) {}));
-  world.settle();
+  world.waitUntilIdle();
   EXPECT_EQ(world.exchange().body, "hello");
   return world.exchange().header("Authorization");
 }

@@ -18,7 +18,7 @@ constexpr std::uint64_t kStored = 100;                  ///< bytes of each body 
 constexpr const char* kBlobUrl = "https://acct.blob.example/c/b.zip?sv=1&sig=x%2F";
 
 using Replies = std::map<std::size_t, sim::HttpReply>;
-using Outcomes = std::vector<bool>;  ///< what the completion function was told, in order
+using Outcomes = std::vector<bool>;  ///< what the completion function got, in order
 const Outcomes kSucceeded{true}, kFailed{false}, kNothing;
 const std::wstring kPutCb = L"AzureBlobUploader::AzurePutBlobRequestCb(): ";
 const std::wstring kAppendCb = L"AzureBlobUploader::AzureAppendBlockRequestCb(): ";
