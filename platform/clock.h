@@ -13,7 +13,7 @@ using FileTime = std::uint64_t;
 inline constexpr FileTime kFileTimePerMillisecond = 10'000;
 inline constexpr FileTime kFileTimePerSecond = 1000 * kFileTimePerMillisecond;
 inline constexpr FileTime kFileTimePerMinute = 60 * kFileTimePerSecond;
-inline constexpr FileTime kFileTimePerDay = 24 * 60 * kFileTimePerMinute;
+inline constexpr FileTime kFileTimePerDay = 1440 * kFileTimePerMinute;
 
 /// Layout and meaning of SYSTEMTIME: `month` is 1 to 12, `dayOfWeek` 0 (Sunday) to 6.
 struct SystemTime {

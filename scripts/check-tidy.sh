@@ -11,5 +11,5 @@ git ls-files -z '*.cpp' ':!tests/unit' ':!fuzz' ':!bench' | xargs -0 cppcheck --
   --suppress=internalAstError:platform/windows/windows_crash.cpp
 
 cmake --preset debug >/dev/null
-git ls-files '*.cpp' | grep -vE '^(platform/windows|scripts|tests|bench|fuzz)/|^main/entry\.cpp$' |
+git ls-files '*.cpp' | grep -vE '^(platform/windows|wine|cmake|tests|bench|fuzz)/|^main/entry\.cpp$' |
   xargs -P2 -n4 clang-tidy -p build/debug --quiet

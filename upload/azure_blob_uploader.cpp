@@ -62,7 +62,7 @@ bool AzureBlobUploader::uploadFile(const std::string& filePath, const std::strin
     currentRequest_->setPacUrl(proxy_.pacUrl);
     prepared = file_.size > kMaxPutBlobBytes ? useAppendBlock() : usePutBlob();
   }
-  if (!prepared || !start(*std::move(prepared))) {
+  if (!prepared || !start(*prepared)) {
     return false;
   }
   handleEarlyCompletions();
@@ -146,9 +146,9 @@ void AzureBlobUploader::AzureAppendBlockRequestCb(HttpRequest* request, std::str
     CORE::log(CORE::kError, L"AzureBlobUploader::AzureAppendBlockRequestCb(): File stream no longer valid");
   } else {
     earlier = currentRequest_;
-    PreparedRequest next = appendNextBlock();
+    const PreparedRequest next = appendNextBlock();
     lock.unlock();
-    if (start(std::move(next))) {
+    if (start(next)) {
       return;
     }
     lock.lock();

@@ -113,7 +113,7 @@ class AzureBlobUploader : public CORE::coreref {
 
   // The life of one request, in azure_blob_uploader_requests.cpp.
   std::shared_ptr<PendingRequest> makePending(UploadStep step) REQUIRES(lock_);
-  bool start(PreparedRequest prepared) EXCLUDES(lock_);
+  bool start(const PreparedRequest& prepared) EXCLUDES(lock_);
   static void onCompletion(const std::shared_ptr<PendingRequest>& pending, HttpRequest* request, std::string response);
   void handleCompletion(UploadStep step, HttpRequest* request, std::string response) EXCLUDES(lock_);
   void handleEarlyCompletions() EXCLUDES(lock_);

@@ -45,7 +45,7 @@ std::shared_ptr<PendingRequest> AzureBlobUploader::makePending(UploadStep step) 
 /// Starts a request. A completion that comes inside the starting call waits for handleEarlyCompletions().
 /// \return true when the completion has come or will come.
 /// \throws what the start threw, when no completion comes any more.
-bool AzureBlobUploader::start(PreparedRequest prepared) {
+bool AzureBlobUploader::start(const PreparedRequest& prepared) {
   const std::shared_ptr<PendingRequest>& pending = prepared.pending;
   pending->holdReference(*this);
   try {

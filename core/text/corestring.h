@@ -90,7 +90,8 @@ class corestring {
   bool isSecret() const noexcept { return secret_; }
 
   void swap(corestring& other) noexcept {
-    corestring kept(std::move(other));
+    corestring kept;
+    kept.take(other);
     other.take(*this);
     take(kept);
   }
