@@ -28,8 +28,10 @@ std::wstring policyPath(std::wstring_view keyPath) {
 bool legacyPoliciesCount() {
   const Setting& fallback = kFallbackToLegacyGPO;
   std::wstring text = readPathDefault(L"HKLM\\" + policyPath(kProductPath) + L"\\" + fallback.name, L"", false);
+  cutAtNul(text);
   if (text.empty()) {
     text = readPathDefault(fallback.path(), fallback.defaultText, false);
+    cutAtNul(text);
   }
   return textToBool(text);
 }

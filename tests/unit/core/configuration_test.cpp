@@ -92,11 +92,13 @@ TEST_F(ConfigurationTest, PlacesInTheirOrder) {
 
 TEST_F(ConfigurationTest, FallbackSwitchAndBooleans) {
   windows_.registry.set(L"HKLM\\" + kLogLegacy + L"\\Value", L"legacy");
-  for (const auto& [policy, plain, legacy] :
-       {std::tuple(L"true", L"false", true), std::tuple(L"", L"FALSE", false), std::tuple(L"", L"", false),
-        std::tuple(L"0", L"true", false), std::tuple(L" Yes\r\n", L"", true), std::tuple(L"ON", L"", true),
-        std::tuple(L"-1", L"", true), std::tuple(L"0x10 apples", L"", true), std::tuple(L"truely", L"", false)}) {
-    SCOPED_TRACE(CORE::toUtf8Lossy(L"policy '" + std::wstring(policy) + L"', plain '" + plain + L"'"));
+  using namespace std::literals;
+  const std::tuple<std::wstring, std::wstring, bool> rows[] = {
+      {L"true\0"s, L"false", true}, {L"", L"FALSE", false},   {L"\0"s, L"on\0off"s, true}, {L"", L"", false},
+      {L"0", L"true", false},       {L" Yes\r\n", L"", true}, {L"-1", L"", true},          {L"08", L"", false},
+      {L"0x10 apples", L"", true},  {L"truely", L"", false}};
+  for (const auto& [policy, plain, legacy] : rows) {
+    SCOPED_TRACE(CORE::toUtf8Lossy(L"policy '" + policy + L"', plain '" + plain + L"'"));
     windows_.registry.set(L"HKLM\\Software\\Policies\\Calvera\\Meridon\\FallbackToLegacyGPO", policy);
     windows_.registry.set(L"HKLM\\" + kProduct + L"\\FallbackToLegacyGPO", plain);
     EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value") == platform::kRegSz, legacy);
