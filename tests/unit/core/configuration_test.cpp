@@ -53,7 +53,7 @@ TEST_F(ConfigurationTest, ValuesAsText) {
 
 TEST_F(ConfigurationTest, NamesThatLeadNowhereAndFailures) {
   windows_.registry.set(kValue, L"x");
-  for (const wchar_t* path : {L"", L"HKLM", L"Key\\Value", L"HKLM\\Value", L"HKLM\\Key\\Other", L"HKLM\\Other\\Value",
+  for (const wchar_t* path : {L"", L"HKLM", L"Key\\Value", L"HKLM\\x", L"HKLM\\Key\\Other", L"HKLM\\Other\\Value",
                               L"HKEY_LOCAL_MACHINE\\Key\\Value", L"\\Key\\Value", L"HKCU\\Other\\Value"}) {
     EXPECT_EQ(read(path), CORE::kNotFound) << CORE::toUtf8Lossy(path);
   }
@@ -114,6 +114,9 @@ TEST_F(ConfigurationTest, OddLookups) {
   EXPECT_EQ(read(kSetting.path(), platform::kRegSz), platform::kRegSz);  // a value of another type does not count
   windows_.registry.set(L"HKLM\\Other\\Policies\\Key\\Value", L"policy");
   EXPECT_EQ(read(L"HKLM\\Other\\Key\\Value"), platform::kRegSz);  // outside the product: a policy, no legacy
+  windows_.registry.set(L"HKLM\\Value", L"of the root key itself");
+  EXPECT_EQ(read(L"HKLM\\Value"), platform::kRegSz);
+  EXPECT_EQ(text_ + foundAt_, L"of the root key itselfHKLM\\\\Value");
   windows_.registry.set(L"HKCU\\" + kLogPolicy + L"\\Value", L"user");
   windows_.faults.failAll("RegOpenCurrentUser", platform::kErrorAccessDenied);
   EXPECT_EQ(read(L"HKCU\\" + kLog + L"\\Value"), platform::kRegDword);  // the hive is that of the thread's user
