@@ -140,7 +140,12 @@ bool Run::takeMutex() {
 bool Run::readCommandLine() {
   auto& processes = platform::current().processes;
   int count = 0;
-  arguments_ = std::move(processes.CommandLineToArgvW(processes.GetCommandLineW(), count).value);
+  auto split = processes.CommandLineToArgvW(processes.GetCommandLineW(), count);
+  if (!split) {
+    CORE::log(CORE::kError, L"wWinMain(): CommandLineToArgvW failed: 0x%x %s", split.error,
+              CORE::systemErrorText(split.error));
+  }
+  arguments_ = std::move(split.value);
   if (!lParseCommandLine(count, arguments_.get(), options_)) {
     CORE::log(CORE::kError, L"wWinMain(): Invalid command line options.");
     CORE::log(CORE::kInfo, kUsage);

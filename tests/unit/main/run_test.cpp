@@ -86,6 +86,8 @@ TEST(Run, EndsBeforeTheCollection) {
       {"among others", 0, 2, 1, called(L"stray -url=https://h/b -- -more"), taken(L"https://h/b")},
       {"no argument", 3, 0, 0, called(L"-url"), badArgument(L"-url"),
        "mdDCT.exe: option '-url' requires an argument\n"},
+      {"no argument behind a prefix", 3, 0, 0, called(L"--u"), badArgument(L"--u"),
+       "mdDCT.exe: option '--url' requires an argument\n"},
       {"capitals", 3, 0, 0, called(L"-url https://h/b - -URL y"), badArgument(L"-URL"), unknown + "-URL'\n"},
       {"three dashes", 3, 0, 0, called(dashes), badArgument(dashes), unknown + "---url=https://h/b'\n"},
       {"not UTF-16", 3, 0, 0, called(L"-url \xDC00"), error(L"to_mstr Failed")},
