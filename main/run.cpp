@@ -193,7 +193,13 @@ bool Run::collect() {
 }
 
 bool Run::armDeleter() {
-  bundlePath_ = CORE::to_mstr(result_->get(L"FileName", L""), CORE::kUtf8);
+  const std::wstring path(result_->get(L"FileName", L""));
+  try {
+    bundlePath_ = CORE::to_mstr(path, CORE::kUtf8);
+  } catch (...) {
+    deleter_.emplace(path);  // the run ends here, but the bundle exists
+    throw;
+  }
   if (bundlePath_.empty()) {
     CORE::log(CORE::kError, L"wWinMain(): DCT file path is unexpectedly empty.");
     return false;
