@@ -171,7 +171,7 @@ bool leaveCallersFolder() {
   const platform::Status changed =
       folder ? system.SetCurrentDirectoryW(folder.value) : platform::Status{false, folder.error};
   if (!changed) {
-    CORE::log(CORE::kError, L"wWinMain(): Unable to make the system folder the current folder: %s",
+    CORE::log(CORE::kError, L"wWinMain(): Unable to make the system folder the current folder: 0x%x %s", changed.error,
               CORE::systemErrorText(changed.error));
   }
   return changed.ok;

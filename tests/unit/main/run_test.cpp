@@ -131,6 +131,8 @@ TEST(Run, EndsWithTheCollectionOrTheUpload) {
       {"proxy", 0, 2, 1, withProxy, uploading(kUrl, proxy) + kSucceeded},
       {"without TLS", 5, 2, 0, called(L"-url http://h/b"), uploading(L"http://h/b") + notStarted},
       {"option as URL", 5, 2, 0, called(L"-url -url=https://h/b"), uploading(L"-url=https://h/b") + notStarted},
+      {"refused SetEvent", 0, 2, 1, [](RunWorld& world) { world.windows.faults.failNth("SetEvent", 1, 5); },
+       uploading() + error(L"SetEvent failed: 0x5 Message 5.") + kSucceeded},
       {"path that is not UTF-16", 4, 2, 0, unnamable, error(L"to_mstr Failed")},
       {"refused upload", 7, 2, 1, refused, uploading() + error(L"Upload failed.")},
   });
