@@ -33,7 +33,8 @@ void CompletionEvent::report(bool succeeded) {
     if (signalled) {
       return;
     }
-    CORE::log(CORE::kError, L"wWinMain(): SetEvent failed: %s", CORE::systemErrorText(signalled.error));
+    CORE::log(CORE::kError, L"wWinMain(): SetEvent failed: 0x%x %s", signalled.error,
+              CORE::systemErrorText(signalled.error));
   }
 }
 

@@ -9,8 +9,8 @@
 /// The entry point of a windowless program, as the C runtime calls it: HINSTANCE, HINSTANCE, LPWSTR, int. It uses none
 /// of these arguments. Returns the exit code of the process.
 extern "C" int wWinMain(void* /*instance*/, void* /*previous*/, wchar_t* /*commandLine*/, int /*showCommand*/) {
-  // The first statement: from here on DLLs are loaded from the system's own folder only. Its failure is logged as soon
-  // as there is a log.
+  // The first statement: from here on DLLs are loaded from the system's own folder only. Those of the import table are
+  // loaded already. A failure is logged as soon as there is a log.
   const platform::Status limited =
       platform::windowsPlatform().system.SetDefaultDllDirectories(platform::kLoadLibrarySearchSystem32);
 
@@ -18,7 +18,8 @@ extern "C" int wWinMain(void* /*instance*/, void* /*previous*/, wchar_t* /*comma
   CORE::corelogger::instance().start(L"mdDCT");
   CORE::setLogContext(L"main");
   if (!limited) {
-    CORE::log(CORE::kError, L"wWinMain(): SetDefaultDllDirectories failed: %s", CORE::systemErrorText(limited.error));
+    CORE::log(CORE::kError, L"wWinMain(): SetDefaultDllDirectories failed: 0x%x %s", limited.error,
+              CORE::systemErrorText(limited.error));
   }
   const ExitCode exitCode = runProgram();
   CORE::corelogger::instance().flush();

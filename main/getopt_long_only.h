@@ -33,6 +33,8 @@ inline constexpr int kOptionsEnd = -1;    ///< the scanner's result when no opti
 /// - The option's argument is the text behind "=", which may be empty. Without "=" it is the next element, whatever
 ///   that begins with.
 /// - The element "--" ends the options. The elements "-" and "" are no options.
+/// - The message about a missing argument has the dashes as they were typed and the whole name. The other messages have
+///   the element as it was typed.
 /// - Elements that are no options are stepped over. They are moved behind the options and "--".
 ///
 /// One thread per scan. Throws nothing but std::bad_alloc, for a message.

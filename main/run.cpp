@@ -140,7 +140,12 @@ bool Run::takeMutex() {
 bool Run::readCommandLine() {
   auto& processes = platform::current().processes;
   int count = 0;
-  arguments_ = std::move(processes.CommandLineToArgvW(processes.GetCommandLineW(), count).value);
+  auto split = processes.CommandLineToArgvW(processes.GetCommandLineW(), count);
+  if (!split) {
+    CORE::log(CORE::kError, L"wWinMain(): CommandLineToArgvW failed: 0x%x %s", split.error,
+              CORE::systemErrorText(split.error));
+  }
+  arguments_ = std::move(split.value);
   if (!lParseCommandLine(count, arguments_.get(), options_)) {
     CORE::log(CORE::kError, L"wWinMain(): Invalid command line options.");
     CORE::log(CORE::kInfo, kUsage);
@@ -166,7 +171,7 @@ bool leaveCallersFolder() {
   const platform::Status changed =
       folder ? system.SetCurrentDirectoryW(folder.value) : platform::Status{false, folder.error};
   if (!changed) {
-    CORE::log(CORE::kError, L"wWinMain(): Unable to make the system folder the current folder: %s",
+    CORE::log(CORE::kError, L"wWinMain(): Unable to make the system folder the current folder: 0x%x %s", changed.error,
               CORE::systemErrorText(changed.error));
   }
   return changed.ok;
@@ -188,7 +193,13 @@ bool Run::collect() {
 }
 
 bool Run::armDeleter() {
-  bundlePath_ = CORE::to_mstr(result_->get(L"FileName", L""), CORE::kUtf8);
+  const std::wstring path(result_->get(L"FileName", L""));
+  try {
+    bundlePath_ = CORE::to_mstr(path, CORE::kUtf8);
+  } catch (...) {
+    deleter_.emplace(path);  // the run ends here, but the bundle exists
+    throw;
+  }
   if (bundlePath_.empty()) {
     CORE::log(CORE::kError, L"wWinMain(): DCT file path is unexpectedly empty.");
     return false;

@@ -10,8 +10,12 @@ namespace CORE {
 /// deletes the object. Any thread may call the three operations. (core/base/counted.h counts the references of objects
 /// without virtual operations.)
 ///
-/// kept: the three operations are virtual and stand in this order, which is that of the table of virtual functions.
+/// kept: the destructor and the three operations are virtual and stand in this order, which is that of the table of
+/// virtual functions.
 class coreref {
+ protected:
+  virtual ~coreref() = default;
+
  public:
   coreref() = default;
   coreref(const coreref&) = delete;
@@ -26,9 +30,6 @@ class coreref {
   }
   /// kept: nothing in the program reads the count.
   virtual std::uint32_t refCount() const { return count_.load(std::memory_order_acquire); }
-
- protected:
-  virtual ~coreref() = default;
 
  private:
   std::atomic<std::uint32_t> count_{1};

@@ -99,7 +99,7 @@ MinidumpOutcome dump(CrashState& state, const CrashInfo* info, const platform::S
     return {false, L"this is not the first crash of the process"};
   }
   return loaded ? writeMinidump(state.settings, info)
-                : MinidumpOutcome{false, L"DbgHelp cannot be loaded: " + systemErrorText(loaded.error)};
+                : MinidumpOutcome{false, L"DbgHelp cannot be loaded: " + numberedErrorText(loaded.error)};
 }
 
 void logDump(CrashState& state, const CrashInfo* info, const platform::Status& loaded) {

@@ -86,7 +86,7 @@ std::wstring makeRoom(const CrashSettings& settings) {
   Names names;
   const platform::Status listed = list(settings.dumpFolder, kEnding, names);
   if (!listed) {
-    return format(L"the dumps in %s cannot be counted: %s", settings.dumpFolder, systemErrorText(listed.error));
+    return format(L"the dumps in %s cannot be counted: %s", settings.dumpFolder, numberedErrorText(listed.error));
   }
   const auto firstOwn =
       std::partition(names.begin(), names.end(), [](const std::wstring& name) { return !isOwn(name, kEnding); });
@@ -111,7 +111,7 @@ MinidumpOutcome writeFile(const CrashSettings& settings, const platform::CrashIn
   auto file = platform.files.CreateFileW(partial, platform::kGenericWrite, 0, platform::kCreateNew,
                                          platform::kFileAttributeNormal);
   if (!file) {
-    return none(format(L"%s cannot be made: %s", partial, systemErrorText(file.error)));
+    return none(format(L"%s cannot be made: %s", partial, numberedErrorText(file.error)));
   }
   platform::Status status = platform.crash.MiniDumpWriteDump(file.value.get(), settings.dumpType, info);
   file.value.reset();
@@ -120,7 +120,7 @@ MinidumpOutcome writeFile(const CrashSettings& settings, const platform::CrashIn
   }
   if (!status) {
     platform.files.DeleteFileW(partial);
-    return none(format(L"%s cannot be written: %s", path, systemErrorText(status.error)));
+    return none(format(L"%s cannot be written: %s", path, numberedErrorText(status.error)));
   }
   return {true, path};
 }
@@ -136,7 +136,7 @@ MinidumpOutcome writeMinidump(const CrashSettings& settings, const platform::Cra
   }
   const platform::Status made = makeProtectedFolder(settings.dumpFolder);
   if (!made) {
-    return none(format(L"the folder %s cannot be made: %s", settings.dumpFolder, systemErrorText(made.error)));
+    return none(format(L"the folder %s cannot be made: %s", settings.dumpFolder, numberedErrorText(made.error)));
   }
   removePartialFiles(settings.dumpFolder);
   const std::wstring full = makeRoom(settings);

@@ -33,6 +33,8 @@ std::wstring systemErrorText(std::uint32_t code) {
   return text.empty() ? format(L"Error %u (0x%x)", code, code) : text;
 }
 
+std::wstring numberedErrorText(std::uint32_t code) { return format(L"0x%x %s", code, systemErrorText(code)); }
+
 std::wstring moduleErrorText(const std::wstring& module, std::uint32_t code) {
   const platform::NativeHandle loaded = platform::current().system.GetModuleHandleW(module);
   if (loaded != nullptr) {

@@ -10,7 +10,10 @@ namespace CORE {
 /// Source: FormatMessageW with a buffer of 4096 characters.
 std::wstring systemErrorText(std::uint32_t code);
 
-/// Returns the same message, but an empty text for a number without one.
+/// Returns the number in front of the same message, as in "0x5 Access is denied.".
+std::wstring numberedErrorText(std::uint32_t code);
+
+/// Returns the message as systemErrorText does, but an empty text for a number without one.
 std::wstring systemMessageText(std::uint32_t code);
 
 /// Returns the message from the message table of a loaded module ("winhttp.dll"). When the module is not loaded or has

@@ -1,6 +1,5 @@
 #include "core/settings/configuration.h"
 
-#include <algorithm>
 #include <span>
 
 #include "core/base/memory_guard.h"
@@ -17,7 +16,7 @@ std::wstring readSetting(const Setting& setting) {
     if (readConfig(setting.path(), kAnyType, false, text) == kNotFound) {
       return std::wstring(setting.defaultText);
     }
-    text.resize(std::min(text.find(L'\0'), text.size()));
+    cutAtNul(text);
     return text;
   });
 }

@@ -28,8 +28,10 @@ std::wstring policyPath(std::wstring_view keyPath) {
 bool legacyPoliciesCount() {
   const Setting& fallback = kFallbackToLegacyGPO;
   std::wstring text = readPathDefault(L"HKLM\\" + policyPath(kProductPath) + L"\\" + fallback.name, L"", false);
+  cutAtNul(text);
   if (text.empty()) {
     text = readPathDefault(fallback.path(), fallback.defaultText, false);
+    cutAtNul(text);
   }
   return textToBool(text);
 }
@@ -42,28 +44,32 @@ struct Lookup {
   std::wstring& text;
   std::wstring* foundAt;
 
-  /// Reads below the given root. An empty key path is a place that this value does not have.
   std::uint32_t read(RegistryRoot root, const std::wstring& keyPath) const {
-    return keyPath.empty() ? kNotFound : readKeyValue(root, keyPath, name.value, expectedType, view64, text, foundAt);
+    return readKeyValue(root, keyPath, name.value, expectedType, view64, text, foundAt);
   }
 
-  /// Reads the machine's value that stands behind a user's.
-  std::uint32_t readMachine(const std::wstring& keyPath) const {
-    return name.root == RegistryRoot::kCurrentUser ? read(RegistryRoot::kLocalMachine, keyPath) : kNotFound;
+  /// Reads below a policy key. The empty path stands for a policy that this value does not have.
+  std::uint32_t readPolicy(RegistryRoot root, const std::wstring& keyPath) const {
+    return keyPath.empty() ? kNotFound : read(root, keyPath);
   }
 
   std::uint32_t run() const {
     const std::wstring policy = policyPath(name.keyPath);
-    std::uint32_t type = read(name.root, policy);
+    std::uint32_t type = readPolicy(name.root, policy);
     if (type != kNotFound) {
       return type;
     }
+    // The machine's values stand behind a user's.
+    const bool user = name.root == RegistryRoot::kCurrentUser;
+    const RegistryRoot machine = RegistryRoot::kLocalMachine;
     const std::wstring legacy = legacyPoliciesCount() ? legacyPolicyPath(name.keyPath) : std::wstring();
-    if ((type = read(name.root, legacy)) != kNotFound || (type = readMachine(policy)) != kNotFound ||
-        (type = readMachine(legacy)) != kNotFound || (type = read(name.root, name.keyPath)) != kNotFound) {
+    if ((type = readPolicy(name.root, legacy)) != kNotFound ||
+        (user && (type = readPolicy(machine, policy)) != kNotFound) ||
+        (user && (type = readPolicy(machine, legacy)) != kNotFound) ||
+        (type = read(name.root, name.keyPath)) != kNotFound) {
       return type;
     }
-    return readMachine(name.keyPath);
+    return user ? read(machine, name.keyPath) : kNotFound;
   }
 };
 

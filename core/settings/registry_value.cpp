@@ -1,5 +1,6 @@
 #include "core/settings/registry_value.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -137,6 +138,8 @@ std::wstring readPathDefault(const std::wstring& fullPath, std::wstring_view def
     return readPath(fullPath, kAnyType, view64, text) != kNotFound ? text : std::wstring(defaultText);
   });
 }
+
+void cutAtNul(std::wstring& text) { text.resize(std::min(text.find(L'\0'), text.size())); }
 
 std::uint32_t readKeyValue(RegistryRoot root, const std::wstring& keyPath, const std::wstring& valueName,
                            std::uint32_t expectedType, bool view64, std::wstring& text, std::wstring* foundAt) {

@@ -45,6 +45,9 @@ std::uint32_t readPath(const std::wstring& fullPath, std::uint32_t expectedType,
 /// Returns the text that readPath reads, of any type; the default when nothing is found.
 std::wstring readPathDefault(const std::wstring& fullPath, std::wstring_view defaultText, bool view64);
 
+/// Ends a setting's text at its first NUL, which belongs to no setting.
+void cutAtNul(std::wstring& text);
+
 /// Reads a value below a root. The current user's root stands for the hive of the user whom the calling thread
 /// impersonates.
 /// \param foundAt  when not null and the value was found: receives the full name under which it was found.

@@ -168,6 +168,10 @@ std::uintmax_t Files::file_size(const std::wstring& path, std::error_code& error
 }
 
 bool Files::remove(const std::string& path, std::error_code& error) {
+  if (removeErrno != 0) {
+    error.assign(removeErrno, std::generic_category());
+    return false;
+  }
   const auto removed = kernel_.call(__func__, [&] {
     std::wstring wide = CORE::toWideLossy(path);
     if (ansiIsLatin1) {

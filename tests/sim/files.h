@@ -29,6 +29,7 @@ class Files : public platform::Files {
   static std::byte sparseByte(std::uint64_t offset);               ///< the byte of a sparse file at that offset
   std::wstring descriptorOf(const std::wstring& folder) const;     ///< the text with which it was made; empty: none
   bool ansiIsLatin1 = false;                                       ///< for the narrow path of remove(); else UTF-8
+  int removeErrno = 0;                                             ///< with which remove() fails, in the terms of C
   std::atomic<std::uint64_t> freeBytes{std::uint64_t{100} << 30};  ///< what GetDiskFreeSpaceExW reports
   std::atomic<bool> diskFull{false};                               ///< writing to any file fails with kErrorDiskFull
 

@@ -56,10 +56,10 @@ class Registry : public platform::Registry {
   std::uint32_t latestAccess() const { return kernel_.copyOf(latestAccess_); }
 
   Result<RegistryKey> RegOpenKeyExW(RegistryRoot root, const std::wstring& path, std::uint32_t access) override {
-    return kernel_.call(__func__, [&] { return open(hiveOf(root) + L"\\" + path, access); });
+    return kernel_.call(__func__, [&] { return open(keyBelow(hiveOf(root), path), access); });
   }
   Result<RegistryKey> RegOpenKeyExW(NativeHandle key, const std::wstring& path, std::uint32_t access) override {
-    return kernel_.callOn<Key>(__func__, key, [&](Key& parent) { return open(parent.path + L"\\" + path, access); });
+    return kernel_.callOn<Key>(__func__, key, [&](Key& parent) { return open(keyBelow(parent.path, path), access); });
   }
   Result<RegistryKey> RegOpenCurrentUser(std::uint32_t access) override {
     return kernel_.call(__func__, [&] { return open(L"HKCU", access); });
@@ -104,6 +104,10 @@ class Registry : public platform::Registry {
     std::vector<std::byte> bytes;
   };
   static std::wstring hiveOf(RegistryRoot root) { return root == RegistryRoot::kCurrentUser ? L"HKCU" : L"HKLM"; }
+  /// The empty path names the key itself.
+  static std::wstring keyBelow(const std::wstring& key, const std::wstring& path) {
+    return path.empty() ? key : key + L"\\" + path;
+  }
   Result<RegistryKey> open(const std::wstring& path, std::uint32_t access) {
     latestAccess_ = access;
     const std::wstring below = lowerCase(path) + L"\\";

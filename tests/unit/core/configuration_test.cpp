@@ -53,7 +53,7 @@ TEST_F(ConfigurationTest, ValuesAsText) {
 
 TEST_F(ConfigurationTest, NamesThatLeadNowhereAndFailures) {
   windows_.registry.set(kValue, L"x");
-  for (const wchar_t* path : {L"", L"HKLM", L"Key\\Value", L"HKLM\\Value", L"HKLM\\Key\\Other", L"HKLM\\Other\\Value",
+  for (const wchar_t* path : {L"", L"HKLM", L"Key\\Value", L"HKLM\\x", L"HKLM\\Key\\Other", L"HKLM\\Other\\Value",
                               L"HKEY_LOCAL_MACHINE\\Key\\Value", L"\\Key\\Value", L"HKCU\\Other\\Value"}) {
     EXPECT_EQ(read(path), CORE::kNotFound) << CORE::toUtf8Lossy(path);
   }
@@ -92,11 +92,13 @@ TEST_F(ConfigurationTest, PlacesInTheirOrder) {
 
 TEST_F(ConfigurationTest, FallbackSwitchAndBooleans) {
   windows_.registry.set(L"HKLM\\" + kLogLegacy + L"\\Value", L"legacy");
-  for (const auto& [policy, plain, legacy] :
-       {std::tuple(L"true", L"false", true), std::tuple(L"", L"FALSE", false), std::tuple(L"", L"", false),
-        std::tuple(L"0", L"true", false), std::tuple(L" Yes\r\n", L"", true), std::tuple(L"ON", L"", true),
-        std::tuple(L"-1", L"", true), std::tuple(L"0x10 apples", L"", true), std::tuple(L"truely", L"", false)}) {
-    SCOPED_TRACE(CORE::toUtf8Lossy(L"policy '" + std::wstring(policy) + L"', plain '" + plain + L"'"));
+  using namespace std::literals;
+  const std::tuple<std::wstring, std::wstring, bool> rows[] = {
+      {L"true\0"s, L"false", true}, {L"", L"FALSE", false},   {L"\0"s, L"on\0off"s, true}, {L"", L"", false},
+      {L"0", L"true", false},       {L" Yes\r\n", L"", true}, {L"-1", L"", true},          {L"08", L"", false},
+      {L"0x10 apples", L"", true},  {L"truely", L"", false}};
+  for (const auto& [policy, plain, legacy] : rows) {
+    SCOPED_TRACE(CORE::toUtf8Lossy(L"policy '" + policy + L"', plain '" + plain + L"'"));
     windows_.registry.set(L"HKLM\\Software\\Policies\\Calvera\\Meridon\\FallbackToLegacyGPO", policy);
     windows_.registry.set(L"HKLM\\" + kProduct + L"\\FallbackToLegacyGPO", plain);
     EXPECT_EQ(read(L"HKLM\\" + kLog + L"\\Value") == platform::kRegSz, legacy);
@@ -112,6 +114,9 @@ TEST_F(ConfigurationTest, OddLookups) {
   EXPECT_EQ(read(kSetting.path(), platform::kRegSz), platform::kRegSz);  // a value of another type does not count
   windows_.registry.set(L"HKLM\\Other\\Policies\\Key\\Value", L"policy");
   EXPECT_EQ(read(L"HKLM\\Other\\Key\\Value"), platform::kRegSz);  // outside the product: a policy, no legacy
+  windows_.registry.set(L"HKLM\\Value", L"of the root key itself");
+  EXPECT_EQ(read(L"HKLM\\Value"), platform::kRegSz);
+  EXPECT_EQ(text_ + foundAt_, L"of the root key itselfHKLM\\\\Value");
   windows_.registry.set(L"HKCU\\" + kLogPolicy + L"\\Value", L"user");
   windows_.faults.failAll("RegOpenCurrentUser", platform::kErrorAccessDenied);
   EXPECT_EQ(read(L"HKCU\\" + kLog + L"\\Value"), platform::kRegDword);  // the hive is that of the thread's user

@@ -141,6 +141,8 @@ TEST(CrashHandling, EachPlatformCallFailingInTurn) {
     const bool written = dumps == Names{kNewDump};
     EXPECT_TRUE(written || dumps == Names{kOldDump} || dumps.empty());
     EXPECT_TRUE(calls[nth - 1].name == "WriteFile" || world.log.count(L"No minidump: ") == (written ? 0U : 1U));
+    const auto explained = world.log.count(L": 0x5 Message 5.") + world.log.count(L" of at most ");
+    EXPECT_EQ(explained, world.log.count(L"No minidump: ")) << world.log.text();
   }
 }
 

@@ -1,6 +1,7 @@
 #include "main/run.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 
 #include "tests/unit/main/run_world.h"
@@ -86,6 +87,8 @@ TEST(Run, EndsBeforeTheCollection) {
       {"among others", 0, 2, 1, called(L"stray -url=https://h/b -- -more"), taken(L"https://h/b")},
       {"no argument", 3, 0, 0, called(L"-url"), badArgument(L"-url"),
        "mdDCT.exe: option '-url' requires an argument\n"},
+      {"no argument behind a prefix", 3, 0, 0, called(L"--u"), badArgument(L"--u"),
+       "mdDCT.exe: option '--url' requires an argument\n"},
       {"capitals", 3, 0, 0, called(L"-url https://h/b - -URL y"), badArgument(L"-URL"), unknown + "-URL'\n"},
       {"three dashes", 3, 0, 0, called(dashes), badArgument(dashes), unknown + "---url=https://h/b'\n"},
       {"not UTF-16", 3, 0, 0, called(L"-url \xDC00"), error(L"to_mstr Failed")},
@@ -109,6 +112,10 @@ TEST(Run, EndsWithTheCollectionOrTheUpload) {
   const auto noScript = [](RunWorld& world) { world.windows.files.erase(L"C:\\Agent\\dct\\vdx-support.ps1"); };
   const auto noPowerShell = [](RunWorld& world) { world.windows.faults.failNth("CreateProcessW", 2, 5); };
   const auto noBundle = [](RunWorld& world) { world.writesBundle = false, world.exitCode = 5; };
+  const auto unnamable = [](RunWorld& world) {
+    setting(L"Agent\\UseRegistryForLoggingPath", L"true")(world);
+    setting(L"Log\\LogFileDirectory", L"D:\\\xDC00")(world);
+  };
   const auto refused = [](RunWorld& world) { world.failingRequest = 1; };
   const std::wstring notStarted = error(L"Failed to start upload.");
   expect({
@@ -124,6 +131,9 @@ TEST(Run, EndsWithTheCollectionOrTheUpload) {
       {"proxy", 0, 2, 1, withProxy, uploading(kUrl, proxy) + kSucceeded},
       {"without TLS", 5, 2, 0, called(L"-url http://h/b"), uploading(L"http://h/b") + notStarted},
       {"option as URL", 5, 2, 0, called(L"-url -url=https://h/b"), uploading(L"-url=https://h/b") + notStarted},
+      {"refused SetEvent", 0, 2, 1, [](RunWorld& world) { world.windows.faults.failNth("SetEvent", 1, 5); },
+       uploading() + error(L"SetEvent failed: 0x5 Message 5.") + kSucceeded},
+      {"path that is not UTF-16", 4, 2, 0, unnamable, error(L"to_mstr Failed")},
       {"refused upload", 7, 2, 1, refused, uploading() + error(L"Upload failed.")},
   });
 }
@@ -172,6 +182,9 @@ TEST(Run, ABundleWhoseNameIsNotAscii) {
   EXPECT_EQ(world.run(), 0);
   EXPECT_TRUE(world.bundleExists());
   EXPECT_TRUE(world.log.has(CORE::kWarn, L"Unable to clean DCT bundle. Error code: 0. Error msg: Message 0."));
+  world.windows.files.removeErrno = EACCES;  // the library speaks in the terms of C, too
+  EXPECT_EQ(world.run(), 0);
+  EXPECT_TRUE(world.log.has(CORE::kWarn, L"Unable to clean DCT bundle. Error code: 13. Error msg: Permission denied"));
 }
 
 }  // namespace

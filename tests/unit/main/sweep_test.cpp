@@ -64,10 +64,9 @@ struct Fault {
 using Faults = std::vector<Fault>;
 
 /// The log texts that name the cause of a failed run where neither the failed call's name nor its error is logged.
-/// EqualSid, CommandLineToArgvW and IsValidURL have no error of their own; the others lose it by the product's texts.
+/// EqualSid and IsValidURL have no error of their own; the others lose it by the product's texts.
 const std::pair<const wchar_t*, std::string_view> kCauses[] = {
     {L"Insufficient permissions.", "EqualSid"},
-    {L"Invalid command line options.", "CommandLineToArgvW"},
     {L"Invalid URL.", "IsValidURL"},
     {L"Cannot create the temporary directory.",
      "ConvertStringSecurityDescriptorToSecurityDescriptorW CreateDirectoryW _waccess"},
