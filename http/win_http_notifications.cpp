@@ -136,7 +136,10 @@ bool WinHttpRequest::step(const Notification& notification) {
       logSecureFailure(notification.number);
       return true;  // the error itself comes as REQUEST_ERROR
     case platform::kStatusRequestError:
-      return requestError(notification);
+      // It ends the exchange, 12017 too. Whoever cancelled has decided the end before, so that this decides nothing.
+      // When nobody did, no other completion comes.
+      logRequestError(notification);
+      return false;
     case platform::kStatusSendRequestComplete:
       return hasEnded() || continueUpload();
     case platform::kStatusWriteComplete:
@@ -155,12 +158,11 @@ bool WinHttpRequest::step(const Notification& notification) {
   }
 }
 
-bool WinHttpRequest::requestError(const Notification& notification) {
+void WinHttpRequest::logRequestError(const Notification& notification) {
   const std::string text = CORE::toUtf8Lossy(CORE::moduleErrorText(L"winhttp.dll", notification.number));
   CORE::log(gate_.isProbe() ? CORE::kTrace : CORE::kError,  // a probe's abort is expected
             L"WinHttpRequest::RequestCallback(): %s failed for url %s: 0x%x (%S)", apiName(notification.api),
             target_.url(), notification.number, text);
-  return notification.number == platform::kErrorWinHttpOperationCancelled;  // the canceller closes
 }
 
 void WinHttpRequest::onHandleClosing() noexcept {

@@ -194,7 +194,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   void handleNotifications() noexcept;
   void runStep(const Notification& notification) noexcept;
   bool step(const Notification& notification);
-  bool requestError(const Notification& notification);
+  void logRequestError(const Notification& notification);
   void onHandleClosing() noexcept;
   void callCompletion() noexcept;
   void signalCancelled() noexcept;
