@@ -107,6 +107,16 @@ bool WinHttpRequest::SendingRequest() {
   return server != nullptr && gate_.checkLive(*server, target_.host());
 }
 
+bool WinHttpRequest::wasChecked() const {
+  if (!gate_.lacksLiveCheck(proxy_.isNamed())) {
+    return true;
+  }
+  CORE::log(CORE::kError,
+            L"WinHttpRequest::RequestCallback(): The server's certificates were not checked before sending to %s",
+            target_.url());
+  return false;
+}
+
 void WinHttpRequest::handleNotifications() noexcept {
   Notification notification;
   while (notifications_.pop(notification)) {
@@ -141,7 +151,7 @@ bool WinHttpRequest::step(const Notification& notification) {
       logRequestError(notification);
       return false;
     case platform::kStatusSendRequestComplete:
-      return hasEnded() || continueUpload();
+      return hasEnded() || (wasChecked() && continueUpload());
     case platform::kStatusWriteComplete:
       return hasEnded() || writeComplete(notification.number);
     case platform::kStatusHeadersAvailable:

@@ -96,8 +96,9 @@ TEST(ExchangeTest, CallsThatFailEndItOnce) {
   };
   const Row rows[] = {
       {"WinHttpSetOption", 1, L"performAsync(): WinHttpSetOption failed to enable revocation: 0x8"},
-      {"WinHttpSetOption", 2, L"performAsync(): Unable to set proxy user: 0x8 Message 8."},
-      {"WinHttpSetOption", 3, L"performAsync(): Unable to set proxy pw: 0x8 Message 8."},
+      {"WinHttpSetOption", 2, L"performAsync(): Unable to forbid redirects: 0x8 Message 8."},
+      {"WinHttpSetOption", 3, L"performAsync(): Unable to set proxy user: 0x8 Message 8."},
+      {"WinHttpSetOption", 4, L"performAsync(): Unable to set proxy pw: 0x8 Message 8."},
       {"WinHttpSendRequest", 1, L"performAsync(): WinHttpSendRequest failed: 0x8"},
       {"WinHttpWriteData", 1, L"UploadData(): WinHttpWritedata failed: 0x8 Message 8."},
       {"WinHttpQueryHeaders", 1, L"CheckHeaders(): Unable to get status code. Error: 0x8 Message 8.", true},
