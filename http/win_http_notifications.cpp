@@ -96,8 +96,7 @@ bool WinHttpRequest::SendingRequest() {
   {
     const auto call = handles_.useRequest();  // not held longer than this: a close waits for it
     if (!call) {
-      CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Request handle doesn't exist");
-      return false;
+      return stepWithoutHandle(CORE::kError, L"WinHttpRequest::SendingRequest(): Request handle doesn't exist");
     }
     if (gate_.settings().ignoreAllErrors) {
       return true;

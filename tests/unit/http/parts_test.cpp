@@ -34,6 +34,13 @@ TEST(PartsTest, HandlesCloseAfterTheLastCallAndClosingComesLast) {
   EXPECT_EQ(handles.takeOutcome(), ExchangeHandles::Outcome::kCancelled) << "the first decides";
   EXPECT_EQ(handles.takeOutcome(), std::nullopt) << "handed out once";
 
+  ExchangeHandles whole;
+  EXPECT_TRUE(whole.markStarted() && whole.setSession(open().value) && whole.setConnection(open().value) &&
+              whole.setRequest(open().value));
+  EXPECT_FALSE(whole.closeIncomplete(ExchangeHandles::Outcome::kCancelled)) << "a send may be in progress";
+  EXPECT_TRUE(whole.useRequest() && whole.close(ExchangeHandles::Outcome::kFinished));
+  EXPECT_TRUE(whole.closeIncomplete(ExchangeHandles::Outcome::kCancelled)) << "nothing is left to wait for";
+
   NotificationQueue queue;
   Notification next;
   EXPECT_TRUE(queue.push({1, 10, 0}) && !queue.pushClosing()) << "somebody handles already";
