@@ -56,8 +56,8 @@ class CertificateGate {
   /// Whether the live chain has passed already. WinHTTP may send the notification several times.
   bool hasPassed() const { return passed_; }
 
-  /// Whether the live check was due and has not passed. Asked once the headers have left, which only happens then when
-  /// the sending-request notification never came.
+  /// Whether the live check is due and has not passed. Once the headers have left, this means that the sending-request
+  /// notification never came.
   bool lacksLiveCheck(bool viaProxy) const;
 
   /// Takes the server's certificate and chain from a request whose TLS connection stands, and keeps them for

@@ -35,13 +35,12 @@ struct HttpRequestHandle : HttpHandle {
 
   std::optional<HttpReply> reply;
 
-  std::optional<ServerChain> shown;         ///< what the server has shown in the handshake
-  bool inFlight = false;                    ///< a call has been made, and its completion has not reached the program
-  std::optional<HttpPending> pending;       ///< that call, until a thread begins to complete it
-  HttpPending taken;                        ///< the call that a thread began to complete last
-  std::span<const std::byte> optionalData;  ///< of the send: a redirect may send it again
-  bool silenced = false;                    ///< `pending` is never answered
-  bool bound = false;                       ///< the context is known, by a send
+  std::optional<ServerChain> shown;    ///< what the server has shown in the handshake
+  bool inFlight = false;               ///< a call has been made, and its completion has not reached the program
+  std::optional<HttpPending> pending;  ///< that call, until a thread begins to complete it
+  HttpPending taken;                   ///< the call that a thread began to complete last
+  bool silenced = false;               ///< `pending` is never answered
+  bool bound = false;                  ///< the context is known, by a send
   bool headersReady = false;
   bool closing = false;   ///< WinHttpCloseHandle was called
   bool finished = false;  ///< HANDLE_CLOSING has begun: nothing comes after it
@@ -50,6 +49,7 @@ struct HttpRequestHandle : HttpHandle {
   std::size_t piece = 0;
   std::uint32_t available = 0;
   std::vector<std::thread::id> delivering;  ///< threads that deliver, as often as their deliveries nest
+  std::span<const std::byte> optionalData;  ///< of the send: a redirect may send it again
 
   std::uint64_t replySize() const { return reply->repeatedBody != 0 ? reply->repeatedBody : reply->body.size(); }
   bool othersDeliver() const {
