@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "core/base/unicode.h"
 #include "fuzz/fuzz.h"
 #include "http/proxy/proxy_list.h"
@@ -9,6 +11,17 @@ namespace {
 
 constexpr std::wstring_view kSeparators = L"; \t\r\n";
 
+/// Whether a piece of the list names no proxy for this program.
+bool isDropped(std::wstring token) {
+  std::ranges::transform(token, token.begin(), [](wchar_t c) { return c >= L'A' && c <= L'Z' ? c + 32 : c; });
+  for (const std::wstring prefix : {L"http=", L"https=", L"socks=", L"ftp="}) {
+    if (token.starts_with(prefix)) {
+      return prefix == L"ftp=" || token.find_first_not_of(L'/', prefix.size()) == token.npos;
+    }
+  }
+  return token.find_first_not_of(L'/') == token.npos;
+}
+
 std::size_t countTokens(std::wstring_view text) {
   std::size_t tokens = 0;
   std::wstring token;
@@ -17,7 +30,7 @@ std::size_t countTokens(std::wstring_view text) {
       token += c;
       continue;
     }
-    tokens += token.empty() || token == L"http=" || token == L"https=" || token == L"socks=" ? 0 : 1;
+    tokens += isDropped(token) ? 0 : 1;
     token.clear();
   }
   return tokens;

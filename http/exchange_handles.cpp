@@ -34,11 +34,6 @@ ExchangeHandles::Call ExchangeHandles::useSession() { return use(&Set::session);
 ExchangeHandles::Call ExchangeHandles::useConnection() { return use(&Set::connection); }
 ExchangeHandles::Call ExchangeHandles::useRequest() { return use(&Set::request); }
 
-bool ExchangeHandles::hasAllHandles() const {
-  const CORE::MutexLock lock(mutex_);
-  return outcome_ == Outcome::kOpen && handles_.session && handles_.connection && handles_.request;
-}
-
 ExchangeHandles::Outcome ExchangeHandles::outcome() const {
   const CORE::MutexLock lock(mutex_);
   return outcome_;
@@ -57,6 +52,24 @@ bool ExchangeHandles::close(Outcome outcome, const std::function<void()>& onDeci
     }
     if (calls_ == 0) {  // else the last call in progress closes, in endCall()
       std::swap(closing, handles_);
+    }
+  }
+  closing.close();
+  return true;
+}
+
+bool ExchangeHandles::closeIncomplete(Outcome outcome) {
+  Set closing;
+  {
+    const CORE::MutexLock lock(mutex_);
+    if (outcome_ == Outcome::kOpen && handles_.session && handles_.connection && handles_.request) {
+      return false;
+    }
+    if (started_ && outcome_ == Outcome::kOpen) {
+      outcome_ = outcome;
+      if (calls_ == 0) {
+        std::swap(closing, handles_);
+      }
     }
   }
   closing.close();

@@ -58,14 +58,17 @@ class ExchangeHandles {
   Call useConnection();
   Call useRequest();
 
-  /// Returns whether all three handles exist and nobody has closed them.
-  bool hasAllHandles() const EXCLUDES(mutex_);
   Outcome outcome() const EXCLUDES(mutex_);
 
   /// Closes request, connection and session, in this order: at once, or by the last call in progress.
   /// \param onDecided  runs under the lock once this call has decided, before anything is closed; it must not throw.
   /// \return true when this call decided; false, without effect, when the exchange was not started or is closed.
   bool close(Outcome outcome, const std::function<void()>& onDecided = {}) EXCLUDES(mutex_);
+
+  /// As close(), but only while a handle is missing. One step, so that no send can begin between the question and the
+  /// close.
+  /// \return false, without effect, when all three handles exist and nobody has closed them.
+  bool closeIncomplete(Outcome outcome) EXCLUDES(mutex_);
 
   /// As close(), but closes at once, whatever calls are in progress, and also what was decided before. For the
   /// sending-request notification only: data leaves when it returns, and the call that caused it has read its handle

@@ -29,9 +29,9 @@ bool headerBlock(const HttpMap& headers, std::wstring& block) {
 }
 
 std::wstring target(std::wstring_view path, std::wstring_view extra, const HttpMap& parameters) {
-  const std::size_t fragment = extra.find(L'#');
+  extra = extra.substr(0, extra.find(L'#'));  // WinHTTP would escape a fragment and send it
   std::wstring out(path);
-  out += extra.substr(0, fragment);
+  out += extra;
   std::string encoded;
   for (const auto& [name, value] : parameters) {
     encoded += CORE::formatNarrow("%s=%s&", name, value);  // kept: the last parameter too ends in "&"
@@ -43,9 +43,6 @@ std::wstring target(std::wstring_view path, std::wstring_view extra, const HttpM
       out += L'&';
     }
     out += CORE::to_wstr(encoded, CORE::kUtf8);
-  }
-  if (fragment != extra.npos) {
-    out += extra.substr(fragment);
   }
   return out;
 }

@@ -15,7 +15,8 @@ namespace request_text {
 bool headerBlock(const HttpMap& headers, std::wstring& block);
 
 /// Returns what WinHttpOpenRequest takes: the path, the URL's own query and the parameters, each as "name=value&" and
-/// unescaped. The parameters follow the query after "&", or after "?" when the URL has none. A fragment comes last.
+/// unescaped. The parameters follow the query after "&", or after "?" when the URL has none. A fragment of the URL is
+/// left out: it is no part of a request.
 /// \throws CORE::coreException "to_wstr Failed" for a parameter that is not UTF-8.
 std::wstring target(std::wstring_view path, std::wstring_view extra, const HttpMap& parameters);
 

@@ -96,8 +96,7 @@ bool WinHttpRequest::SendingRequest() {
   {
     const auto call = handles_.useRequest();  // not held longer than this: a close waits for it
     if (!call) {
-      CORE::log(CORE::kError, L"WinHttpRequest::SendingRequest(): Request handle doesn't exist");
-      return false;
+      return stepWithoutHandle(CORE::kError, L"WinHttpRequest::SendingRequest(): Request handle doesn't exist");
     }
     if (gate_.settings().ignoreAllErrors) {
       return true;
@@ -105,6 +104,16 @@ bool WinHttpRequest::SendingRequest() {
     server = gate_.capture(call.handle());
   }
   return server != nullptr && gate_.checkLive(*server, target_.host());
+}
+
+bool WinHttpRequest::wasChecked() const {
+  if (!gate_.lacksLiveCheck(proxy_.isNamed())) {
+    return true;
+  }
+  CORE::log(CORE::kError,
+            L"WinHttpRequest::RequestCallback(): The server's certificates were not checked before sending to %s",
+            target_.url());
+  return false;
 }
 
 void WinHttpRequest::handleNotifications() noexcept {
@@ -136,9 +145,12 @@ bool WinHttpRequest::step(const Notification& notification) {
       logSecureFailure(notification.number);
       return true;  // the error itself comes as REQUEST_ERROR
     case platform::kStatusRequestError:
-      return requestError(notification);
+      // It ends the exchange, 12017 too. Whoever cancelled has decided the end before, so that this decides nothing.
+      // When nobody did, no other completion comes.
+      logRequestError(notification);
+      return false;
     case platform::kStatusSendRequestComplete:
-      return hasEnded() || continueUpload();
+      return hasEnded() || (wasChecked() && continueUpload());
     case platform::kStatusWriteComplete:
       return hasEnded() || writeComplete(notification.number);
     case platform::kStatusHeadersAvailable:
@@ -155,12 +167,11 @@ bool WinHttpRequest::step(const Notification& notification) {
   }
 }
 
-bool WinHttpRequest::requestError(const Notification& notification) {
+void WinHttpRequest::logRequestError(const Notification& notification) {
   const std::string text = CORE::toUtf8Lossy(CORE::moduleErrorText(L"winhttp.dll", notification.number));
   CORE::log(gate_.isProbe() ? CORE::kTrace : CORE::kError,  // a probe's abort is expected
             L"WinHttpRequest::RequestCallback(): %s failed for url %s: 0x%x (%S)", apiName(notification.api),
             target_.url(), notification.number, text);
-  return notification.number == platform::kErrorWinHttpOperationCancelled;  // the canceller closes
 }
 
 void WinHttpRequest::onHandleClosing() noexcept {

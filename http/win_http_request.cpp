@@ -161,9 +161,8 @@ bool WinHttpRequest::finishSync(bool performed, std::string& response) {
 
 bool WinHttpRequest::cancelRequest() {
   const auto self = shared_from_this();
-  if (!handles_.hasAllHandles()) {
-    handles_.close(ExchangeHandles::Outcome::kCancelled);  // so that a start that is still under way sends nothing
-    return true;
+  if (handles_.closeIncomplete(ExchangeHandles::Outcome::kCancelled)) {
+    return true;  // a start that is still under way sends nothing
   }
   auto event = platform::current().objects.CreateEventW(false, false);
   if (!event) {

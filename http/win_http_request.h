@@ -186,15 +186,17 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   bool openConnection();
   bool openRequest();
   bool applySecurity();
+  bool forbidRedirects(HttpMethod method);
   bool applyProxyCredentials();
 
   // win_http_notifications.cpp
   void RequestCallback(std::uint32_t status, const void* information, std::uint32_t informationLength) noexcept;
   void checkBeforeSending() noexcept;
+  bool wasChecked() const;
   void handleNotifications() noexcept;
   void runStep(const Notification& notification) noexcept;
   bool step(const Notification& notification);
-  bool requestError(const Notification& notification);
+  void logRequestError(const Notification& notification);
   void onHandleClosing() noexcept;
   void callCompletion() noexcept;
   void signalCancelled() noexcept;

@@ -106,6 +106,25 @@ bool WinHttpRequest::applySecurity() {
   return true;
 }
 
+bool WinHttpRequest::forbidRedirects(HttpMethod method) {
+  if (method != HttpMethod::kPost && method != HttpMethod::kPut && !gate_.bindsToServer()) {
+    return true;
+  }
+  const auto call = handles_.useRequest();
+  if (!call) {
+    return false;
+  }
+  // WinHTTP would send the body to another host, and take the answer of a server that nobody has checked.
+  const auto forbidden = platform::current().winHttp.WinHttpSetOption(call.handle(), platform::kOptionRedirectPolicy,
+                                                                      platform::kRedirectPolicyNever);
+  if (!forbidden) {
+    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Unable to forbid redirects: 0x%x %s", forbidden.error,
+              CORE::systemErrorText(forbidden.error));
+    return false;
+  }
+  return true;
+}
+
 bool WinHttpRequest::applyProxyCredentials() {
   auto& winHttp = platform::current().winHttp;
   if (proxy_.user.empty() || proxy_.password.empty()) {

@@ -89,7 +89,7 @@ bool WinHttpRequest::start(HttpMethod method) {
   }
   verb_ = verbOf(method);
   return openSession() && configureSession(limits) && openConnection() && openRequest() && applySecurity() &&
-         applyProxyCredentials() && prepareBody(method) && send();
+         forbidRedirects(method) && applyProxyCredentials() && prepareBody(method) && send();
 }
 
 bool WinHttpRequest::endFailedStart() {

@@ -24,12 +24,15 @@ inline constexpr std::uint32_t kWinHttpFlagSecure = 0x800000;
 inline constexpr std::uint32_t kSchemeHttp = 1;   ///< INTERNET_SCHEME_HTTP of WinHTTP
 inline constexpr std::uint32_t kSchemeHttps = 2;  ///< INTERNET_SCHEME_HTTPS of WinHTTP
 
-// Options of WinHttpSetOption (WINHTTP_OPTION_...), and the value of kOptionEnableFeature that the program sets.
+// Options of WinHttpSetOption (WINHTTP_OPTION_...), and the values of kOptionEnableFeature and kOptionRedirectPolicy
+// that the program sets.
 inline constexpr std::uint32_t kOptionSecurityFlags = 31;
 inline constexpr std::uint32_t kOptionEnableFeature = 79;
+inline constexpr std::uint32_t kOptionRedirectPolicy = 88;
 inline constexpr std::uint32_t kOptionProxyUsername = 0x1002;
 inline constexpr std::uint32_t kOptionProxyPassword = 0x1003;
 inline constexpr std::uint32_t kEnableSslRevocation = 1;  ///< WINHTTP_ENABLE_SSL_REVOCATION
+inline constexpr std::uint32_t kRedirectPolicyNever = 0;  ///< WINHTTP_OPTION_REDIRECT_POLICY_NEVER
 
 // Options of WinHttpQueryOption (WINHTTP_OPTION_...).
 inline constexpr std::uint32_t kOptionServerCertContext = 78;

@@ -15,9 +15,10 @@ std::wstring withScheme(std::wstring_view proxy) {
   return entry;
 }
 
-/// Removes the prefix; false when the entry does not begin with it.
+/// Removes the prefix, which is in lower case; false when the entry does not begin with it in any case.
 bool takePrefix(std::wstring_view& entry, std::wstring_view prefix) {
-  if (!entry.starts_with(prefix)) {
+  const auto lower = [](wchar_t c) { return c >= L'A' && c <= L'Z' ? static_cast<wchar_t>(c + (L'a' - L'A')) : c; };
+  if (!std::ranges::equal(entry.substr(0, prefix.size()), prefix, {}, lower)) {
     return false;
   }
   entry.remove_prefix(prefix.size());
@@ -25,11 +26,15 @@ bool takePrefix(std::wstring_view& entry, std::wstring_view prefix) {
 }
 
 void add(std::wstring_view entry, Table& table) {
+  if (takePrefix(entry, L"ftp=")) {
+    return;  // no request goes there
+  }
   const bool socks = takePrefix(entry, L"socks=");
   auto& entries = socks                          ? table.socks
                   : takePrefix(entry, L"http=")  ? table.http
                   : takePrefix(entry, L"https=") ? table.https
                                                  : table.plain;
+  entry = entry.substr(0, entry.find_last_not_of(L'/') + 1);  // WinHTTP takes a host and a port
   if (!entry.empty()) {
     entries.push_back(socks ? std::wstring(entry) : withScheme(entry));
   }

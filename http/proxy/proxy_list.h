@@ -18,8 +18,8 @@ struct Table {
   std::vector<std::wstring> plain;  ///< for every scheme
 };
 
-/// Splits a list into its entries. Drops empty entries and entries with an empty value. Prefixes count in lower case
-/// only: "HTTP=" is part of a plain entry.
+/// Splits a list into its entries. Drops empty entries, entries with an empty value, and those of "ftp=". Prefixes
+/// count in upper and lower case. Slashes at the end of an entry are removed.
 Table parse(std::wstring_view list);
 
 /// Returns the scheme's own entries, then the plain ones.

@@ -166,8 +166,8 @@ bool SystemProxy::DetectWpad(std::wstring& pacUrl) {
       [] { return platform::current().winHttp.WinHttpDetectAutoProxyConfigUrl(platform::kAutoDetectDhcpAndDnsA); });
   pacUrl = std::move(found.value);
   if (!found) {
-    CORE::log(CORE::kDebug, L"SystemProxy::DetectWpad(): WinHttpDetectAutoProxyConfigUrl failed: %s",
-              CORE::moduleErrorText(L"winhttp.dll", found.error));
+    CORE::log(CORE::kDebug, L"SystemProxy::DetectWpad(): WinHttpDetectAutoProxyConfigUrl failed: 0x%x (%s)",
+              found.error, CORE::moduleErrorText(L"winhttp.dll", found.error));
   }
   return !pacUrl.empty();
 }

@@ -28,6 +28,12 @@ bool CertificateGate::usesPlatformRevocation(bool viaProxy) const {
   return !settings_.ignoreAllErrors && settings_.pins.empty() && settings_.checkRevocation && !viaProxy;
 }
 
+bool CertificateGate::bindsToServer() const { return !settings_.pins.empty() || settings_.checkRevocation || isProbe_; }
+
+bool CertificateGate::lacksLiveCheck(bool viaProxy) const {
+  return watchesSending(viaProxy) && !settings_.ignoreAllErrors && !passed_;
+}
+
 bool CertificateGate::preflight(const std::wstring& host, bool viaProxy, const CertificateSources& sources) {
   if (isProbe_) {
     CORE::log(CORE::kTrace,

@@ -44,6 +44,8 @@ class CertificateGate {
   std::uint32_t securityFlags() const;
   /// Whether WinHTTP's own revocation check is to be switched on.
   bool usesPlatformRevocation(bool viaProxy) const;
+  /// Whether no other server may answer in place of the one that is checked.
+  bool bindsToServer() const;
 
   /// Checks the server before the session is opened.
   /// \param host  the name that the leaf must carry.
@@ -53,6 +55,10 @@ class CertificateGate {
 
   /// Whether the live chain has passed already. WinHTTP may send the notification several times.
   bool hasPassed() const { return passed_; }
+
+  /// Whether the live check is due and has not passed. Once the headers have left, this means that the sending-request
+  /// notification never came.
+  bool lacksLiveCheck(bool viaProxy) const;
 
   /// Takes the server's certificate and chain from a request whose TLS connection stands, and keeps them for
   /// captured().

@@ -137,13 +137,18 @@ Result<NativeHandle> WindowsWinHttp::WinHttpQueryOption(NativeHandle request, st
 Result<UrlComponents> WindowsWinHttp::WinHttpCrackUrl(const std::wstring& url) {
   // A null pointer with a length other than 0 makes the call return a pointer into `url`.
   constexpr DWORD kAsk = static_cast<DWORD>(-1);
+  if (!fitsDword(url.size())) {
+    return {false, {}, kErrorInvalidParameter};
+  }
   URL_COMPONENTS parts{};
   parts.dwStructSize = sizeof(parts);
   parts.dwSchemeLength = kAsk;
   parts.dwHostNameLength = kAsk;
+  parts.dwUserNameLength = kAsk;
+  parts.dwPasswordLength = kAsk;
   parts.dwUrlPathLength = kAsk;
   parts.dwExtraInfoLength = kAsk;
-  const BOOL cracked = ::WinHttpCrackUrl(url.c_str(), 0, 0, &parts);
+  const BOOL cracked = ::WinHttpCrackUrl(url.c_str(), static_cast<DWORD>(url.size()), 0, &parts);
   const ErrorCode error = ::GetLastError();
   if (!cracked) {
     return {false, {}, error};

@@ -20,6 +20,8 @@ static_assert(kSchemeHttp == INTERNET_SCHEME_HTTP && kSchemeHttps == INTERNET_SC
 
 static_assert(kOptionSecurityFlags == WINHTTP_OPTION_SECURITY_FLAGS);
 static_assert(kOptionEnableFeature == WINHTTP_OPTION_ENABLE_FEATURE);
+static_assert(kOptionRedirectPolicy == WINHTTP_OPTION_REDIRECT_POLICY);
+static_assert(kRedirectPolicyNever == WINHTTP_OPTION_REDIRECT_POLICY_NEVER);
 static_assert(kOptionProxyUsername == WINHTTP_OPTION_PROXY_USERNAME);
 static_assert(kOptionProxyPassword == WINHTTP_OPTION_PROXY_PASSWORD);
 static_assert(kOptionServerCertContext == WINHTTP_OPTION_SERVER_CERT_CONTEXT);

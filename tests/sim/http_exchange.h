@@ -50,6 +50,7 @@ enum class HttpStage : std::uint8_t { kReceive = 1, kQueryData = 2, kRead = 3, k
 /// What the server does with a request.
 struct HttpReply {
   std::uint32_t status = 200;
+  std::wstring location;    ///< of a status 3xx: where WinHTTP goes by itself, unless redirects are forbidden
   std::wstring headers;     ///< further lines, each with its CRLF
   std::wstring rawHeaders;  ///< the whole block instead, when not empty
   std::string body;

@@ -49,6 +49,7 @@ struct HttpRequestHandle : HttpHandle {
   std::size_t piece = 0;
   std::uint32_t available = 0;
   std::vector<std::thread::id> delivering;  ///< threads that deliver, as often as their deliveries nest
+  std::span<const std::byte> optionalData;  ///< of the send: a redirect may send it again
 
   std::uint64_t replySize() const { return reply->repeatedBody != 0 ? reply->repeatedBody : reply->body.size(); }
   bool othersDeliver() const {

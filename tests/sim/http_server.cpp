@@ -1,10 +1,13 @@
 // What the simulated network, the handshake and the scripted server do with a request.
 #include "tests/sim/http_handles.h"
+#include "tests/sim/internet.h"
 
 namespace sim {
 namespace {
 
 constexpr std::uint32_t kMaxPiece = 8192;  // the most bytes that Windows reports as available
+constexpr ErrorCode kErrorResendRequest = 12032;
+constexpr ErrorCode kErrorRedirectFailed = 12156;
 constexpr std::uint32_t kCertEExpired = 0x800B0101;
 constexpr std::uint32_t kCertEWrongUsage = 0x800B0110;
 constexpr std::uint32_t kTrustIsRevoked = 0x4;  // CERT_TRUST_IS_REVOKED
@@ -39,13 +42,16 @@ std::uint32_t failureBits(const ServerChain& chain, const HttpExchange& seen) {
 
 }  // namespace
 
-bool WinHttp::proxyRefuses(const HttpExchange& seen) const {
+bool WinHttp::proxyChallenges(const HttpExchange& seen) const {
+  return proxyCredentials && seen.accessType == kAccessTypeNamedProxy && (seen.requestFlags & kWinHttpFlagSecure) != 0;
+}
+
+bool WinHttp::proxyAccepts(const HttpExchange& seen) const {
   const auto is = [&](std::uint32_t option, const std::wstring& value) {
     const auto found = seen.textOptions.find(option);
     return found != seen.textOptions.end() && found->second == value;
   };
-  return proxyCredentials && seen.accessType == kAccessTypeNamedProxy &&
-         !(is(kOptionProxyUsername, proxyCredentials->first) && is(kOptionProxyPassword, proxyCredentials->second));
+  return is(kOptionProxyUsername, proxyCredentials->first) && is(kOptionProxyPassword, proxyCredentials->second);
 }
 
 /// Does the handshake of a send. Returns false when the send ends with that: it failed, or is never answered.
@@ -144,7 +150,10 @@ void WinHttp::takeBody(HttpRequestHandle& request, std::span<const std::byte> da
 
 void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
   if (call.stage == HttpStage::kSend) {
-    return answerSend(request, call);
+    if (reachServer(request, call, call.data)) {
+      finish(request, call, kStatusSendRequestComplete);
+    }
+    return;
   }
   const std::uint64_t rest = request.reply ? request.replySize() - request.bodyRead : 0;
   if (call.stage == HttpStage::kWrite) {
@@ -154,8 +163,10 @@ void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
   } else if (!request.reply) {
     fail(request, call, kErrorWinHttpTimeout);  // the server still waits for the body
   } else if (call.stage == HttpStage::kReceive) {
-    kernel_.set(request.headersReady, true);
-    finish(request, call, kStatusHeadersAvailable);
+    if (followRedirects(request, call)) {
+      kernel_.set(request.headersReady, true);
+      finish(request, call, kStatusHeadersAvailable);
+    }
   } else if (call.stage == HttpStage::kQueryData) {
     const auto& pieces = request.reply->pieces;
     if (request.available == 0) {
@@ -177,15 +188,26 @@ void WinHttp::answer(HttpRequestHandle& request, const HttpPending& call) {
   }
 }
 
-void WinHttp::answerSend(HttpRequestHandle& request, const HttpPending& call) {
-  const HttpExchange seen = kernel_.copyOf(request.known);
-  const bool secure = (seen.requestFlags & kWinHttpFlagSecure) != 0;
-  const bool refused = secure && proxyRefuses(seen);
-  if (secure && !refused && !shakeHands(request, call)) {
-    return;
+/// Returns false when the program has closed the request inside the notification; the call has ended then.
+bool WinHttp::reportSending(HttpRequestHandle& request, const HttpPending& call) {
+  const bool goesOn = !reportsSending || notify(request, kStatusSendingRequest);
+  if (!goesOn) {
+    finish(request, call, 0);
   }
-  if (!notify(request, kStatusSendingRequest)) {
-    return finish(request, call, 0);
+  return goesOn;
+}
+
+/// Connects, and sends the headers and the data that goes with them. Returns false when the call has ended with that.
+bool WinHttp::reachServer(HttpRequestHandle& request, const HttpPending& call, std::span<const std::byte> data) {
+  const HttpExchange seen = kernel_.copyOf(request.known);
+  const bool challenged = proxyChallenges(seen);
+  const bool refused = challenged && !proxyAccepts(seen);
+  if (challenged && !reportSending(request, call)) {
+    return false;
+  }
+  const bool secure = (seen.requestFlags & kWinHttpFlagSecure) != 0;
+  if (!refused && ((secure && !shakeHands(request, call)) || !reportSending(request, call))) {
+    return false;
   }
   kernel_.set(request.known.reached, !refused);
   if (refused) {
@@ -193,8 +215,52 @@ void WinHttp::answerSend(HttpRequestHandle& request, const HttpPending& call) {
   } else {
     askServer(request, false);
   }
-  takeBody(request, call.data);
-  finish(request, call, kStatusSendRequestComplete);
+  takeBody(request, data);
+  return true;
+}
+
+bool WinHttp::mayFollow(const HttpExchange& seen, const HttpReply& reply) const {
+  if (reply.status < 300 || reply.status > 399 || reply.location.empty()) {
+    return false;
+  }
+  const auto policy = seen.numberOptions.find(kOptionRedirectPolicy);
+  const bool leavesTls =
+      (seen.requestFlags & kWinHttpFlagSecure) != 0 && splitUrl(reply.location).schemeNumber != kSchemeHttps;
+  return !leavesTls && (policy == seen.numberOptions.end() || policy->second != kRedirectPolicyNever);
+}
+
+/// Goes where the answer points to, ten times at most, as WinHTTP does by itself: each time another exchange under the
+/// same handle. Returns false when the call has ended with that.
+bool WinHttp::followRedirects(HttpRequestHandle& request, const HttpPending& call) {
+  for (int hops = 0; mayFollow(kernel_.copyOf(request.known), *request.reply); ++hops) {
+    const bool again = request.reply->status >= 307;
+    if (hops == 10 || (again && !request.known.writes.empty())) {
+      fail(request, call, hops == 10 ? kErrorRedirectFailed : kErrorResendRequest);
+      return false;
+    }
+    const UrlComponents to = splitUrl(request.reply->location);
+    Guard guard(kernel_.mutex);
+    const auto former = std::make_shared<HttpRequestHandle>();
+    former->known = request.known;
+    former->finished = true;
+    requests_.insert(std::ranges::find(requests_, &request, &Request::get), former);
+    HttpExchange& known = request.known;
+    known.index = requests_.size() - 1;
+    known.host = to.host;
+    known.port = to.port;
+    known.path = to.path + to.extra;
+    known.requestFlags |= to.schemeNumber == kSchemeHttps ? kWinHttpFlagSecure : 0;
+    known.verb = again ? known.verb : L"GET";
+    known.totalLength = again ? known.totalLength : 0;
+    known.bodySize = 0;
+    known.body.clear();
+    request.shown.reset();
+    guard.unlock();
+    if (!reachServer(request, call, again ? request.optionalData : std::span<const std::byte>())) {
+      return false;
+    }
+  }
+  return true;
 }
 
 }  // namespace sim

@@ -147,6 +147,7 @@ Status WinHttp::WinHttpSendRequest(NativeHandle handle, const std::wstring& head
     request.known.context = context;
     request.known.sent = true;
     request.bound = true;
+    request.optionalData = optionalData;
     request.pending->data = optionalData;
   };
   return start(handle, HttpStage::kSend, __func__, prepare, context);

@@ -39,8 +39,10 @@ class WinHttp : public platform::WinHttp {
   void onHandshake(Handshake server) { kernel_.set(handshake_, std::move(server)); }
 
   ProxySources proxies;
-  /// The name and password without which a named proxy answers an HTTPS request with 407.
+  /// What a named proxy wants for an HTTPS request; others get 407. SENDING_REQUEST then comes for the tunnel as well,
+  /// before there is a certificate.
   std::optional<std::pair<std::wstring, std::wstring>> proxyCredentials;
+  bool reportsSending = true;    ///< SENDING_REQUEST comes
   bool knowsChainOption = true;  ///< WINHTTP_OPTION_SERVER_CERT_CHAIN_CONTEXT, which only newer systems know
 
   Delivery delivery = Delivery::kWorker;
@@ -111,12 +113,16 @@ class WinHttp : public platform::WinHttp {
 
   template <class Parent, class Child, class Describe>
   Result<InternetHandle> openBelow(const char* name, NativeHandle parent, const Describe& describe);
-  bool proxyRefuses(const HttpExchange& seen) const;
+  bool proxyChallenges(const HttpExchange& seen) const;
+  bool proxyAccepts(const HttpExchange& seen) const;
   bool shakeHands(HttpRequestHandle& request, const HttpPending& call);
   void askServer(HttpRequestHandle& request, bool whole);
   void takeBody(HttpRequestHandle& request, std::span<const std::byte> data);
   void answer(HttpRequestHandle& request, const HttpPending& call);
-  void answerSend(HttpRequestHandle& request, const HttpPending& call);
+  bool reportSending(HttpRequestHandle& request, const HttpPending& call);
+  bool reachServer(HttpRequestHandle& request, const HttpPending& call, std::span<const std::byte> data);
+  bool mayFollow(const HttpExchange& seen, const HttpReply& reply) const;
+  bool followRedirects(HttpRequestHandle& request, const HttpPending& call);
 
   Kernel& kernel_;
   Certificates& certificates_;

@@ -9,6 +9,7 @@ import { BlobService, errorBody } from './blob_service.mjs';
  * How the sink treats one request. Every property is optional.
  * @typedef {object} Behaviour
  * @property {number} [status] answers with this status instead of the service's own.
+ * @property {string} [location] the URL that an answer 3xx points to.
  * @property {'keep' | 'close' | 'reset'} [early] answers before it has read the body, then reads on, closes or
  *   resets.
  * @property {number} [lateMs] answers this many milliseconds late.
@@ -96,11 +97,12 @@ class Sink {
     return request.complete;
   }
 
-  async #answer(response, { status, early, headerBytes = 0, bodyBytes, stallReply }, checked) {
+  async #answer(response, { status, location, early, headerBytes = 0, bodyBytes, stallReply }, checked) {
     const headers = { 'x-ms-request-id': String(this.requests.length), 'x-ms-version': '2020-04-08' };
     const refused = status === undefined && !checked.operation;
     if (refused) Object.assign(headers, { 'x-ms-error-code': checked.code, 'content-type': 'application/xml' });
     const body = refused ? errorBody(checked) : status ? 'no' : '';
+    if (location) headers.location = location;
     if (early === 'close') headers.connection = 'close';
     for (let n = 0; n * 8000 < headerBytes; n++) headers[`x-fill-${n}`] = 'f'.repeat(7988);
     headers['content-length'] = stallReply ? 100 : bodyBytes ?? Buffer.byteLength(body);

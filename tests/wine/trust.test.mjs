@@ -132,6 +132,26 @@ describe('a request', () => {
     });
   }
 
+  it('is redirected when nothing is checked and it has no body, not otherwise', async () => {
+    const other = await startSink({ leaf: leaf('good'), plan: () => ({ status: 200 }) });
+    const plan = () => ({ status: 307, location: `${other.origin}/b` });
+    const sink = await startSink({ leaf: leaf('good'), plan });
+    try {
+      for (const [args, status, redirected] of [
+        [['get', `${sink.origin}/a`], 200, 1],
+        [['get', `${sink.origin}/a`, `--pin=${leaf('good').pins[0]}`], 307, 0],
+        [['get', `${sink.origin}/a`, '--revocation'], 307, 0],
+        [['putfile', `${sink.origin}/a`, kBody], 307, 0],
+      ]) {
+        other.requests.length = 0;
+        const result = await run(...args);
+        assert.deepEqual([result.status, other.requests.length], [status, redirected], args.join(' '));
+      }
+    } finally {
+      await Promise.all([sink.stop(), other.stop()]);
+    }
+  });
+
   // Wine sends credentials only for plain HTTP; Windows also with CONNECT.
   it('shows its credentials to the proxy that demands them, and to no log', async () => {
     const strict = await startProxy('strict', { credentials: `agent ${kPassword}` });

@@ -38,7 +38,7 @@ class TestRequest : public WinHttpRequest {
   bool preflightCertVerification() override {
     return !checksCertificates || WinHttpRequest::preflightCertVerification();
   }
-  bool SendingRequest() override { return checksCertificates ? WinHttpRequest::SendingRequest() : onSending(); }
+  bool SendingRequest() override { return onSending() && (!checksCertificates || WinHttpRequest::SendingRequest()); }
 
   std::function<void(TestRequest&)> onFinalize = [](TestRequest&) {};
   std::function<bool()> onSending = [] { return true; };

@@ -44,7 +44,7 @@ TEST(SystemProxyTest, TheFirstSourceWithAProxyWins) {
        L"ChooseProxyServer(): Found proxy via IE automatic proxy: via c"},
       {L"a,b,c,https=m;n,i,w", L"http://m;http://n|manual bypass",
        L"ChooseProxyServer(): Using sanitized manual proxy: http://m;http://n", "WinHttpGetProxyForUrl"},
-      {L",,,socks=s:1 http=x https=https://m n,i,w", L"https://m;http://n|manual bypass",
+      {L",,,socks=s:1 http=x ftp=f HTTPS=https://m/ n/,i,w", L"https://m;http://n|manual bypass",
        L"Using sanitized manual proxy"},
       {L",,,http=m,i,w", L"|", L"ChooseProxyServer(): Unable to sanitize manual proxy list."},
       {L",,,,http=i x,w", L"http=i x|ie bypass",
@@ -56,6 +56,7 @@ TEST(SystemProxyTest, TheFirstSourceWithAProxyWins) {
        "WinHttpGetIEProxyConfigForCurrentUser"},
       {L",,,,,", L"|",
        L"ResolvePacUrl(): No PAC URL or Target URL provded.|"
+       L"DetectWpad(): WinHttpDetectAutoProxyConfigUrl failed: 0x2f94 (WinHTTP message 12180.)|"
        L"GetWinHttpProxy(): WinHttpGetDefaultProxyConfiguration -- Found system proxy: (none)\nBypass: winhttp bypass|"
        L"ChooseProxyServer(): No proxy found, using default settings."},
       {L",,,,,http=w", L"|", L"ChooseProxyServer(): Unable to sanitize WinHTTP proxy list."},

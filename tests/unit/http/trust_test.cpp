@@ -27,6 +27,10 @@ struct TrustWorld : World {
       answer.body = crls[exchange.path];
       answer.status = answer.body.empty() ? 404 : 200;
       answer.hold = answer.body == "held";
+      if (exchange.path == L"/moved") {
+        answer.status = 302;
+        answer.location = L"http://crl.example/a";
+      }
       return answer;
     });
   }
@@ -37,6 +41,11 @@ struct TrustWorld : World {
     return WinCertImplementation::GetThumbprint(windows.certificates.certificateOf({der}).get());
   }
   void pin(const char* der) { request->addThumbprint(pinOf(der)); }
+  /// The proxy wants this password, and the request has "swordfish".
+  void proxyWants(const wchar_t* password) {
+    windows.winHttp.proxyCredentials = {L"user", password};
+    request->setProxyCredentials("user", L"swordfish");
+  }
   /// Runs the request to its end. True when it reached the server, which the probe must never do.
   bool reaches() {
     const bool started = get();
@@ -149,13 +158,16 @@ const Situation kSituations[] = {
      L"LastError=Message 0..|"
      L"Will perform an in-callback check instead.",
      [](W& w) { w.live = w.chain, w.chain.silent = true; }},
-    {"the proxy's credentials are wrong", kStops, 2, kAsks | kProxy,
+    {"a CRL that has moved", kReaches, 4, kAsks | kProxy, L"is NOT revoked by CRL http://crl.example/moved",
+     [](W& w) { w.listed({L"http://crl.example/moved"}); }},
+    {"the proxy wants credentials before there is a certificate", kStops, 2, kAsks | kProxy,
      L"GetServerCert(): Unable to query cert ctx, error 0x2ef3 (|"
      L"SendingRequest(): Unable to obtain server certificate",
-     [](W& w) {
-       w.windows.winHttp.proxyCredentials = {L"user", L"another"};
-       w.request->setProxyCredentials("user", L"swordfish");
-     }},
+     [](W& w) { w.proxyWants(L"swordfish"); }},
+    {"the proxy wants credentials, nothing is checked", kReaches, 1, kProxy, L"",
+     [](W& w) { w.proxyWants(L"swordfish"); }},
+    {"the proxy wants others, nothing is checked", kStops, 1, kProxy, L"HTTP status code received: 407",
+     [](W& w) { w.proxyWants(L"another"); }},
 };
 
 TEST(TrustTest, Situations) {
@@ -198,9 +210,63 @@ TEST(TrustTest, EachCallFailingInTurnLetsNobodyThrough) {
   }
 }
 
+TEST(TrustTest, ACheckThatNeverCameIsNoCheck) {
+  struct Row {
+    const char* name;
+    void (*demand)(W&);
+    std::size_t writes;  ///< of the body
+  };
+  const Row rows[] = {
+      {"a pin", [](W& w) { w.pin("leaf"); }, 0},
+      {"revocation through a proxy", [](W& w) { w.request->enableRevocationCheck(), w.request->setProxy("p:1"); }, 0},
+      {"a pin, but all errors ignored", [](W& w) { w.pin("leaf"), w.request->ignoreCertErrors(); }, 1},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    TrustWorld world;
+    world.windows.winHttp.reportsSending = false;
+    row.demand(world);
+    EXPECT_TRUE(world.putFile());
+    world.waitUntilIdle();
+    EXPECT_EQ(world.completions, 1);
+    EXPECT_EQ(world.exchange().writes.size(), row.writes);
+    EXPECT_EQ(world.request->isSuccess(), row.writes != 0);
+    EXPECT_EQ(world.log.has(CORE::kError,
+                            L"WinHttpRequest::RequestCallback(): The server's certificates were not "
+                            L"checked before sending to https://host.example/c/b.zip?sv=1"),
+              row.writes == 0);
+  }
+}
+
+TEST(TrustTest, NoOtherServerAnswersInItsPlace) {
+  const auto get = [](W& w) { return w.get(); };
+  struct Row {
+    const char* name;
+    void (*demand)(W&);
+    bool (*run)(W&);
+  };
+  const Row rows[] = {
+      {"a pin", [](W& w) { w.pin("leaf"); }, get},
+      {"revocation", [](W& w) { w.request->enableRevocationCheck(); }, get},
+      {"a body", [](W&) {}, [](W& w) { return w.request->putStringAsync(kZip, kUrl, "in", w.completion()); }},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.name);
+    TrustWorld world;
+    world.reply.status = 307;
+    world.reply.location = L"https://crl.example/a";
+    row.demand(world);
+    EXPECT_TRUE(row.run(world));
+    world.waitUntilIdle();
+    EXPECT_EQ(world.request->getResponseCode(), 307U);
+    EXPECT_EQ(world.exchange().host, L"host.example");
+    EXPECT_EQ(world.body, "an answer");
+    EXPECT_EQ(world.errors(), Errors());
+  }
+}
+
 TEST(TrustTest, WhatTheProbeTakesAlongAndWhatChainsCost) {
   TrustWorld world;
-  world.windows.winHttp.proxyCredentials = {L"us\u00E9r", L"swordfish"};
   world.windows.winHttp.knowsChainOption = false;
   world.request->setProxy("proxy:8080");
   world.request->setProxyBypass("*.local");

@@ -22,6 +22,7 @@
 #include "platform/security.h"
 #include "platform/system.h"
 #include "platform/windows/windows_platform.h"
+#include "platform/winhttp.h"
 #include "tests/wine/programs/check/tap.h"
 #include "upload/digest/hash_generator.h"
 #include "wine/native/arguments.h"
@@ -52,6 +53,13 @@ void certificates() {
   }
   that(reinterpret_cast<std::uintptr_t>(CERT_CHAIN_POLICY_SSL) == platform::kChainPolicySsl,
        "certificates: CERT_CHAIN_POLICY_SSL has the right number");
+}
+
+void urls() {
+  using namespace std::string_literals;
+  const auto cracked = platform::current().winHttp.WinHttpCrackUrl(L"https://user:word@h:1/a\0b?c"s);
+  that(cracked && cracked.value.host == L"h" && cracked.value.path == L"/a\0b"s && cracked.value.extra == L"?c",
+       "urls: all of it counts, also behind a null character");
 }
 
 void files() {
@@ -143,8 +151,8 @@ void that(bool passed, std::string_view name) {
 int main() {
   platform::install(&platform::windowsPlatform());
   std::filesystem::current_path(native::arguments().at(0));
-  for (const auto part : {check::digests, check::certificates, check::files, check::security, check::registry,
-                          check::system, check::crash}) {
+  for (const auto part : {check::digests, check::certificates, check::urls, check::files, check::security,
+                          check::registry, check::system, check::crash}) {
     part();
   }
   std::printf("1..%d\n", check::count);
