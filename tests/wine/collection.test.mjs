@@ -1,21 +1,32 @@
 // Whole runs: how the product calls the two scripts, and what must not stop a collection, from the agent's folders, the
 // scripts or the server.
 import assert from 'node:assert/strict';
-import { rmSync } from 'node:fs';
+import { copyFileSync, mkdirSync, rmSync } from 'node:fs';
+import { join } from 'node:path';
 import { describe, it } from 'node:test';
 import { assertDelivered, upload, useProduct, withProduct } from './harness.mjs';
-import { kInstallPath } from '../../wine/product.mjs';
+import { binaries } from '../../wine/paths.mjs';
+import { kInstallPath, kPowerShellFolder } from '../../wine/product.mjs';
 
 describe('the collection', () => {
   const product = useProduct('collection');
 
-  it('is asked for with the agreed command lines, from the script folder', async () => {
-    const run = await upload(product);
+  it('is asked for with the agreed command lines, from the script folder, of Windows\' own PowerShell', async () => {
+    // Two others of that name: in a folder that comes first in the PATH, and in the folder of the caller.
+    const others = ['C:\\first', 'C:\\caller'].map((name) => product.prefix.path(name));
+    for (const folder of others) {
+      mkdirSync(folder);
+      copyFileSync(join(binaries, 'standin', 'powershell.exe'), join(folder, 'powershell.exe'));
+    }
+    const run = await upload(product, { env: { WINEPATH: 'C:\\first' }, cwd: others[1] });
     assertDelivered(run, 'BlockBlob', 1 << 20);
     const [query, collect, ...more] = run.result.record;
     assert.deepEqual([query.mode, query.stdout, query.stderr], ['query', 'pipe', 'none']);
     assert.deepEqual([collect.mode, more], ['collect', []]);
-    for (const { folder } of [query, collect]) assert.equal(folder.toLowerCase(), `${kInstallPath}\\dct`.toLowerCase());
+    for (const { folder, program } of [query, collect]) {
+      assert.equal(folder.toLowerCase(), `${kInstallPath}\\dct`.toLowerCase());
+      assert.equal(program.toLowerCase(), `${kPowerShellFolder}\\powershell.exe`.toLowerCase());
+    }
     assert.deepEqual(collect.arguments.slice(0, 5),
       ['-nologo', '-ExecutionPolicy', 'RemoteSigned', '-File', `${kInstallPath}\\dct\\vdx-support.ps1`]);
     assert.equal(collect.arguments.at(-1), '-s');
