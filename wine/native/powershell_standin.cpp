@@ -133,7 +133,8 @@ void startPipeHolder(const std::wstring& milliseconds) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION child{};
-  if (!::CreateProcessW(ownPath().c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &child)) {
+  if (!::CreateProcessW(ownPath().c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                        &child)) {
     throw std::runtime_error("cannot start the copy that holds the pipe");
   }
 }
