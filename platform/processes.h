@@ -22,11 +22,13 @@ struct Pipe {
   KernelHandle write;
 };
 
-/// The standard handles of a child (STARTF_USESTDHANDLES), which stay the caller's. When both are null the child gets a
-/// STARTUPINFOW of zeros with its size; otherwise its standard error is null.
+/// The standard handles of a child (STARTF_USESTDHANDLES), which stay the caller's. When all are null the child gets a
+/// STARTUPINFOW of zeros with its size. Otherwise set all of them: in place of one that is null, Windows gives the
+/// child a handle of its console.
 struct StandardHandles {
   NativeHandle input = nullptr;
   NativeHandle output = nullptr;
+  NativeHandle error = nullptr;
 };
 
 /// PROCESS_INFORMATION, which owns its two handles.

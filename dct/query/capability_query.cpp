@@ -103,19 +103,21 @@ void setSupportedLists(SupportedLists supported) {
   process.supported = std::move(supported);
 }
 
-void loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript) {
+bool loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript) {
   const CORE::MutexLock lock(processWide().queryMutex);
   if (!supportedFeatures().empty()) {
-    return;
+    return true;
   }
   SupportedLists answer;
   CORE::PropertyBag bag;
   if (askScript(bag) && bag.isBag(L"featureData")) {
     answer = readCapabilityAnswer(bag.getBag(L"featureData"));
   }
-  if (answer.features.empty()) {  // also when no entry has a name: with an empty list the script would be asked again
+  const bool usable = !answer.features.empty();
+  if (!usable) {  // also when no entry has a name: with an empty list the script would be asked again
     answer.features.assign(kDefaultFeatures.begin(), kDefaultFeatures.end());
     answer.logLevels = {kDefaultLogLevels.begin(), kDefaultLogLevels.end()};
   }
   setSupportedLists(std::move(answer));
+  return usable;
 }

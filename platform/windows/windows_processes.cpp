@@ -42,10 +42,11 @@ Result<ProcessInformation> WindowsProcesses::CreateProcessW(const std::wstring& 
                                                             const StandardHandles& standardHandles) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
-  if (standardHandles.input != nullptr || standardHandles.output != nullptr) {
+  if (standardHandles.input != nullptr || standardHandles.output != nullptr || standardHandles.error != nullptr) {
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = standardHandles.input;
     startup.hStdOutput = standardHandles.output;
+    startup.hStdError = standardHandles.error;
   }
   std::wstring writableLine = commandLine;  // the call may write to it
   const wchar_t* const folder = currentDirectory.empty() ? nullptr : currentDirectory.c_str();

@@ -100,7 +100,7 @@ Result<ProcessInformation> Processes::CreateProcessW(const std::wstring& childCo
 }
 
 void Processes::inherit(ChildState& state, const StandardHandles& standardHandles) {
-  for (const auto handle : {standardHandles.input, standardHandles.output}) {
+  for (const auto handle : {standardHandles.input, standardHandles.output, standardHandles.error}) {
     if (handle != nullptr) {
       kernel_.get<PipeEnd>(handle, "CreateProcessW");
     }
@@ -111,6 +111,8 @@ void Processes::inherit(ChildState& state, const StandardHandles& standardHandle
       state.input = std::dynamic_pointer_cast<PipeEnd>(object);
     } else if (handle == standardHandles.output) {
       state.output = std::dynamic_pointer_cast<PipeEnd>(object);
+    } else if (handle == standardHandles.error) {
+      state.error = std::dynamic_pointer_cast<PipeEnd>(object);
     } else {
       state.record.inheritsOnlyStandardHandles = false;
     }

@@ -150,7 +150,11 @@ int answerQuery() {
   DWORD written = 0;
   ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), answer.data(), static_cast<DWORD>(answer.size()), &written, nullptr);
   ::Sleep(kind == L"hang" ? INFINITE : 0);
-  return kind == L"fail" ? 1 : 0;
+  if (kind == L"fail") {
+    native::complain("powershell", "ordered to fail");
+    return 1;
+  }
+  return 0;
 }
 
 /// Writes the bundle and returns the exit code. The bytes do not compress and are the same ones every time: nobody

@@ -13,29 +13,61 @@ const Texts kDefaultFeatures = CORE::splitText(
     L',');
 const Levels kDefaultLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE"};
 
+struct AnswerRow {
+  const char* name;
+  std::string answer;
+  std::uint32_t exitCode;
+  Texts errors, warnings;
+  Texts features = kDefaultFeatures;
+  Levels levels = kDefaultLevels;
+  bool hangs = false;
+};
+
 // How an answer is read: see the fuzz target, too.
 TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
   const std::wstring failed = L"dct_common::getLogLevel(): Failed to load json ";
-  const std::tuple<const char*, std::string, Texts, Texts, Levels> rows[] = {
+  const std::wstring complained =
+      L"dct_common::getDCTFilter(): Standard error of the query: " + std::wstring(4096, L'e');
+  const std::wstring timedOut =
+      L"dct_common::runDctCommand(): Timed out reading script output from the pipe when using command " +
+      std::wstring(kQueryCommand) + L".";
+  const std::string usable = R"({"featureData":{"A":""}})";
+  const AnswerRow rows[] = {
       {"names and levels",
        R"({"featureData":{"":{"supportedLogLevels":"x"},"b\u00E4":{"supportedLogLevels":"INFO,Debug,INFO"},)"
        "\"A\xC3\xA4\":{\"supportedLogLevels\":\"TRACE,,\"}, \"Text\" : \"only\"}}",
+       0,
+       {},
        {},
        {L"b\\u00E4", L"A\u00E4", L"Text"},
        {L"info", L"debug", L"trace"}},
-      {"no name", R"({"featureData":{"":{"supportedLogLevels":"x"}}})", {}, kDefaultFeatures, kDefaultLevels},
-      {"not UTF-8", "{\"\xFF\":{}}", {failed + L"{\"\u00FF\":{}}."}, kDefaultFeatures, kDefaultLevels},
+      {"no name", R"({"featureData":{"":{"supportedLogLevels":"x"}}})", 0, {}, {complained}},
+      {"not UTF-8", "{\"\xFF\":{}}", 0, {failed + L"{\"\u00FF\":{}}."}, {complained}},
+      {"an exit code",
+       usable,
+       7,
+       {L"dct_common::runDctCommand(): DCT process failed with error Message 7.."},
+       {complained}},
+      {"a hang", usable, 0, {timedOut}, {complained}, kDefaultFeatures, kDefaultLevels, true},
   };
-  for (const auto& [name, answer, errors, features, levels] : rows) {
-    SCOPED_TRACE(name);
+  for (const AnswerRow& row : rows) {
+    SCOPED_TRACE(row.name);
     ScriptWorld world;
-    world.print(answer);
+    world.windows.processes.onStart([&row](sim::Child& child) {
+      child.complain(std::string(10'000, 'e'));
+      child.write(row.answer);
+      child.exit(row.exitCode);
+      if (row.hangs) {
+        child.hang();
+      }
+    });
     for (int i = 0; i < 2; ++i) {
       CORE::PropertyBag request;
       world.agent.getDCTFilter(request);
-      EXPECT_EQ(supportedFeatures(), features);
-      EXPECT_EQ(supportedLogLevels(), levels);
-      EXPECT_EQ(world.log.messages(CORE::kError), errors);
+      EXPECT_EQ(supportedFeatures(), row.features);
+      EXPECT_EQ(supportedLogLevels(), row.levels);
+      EXPECT_EQ(world.log.messages(CORE::kError), row.errors);
+      EXPECT_EQ(world.log.messages(CORE::kWarn), row.warnings);
       EXPECT_EQ(world.windows.processes.children().size(), 1U) << "asked again";
     }
   }

@@ -37,7 +37,7 @@ TEST(RunDctCommand, GivesTheOutputAndWaitsForNobodyElse) {
 // The other calls that can fail: see the sweep.
 TEST(RunDctCommand, AReadErrorEndsTheReading) {
   CommandWorld world;
-  world.windows.faults.failAll("PeekNamedPipe", 5);
+  world.windows.faults.failNth("PeekNamedPipe", 1, 5);
   EXPECT_TRUE(world.run([](sim::Child& child) { child.write(std::string(1'000'000, 'x')); }))
       << "the exit code decides";
   EXPECT_EQ(world.output, "");
@@ -68,7 +68,7 @@ TEST(RunDctCommand, EndsTheWholeTreeAfterAMinute) {
 TEST(PipeReader, DropsWhatIsTooMuch) {
   ScriptWorld world;
   auto pipe = world.windows.processes.CreatePipe(false);
-  PipeReader reader(std::move(pipe.value.read), 1000);
+  PipeReader reader(std::move(pipe.value.read), {}, 1000);
   ASSERT_TRUE(reader.start());
   const std::string text(10'000, 'x');  // more than one read gives
   ASSERT_TRUE(world.windows.files.WriteFile(pipe.value.write.get(), std::as_bytes(std::span(text))).ok);
