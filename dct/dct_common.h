@@ -60,7 +60,7 @@ class dct_common {
   bool runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output);
 
   /// Asks the script what it supports. On true the bag holds the answer and "Version" "2". On false it holds the error,
-  /// which is 13 when the answer is not UTF-8 or cannot be parsed.
+  /// which is 13 when the answer cannot be parsed.
   bool getLogLevel(CORE::PropertyBag& bag);
 
  private:

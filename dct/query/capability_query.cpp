@@ -4,9 +4,8 @@
 #include <array>
 #include <utility>
 
-#include "core/base/exception.h"
 #include "core/base/mutex.h"
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
 #include "core/text/text.h"
 
 namespace {
@@ -48,13 +47,8 @@ ProcessWide& processWide() {
 }  // namespace
 
 bool parseCapabilityOutput(const std::string& output, CORE::PropertyBag& bag) {
-  std::wstring text;
-  try {
-    text = CORE::to_wstr(output, CORE::kUtf8);
-  } catch (const CORE::coreException&) {
-    return false;
-  }
-  return bag.parse(std::move(text));
+  // PowerShell writes to a pipe in the code page of its console, so a name in another language may not be UTF-8.
+  return bag.parse(CORE::toWideReplacing(output));
 }
 
 SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features) {

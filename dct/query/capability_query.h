@@ -16,8 +16,8 @@
 inline constexpr const wchar_t* kQueryCommand =
     L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
 
-/// Parses what that command wrote into a bag.
-/// \return false when it is not UTF-8, or not of the form that a bag parses.
+/// Parses what that command wrote, in UTF-8, into a bag. A byte that is not part of valid UTF-8 becomes U+FFFD.
+/// \return false when the text is not of the form that a bag parses.
 bool parseCapabilityOutput(const std::string& output, CORE::PropertyBag& bag);
 
 /// What the script supports.

@@ -35,14 +35,14 @@ TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
   const AnswerRow rows[] = {
       {"names and levels",
        R"({"featureData":{"":{"supportedLogLevels":"x"},"b\u00E4":{"supportedLogLevels":"INFO,Debug,INFO"},)"
-       "\"A\xC3\xA4\":{\"supportedLogLevels\":\"TRACE,,\"}, \"Text\" : \"only\"}}",
+       "\"\x84\xC3\xA4\":{\"supportedLogLevels\":\"TRACE,,\"}, \"Text\" : \"only\"}}",
        0,
        {},
        {},
-       {L"b\\u00E4", L"A\u00E4", L"Text"},
+       {L"b\\u00E4", L"\uFFFD\u00E4", L"Text"},
        {L"info", L"debug", L"trace"}},
       {"no name", R"({"featureData":{"":{"supportedLogLevels":"x"}}})", 0, {}, {complained}},
-      {"not UTF-8", "{\"\xFF\":{}}", 0, {failed + L"{\"\u00FF\":{}}."}, {complained}},
+      {"no JSON", "\xFF", 0, {failed + L"\u00FF."}, {complained}},
       {"an exit code",
        usable,
        7,
