@@ -6,6 +6,7 @@
 
 #include "core/base/mutex.h"
 #include "core/base/unicode.h"
+#include "core/log/log.h"
 #include "core/text/text.h"
 
 namespace {
@@ -104,11 +105,16 @@ bool loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript
   }
   SupportedLists answer;
   CORE::PropertyBag bag;
-  if (askScript(bag) && bag.isBag(L"featureData")) {
-    answer = readCapabilityAnswer(bag.getBag(L"featureData"));
+  if (askScript(bag)) {
+    if (bag.isBag(L"featureData")) {
+      answer = readCapabilityAnswer(bag.getBag(L"featureData"));
+    }
+    if (answer.features.empty()) {
+      CORE::log(CORE::kWarn, L"loadSupportedLists(): The answer of the query has no featureData with a feature in it.");
+    }
   }
   const bool usable = !answer.features.empty();
-  if (!usable) {  // also when no entry has a name: with an empty list the script would be asked again
+  if (!usable) {  // also when "featureData" is empty: with an empty list the script would be asked again
     answer.features.assign(kDefaultFeatures.begin(), kDefaultFeatures.end());
     answer.logLevels = {kDefaultLogLevels.begin(), kDefaultLogLevels.end()};
   }

@@ -42,7 +42,7 @@ std::set<std::wstring> supportedLogLevels();
 
 /// Fills both lists, unless there are features already. One thread at a time asks the script; the others wait for it.
 /// \param askScript  puts the script's answer into a bag. When it returns false, or the answer names no feature, the
-///                   lists are filled by the defaults.
+///                   lists are filled by the defaults. The latter case is logged at WARN.
 /// \return false when the defaults had to stand in.
 bool loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript);
 

@@ -31,6 +31,8 @@ TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
   const std::wstring timedOut =
       L"dct_common::runDctCommand(): Timed out reading script output from the pipe when using command " +
       std::wstring(kQueryCommand) + L".";
+  const std::wstring noFeature =
+      L"loadSupportedLists(): The answer of the query has no featureData with a feature in it.";
   const std::string usable = R"({"featureData":{"A":""}})";
   const AnswerRow rows[] = {
       {"names and levels",
@@ -41,7 +43,8 @@ TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
        {},
        {L"b\\u00E4", L"\uFFFD\u00E4", L"Text"},
        {L"info", L"debug", L"trace"}},
-      {"no name", R"({"featureData":{"":{"supportedLogLevels":"x"}}})", 0, {}, {complained}},
+      {"featureData as text", R"({"featureData":"A"})", 0, {}, {noFeature, complained}},
+      {"no featureData", R"({"Version":"2"})", 0, {}, {noFeature, complained}},
       {"no JSON", "\xFF", 0, {failed + L"\u00FF."}, {complained}},
       {"an exit code",
        usable,
