@@ -55,19 +55,13 @@ bool parseCapabilityOutput(const std::string& output, CORE::PropertyBag& bag) {
 SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features) {
   SupportedLists out;
   for (std::size_t i = 0; i < features.count(); ++i) {
-    const CORE::wstr name = features.getName(i);
-    if (name.empty()) {
+    out.features.push_back(features.getName(i).str());
+    const CORE::wstr levels = features.isBag(i) ? features.getBag(i).get(L"supportedLogLevels") : CORE::wstr();
+    if (levels.empty()) {
       continue;
     }
-    out.features.push_back(name.str());
-    if (!features.isBag(i)) {
-      continue;
-    }
-    const CORE::wstr levels = features.getBag(i).get(L"supportedLogLevels");
     for (const std::wstring& level : CORE::splitText(levels, L',')) {
-      if (!level.empty()) {
-        out.logLevels.insert(CORE::lowered(level));
-      }
+      out.logLevels.insert(CORE::lowered(level));
     }
   }
   return out;

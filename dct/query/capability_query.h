@@ -26,8 +26,9 @@ struct SupportedLists {
   std::set<std::wstring> logLevels;    ///< of all features
 };
 
-/// Reads the feature list of the script's answer. An entry without a name is left out; one without readable levels is a
-/// feature without levels. Log levels are lower-cased. Takes no lock.
+/// Reads the feature list of the script's answer. Every entry is a feature, one without a name too; one without a text
+/// of levels is a feature without levels. Each piece of that text between commas is a level, in lower case, an empty
+/// piece too. Takes no lock.
 SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features);
 
 /// Returns whether the script can collect for a feature. Whole names are compared, in any case.

@@ -41,8 +41,9 @@ TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
        0,
        {},
        {},
-       {L"b\\u00E4", L"\uFFFD\u00E4", L"Text"},
-       {L"info", L"debug", L"trace"}},
+       {L"", L"b\\u00E4", L"\uFFFD\u00E4", L"Text"},
+       {L"", L"x", L"info", L"debug", L"trace"}},
+      {"no name", R"({"featureData":{"":{"supportedLogLevels":""}}})", 0, {}, {}, {L""}, {}},
       {"featureData as text", R"({"featureData":"A"})", 0, {}, {noFeature, complained}},
       {"no featureData", R"({"Version":"2"})", 0, {}, {noFeature, complained}},
       {"no JSON", "\xFF", 0, {failed + L"\u00FF."}, {complained}},
@@ -106,7 +107,8 @@ TEST(CapabilityQuery, LogLevelsAndTheArgumentsOfARequest) {
   }
   const std::wstring unsupported = L"dct_common::getDCTFilter(): Unsupported feature '", found = L"' found in request.";
   EXPECT_EQ(world.log.messages(CORE::kWarn),
-            (Texts{unsupported + L"Foo" + found, unsupported + L"Agent" + found, unsupported + L" AgentCore" + found}));
+            (Texts{unsupported + found, unsupported + found, unsupported + L"Foo" + found,
+                   unsupported + L"Agent" + found, unsupported + L" AgentCore" + found}));
 }
 
 }  // namespace
