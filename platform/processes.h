@@ -69,9 +69,10 @@ class Processes {
   virtual Status AssignProcessToJobObject(NativeHandle job, NativeHandle process) = 0;
   virtual Status TerminateJobObject(NativeHandle job, std::uint32_t exitCode) = 0;
 
-  /// Makes an anonymous pipe of the default size.
+  /// Makes an anonymous pipe.
   /// \param inheritable  whether children inherit both handles.
-  virtual Result<Pipe> CreatePipe(bool inheritable) = 0;
+  /// \param bytes  how much the pipe should hold, which Windows takes as a suggestion; 0 for its default, 4096 bytes.
+  virtual Result<Pipe> CreatePipe(bool inheritable, std::uint32_t bytes) = 0;
   /// Returns the bytes that a read would get at once. Fails with kErrorBrokenPipe when the pipe is empty and its other
   /// end is closed.
   virtual Result<std::uint32_t> PeekNamedPipe(NativeHandle pipe) = 0;

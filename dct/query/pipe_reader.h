@@ -5,6 +5,7 @@
 #include <exception>
 #include <span>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "platform/handle.h"
@@ -38,6 +39,8 @@ class PipeReader {
   /// Returns what was read of the standard output. Call it after finish().
   /// \throws what the thread threw.
   std::string takeOutput();
+  /// Returns the same without taking it, whatever the thread threw. Call it after finish().
+  std::string_view output() const { return output_.text; }
   /// Returns the first bytes of the standard error. Call it after finish().
   std::string takeErrors() { return std::move(errors_.text); }
 

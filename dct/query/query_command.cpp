@@ -12,6 +12,9 @@ namespace {
 // The texts name runDctCommand, the operation of dct_common that runs the query.
 
 constexpr std::uint32_t kMaxRunMilliseconds = 60000;
+/// The reader rests when it has emptied the pipes, and Windows lengthens a rest to one tick of its clock, up to 16 ms.
+/// So the size limits the speed: with the default size 128 MiB would take minutes.
+constexpr std::uint32_t kPipeBytes = 256U << 10;
 
 /// Stores a failure in the result bag and logs it.
 /// \return false, for the caller to return in turn.
@@ -39,7 +42,7 @@ struct Pipes {
 /// \param created  whether there is a pipe: a failure is then that of its end.
 platform::Status openPipe(platform::Pipe& pipe, platform::KernelHandle platform::Pipe::*ours, bool& created) {
   const platform::Platform& windows = platform::current();
-  auto opened = windows.processes.CreatePipe(true);
+  auto opened = windows.processes.CreatePipe(true, kPipeBytes);
   created = opened.ok;
   if (!created) {
     return {false, opened.error};
@@ -133,6 +136,9 @@ bool runQueryCommand(const std::wstring& command, const std::wstring& folder, CO
   reader.finish();  // a child that did not end by itself has been ended by now
   output.errors = reader.takeErrors();
   if (!succeeded) {
+    if (!reader.output().empty()) {
+      CORE::log(CORE::kDebug, L"dct_common::runDctCommand(): The failed command wrote: %S", reader.output());
+    }
     return false;
   }
   output.text = reader.takeOutput();

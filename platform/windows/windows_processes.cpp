@@ -87,13 +87,13 @@ Status WindowsProcesses::TerminateJobObject(NativeHandle job, std::uint32_t exit
   return statusOf(::TerminateJobObject(job, exitCode));
 }
 
-Result<Pipe> WindowsProcesses::CreatePipe(bool inheritable) {
+Result<Pipe> WindowsProcesses::CreatePipe(bool inheritable, std::uint32_t bytes) {
   SECURITY_ATTRIBUTES attributes{};
   attributes.nLength = sizeof(attributes);
   attributes.bInheritHandle = inheritable ? TRUE : FALSE;
   HANDLE read = nullptr;
   HANDLE write = nullptr;
-  const BOOL created = ::CreatePipe(&read, &write, &attributes, 0);
+  const BOOL created = ::CreatePipe(&read, &write, &attributes, bytes);
   const ErrorCode error = ::GetLastError();
   if (!created) {
     return {false, {}, error};

@@ -154,10 +154,10 @@ Status Processes::TerminateJobObject(NativeHandle job, std::uint32_t exitCode) {
   });
 }
 
-Result<Pipe> Processes::CreatePipe(bool inheritable) {
+Result<Pipe> Processes::CreatePipe(bool inheritable, std::uint32_t bytes) {
   return kernel_.call(__func__, [&] {
     const auto buffer = std::make_shared<PipeBuffer>();
-    buffer->capacity = inlineChildren ? SIZE_MAX : buffer->capacity;
+    buffer->capacity = inlineChildren ? SIZE_MAX : bytes != 0 ? bytes : buffer->capacity;
     Pipe pipe{kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, false)),
               kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, true))};
     if (inheritable) {

@@ -93,8 +93,12 @@ TEST(CapabilityQuery, LogLevelsAndTheArgumentsOfARequest) {
   world.print("garbage " + std::string(100'000, 'x'));
   EXPECT_FALSE(world.agent.getLogLevel(answer));
   EXPECT_TRUE(answer.getErrorCode() == 13 && answer.getErrorText().length() == 8192);
-  world.windows.processes.onStart([](sim::Child& child) { child.exit(7); });
+  world.windows.processes.onStart([](sim::Child& child) {
+    child.write("because");
+    child.exit(7);
+  });
   EXPECT_FALSE(world.agent.getLogLevel(answer));
+  EXPECT_TRUE(world.log.has(CORE::kDebug, L"runDctCommand(): The failed command wrote: because"));
   EXPECT_EQ(answer.getErrorText().str(), L"DCT process failed with error Message 7..");
   world.print(R"({"Version":"9","featureData":{"AgentCore":"","Clipboard":""}})");
   EXPECT_TRUE(world.agent.getLogLevel(answer) && answer.getInt(L"Version", 0) == 2);
