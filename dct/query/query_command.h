@@ -15,10 +15,9 @@ struct QueryOutput {
 ///
 /// A command that hangs is ended after 60 seconds, together with its children.
 ///
-/// \return false when it failed: the result bag then holds the error, which has been logged with the output, and
-/// `output`
-///         has at most the errors. The error code is 258 after the 60 seconds, the exit code when that is not 0, and
-///         else the number of the Windows call that failed.
+/// \return false when it failed: the result bag then holds the error, and `output` at most the errors. Error and output
+///         have been logged. The error code is 258 after the 60 seconds, the exit code when that is not 0, and else the
+///         number of the Windows call that failed.
 /// \throws what the reading of the output threw, std::bad_alloc for example.
 bool runQueryCommand(const std::wstring& command, const std::wstring& folder, CORE::PropertyBag& result,
                      QueryOutput& output);
