@@ -79,14 +79,22 @@ bool dct_common::startScript(const std::wstring& command, const std::wstring& fo
 }
 
 std::wstring dct_common::getDCTFilter(CORE::PropertyBag& request) {
-  loadSupportedLists([this](CORE::PropertyBag& answer) { return getLogLevel(answer); });
+  if (!loadSupportedLists([this](CORE::PropertyBag& answer) { return getLogLevel(answer); }) && !queryErrors_.empty()) {
+    CORE::log(CORE::kWarn, L"dct_common::getDCTFilter(): Standard error of the query: %S", queryErrors_);
+  }
   return filterArguments(request);
 }
 
 bool dct_common::runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output) {
   const std::wstring folder = scriptFolder();
   if (!folder.empty()) {
-    return runQueryCommand(command, folder, result, output);
+    QueryOutput written;
+    const bool succeeded = runQueryCommand(command, folder, result, written);
+    queryErrors_ = std::move(written.errors);
+    if (succeeded) {
+      output = std::move(written.text);
+    }
+    return succeeded;
   }
   // Without an install path the folder would be "\dct" on the current drive, where anybody may have put a script.
   const std::wstring text = getMessage(1);

@@ -51,14 +51,16 @@ class dct_common {
   virtual std::wstring getMessage(int which) = 0;
 
   /// Returns the last arguments of the script's command line: filterArguments() of the request (request_filter.h). Runs
-  /// the capability query first, unless it has run before.
+  /// the capability query first, unless it has run before. When the query fails or its answer is not usable, what it
+  /// wrote to its standard error is logged at WARN.
   std::wstring getDCTFilter(CORE::PropertyBag& request);
 
-  /// Runs a command in the script folder: see runQueryCommand. Without an install path the error is 80.
+  /// Runs a command in the script folder: see runQueryCommand. `output` gets what it wrote to its standard output, and
+  /// is unchanged when it failed. Without an install path the error is 80.
   bool runDctCommand(const std::wstring& command, CORE::PropertyBag& result, std::string& output);
 
   /// Asks the script what it supports. On true the bag holds the answer and "Version" "2". On false it holds the error,
-  /// which is 13 when the answer is not UTF-8 or cannot be parsed.
+  /// which is 13 when the answer cannot be parsed.
   bool getLogLevel(CORE::PropertyBag& bag);
 
  private:
@@ -71,4 +73,7 @@ class dct_common {
  protected:
   std::wstring tempFolder_;
   platform::NativeHandle cancelEvent_;  ///< the caller's
+
+ private:
+  std::string queryErrors_;  ///< the first bytes of what the latest query wrote to its standard error
 };

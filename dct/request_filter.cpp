@@ -23,14 +23,15 @@ std::wstring dumpArgument(const std::wstring& selection) {
   return out;
 }
 
-/// Returns " -c " with the names that the script supports, spelled as in the request; empty when there are none. Empty
-/// names between commas are skipped. The text names getDCTFilter, whose result this is a part of.
+/// Returns " -c " with the names that the script supports, spelled as in the request; empty when there are none. Each
+/// piece between commas is a name, an empty one too; an empty text has no names. The text names getDCTFilter, whose
+/// result this is a part of.
 std::wstring featureArgument(const std::wstring& features) {
   std::wstring out;
+  if (features.empty()) {
+    return out;
+  }
   for (const std::wstring& name : CORE::splitText(features, L',')) {
-    if (name.empty()) {
-      continue;
-    }
     if (!isSupportedFeature(name)) {
       CORE::log(CORE::kWarn, L"dct_common::getDCTFilter(): Unsupported feature '%s' found in request.", name);
       continue;

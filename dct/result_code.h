@@ -8,7 +8,7 @@
 /// The error codes of the collection's own failures, as a result bag holds them. The failure of a Windows call has that
 /// call's own error number instead.
 enum class ResultCode : std::uint32_t {
-  kUnreadableAnswer = 13,  ///< the answer of the query is not UTF-8 or cannot be parsed
+  kUnreadableAnswer = 13,  ///< the answer of the query cannot be parsed
   kNotStarted = 60,        ///< PowerShell could not be started on the script
   kNoScript = 70,          ///< the script is not in the agent's folder
   kNoInstallPath = 80,     ///< the setting "AgentInstallPath" is missing

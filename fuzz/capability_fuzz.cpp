@@ -17,14 +17,11 @@ void checkBuilt(const std::wstring& list) {
   for (const std::wstring& line : CORE::splitText(list, L'\n')) {
     const auto [name, levels] = fuzz::cut(line, L'=');
     text += L"\"" + name + L"\":{\"supportedLogLevels\":\"" + levels + L"\"},";
-    if (!name.empty()) {
-      wanted.features.push_back(name);
-      for (const std::wstring& level : CORE::splitText(levels, L',')) {
-        wanted.logLevels.insert(CORE::lowered(level));
-      }
+    wanted.features.push_back(name);
+    for (const std::wstring& level : levels.empty() ? std::vector<std::wstring>() : CORE::splitText(levels, L',')) {
+      wanted.logLevels.insert(CORE::lowered(level));
     }
   }
-  wanted.logLevels.erase(L"");
   CORE::PropertyBag answer;
   FUZZ_CHECK(answer.parse(text + L"}}"));
   const SupportedLists lists = readCapabilityAnswer(answer.getBag(L"featureData"));

@@ -163,16 +163,17 @@ bool Run::checkUrl() {
   return true;
 }
 
-/// Makes System32 the current folder. The collection starts "powershell.exe" by its bare name. Windows searches for it
-/// in the current folder before it comes to folders that only administrators can write to.
+/// Makes PowerShell's own folder the current one. The collection starts "powershell.exe" by its bare name, which is not
+/// in System32 itself. Windows searches the current folder before the PATH, which may name a folder that users can
+/// write to.
 bool leaveCallersFolder() {
   auto& system = platform::current().system;
   const auto folder = system.GetSystemDirectoryW();
-  const platform::Status changed =
-      folder ? system.SetCurrentDirectoryW(folder.value) : platform::Status{false, folder.error};
+  const platform::Status changed = folder ? system.SetCurrentDirectoryW(folder.value + L"\\WindowsPowerShell\\v1.0")
+                                          : platform::Status{false, folder.error};
   if (!changed) {
-    CORE::log(CORE::kError, L"wWinMain(): Unable to make the system folder the current folder: 0x%x %s", changed.error,
-              CORE::systemErrorText(changed.error));
+    CORE::log(CORE::kError, L"wWinMain(): Unable to make PowerShell's folder the current folder: 0x%x %s",
+              changed.error, CORE::systemErrorText(changed.error));
   }
   return changed.ok;
 }

@@ -22,11 +22,13 @@ struct Pipe {
   KernelHandle write;
 };
 
-/// The standard handles of a child (STARTF_USESTDHANDLES), which stay the caller's. When both are null the child gets a
-/// STARTUPINFOW of zeros with its size; otherwise its standard error is null.
+/// The standard handles of a child (STARTF_USESTDHANDLES), which stay the caller's. When all are null the child gets a
+/// STARTUPINFOW of zeros with its size. Otherwise set all of them: in place of one that is null, Windows gives the
+/// child a handle of its console.
 struct StandardHandles {
   NativeHandle input = nullptr;
   NativeHandle output = nullptr;
+  NativeHandle error = nullptr;
 };
 
 /// PROCESS_INFORMATION, which owns its two handles.
@@ -67,9 +69,10 @@ class Processes {
   virtual Status AssignProcessToJobObject(NativeHandle job, NativeHandle process) = 0;
   virtual Status TerminateJobObject(NativeHandle job, std::uint32_t exitCode) = 0;
 
-  /// Makes an anonymous pipe of the default size.
+  /// Makes an anonymous pipe.
   /// \param inheritable  whether children inherit both handles.
-  virtual Result<Pipe> CreatePipe(bool inheritable) = 0;
+  /// \param bytes  how much the pipe should hold, which Windows takes as a suggestion; 0 for its default, 4096 bytes.
+  virtual Result<Pipe> CreatePipe(bool inheritable, std::uint32_t bytes) = 0;
   /// Returns the bytes that a read would get at once. Fails with kErrorBrokenPipe when the pipe is empty and its other
   /// end is closed.
   virtual Result<std::uint32_t> PeekNamedPipe(NativeHandle pipe) = 0;

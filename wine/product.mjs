@@ -7,6 +7,8 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { binaries } from './paths.mjs';
 
 export const kProgramFolder = 'C:\\mddct';
+/** PowerShell's own folder, where Windows has it. The stand-in takes the place of Wine's program in it. */
+export const kPowerShellFolder = 'C:\\windows\\system32\\WindowsPowerShell\\v1.0';
 export const kInstallPath = 'C:\\Program Files\\Calvera\\Meridon\\Agent';
 export const kLogFolder = 'C:\\ProgramData\\Calvera\\Meridon\\logs';
 export const kSettingsKey = 'HKEY_LOCAL_MACHINE\\Software\\Calvera\\Meridon';
@@ -79,9 +81,12 @@ export class Product {
     for (const folder of [program, scripts, prefix.path(kStandinFolder), prefix.path(logFolder)]) {
       mkdirSync(folder, { recursive: true });
     }
-    for (const name of ['mdDCT.exe', 'mddct_run_as_system.exe', 'standin/powershell.exe']) {
-      copyFileSync(join(binaries, name), join(program, basename(name)));
+    for (const name of ['mdDCT.exe', 'mddct_run_as_system.exe']) {
+      copyFileSync(join(binaries, name), join(program, name));
     }
+    const powerShell = prefix.path(`${kPowerShellFolder}\\powershell.exe`);
+    rmSync(powerShell);  // a link to the template's file, which must stay as it is
+    copyFileSync(join(binaries, 'standin', 'powershell.exe'), powerShell);
     for (const name of ['vdx-support.ps1', 'vdx-query.ps1']) {
       writeFileSync(join(scripts, name), '# the stand-in for PowerShell does not read this\r\n');
     }
@@ -117,13 +122,16 @@ export class Product {
     return this.#logFiles(base).map((file) => readFileSync(file, 'utf8')).join('');
   }
 
-  /** Returns the calls of the stand-in in one run, by default the latest: what it was asked, and in which folder. */
+  /**
+   * Returns the calls of the stand-in in one run, by default the latest: what it was asked, in which folder, and which
+   * file it was.
+   */
   record(number = this.runs) {
     const file = this.prefix.path(recordOf(number));
     const lines = existsSync(file) ? readFileSync(file, 'utf8').trim().split('\n') : [];
     return lines.map((line) => {
-      const [mode, outcome, folder, stdout, stderr, ...args] = line.split('\t');
-      return { mode, outcome, folder, stdout, stderr, arguments: args };
+      const [mode, outcome, folder, program, stdout, stderr, ...args] = line.split('\t');
+      return { mode, outcome, folder, program, stdout, stderr, arguments: args };
     });
   }
 
@@ -136,22 +144,25 @@ export class Product {
    * Runs the program once, to its end.
    * @param {object} options args: the arguments of the program; asSystem: false starts it without the launcher; patch:
    *   one more function that the launcher patches; standin: the orders for the stand-in; timeoutMs: the time limit of
-   *   the whole run; program: another program of the same folder that writes the same log.
+   *   the whole run; program: another program of the same folder that writes the same log; env: further environment
+   *   variables; cwd: the current folder, as a path of this machine.
    * @returns {Promise<object>} code (-1 after a time-out), timedOut, ms, output; log and debug: the records that the
    *   run added to the two files; errors: the messages at ERROR and above; record: the calls of the stand-in; bundles:
    *   what the stand-in wrote, as {name, size, sha256}; leftBehind: new files except logs; running: processes of the
    *   run that still exist.
    */
-  async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 180000, program = 'mdDCT.exe' } = {}) {
+  async run({ args = [], asSystem = true, patch = '', standin = {}, timeoutMs = 180000, program = 'mdDCT.exe',
+    env: more = {}, cwd } = {}) {
     const number = ++this.runs;
     const orders = { record: recordOf(number), ...standin };
-    const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: Object.entries(orders).map((entry) => entry.join('=')).join(';') };
+    const standinText = Object.entries(orders).map((entry) => entry.join('=')).join(';');
+    const env = { MDDCT_PATCH: patch, MDDCT_STANDIN: standinText, ...more };
     const files = new Set(this.#ownFiles());
     const sizes = new Map(this.#logFiles('(log|debug)').map((file) => [file, statSync(file).size]));
     const endWatch = watchBundles(this.bundleFolder, join(this.prefix.folder, `bundles-${number}`));
     const programs = [...(asSystem ? ['mddct_run_as_system.exe'] : []), program];
     const line = [...programs.map((name) => `${kProgramFolder}\\${name}`), ...args];
-    const result = await this.prefix.wine(line, { timeoutMs, env });
+    const result = await this.prefix.wine(line, { timeoutMs, env, cwd });
     const bundles = await endWatch();
     const newLines = (base) => parseLog(Buffer.concat(this.#logFiles(base).map(
       (file) => readFileSync(file).subarray(sizes.get(file) ?? 0))).toString('utf8'));

@@ -25,6 +25,21 @@ std::optional<Lead> leadOf(unsigned char byte) {
   return std::nullopt;
 }
 
+/// Decodes UTF-8. What `replacement` returns stands for a byte that is not part of a valid sequence.
+template <class Replacement>
+std::wstring decoded(std::string_view text, const Replacement& replacement) {
+  std::wstring out;
+  out.reserve(text.size());
+  for (std::size_t i = 0; i < text.size();) {
+    if (const auto c = nextUtf8(text, i)) {
+      appendWide(out, *c);
+    } else {
+      out.push_back(replacement(text[i++]));
+    }
+  }
+  return out;
+}
+
 /// Copies characters up to the first one that is not ASCII, and returns their number. Nearly all of a log is ASCII, and
 /// the compiler can use vector instructions for whole blocks.
 std::size_t copyAscii(std::wstring_view text, char* to) {
@@ -117,16 +132,11 @@ std::optional<char32_t> nextWide(std::wstring_view text, std::size_t& position) 
 }
 
 std::wstring toWideLossy(std::string_view text) {
-  std::wstring out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size();) {
-    if (const auto c = nextUtf8(text, i)) {
-      appendWide(out, *c);
-    } else {
-      out.push_back(static_cast<wchar_t>(static_cast<unsigned char>(text[i++])));
-    }
-  }
-  return out;
+  return decoded(text, [](char byte) { return static_cast<wchar_t>(static_cast<unsigned char>(byte)); });
+}
+
+std::wstring toWideReplacing(std::string_view text) {
+  return decoded(text, [](char) { return static_cast<wchar_t>(kReplacement); });
 }
 
 std::string toUtf8Lossy(std::wstring_view text) {

@@ -28,6 +28,9 @@ std::optional<char32_t> nextWide(std::wstring_view text, std::size_t& position);
 
 /// Decodes UTF-8. A byte that is not part of a valid sequence becomes the character of its value.
 std::wstring toWideLossy(std::string_view text);
+/// Decodes UTF-8. A byte that is not part of a valid sequence becomes U+FFFD, as MultiByteToWideChar without
+/// MB_ERR_INVALID_CHARS replaces what is invalid.
+std::wstring toWideReplacing(std::string_view text);
 
 /// Encodes a text in UTF-8. What cannot be encoded becomes U+FFFD.
 std::string toUtf8Lossy(std::wstring_view text);

@@ -4,9 +4,9 @@
 #include <array>
 #include <utility>
 
-#include "core/base/exception.h"
 #include "core/base/mutex.h"
-#include "core/text/convert.h"
+#include "core/base/unicode.h"
+#include "core/log/log.h"
 #include "core/text/text.h"
 
 namespace {
@@ -48,31 +48,20 @@ ProcessWide& processWide() {
 }  // namespace
 
 bool parseCapabilityOutput(const std::string& output, CORE::PropertyBag& bag) {
-  std::wstring text;
-  try {
-    text = CORE::to_wstr(output, CORE::kUtf8);
-  } catch (const CORE::coreException&) {
-    return false;
-  }
-  return bag.parse(std::move(text));
+  // PowerShell writes to a pipe in the code page of its console, so a name in another language may not be UTF-8.
+  return bag.parse(CORE::toWideReplacing(output));
 }
 
 SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features) {
   SupportedLists out;
   for (std::size_t i = 0; i < features.count(); ++i) {
-    const CORE::wstr name = features.getName(i);
-    if (name.empty()) {
+    out.features.push_back(features.getName(i).str());
+    const CORE::wstr levels = features.isBag(i) ? features.getBag(i).get(L"supportedLogLevels") : CORE::wstr();
+    if (levels.empty()) {
       continue;
     }
-    out.features.push_back(name.str());
-    if (!features.isBag(i)) {
-      continue;
-    }
-    const CORE::wstr levels = features.getBag(i).get(L"supportedLogLevels");
     for (const std::wstring& level : CORE::splitText(levels, L',')) {
-      if (!level.empty()) {
-        out.logLevels.insert(CORE::lowered(level));
-      }
+      out.logLevels.insert(CORE::lowered(level));
     }
   }
   return out;
@@ -103,19 +92,26 @@ void setSupportedLists(SupportedLists supported) {
   process.supported = std::move(supported);
 }
 
-void loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript) {
+bool loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript) {
   const CORE::MutexLock lock(processWide().queryMutex);
   if (!supportedFeatures().empty()) {
-    return;
+    return true;
   }
   SupportedLists answer;
   CORE::PropertyBag bag;
-  if (askScript(bag) && bag.isBag(L"featureData")) {
-    answer = readCapabilityAnswer(bag.getBag(L"featureData"));
+  if (askScript(bag)) {
+    if (bag.isBag(L"featureData")) {
+      answer = readCapabilityAnswer(bag.getBag(L"featureData"));
+    }
+    if (answer.features.empty()) {
+      CORE::log(CORE::kWarn, L"loadSupportedLists(): The answer of the query has no featureData with a feature in it.");
+    }
   }
-  if (answer.features.empty()) {  // also when no entry has a name: with an empty list the script would be asked again
+  const bool usable = !answer.features.empty();
+  if (!usable) {  // also when "featureData" is empty: with an empty list the script would be asked again
     answer.features.assign(kDefaultFeatures.begin(), kDefaultFeatures.end());
     answer.logLevels = {kDefaultLogLevels.begin(), kDefaultLogLevels.end()};
   }
   setSupportedLists(std::move(answer));
+  return usable;
 }

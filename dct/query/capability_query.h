@@ -16,8 +16,8 @@
 inline constexpr const wchar_t* kQueryCommand =
     L"powershell.exe -NoLogo -ExecutionPolicy RemoteSigned -File vdx-query.ps1 -l -o json";
 
-/// Parses what that command wrote into a bag.
-/// \return false when it is not UTF-8, or not of the form that a bag parses.
+/// Parses what that command wrote, in UTF-8, into a bag. A byte that is not part of valid UTF-8 becomes U+FFFD.
+/// \return false when the text is not of the form that a bag parses.
 bool parseCapabilityOutput(const std::string& output, CORE::PropertyBag& bag);
 
 /// What the script supports.
@@ -26,8 +26,9 @@ struct SupportedLists {
   std::set<std::wstring> logLevels;    ///< of all features
 };
 
-/// Reads the feature list of the script's answer. An entry without a name is left out; one without readable levels is a
-/// feature without levels. Log levels are lower-cased. Takes no lock.
+/// Reads the feature list of the script's answer. Every entry is a feature, one without a name too; one without a text
+/// of levels is a feature without levels. Each piece of that text between commas is a level, in lower case, an empty
+/// piece too. Takes no lock.
 SupportedLists readCapabilityAnswer(const CORE::PropertyBag& features);
 
 /// Returns whether the script can collect for a feature. Whole names are compared, in any case.
@@ -42,8 +43,9 @@ std::set<std::wstring> supportedLogLevels();
 
 /// Fills both lists, unless there are features already. One thread at a time asks the script; the others wait for it.
 /// \param askScript  puts the script's answer into a bag. When it returns false, or the answer names no feature, the
-///                   lists are filled by the defaults.
-void loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript);
+///                   lists are filled by the defaults. The latter case is logged at WARN.
+/// \return false when the defaults had to stand in.
+bool loadSupportedLists(const std::function<bool(CORE::PropertyBag&)>& askScript);
 
 /// Replaces both lists; empty ones make loadSupportedLists() ask again.
 void setSupportedLists(SupportedLists supported);

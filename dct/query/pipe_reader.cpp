@@ -46,7 +46,7 @@ std::string PipeReader::takeOutput() {
   if (failure_) {
     std::rethrow_exception(failure_);
   }
-  return std::move(output_);
+  return std::move(output_.text);
 }
 
 void PipeReader::run() noexcept {
@@ -55,42 +55,56 @@ void PipeReader::run() noexcept {
   } catch (...) {
     failure_ = std::current_exception();
   }
-  pipe_.reset();  // a child that still writes then gets an error and does not wait for a reader
+  output_.pipe.reset();  // a child that still writes then gets an error and does not wait for a reader
+  errors_.pipe.reset();
 }
 
 void PipeReader::readAll() {
-  const platform::Platform& windows = platform::current();
   std::vector<std::byte> buffer(kBufferBytes);
-  for (std::uint32_t readsAfterChild = 0; readsAfterChild < kMaxReadsAfterChild;) {
-    // Read before the pipe is: when a child has ended, all that it wrote is in the pipe, so an empty pipe is the end.
+  for (std::uint32_t readsAfterChild = 0; readsAfterChild < kMaxReadsAfterChild && (output_.pipe || errors_.pipe);) {
+    // Read before the pipes are: when a child has ended, all that it wrote is in them, so empty pipes are the end.
     const bool childEnded = childEnded_.load();
     readsAfterChild += childEnded ? 1 : 0;
-    const auto waiting = windows.processes.PeekNamedPipe(pipe_.get());
-    if (!waiting) {
-      return logFailure(waiting.error);
-    }
-    if (waiting.value == 0) {
-      if (childEnded) {
-        return;
-      }
-      windows.processes.Sleep(kPollMilliseconds);
+    const bool gotOutput = readSome(output_, buffer);
+    const bool gotErrors = readSome(errors_, buffer);
+    if (gotOutput || gotErrors) {
       continue;
     }
-    const auto part = std::span(buffer).first(std::min<std::size_t>(waiting.value, buffer.size()));
-    const auto got = windows.files.ReadFile(pipe_.get(), part);
-    if (!got) {
-      return logFailure(got.error);
+    if (childEnded) {
+      return;
     }
-    append(part.first(got.value));
+    platform::current().processes.Sleep(kPollMilliseconds);
   }
 }
 
+/// Reads what is in a pipe, at most one buffer. Closes the pipe at its end and after a failure.
+/// \return whether there was anything.
+bool PipeReader::readSome(Source& source, std::span<std::byte> buffer) {
+  const platform::Platform& windows = platform::current();
+  if (!source.pipe) {
+    return false;
+  }
+  const auto waiting = windows.processes.PeekNamedPipe(source.pipe.get());
+  if (waiting && waiting.value == 0) {
+    return false;
+  }
+  const auto part = buffer.first(std::min<std::size_t>(waiting.value, buffer.size()));
+  const auto got = waiting ? windows.files.ReadFile(source.pipe.get(), part) : waiting;
+  if (!got) {
+    source.pipe.reset();
+    logFailure(got.error);
+    return false;
+  }
+  append(source, part.first(got.value));
+  return true;
+}
+
 // The text names the operation of dct_common that runs the query.
-void PipeReader::append(std::span<const std::byte> bytes) {
-  const std::size_t taken = std::min(bytes.size(), maxOutputBytes_ - output_.size());
-  output_.append(reinterpret_cast<const char*>(bytes.data()), taken);
-  if (taken < bytes.size() && !dropped_) {
+void PipeReader::append(Source& source, std::span<const std::byte> bytes) {
+  const std::size_t taken = std::min(bytes.size(), source.maxBytes - source.text.size());
+  source.text.append(reinterpret_cast<const char*>(bytes.data()), taken);
+  if (taken < bytes.size() && &source == &output_ && !dropped_) {
     dropped_ = true;
-    CORE::log(CORE::kWarn, L"dct_common::runDctCommand(): Script output beyond %zu bytes is dropped.", maxOutputBytes_);
+    CORE::log(CORE::kWarn, L"dct_common::runDctCommand(): Script output beyond %zu bytes is dropped.", source.maxBytes);
   }
 }

@@ -42,10 +42,11 @@ Result<ProcessInformation> WindowsProcesses::CreateProcessW(const std::wstring& 
                                                             const StandardHandles& standardHandles) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
-  if (standardHandles.input != nullptr || standardHandles.output != nullptr) {
+  if (standardHandles.input != nullptr || standardHandles.output != nullptr || standardHandles.error != nullptr) {
     startup.dwFlags = STARTF_USESTDHANDLES;
     startup.hStdInput = standardHandles.input;
     startup.hStdOutput = standardHandles.output;
+    startup.hStdError = standardHandles.error;
   }
   std::wstring writableLine = commandLine;  // the call may write to it
   const wchar_t* const folder = currentDirectory.empty() ? nullptr : currentDirectory.c_str();
@@ -86,13 +87,13 @@ Status WindowsProcesses::TerminateJobObject(NativeHandle job, std::uint32_t exit
   return statusOf(::TerminateJobObject(job, exitCode));
 }
 
-Result<Pipe> WindowsProcesses::CreatePipe(bool inheritable) {
+Result<Pipe> WindowsProcesses::CreatePipe(bool inheritable, std::uint32_t bytes) {
   SECURITY_ATTRIBUTES attributes{};
   attributes.nLength = sizeof(attributes);
   attributes.bInheritHandle = inheritable ? TRUE : FALSE;
   HANDLE read = nullptr;
   HANDLE write = nullptr;
-  const BOOL created = ::CreatePipe(&read, &write, &attributes, 0);
+  const BOOL created = ::CreatePipe(&read, &write, &attributes, bytes);
   const ErrorCode error = ::GetLastError();
   if (!created) {
     return {false, {}, error};

@@ -22,7 +22,7 @@ class WindowsProcesses final : public Processes {
   Result<KernelHandle> CreateJobObjectW() override;
   Status AssignProcessToJobObject(NativeHandle job, NativeHandle process) override;
   Status TerminateJobObject(NativeHandle job, std::uint32_t exitCode) override;
-  Result<Pipe> CreatePipe(bool inheritable) override;
+  Result<Pipe> CreatePipe(bool inheritable, std::uint32_t bytes) override;
   Result<std::uint32_t> PeekNamedPipe(NativeHandle pipe) override;
   void Sleep(std::uint32_t milliseconds) override;
 };

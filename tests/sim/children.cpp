@@ -52,9 +52,9 @@ std::wstring Child::argumentAfter(const std::wstring& option) const {
   return all.end() - found < 2 ? L"" : *(found + 1);
 }
 
-bool Child::write(std::string_view text) {
+bool Child::writeTo(std::shared_ptr<PipeEnd> ChildState::*stream, std::string_view text) {
   Guard guard = runningGuard();
-  const auto output = state_->output;
+  const auto output = (*state_).*stream;
   try {
     if (output != nullptr) {
       output->write(guard, std::as_bytes(std::span(text)), [&] { return state_->hasEnded(); });
@@ -63,6 +63,12 @@ bool Child::write(std::string_view text) {
   } catch (const Failure&) {
     return state_->hasEnded() ? throw ChildTerminated{} : false;
   }
+}
+
+bool Child::write(std::string_view text) { return writeTo(&ChildState::output, text); }
+
+bool Child::complain(std::string_view text) {
+  return writeTo(state_->error == nullptr ? &ChildState::output : &ChildState::error, text);
 }
 
 std::string Child::readInput() {
@@ -88,6 +94,7 @@ void Child::spawn(std::function<void(Child&)> script) {
   const auto state = owner_.addChild(L"grandchild", state_->record.folder);
   state->input = state_->input;
   state->output = state_->output;
+  state->error = state_->error;
   state->inherited = state_->inherited;
   state->job = state_->job;
   owner_.kernel_.startThread([owner = &owner_, state, script = std::move(script)] { owner->run(state, script); });
@@ -144,6 +151,7 @@ void Processes::end(ChildState& state, Ending ending, std::uint32_t code) {
   state.record.exitCode = code;
   state.input.reset();
   state.output.reset();
+  state.error.reset();
   state.inherited.clear();
   kernel_.wake();
 }

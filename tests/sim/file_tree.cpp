@@ -55,7 +55,7 @@ std::size_t FileContent::copy(std::uint64_t offset, std::span<std::byte> buffer)
 }
 
 Files::Files(Kernel& kernel) : kernel_(kernel) {
-  makeFolders(L"C:\\Windows\\System32");
+  makeFolders(L"C:\\Windows\\System32\\WindowsPowerShell\\v1.0");
   makeFolders(L"C:\\ProgramData");
 }
 

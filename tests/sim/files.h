@@ -10,7 +10,8 @@ namespace sim {
 struct FileContent;
 
 /// A file system in memory. Paths compare without case; "/" counts as "\". Drives exist by themselves, and so do
-/// C:\Windows\System32 and C:\ProgramData. Any thread; the test's own calls may change files that are open.
+/// C:\Windows\System32\WindowsPowerShell\v1.0 and C:\ProgramData. Any thread; the test's own calls may change files
+/// that are open.
 class Files : public platform::Files {
  public:
   explicit Files(Kernel& kernel);
@@ -23,6 +24,7 @@ class Files : public platform::Files {
   /// Removes a file, or a folder and everything in it. Open handles stay usable.
   void erase(const std::wstring& path);
   bool exists(const std::wstring& path) const;
+  bool hasFolder(const std::wstring& path) const;    ///< lock held
   std::string read(const std::wstring& path) const;  ///< empty when there is none
   /// Returns the full paths, in lower case, of all files and folders below a folder, in order.
   std::vector<std::wstring> list(const std::wstring& folder) const;
@@ -59,7 +61,6 @@ class Files : public platform::Files {
   /// Finds a file as find does. The call fails when the folder does not exist, or when `needs` (bits of FILE_SHARE_...)
   /// or `share` conflicts with a handle that is open on the file.
   Content findFor(std::uint32_t needs, const std::wstring& path, std::uint32_t share = kFileShareAll) const;
-  bool hasFolder(const std::wstring& path) const;
   std::vector<std::wstring> below(const std::wstring& path) const;
   Content make(const std::wstring& path);
   void makeFolders(const std::wstring& path);

@@ -44,6 +44,7 @@ struct ChildState {
   ChildRecord record;
   std::shared_ptr<PipeEnd> input;
   std::shared_ptr<PipeEnd> output;
+  std::shared_ptr<PipeEnd> error;
   std::vector<std::shared_ptr<Object>> inherited;
   std::shared_ptr<JobObject> job;
   std::uint32_t wantedCode = 0;

@@ -100,7 +100,7 @@ Result<ProcessInformation> Processes::CreateProcessW(const std::wstring& childCo
 }
 
 void Processes::inherit(ChildState& state, const StandardHandles& standardHandles) {
-  for (const auto handle : {standardHandles.input, standardHandles.output}) {
+  for (const auto handle : {standardHandles.input, standardHandles.output, standardHandles.error}) {
     if (handle != nullptr) {
       kernel_.get<PipeEnd>(handle, "CreateProcessW");
     }
@@ -111,6 +111,8 @@ void Processes::inherit(ChildState& state, const StandardHandles& standardHandle
       state.input = std::dynamic_pointer_cast<PipeEnd>(object);
     } else if (handle == standardHandles.output) {
       state.output = std::dynamic_pointer_cast<PipeEnd>(object);
+    } else if (handle == standardHandles.error) {
+      state.error = std::dynamic_pointer_cast<PipeEnd>(object);
     } else {
       state.record.inheritsOnlyStandardHandles = false;
     }
@@ -152,10 +154,10 @@ Status Processes::TerminateJobObject(NativeHandle job, std::uint32_t exitCode) {
   });
 }
 
-Result<Pipe> Processes::CreatePipe(bool inheritable) {
+Result<Pipe> Processes::CreatePipe(bool inheritable, std::uint32_t bytes) {
   return kernel_.call(__func__, [&] {
     const auto buffer = std::make_shared<PipeBuffer>();
-    buffer->capacity = inlineChildren ? SIZE_MAX : buffer->capacity;
+    buffer->capacity = inlineChildren ? SIZE_MAX : bytes != 0 ? bytes : buffer->capacity;
     Pipe pipe{kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, false)),
               kernel_.opened(std::make_shared<PipeEnd>(kernel_, buffer, true))};
     if (inheritable) {

@@ -7,6 +7,7 @@ namespace sim {
 
 class Processes;
 struct ChildState;
+struct PipeEnd;
 
 enum class Ending : std::uint8_t { kRunning, kExited, kTerminated, kJobTerminated };
 
@@ -32,6 +33,9 @@ class Child {
   std::wstring argumentAfter(const std::wstring& option) const;  ///< empty when there is none
   /// Writes to the standard output. Returns false when there is none or nobody reads from it any more.
   bool write(std::string_view text);
+  /// Writes to the standard error. Without one it is the console of the child's own: PowerShell, whose output is then
+  /// the only one that is redirected, writes its errors to the standard output.
+  bool complain(std::string_view text);
   std::string readInput();        ///< reads to the end (an inline child: what there is)
   void exit(std::uint32_t code);  ///< sets the exit code; the script should then return
   [[noreturn]] void hang();       ///< waits until somebody terminates the child
@@ -42,6 +46,7 @@ class Child {
   friend class Processes;
   Child(Processes& owner, std::shared_ptr<ChildState> state) : owner_(owner), state_(std::move(state)) {}
   Guard runningGuard() const;
+  bool writeTo(std::shared_ptr<PipeEnd> ChildState::*stream, std::string_view text);
 
   Processes& owner_;
   const std::shared_ptr<ChildState> state_;
@@ -78,7 +83,7 @@ class Processes : public platform::Processes {
   Result<KernelHandle> CreateJobObjectW() override;
   Status AssignProcessToJobObject(NativeHandle job, NativeHandle process) override;
   Status TerminateJobObject(NativeHandle job, std::uint32_t exitCode) override;
-  Result<Pipe> CreatePipe(bool inheritable) override;
+  Result<Pipe> CreatePipe(bool inheritable, std::uint32_t bytes) override;
   Result<std::uint32_t> PeekNamedPipe(NativeHandle pipe) override;
   void Sleep(std::uint32_t milliseconds) override;
 

@@ -2,6 +2,7 @@
 
 #include "platform/heap.h"
 #include "platform/system.h"
+#include "tests/sim/files.h"
 #include "tests/sim/kernel.h"
 #include "tests/sim/registry.h"
 
@@ -10,7 +11,7 @@ namespace sim {
 /// Folders, modules, version resources and the console of the process; a test can read what the program has changed.
 class System : public platform::System {
  public:
-  explicit System(Kernel& kernel) : kernel_(kernel) {}
+  System(Kernel& kernel, const Files& files) : kernel_(kernel), files_(files) {}
 
   bool hasConsole = false;  ///< whether the parent has one to attach to
   /// Returns what was written to the console.
@@ -27,7 +28,10 @@ class System : public platform::System {
     return kernel_.call(__func__, [] { return std::wstring(L"C:\\Program Files\\Meridon\\mdDCT.exe"); });
   }
   Status SetCurrentDirectoryW(const std::wstring& path) override {
-    return kernel_.call(__func__, [&] { currentDirectory_ = path; });
+    return kernel_.call(__func__, [&] {
+      refuseIf(!files_.hasFolder(path), kErrorFileNotFound);
+      currentDirectory_ = path;
+    });
   }
   NativeHandle GetModuleHandleW(const std::wstring& name) override {
     return !kernel_.faults.pass(__func__) && name == L"winhttp.dll" ? this : nullptr;
@@ -64,6 +68,7 @@ class System : public platform::System {
     const char* kind() const override { return "console"; }
   };
   Kernel& kernel_;
+  const Files& files_;
   const std::map<std::wstring, std::vector<std::byte>> version_{
       {L"\\VarFileInfo\\Translation", utf16Bytes(L"\u0409\u04B0", false)},
       {L"\\StringFileInfo\\040904b0\\FileVersion", utf16Bytes(L"1.2.3.4", true)},

@@ -46,7 +46,7 @@ class Windows {
   Processes processes{kernel};
   Registry registry{kernel};
   Security security{kernel};
-  System system{kernel};
+  System system{kernel, files};
   Text text{kernel};
   WinHttp winHttp{kernel, certificates};
 

@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { setTimeout as sleep } from 'node:timers/promises';
 import { describe, it } from 'node:test';
 import { assertEnded, kMiB, kPutFailed, kUploadFailed, upload, useFiles, useProduct } from './harness.mjs';
-import { kLogFolder, kProgramFolder } from '../../wine/product.mjs';
+import { kLogFolder, kPowerShellFolder } from '../../wine/product.mjs';
 
 const kMissing = [/^wWinMain\(\): filesystem error: file_size: No such file or directory/];
 const kStreamEnds = [/^WinHttpRequest::UploadData\(\): File stream is invalid$/, ...kPutFailed];
@@ -28,7 +28,7 @@ describe('a bundle that', () => {
   const lock = async () => {
     const [file] = readdirSync(product.bundleFolder);
     const record = 'C:\\standin\\lock.txt';
-    product.prefix.wine([`${kProgramFolder}\\powershell.exe`, '--lock', '60000', `${kLogFolder}\\Temp\\${file}`],
+    product.prefix.wine([`${kPowerShellFolder}\\powershell.exe`, '--lock', '60000', `${kLogFolder}\\Temp\\${file}`],
       { env: { MDDCT_STANDIN: `record=${record}` } });
     for (let n = 0; n < 4000 && !existsSync(product.prefix.path(record)); n++) await sleep(5);
   };

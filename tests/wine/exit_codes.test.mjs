@@ -5,7 +5,7 @@ import { setTimeout as sleep } from 'node:timers/promises';
 import { describe, it } from 'node:test';
 import { assertDelivered, assertEnded, kMiB, kPutFailed, kUploadFailed, requestError, upload, useProduct,
   wholeRecords, withProduct, withSink } from './harness.mjs';
-import { kInstallPath, kProgramFolder, kSettingsKey } from '../../wine/product.mjs';
+import { kInstallPath, kPowerShellFolder, kSettingsKey } from '../../wine/product.mjs';
 
 const kNobody = 'https://localhost:9/logs/a.zip';
 const kUsage = 'PrintUsage(): Usage:\r\nmdDCT.exe -url "<url>"';
@@ -76,7 +76,7 @@ describe('a run', () => {
       const kShared = file('C:\\ProgramData\\Calvera');
       // What a collection needs, from its last step to its first. name: [how it is taken away, the error]
       const kSteps = {
-        'without a PowerShell': [() => writeFileSync(file(`${kProgramFolder}\\powershell.exe`), 'no program'),
+        'without a PowerShell': [() => writeFileSync(file(`${kPowerShellFolder}\\powershell.exe`), 'no program'),
           '60: The DCT script failed to start, error: .+'],
         'without the script': [() => rmSync(file(`${kInstallPath}\\dct\\vdx-support.ps1`)),
           '70: The DCT script is not found on disk\\.'],

@@ -75,10 +75,17 @@ std::wstring kindOf(DWORD which) {
   return none ? L"none" : ::GetFileType(handle) == FILE_TYPE_PIPE ? L"pipe" : L"other";
 }
 
-/// Appends a line to the record: mode, outcome, working folder, kinds of standard output and standard error (see
-/// kindOf), and the arguments, with tabs between them.
+/// Returns the full path of this program.
+std::wstring ownPath() {
+  std::array<wchar_t, MAX_PATH> path{};
+  ::GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
+  return path.data();
+}
+
+/// Appends a line to the record: mode, outcome, working folder, path of this program, kinds of standard output and
+/// standard error (see kindOf), and the arguments, with tabs between them.
 void record(const std::wstring& mode, const std::wstring& outcome) {
-  std::wstring line = mode + L'\t' + outcome + L'\t' + fs::current_path().wstring() + L'\t' +
+  std::wstring line = mode + L'\t' + outcome + L'\t' + fs::current_path().wstring() + L'\t' + ownPath() + L'\t' +
                       kindOf(STD_OUTPUT_HANDLE) + L'\t' + kindOf(STD_ERROR_HANDLE);
   for (const std::wstring& argument : native::arguments()) {
     line += L'\t' + argument;
@@ -126,9 +133,8 @@ void startPipeHolder(const std::wstring& milliseconds) {
   STARTUPINFOW startup{};
   startup.cb = sizeof(startup);
   PROCESS_INFORMATION child{};
-  std::array<wchar_t, MAX_PATH> self{};
-  ::GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size()));
-  if (!::CreateProcessW(self.data(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &child)) {
+  if (!::CreateProcessW(ownPath().c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                        &child)) {
     throw std::runtime_error("cannot start the copy that holds the pipe");
   }
 }
@@ -144,7 +150,11 @@ int answerQuery() {
   DWORD written = 0;
   ::WriteFile(::GetStdHandle(STD_OUTPUT_HANDLE), answer.data(), static_cast<DWORD>(answer.size()), &written, nullptr);
   ::Sleep(kind == L"hang" ? INFINITE : 0);
-  return kind == L"fail" ? 1 : 0;
+  if (kind == L"fail") {
+    native::complain("powershell", "ordered to fail");
+    return 1;
+  }
+  return 0;
 }
 
 /// Writes the bundle and returns the exit code. The bytes do not compress and are the same ones every time: nobody

@@ -13,29 +13,65 @@ const Texts kDefaultFeatures = CORE::splitText(
     L',');
 const Levels kDefaultLevels = {L"INFO", L"DEBUG", L"TRACE", L"VERBOSE"};
 
+struct AnswerRow {
+  const char* name;
+  std::string answer;
+  std::uint32_t exitCode;
+  Texts errors, warnings;
+  Texts features = kDefaultFeatures;
+  Levels levels = kDefaultLevels;
+  bool hangs = false;
+};
+
 // How an answer is read: see the fuzz target, too.
 TEST(CapabilityQuery, AnswersAndWhatStandsInForThem) {
   const std::wstring failed = L"dct_common::getLogLevel(): Failed to load json ";
-  const std::tuple<const char*, std::string, Texts, Texts, Levels> rows[] = {
+  const std::wstring complained =
+      L"dct_common::getDCTFilter(): Standard error of the query: " + std::wstring(4096, L'e');
+  const std::wstring timedOut =
+      L"dct_common::runDctCommand(): Timed out reading script output from the pipe when using command " +
+      std::wstring(kQueryCommand) + L".";
+  const std::wstring noFeature =
+      L"loadSupportedLists(): The answer of the query has no featureData with a feature in it.";
+  const std::string usable = R"({"featureData":{"A":""}})";
+  const AnswerRow rows[] = {
       {"names and levels",
        R"({"featureData":{"":{"supportedLogLevels":"x"},"b\u00E4":{"supportedLogLevels":"INFO,Debug,INFO"},)"
-       "\"A\xC3\xA4\":{\"supportedLogLevels\":\"TRACE,,\"}, \"Text\" : \"only\"}}",
+       "\"\x84\xC3\xA4\":{\"supportedLogLevels\":\"TRACE,,\"}, \"Text\" : \"only\"}}",
+       0,
        {},
-       {L"b\\u00E4", L"A\u00E4", L"Text"},
-       {L"info", L"debug", L"trace"}},
-      {"no name", R"({"featureData":{"":{"supportedLogLevels":"x"}}})", {}, kDefaultFeatures, kDefaultLevels},
-      {"not UTF-8", "{\"\xFF\":{}}", {failed + L"{\"\u00FF\":{}}."}, kDefaultFeatures, kDefaultLevels},
+       {},
+       {L"", L"b\\u00E4", L"\uFFFD\u00E4", L"Text"},
+       {L"", L"x", L"info", L"debug", L"trace"}},
+      {"no name", R"({"featureData":{"":{"supportedLogLevels":""}}})", 0, {}, {}, {L""}, {}},
+      {"featureData as text", R"({"featureData":"A"})", 0, {}, {noFeature, complained}},
+      {"no featureData", R"({"Version":"2"})", 0, {}, {noFeature, complained}},
+      {"no JSON", "\xFF", 0, {failed + L"\u00FF."}, {complained}},
+      {"an exit code",
+       usable,
+       7,
+       {L"dct_common::runDctCommand(): DCT process failed with error Message 7.."},
+       {complained}},
+      {"a hang", usable, 0, {timedOut}, {complained}, kDefaultFeatures, kDefaultLevels, true},
   };
-  for (const auto& [name, answer, errors, features, levels] : rows) {
-    SCOPED_TRACE(name);
+  for (const AnswerRow& row : rows) {
+    SCOPED_TRACE(row.name);
     ScriptWorld world;
-    world.print(answer);
+    world.windows.processes.onStart([&row](sim::Child& child) {
+      child.complain(std::string(10'000, 'e'));
+      child.write(row.answer);
+      child.exit(row.exitCode);
+      if (row.hangs) {
+        child.hang();
+      }
+    });
     for (int i = 0; i < 2; ++i) {
       CORE::PropertyBag request;
       world.agent.getDCTFilter(request);
-      EXPECT_EQ(supportedFeatures(), features);
-      EXPECT_EQ(supportedLogLevels(), levels);
-      EXPECT_EQ(world.log.messages(CORE::kError), errors);
+      EXPECT_EQ(supportedFeatures(), row.features);
+      EXPECT_EQ(supportedLogLevels(), row.levels);
+      EXPECT_EQ(world.log.messages(CORE::kError), row.errors);
+      EXPECT_EQ(world.log.messages(CORE::kWarn), row.warnings);
       EXPECT_EQ(world.windows.processes.children().size(), 1U) << "asked again";
     }
   }
@@ -57,8 +93,12 @@ TEST(CapabilityQuery, LogLevelsAndTheArgumentsOfARequest) {
   world.print("garbage " + std::string(100'000, 'x'));
   EXPECT_FALSE(world.agent.getLogLevel(answer));
   EXPECT_TRUE(answer.getErrorCode() == 13 && answer.getErrorText().length() == 8192);
-  world.windows.processes.onStart([](sim::Child& child) { child.exit(7); });
+  world.windows.processes.onStart([](sim::Child& child) {
+    child.write("because");
+    child.exit(7);
+  });
   EXPECT_FALSE(world.agent.getLogLevel(answer));
+  EXPECT_TRUE(world.log.has(CORE::kDebug, L"runDctCommand(): The failed command wrote: because"));
   EXPECT_EQ(answer.getErrorText().str(), L"DCT process failed with error Message 7..");
   world.print(R"({"Version":"9","featureData":{"AgentCore":"","Clipboard":""}})");
   EXPECT_TRUE(world.agent.getLogLevel(answer) && answer.getInt(L"Version", 0) == 2);
@@ -71,7 +111,8 @@ TEST(CapabilityQuery, LogLevelsAndTheArgumentsOfARequest) {
   }
   const std::wstring unsupported = L"dct_common::getDCTFilter(): Unsupported feature '", found = L"' found in request.";
   EXPECT_EQ(world.log.messages(CORE::kWarn),
-            (Texts{unsupported + L"Foo" + found, unsupported + L"Agent" + found, unsupported + L" AgentCore" + found}));
+            (Texts{unsupported + found, unsupported + found, unsupported + L"Foo" + found,
+                   unsupported + L"Agent" + found, unsupported + L" AgentCore" + found}));
 }
 
 }  // namespace

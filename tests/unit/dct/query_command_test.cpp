@@ -19,15 +19,18 @@ struct CommandWorld : ScriptWorld {
 /// holds it: see the tests under Wine.
 TEST(RunDctCommand, GivesTheOutputAndWaitsForNobodyElse) {
   CommandWorld world;
-  const std::string answer = "in:;" + std::string(200'000, 'x');
-  EXPECT_TRUE(world.run([](sim::Child& child) {
-    child.write("in:" + child.readInput() + ";" + std::string(200'000, 'x'));
+  const std::string answer = "in:;" + std::string(1'000'000, 'x');
+  std::size_t reads = 0;
+  EXPECT_TRUE(world.run([&](sim::Child& child) {
+    child.write("in:" + child.readInput() + ";" + std::string(1'000'000, 'x'));
+    reads = world.windows.faults.callCount("ReadFile");
     child.spawn([](sim::Child& grandchild) {
       while (grandchild.write("yyy")) {
       }
     });
   }));
-  EXPECT_EQ(world.output.substr(0, answer.size()), answer);
+  EXPECT_LT(reads, 50U) << "Windows may rest for a tick of its clock after each";
+  EXPECT_TRUE(world.output.starts_with(answer));
   EXPECT_EQ(world.output.find_first_not_of('y', answer.size()), std::string::npos);
   EXPECT_EQ(world.result.count(), 0U);
   const sim::ChildRecord child = world.windows.processes.children().at(0);
@@ -37,7 +40,7 @@ TEST(RunDctCommand, GivesTheOutputAndWaitsForNobodyElse) {
 // The other calls that can fail: see the sweep.
 TEST(RunDctCommand, AReadErrorEndsTheReading) {
   CommandWorld world;
-  world.windows.faults.failAll("PeekNamedPipe", 5);
+  world.windows.faults.failNth("PeekNamedPipe", 1, 5);
   EXPECT_TRUE(world.run([](sim::Child& child) { child.write(std::string(1'000'000, 'x')); }))
       << "the exit code decides";
   EXPECT_EQ(world.output, "");
@@ -67,8 +70,8 @@ TEST(RunDctCommand, EndsTheWholeTreeAfterAMinute) {
 
 TEST(PipeReader, DropsWhatIsTooMuch) {
   ScriptWorld world;
-  auto pipe = world.windows.processes.CreatePipe(false);
-  PipeReader reader(std::move(pipe.value.read), 1000);
+  auto pipe = world.windows.processes.CreatePipe(false, 0);
+  PipeReader reader(std::move(pipe.value.read), {}, 1000);
   ASSERT_TRUE(reader.start());
   const std::string text(10'000, 'x');  // more than one read gives
   ASSERT_TRUE(world.windows.files.WriteFile(pipe.value.write.get(), std::as_bytes(std::span(text))).ok);

@@ -109,6 +109,9 @@ TEST(Run, EndsWithTheCollectionOrTheUpload) {
   };
   const std::wstring proxy = L"Proxy Server: proxy:8080. Proxy Bypass: <local> PACURL: http://pac/p\u00E4c.";
   const auto noInstallPath = [](RunWorld& world) { world.windows.registry.clear(); };
+  const auto noFolder = [](RunWorld& world) {
+    world.windows.files.erase(L"C:\\Windows\\System32\\WindowsPowerShell\\v1.0");
+  };
   const auto noScript = [](RunWorld& world) { world.windows.files.erase(L"C:\\Agent\\dct\\vdx-support.ps1"); };
   const auto noPowerShell = [](RunWorld& world) { world.windows.faults.failNth("CreateProcessW", 2, 5); };
   const auto noBundle = [](RunWorld& world) { world.writesBundle = false, world.exitCode = 5; };
@@ -119,6 +122,8 @@ TEST(Run, EndsWithTheCollectionOrTheUpload) {
   const auto refused = [](RunWorld& world) { world.failingRequest = 1; };
   const std::wstring notStarted = error(L"Failed to start upload.");
   expect({
+      {"no folder of PowerShell", 4, 0, 0, noFolder,
+       error(L"Unable to make PowerShell's folder the current folder: 0x2 Message 2.")},
       {"no install path", 4, 0, 0, noInstallPath, failed(L"80: Cannot get the AgentInstallPath from registry")},
       {"no script", 4, 0, 0, noScript, failed(L"70: The DCT script is not found on disk.")},
       {"no environment", 4, 0, 0, noEnvironment, failed(L"130: Cannot create the temporary directory.")},

@@ -36,7 +36,8 @@ struct RunWorld : ScriptWorld {
   /// Stands in for powershell.exe: without "-f" on its command line it is the query, else the collection script.
   void script(sim::Child& child) {
     EXPECT_TRUE(!windows.processes.inlineChildren || windows.objects.mutexState(kMutexName) == "held");
-    EXPECT_EQ(windows.system.currentDirectory(), L"C:\\Windows\\System32") << "powershell.exe is searched for in it";
+    EXPECT_EQ(windows.system.currentDirectory(), L"C:\\Windows\\System32\\WindowsPowerShell\\v1.0")
+        << "powershell.exe is searched for in it";
     const std::wstring path = child.argumentAfter(L"-f");
     if (path.empty() && queryHangs) {
       child.hang();
