@@ -137,14 +137,7 @@ bool WinHttpRequest::preflightCertVerification() {
 }
 
 bool WinHttpRequest::prepareBody(HttpMethod method) {
-  if (method != HttpMethod::kPost && method != HttpMethod::kPut) {
-    return true;
-  }
-  if (!body_.prepare()) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Request data size is too large");
-    return false;
-  }
-  return true;
+  return (method != HttpMethod::kPost && method != HttpMethod::kPut) || body_.prepare();
 }
 
 bool WinHttpRequest::send() {

@@ -45,6 +45,7 @@ bool AzureBlobUploader::uploadFile(const std::string& filePath, const std::strin
     if (cancelled_) {
       return false;
     }
+    file_ = SourceFile{};  // nothing of an upload before counts
     file_.path = filePath;
     url_ = url;
     accountKey_ = CORE::mstr::secret(accountKey);

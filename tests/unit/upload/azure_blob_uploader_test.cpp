@@ -157,6 +157,12 @@ TEST_F(UploadFixture, RefusedAndThrowingStartsLeaveTheUploaderUsable) {
   EXPECT_THROW(upload("C:\\none.zip"), std::filesystem::filesystem_error);
   windows.faults.failNth("WinHttpSendRequest", 1, 12029);
   EXPECT_FALSE(upload());
+  for (const std::uint64_t size : {1u, 0u}) {
+    windows.files.writeSparse(kWidePath, size);
+    windows.faults.failNth("CreateFileW", 1, 32);
+    EXPECT_FALSE(upload()) << "it would be delivered without its content";
+    EXPECT_EQ(errors().back(), L"WinHttpRequest::performAsync(): Unable to open file " + path + L": 0x20 Message 32.");
+  }
   expectEnd(kNothing, 0);
   EXPECT_EQ(windows.openHandlesText(), before);
   EXPECT_TRUE(upload());
@@ -192,7 +198,7 @@ TEST_F(UploadFixture, RefusalsFilesThatChangeAndCancellationsInsideAStart) {
       {"appended, shrinks in a block", kAppended, {}, 2, resizing(10 * kMiB), kFailed, 4, changed},
       {"appended, shrinks to whole blocks", kAppended, {}, 2, resizing(8 * kMiB), kFailed, 4, changed},
       {"appended, grows", kAppended, {}, 2, resizing(kPutBlobLimit + 3 * kMiB), kFailed, 66, changed},
-      {"put, grows", 2 * kBlock, {}, 0, resizing(9 * kMiB), kSucceeded, 1, {}},  // as much as was promised
+      {"put, grows by one byte", 2 * kBlock, {}, 0, resizing(2 * kBlock + 1), kFailed, 1, invalid},
       {"put, shrinks", 2 * kBlock, {}, 0, resizing(5 * kMiB), kFailed, 1, invalid},
       {"put, cancelled after the answer", 1, {}, 0, cancelling, kSucceeded, 1, {}},
       {"put, cancelled before the answer", 1, {{0, kHeld}}, 0, cancelling, kFailed, 1, {put}},
@@ -284,6 +290,8 @@ TEST_F(UploadFixture, ExceptionWhileARequestIsBeingStarted) {
     expectEnd(kNothing, 0);
     EXPECT_TRUE(upload());
     expectEnd(kFailed, 2);
+    EXPECT_TRUE(upload());
+    expectEnd({false, true}, 68);  // from the beginning: nothing of the attempt before counts
     EXPECT_EQ(errors(), Errors{kAppendCb + L"OutOfMem"});
     EXPECT_EQ(windows.openHandlesText(), before);
   }
