@@ -40,6 +40,7 @@ class UploadFixture : public ::testing::Test, protected World {
   UploadFixture() {
     windows.winHttp.storeBodyUpTo = kStored;
     windows.winHttp.lateDelay = std::chrono::milliseconds(1);
+    windows.winHttp.proxies.pacFiles[L"http://pac"] = [](const std::wstring&) { return L"via PAC"; };
   }
 
   /// Makes a new uploader and a file of that size; forgets the uploads before. The service answers the requests in
@@ -59,10 +60,11 @@ class UploadFixture : public ::testing::Test, protected World {
     outcomes.clear();
     log.clear();
     uploader.reset(new AzureBlobUploader);
+    uploader->setProxyConfig("", "", "http://pac");
   }
 
   bool upload(const std::string& path = kPath) {
-    return uploader->uploadFile(path, kBlobUrl, "", [this](AzureBlobUploader* self, bool succeeded) {
+    return uploader->uploadFile(path, kBlobUrl, "a2V5", [this](AzureBlobUploader* self, bool succeeded) {
       outcomes.push_back(succeeded);
       onDone(*self);
     });
@@ -97,6 +99,8 @@ void expectRequest(const sim::HttpExchange& got, const std::string& blobType, st
   EXPECT_EQ(got.path, std::wstring(L"/c/b.zip?sv=1&sig=x%2F") + (blobType.empty() ? L"&comp=appendblock&" : L""));
   EXPECT_EQ(got.header("x-ms-blob-type"), blobType);
   EXPECT_EQ(got.header("Content-Type"), "application/zip");
+  EXPECT_TRUE(got.header("Authorization").starts_with("SharedKey acct:"));
+  EXPECT_EQ(got.proxy, blobType.empty() ? L"" : L"via PAC") << "only the first is handed the PAC URL";
   EXPECT_EQ(got.header("Content-Length"), size == 0 ? "" : std::to_string(size));
   EXPECT_EQ(got.bodySize, size);
   for (std::uint64_t at = 0; at < std::min<std::uint64_t>(size, kStored); ++at) {
