@@ -9,7 +9,7 @@ import { describe, it } from 'node:test';
 import { assertEnded, kMiB, kPutFailed, kUploadFailed, upload, useFiles, useProduct } from './harness.mjs';
 import { kLogFolder, kProgramFolder } from '../../wine/product.mjs';
 
-const kMissing = [/^wWinMain\(\): filesystem error: file_size: No such file or directory/];
+const kMissing = [/^wWinMain\(\): filesystem error: file_size: No such file or directory \[.*\.zip\]$/];
 const kCannotOpen = [/^WinHttpRequest::performAsync\(\): Unable to open file .*\.zip: 0x20 /,
   /^wWinMain\(\): Failed to start upload\.$/];
 const kStreamEnds = [/^WinHttpRequest::UploadData\(\): File stream is invalid$/, ...kPutFailed];
