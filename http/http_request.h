@@ -38,9 +38,10 @@ enum class ContentType : std::uint32_t {
 
 /// One HTTP exchange: configured, performed once, read. Every HTTP call of the program goes through this interface.
 ///
-/// Synchronous operations return true when the exchange succeeded with a status from 200 to 299. They hand out the
-/// response body in either case. Asynchronous operations return true when the request was started; then, and only then,
-/// the completion comes. URLs and narrow texts are UTF-8. One thread uses an object until it is started.
+/// Synchronous operations return true when the exchange succeeded with a status from 200 to 299, and get() only when
+/// the whole body has come. They hand out the response body in either case, at most 100 MiB of it. Asynchronous
+/// operations return true when the request was started; then, and only then, the completion comes. URLs and narrow
+/// texts are UTF-8. One thread uses an object until it is started.
 ///
 /// The operations stand in the order of their slots. There is no virtual destructor: owners delete the concrete class.
 class HttpRequest {

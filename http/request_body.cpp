@@ -1,8 +1,25 @@
 #include "http/request_body.h"
 
 #include <algorithm>
+#include <array>
 
+#include "core/format/error_text.h"
+#include "core/log/log.h"
 #include "core/text/convert.h"
+
+// The texts name WinHttpRequest::performAsync, which prepares the body.
+
+namespace {
+
+bool fits(std::uint64_t size) {
+  if (size > RequestBody::kMaxBytes) {
+    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Request data size is too large");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
 
 void RequestBody::copy(std::span<const std::byte> bytes) {
   copy_.assign(bytes.begin(), bytes.end());
@@ -19,7 +36,7 @@ void RequestBody::takeBuffer(std::span<const std::byte> bytes) {
 
 bool RequestBody::prepare() {
   if (filePath_.empty()) {
-    if (memory_.size() > kMaxBytes) {
+    if (!fits(memory_.size())) {
       return false;
     }
     length_ = static_cast<std::uint32_t>(memory_.size());
@@ -27,12 +44,18 @@ bool RequestBody::prepare() {
     return true;
   }
   const std::wstring path = CORE::to_wstr(filePath_, CORE::kUtf8);
+  platform::Status opened;
   {
     const CORE::MutexLock lock(mutex_);
-    file_.open(path);
+    opened = file_.open(path);
   }
   const std::uint64_t size = CORE::fileSize(path);
-  if (size > kMaxBytes) {
+  if (!opened) {
+    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Unable to open file %s: 0x%x %s", path, opened.error,
+              CORE::systemErrorText(opened.error));
+    return false;
+  }
+  if (!fits(size)) {
     return false;
   }
   length_ = static_cast<std::uint32_t>(size);
@@ -44,6 +67,11 @@ std::optional<std::span<const std::byte>> RequestBody::nextChunk() {
   const CORE::MutexLock lock(mutex_);
   const auto chunk = std::span(chunk_).first(std::min<std::size_t>(chunk_.size(), length_ - sent_));
   if (!file_.good() || file_.read(chunk) != chunk.size()) {
+    return std::nullopt;
+  }
+  std::array<std::byte, 1> more{};
+  const bool isLast = chunk.size() == length_ - sent_;
+  if (isLast && file_.read(more) != 0) {  // the file has grown
     return std::nullopt;
   }
   return chunk;

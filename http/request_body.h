@@ -32,9 +32,8 @@ class RequestBody {
   /// Takes the content of a file, whose path is UTF-8.
   void useFile(const std::string& path) { filePath_ = path; }
 
-  /// Opens the file, if there is one, and fixes the length. A file that cannot be opened but has a size shows at the
-  /// first chunk.
-  /// \return false when the body is longer than kMaxBytes.
+  /// Opens the file, if there is one, and fixes the length.
+  /// \return false when the file cannot be opened, or the body is longer than kMaxBytes; the reason is logged.
   /// \throws std::filesystem::filesystem_error when the file's size cannot be read, CORE::coreException for a path that
   ///         is not UTF-8.
   bool prepare() EXCLUDES(mutex_);
@@ -46,7 +45,9 @@ class RequestBody {
   bool isSent() const { return sent_ == length_; }
 
   /// Reads the next chunk of the file. The bytes stay valid until the next call.
-  /// \return nothing when the file cannot be read, or is shorter than it was: the server would wait for the rest.
+  /// \return nothing when the file cannot be read, or is no longer as long as it was: the server would wait for the
+  /// rest
+  ///         of a shorter one, and would not get all of a longer one.
   std::optional<std::span<const std::byte>> nextChunk() EXCLUDES(mutex_);
   /// Counts bytes that WinHTTP has written.
   void addSent(std::uint32_t bytes);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -13,10 +14,19 @@
 /// may read it meanwhile.
 class Response {
  public:
+  static constexpr std::size_t kMaxBodyBytes = std::size_t{100} << 20;  ///< as much as Windows takes of a CRL
+
   /// 0 until the headers have arrived.
   std::uint32_t status() const { return status_; }
   bool isSuccess() const;
   void setStatus(std::uint32_t status) { status_ = status; }
+
+  /// Whether the body ended normally, which WinHTTP also reports of one that is shorter than the server said.
+  bool bodyHasEnded() const { return bodyHasEnded_; }
+  void endBody() { bodyHasEnded_ = true; }
+  /// Returns the bytes of the body by the header "Content-Length"; nothing without one that is a number, and for a body
+  /// in chunks, whose end WinHTTP checks itself.
+  std::optional<std::uint64_t> announcedLength() const EXCLUDES(mutex_);
 
   /// The raw headers in UTF-8, lines ended by CRLF.
   std::string headers() const EXCLUDES(mutex_);
@@ -26,6 +36,8 @@ class Response {
   /// Returns a copy of the body. Without memory for one it returns the body itself, and keeps nothing.
   std::string copyOrTakeBody() EXCLUDES(mutex_);
 
+  /// Whether that many more bytes of the body are within kMaxBodyBytes.
+  bool canTake(std::uint32_t bytes) const EXCLUDES(mutex_);
   /// Returns room for that many bytes of the body, which WinHTTP fills until the read has completed. One read at a
   /// time.
   /// \throws std::bad_alloc; the earlier room is unchanged then.
@@ -35,6 +47,7 @@ class Response {
 
  private:
   std::atomic<std::uint32_t> status_{0};
+  std::atomic<bool> bodyHasEnded_{false};
   std::vector<std::byte> readBuffer_;  ///< the notifications', or WinHTTP's while it reads
 
   mutable CORE::Mutex mutex_;

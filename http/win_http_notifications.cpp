@@ -157,7 +157,7 @@ bool WinHttpRequest::step(const Notification& notification) {
       return hasEnded() || CheckHeaders();
     case platform::kStatusDataAvailable:
       // 0 bytes are the normal end, which closes like a failure: both lead to the completion.
-      return hasEnded() || (notification.number != 0 && DataAvailable(notification.number));
+      return hasEnded() || (notification.number != 0 ? DataAvailable(notification.number) : endOfBody());
     case platform::kStatusReadComplete:
       return hasEnded() || readComplete(notification.number);
     default:

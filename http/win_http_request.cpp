@@ -31,7 +31,7 @@ std::wstring wide(const std::string& text) { return CORE::to_wstr(text, CORE::kU
 std::shared_ptr<WinHttpRequest> WinHttpRequest::create() { return std::make_shared<WinHttpRequest>(CreateKey{}); }
 
 bool WinHttpRequest::get(const std::string& url, std::string& response) {
-  return finishSync(performSync(HttpMethod::kGet, url, {}, {}), response);
+  return finishSync(performSync(HttpMethod::kGet, url, {}, {}), response) && hasWholeBody(response.size());
 }
 
 bool WinHttpRequest::post(ContentType type, const std::string& url, const std::string& body, std::string& response) {
@@ -157,6 +157,18 @@ bool WinHttpRequest::finishSync(bool performed, std::string& response) {
   const bool success = performed && isSuccess();
   response = response_.body();
   return success;
+}
+
+/// Returns whether the whole body has come, of which there are that many bytes. What cut it off is in the log.
+bool WinHttpRequest::hasWholeBody(std::uint64_t size) {
+  if (!response_.bodyHasEnded()) {
+    return false;
+  }
+  const std::uint64_t announced = response_.announcedLength().value_or(size);
+  if (size < announced) {
+    CORE::log(CORE::kError, L"WinHttpRequest::get(): The answer ended after %llu of %llu bytes", size, announced);
+  }
+  return size >= announced;
 }
 
 bool WinHttpRequest::cancelRequest() {

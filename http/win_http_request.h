@@ -169,6 +169,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
  private:
   // win_http_request.cpp
   bool finishSync(bool performed, std::string& response);
+  bool hasWholeBody(std::uint64_t size);
   void setContentType(ContentType type);
   static void Synchronize(HttpRequest* request, const std::string& body);
 
@@ -210,6 +211,7 @@ class WinHttpRequest : public HttpRequest, public RequestLock, public std::enabl
   bool readRawHeaders(platform::NativeHandle request);
   bool QueryData();
   bool DataAvailable(std::uint32_t bytes);
+  bool endOfBody();
   bool readComplete(std::uint32_t bytes);
   bool stepWithoutHandle(CORE::LogLevel level, CORE::FormatString<wchar_t> text);
 

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "core/log/log.h"
@@ -82,6 +83,7 @@ bool WinHttpRequest::performAsync(HttpMethod method, const std::string& url, Htt
 bool WinHttpRequest::start(HttpMethod method) {
   chooseProxy();
   const auto limits = timeouts_.forPlatform();
+  gate_.settings().retrievalTimeout = static_cast<std::uint32_t>(std::max(limits[3], 0));  // that of a receive
   if (!preflightCertVerification()) {
     CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Pre-flight certificate verification failed for %s",
               target_.url());
@@ -137,14 +139,7 @@ bool WinHttpRequest::preflightCertVerification() {
 }
 
 bool WinHttpRequest::prepareBody(HttpMethod method) {
-  if (method != HttpMethod::kPost && method != HttpMethod::kPut) {
-    return true;
-  }
-  if (!body_.prepare()) {
-    CORE::log(CORE::kError, L"WinHttpRequest::performAsync(): Request data size is too large");
-    return false;
-  }
-  return true;
+  return (method != HttpMethod::kPost && method != HttpMethod::kPut) || body_.prepare();
 }
 
 bool WinHttpRequest::send() {

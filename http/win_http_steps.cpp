@@ -138,6 +138,11 @@ bool WinHttpRequest::DataAvailable(std::uint32_t bytes) {
   if (!call) {
     return stepWithoutHandle(CORE::kError, L"WinHttpRequest::DataAvailable(): Request handle doesn't exist");
   }
+  if (!response_.canTake(bytes)) {
+    CORE::log(CORE::kError, L"WinHttpRequest::DataAvailable(): The answer is longer than %zu bytes",
+              Response::kMaxBodyBytes);
+    return false;
+  }
   std::span<std::byte> room;
   try {
     room = response_.roomFor(bytes);
@@ -152,6 +157,11 @@ bool WinHttpRequest::DataAvailable(std::uint32_t bytes) {
     return false;
   }
   return true;
+}
+
+bool WinHttpRequest::endOfBody() {
+  response_.endBody();
+  return false;
 }
 
 bool WinHttpRequest::readComplete(std::uint32_t bytes) {

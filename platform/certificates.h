@@ -31,11 +31,14 @@ inline constexpr std::uint32_t kChainCacheEndCert = 0x1;
 inline constexpr std::uint32_t kChainCacheOnlyUrlRetrieval = 0x4;
 inline constexpr std::uint32_t kChainRevocationCheckChain = 0x20000000;
 
-// CertVerifyCertificateChainPolicy: the policy, its flag and parameter, and two of the errors that it may find.
+inline constexpr std::uint32_t kTrustIsPartialChain = 0x10000;  ///< CERT_TRUST_IS_PARTIAL_CHAIN, of an error status
+
+// CertVerifyCertificateChainPolicy: the policy, its flag and parameter, and three of the errors that it may find.
 inline constexpr std::uint32_t kChainPolicySsl = 4;                ///< CERT_CHAIN_POLICY_SSL
 inline constexpr std::uint32_t kChainPolicyAllowUnknownCa = 0x10;  ///< CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG
 inline constexpr std::uint32_t kAuthTypeServer = 2;                ///< AUTHTYPE_SERVER
 inline constexpr std::uint32_t kCertEUntrustedRoot = 0x800B0109;   ///< CERT_E_UNTRUSTEDROOT
+inline constexpr std::uint32_t kCertEChaining = 0x800B010A;        ///< CERT_E_CHAINING
 inline constexpr std::uint32_t kCertECnNoMatch = 0x800B010F;       ///< CERT_E_CN_NO_MATCH
 
 void freeCertificate(NativeHandle certificate);
@@ -134,8 +137,10 @@ class Certificates {
 
   /// Builds a chain with the default engine, valid at the present time.
   /// \param usages  enhanced key usages, of which the chain must allow one; empty asks for none.
+  /// \param retrievalTimeout  milliseconds for each retrieval of a CRL or an OCSP answer; 0 means the platform's limit.
   virtual Result<ChainHandle> CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
-                                                      const std::vector<std::string>& usages, std::uint32_t flags) = 0;
+                                                      const std::vector<std::string>& usages, std::uint32_t flags,
+                                                      std::uint32_t retrievalTimeout) = 0;
   /// Checks a chain against a policy.
   /// \return the policy's error; 0 when the chain satisfies it.
   virtual Result<std::uint32_t> CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,

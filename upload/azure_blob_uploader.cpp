@@ -1,5 +1,6 @@
 #include "upload/azure_blob_uploader.h"
 
+#include <algorithm>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -12,6 +13,9 @@
 #include "platform/winhttp.h"
 
 namespace {
+
+// Bytes of the last response that are kept. The service's error documents are far smaller.
+constexpr std::size_t kMaxKeptResponse = std::size_t{64} << 10;
 
 constexpr auto kCreated = static_cast<std::int32_t>(platform::kHttpStatusCreated);
 
@@ -45,6 +49,7 @@ bool AzureBlobUploader::uploadFile(const std::string& filePath, const std::strin
     if (cancelled_) {
       return false;
     }
+    file_ = SourceFile{};  // nothing of an upload before counts
     file_.path = filePath;
     url_ = url;
     accountKey_ = CORE::mstr::secret(accountKey);
@@ -176,6 +181,8 @@ void AzureBlobUploader::finishFailed(UploadStep step, HttpRequest* request) {
 
 AzureBlobUploader::Completion AzureBlobUploader::finish(std::int32_t status, std::string response) {
   lastStatusCode_ = status;
+  response.resize(std::min(response.size(), kMaxKeptResponse));
+  response.shrink_to_fit();
   lastResponse_ = std::move(response);
   file_.stream.close();  // the owner removes the file as soon as the completion function is called
   return std::exchange(completion_, nullptr);

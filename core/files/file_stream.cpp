@@ -14,12 +14,12 @@ constexpr std::size_t kMaxRead = std::size_t{1} << 30;  // bytes of one ReadFile
 
 }  // namespace
 
-bool FileStream::open(const std::wstring& path) {
+platform::Status FileStream::open(const std::wstring& path) {
   auto opened = platform::current().files.CreateFileW(path, platform::kGenericRead, platform::kFileShareAll,
                                                       platform::kOpenExisting, platform::kFileFlagSequentialScan);
   failed_ = false;
   file_.reset(opened ? opened.value.release() : nullptr);
-  return isOpen();
+  return {isOpen(), opened.error};
 }
 
 void FileStream::close() { file_.reset(); }
@@ -39,7 +39,7 @@ std::uint64_t fileSize(const std::wstring& path) {
   std::error_code error;
   const std::uintmax_t size = platform::current().files.file_size(path, error);
   if (error) {
-    throw std::filesystem::filesystem_error("file_size", error);
+    throw std::filesystem::filesystem_error("file_size", path, error);
   }
   return size;
 }

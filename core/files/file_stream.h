@@ -6,6 +6,7 @@
 #include <string>
 
 #include "platform/handle.h"
+#include "platform/result.h"
 
 namespace CORE {
 
@@ -14,8 +15,8 @@ namespace CORE {
 /// buffer. A failed or closed stream reads nothing. The destructor closes it. One thread at a time uses it.
 class FileStream {
  public:
-  /// Opens a file, and closes the one before. Returns false, with the stream closed, when it cannot be opened.
-  bool open(const std::wstring& path);
+  /// Opens a file, and closes the one before. A failure, whose error number it returns, leaves the stream closed.
+  platform::Status open(const std::wstring& path);
   void close();
 
   bool isOpen() const { return static_cast<bool>(file_); }
@@ -30,7 +31,8 @@ class FileStream {
 };
 
 /// Returns the size of a file in bytes.
-/// \throws std::filesystem::filesystem_error for the operation "file_size" when the size cannot be read.
+/// \throws std::filesystem::filesystem_error for the operation "file_size", with the path, when the size cannot be
+/// read.
 std::uint64_t fileSize(const std::wstring& path);
 
 }  // namespace CORE

@@ -27,12 +27,18 @@ platform::ChainHandle buildChain(platform::NativeHandle certificate) {
     return {};
   }
   CORE::log(CORE::kDebug, L"WinHttpRequest::GetCertChain(): Building the certificate chain using the system store");
-  auto chain = certificates.CertGetCertificateChain(certificate, store, {}, platform::kChainCacheOnlyUrlRetrieval);
+  auto chain = certificates.CertGetCertificateChain(certificate, store, WinCertImplementation::serverUsages(),
+                                                    platform::kChainCacheOnlyUrlRetrieval, 0);
   if (!chain) {
     CORE::log(CORE::kError, L"WinHttpRequest::GetCertChain(): CertGetCertificateChain Error: 0x%x %s", chain.error,
               CORE::systemErrorText(chain.error));
   }
   return std::move(chain.value);
+}
+
+/// Returns whether the chain ends before a root: the server has sent none, and none is installed.
+bool isPartial(platform::NativeHandle chain) {
+  return (platform::current().certificates.chain(chain).errorStatus & platform::kTrustIsPartialChain) != 0;
 }
 
 bool isTolerated(std::uint32_t status) { return status == 0 || status == platform::kCertECnNoMatch; }
@@ -73,6 +79,9 @@ bool ServerVerification::verifyCertChain(bool& untrustedRoot) const {
   if (!WinCertImplementation::VerifyCertChain(chain, status, false, trust_.ignoreName, host_)) {
     CORE::log(CORE::kError, L"WinHttpRequest::verifyCertChain(): Initial VerifyCertChain failed");
     return false;
+  }
+  if ((isTolerated(status) || status == platform::kCertEUntrustedRoot) && isPartial(chain)) {
+    status = platform::kCertEChaining;  // not every policy engine finds it, and no pin may accept such a chain
   }
   const bool untrusted = status == platform::kCertEUntrustedRoot;
   if (!untrusted && !isTolerated(status)) {
@@ -135,7 +144,8 @@ bool ServerVerification::automaticCRLCheck() const {
   const auto certificates = WinCertImplementation::ExtractCertificatesFromChain(server_.chain.get(), false);
   std::uint32_t error = 0;
   std::uint32_t information = 0;
-  if (!WinCertImplementation::VerifyCertRevocation(certificates, server_.certificate.get(), error, information)) {
+  if (!WinCertImplementation::VerifyCertRevocation(certificates, server_.certificate.get(), trust_.retrievalTimeout,
+                                                   error, information)) {
     CORE::log(CORE::kError, L"WinHttpRequest::automaticCRLCheck(): Failed to make revocation check");
     return false;
   }

@@ -13,7 +13,8 @@ struct TrustSettings {
   bool ignoreAllErrors = false;
   bool ignoreName = false;
   bool checkRevocation = false;
-  std::vector<std::string> pins;  ///< thumbprints, as WinCertImplementation::GetThumbprint writes them
+  std::uint32_t retrievalTimeout = 0;  ///< of each retrieval that Windows makes for it, milliseconds; 0: Windows' own
+  std::vector<std::string> pins;       ///< thumbprints, as WinCertImplementation::GetThumbprint writes them
 };
 
 /// The certificate and the chain that a server showed.
@@ -47,7 +48,8 @@ class ServerVerification {
   ServerVerification(const ServerCertificates& server, const TrustSettings& trust, const std::wstring& host)
       : server_(server), trust_(trust), host_(host) {}
 
-  /// Returns whether the chain satisfies the SSL policy. An untrusted root alone does not make it fail.
+  /// Returns whether the chain reaches a root and satisfies the SSL policy. An untrusted root alone does not make it
+  /// fail.
   /// \param untrustedRoot  true when only a pin may accept the chain; false on failure.
   bool verifyCertChain(bool& untrustedRoot) const;
 

@@ -54,11 +54,16 @@ class WinCertImplementation {
 
   /// Builds the certificate's chain out of the list, for server authentication, with revocation checked for all of it.
   /// May wait for the network.
+  /// \param retrievalTimeout  milliseconds for each retrieval; 0 means the platform's own limit.
   /// \param errorStatus,infoStatus  the trust status of the chain.
   /// \return false when no chain could be built; both are 0 then.
   static bool VerifyCertRevocation(const std::vector<platform::CertificateHandle>& certificates,
-                                   platform::NativeHandle certificate, std::uint32_t& errorStatus,
-                                   std::uint32_t& infoStatus);
+                                   platform::NativeHandle certificate, std::uint32_t retrievalTimeout,
+                                   std::uint32_t& errorStatus, std::uint32_t& infoStatus);
+
+  /// Returns the usages of a server: server authentication, and the two older ones that servers with step-up
+  /// cryptography carry instead.
+  static std::vector<std::string> serverUsages();
 
   /// Returns the SHA-256 of the certificate's DER encoding, 32 bytes; empty when there is no certificate or it cannot
   /// be hashed.

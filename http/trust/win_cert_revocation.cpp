@@ -41,12 +41,6 @@ platform::StoreHandle storeOf(const std::vector<platform::CertificateHandle>& ce
   return std::move(store.value);
 }
 
-/// Returns the usages of a server: server authentication, and the two older ones that servers with step-up
-/// cryptography carry instead.
-std::vector<std::string> serverUsages() {
-  return {platform::kOidServerAuth, platform::kOidServerGatedCrypto, platform::kOidNetscapeServerGatedCrypto};
-}
-
 }  // namespace
 
 bool WinCertImplementation::IsCRLExpired(platform::NativeHandle crl) {
@@ -86,9 +80,13 @@ bool WinCertImplementation::IsCertificateRevoked(platform::NativeHandle certific
   return listed.value;
 }
 
+std::vector<std::string> WinCertImplementation::serverUsages() {
+  return {platform::kOidServerAuth, platform::kOidServerGatedCrypto, platform::kOidNetscapeServerGatedCrypto};
+}
+
 bool WinCertImplementation::VerifyCertRevocation(const std::vector<platform::CertificateHandle>& certificates,
-                                                 platform::NativeHandle certificate, std::uint32_t& errorStatus,
-                                                 std::uint32_t& infoStatus) {
+                                                 platform::NativeHandle certificate, std::uint32_t retrievalTimeout,
+                                                 std::uint32_t& errorStatus, std::uint32_t& infoStatus) {
   errorStatus = 0;
   infoStatus = 0;
   if (certificate == nullptr) {
@@ -100,7 +98,8 @@ bool WinCertImplementation::VerifyCertRevocation(const std::vector<platform::Cer
   }
   const auto chain = CORE::guardMemory([&] {
     return api().CertGetCertificateChain(certificate, store.get(), serverUsages(),
-                                         platform::kChainRevocationCheckChain | platform::kChainCacheEndCert);
+                                         platform::kChainRevocationCheckChain | platform::kChainCacheEndCert,
+                                         retrievalTimeout);
   });
   if (!chain) {
     CORE::log(CORE::kError,

@@ -2,7 +2,8 @@
 
 #include "platform/windows/native.h"
 
-// After windows.h, which it needs.
+// After windows.h, which it needs. The macro adds the members of CERT_CHAIN_PARA behind RequestedUsage.
+#define CERT_CHAIN_PARA_HAS_EXTRA_FIELDS
 #include <wincrypt.h>
 
 namespace platform {

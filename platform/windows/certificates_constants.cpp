@@ -26,10 +26,12 @@ static_assert(kChainRevocationCheckChain == CERT_CHAIN_REVOCATION_CHECK_CHAIN);
 static_assert(kChainPolicyAllowUnknownCa == CERT_CHAIN_POLICY_ALLOW_UNKNOWN_CA_FLAG);
 static_assert(kAuthTypeServer == AUTHTYPE_SERVER);
 static_assert(kCertEUntrustedRoot == static_cast<std::uint32_t>(CERT_E_UNTRUSTEDROOT));
+static_assert(kTrustIsPartialChain == CERT_TRUST_IS_PARTIAL_CHAIN);
+static_assert(kCertEChaining == static_cast<std::uint32_t>(CERT_E_CHAINING));
 static_assert(kCertECnNoMatch == static_cast<std::uint32_t>(CERT_E_CN_NO_MATCH));
 
 // The sizes that the program states in cbSize.
-static_assert(sizeof(CERT_CHAIN_PARA) == 32 && sizeof(CERT_CHAIN_POLICY_PARA) == 16);
+static_assert(sizeof(CERT_CHAIN_PARA) == 96 && sizeof(CERT_CHAIN_POLICY_PARA) == 16);
 static_assert(sizeof(CERT_CHAIN_POLICY_STATUS) == 24 && sizeof(SSL_EXTRA_CERT_CHAIN_POLICY_PARA) == 24);
 
 }  // namespace platform

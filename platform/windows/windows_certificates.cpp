@@ -106,7 +106,7 @@ void WindowsCertificates::CertCloseStore(NativeHandle store) {
 
 Result<ChainHandle> WindowsCertificates::CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
                                                                  const std::vector<std::string>& usages,
-                                                                 std::uint32_t flags) {
+                                                                 std::uint32_t flags, std::uint32_t retrievalTimeout) {
   if (certificate == nullptr) {
     return refused<ChainHandle>();
   }
@@ -119,6 +119,7 @@ Result<ChainHandle> WindowsCertificates::CertGetCertificateChain(NativeHandle ce
   parameters.RequestedUsage.dwType = usages.empty() ? USAGE_MATCH_TYPE_AND : USAGE_MATCH_TYPE_OR;
   parameters.RequestedUsage.Usage.cUsageIdentifier = static_cast<DWORD>(identifiers.size());
   parameters.RequestedUsage.Usage.rgpszUsageIdentifier = identifiers.empty() ? nullptr : identifiers.data();
+  parameters.dwUrlRetrievalTimeout = retrievalTimeout;
   PCCERT_CHAIN_CONTEXT chain = nullptr;
   const BOOL built = ::CertGetCertificateChain(nullptr, certificateOf(certificate), nullptr, store, &parameters, flags,
                                                nullptr, &chain);

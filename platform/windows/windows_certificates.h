@@ -25,7 +25,8 @@ class WindowsCertificates final : public Certificates {
                                           std::uint32_t disposition) override;
   void CertCloseStore(NativeHandle store) override;
   Result<ChainHandle> CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
-                                              const std::vector<std::string>& usages, std::uint32_t flags) override;
+                                              const std::vector<std::string>& usages, std::uint32_t flags,
+                                              std::uint32_t retrievalTimeout) override;
   Result<std::uint32_t> CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,
                                                          const SslPolicy& parameters) override;
   Result<bool> CertFindCertificateInCRL(NativeHandle certificate, NativeHandle crl) override;

@@ -9,9 +9,7 @@
 namespace sim {
 namespace {
 
-constexpr std::uint32_t kPartialChain = 0x10000;   // CERT_TRUST_IS_PARTIAL_CHAIN
 constexpr std::uint32_t kNotValidForUsage = 0x10;  // CERT_TRUST_IS_NOT_VALID_FOR_USAGE
-constexpr std::uint32_t kCertEChaining = 0x800B010A;
 constexpr ErrorCode kInvalidArgument = 0x80070057;
 constexpr ErrorCode kBadEncode = 0x80092002;  // CRYPT_E_BAD_ENCODE
 constexpr ErrorCode kBadTag = 0x8009310B;     // CRYPT_E_ASN1_BADTAG
@@ -137,10 +135,11 @@ Status Certificates::CertAddCertificateContextToStore(NativeHandle store, Native
 void Certificates::CertCloseStore(NativeHandle store) { kernel_.close<StoreObject>(__func__, store); }
 
 Result<ChainHandle> Certificates::CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
-                                                          const std::vector<std::string>& usages, std::uint32_t flags) {
+                                                          const std::vector<std::string>& usages, std::uint32_t flags,
+                                                          std::uint32_t retrievalTimeout) {
   const char* const name = __func__;
   return kernel_.callOn<CertificateObject>(name, certificate, [&](CertificateObject& leaf) {
-    chainFlags_.push_back(flags);
+    chainsBuilt_.push_back({flags, usages.size(), retrievalTimeout});
     const auto from = kernel_.need<Store>(store, name);
     const auto known = known_.find(leaf.about.der);
     ServerChain chain = known != known_.end() ? known->second : ServerChain{{leaf.about}};
@@ -150,8 +149,8 @@ Result<ChainHandle> Certificates::CertGetCertificateChain(NativeHandle certifica
     chain.certificates.erase(missing, chain.certificates.end());
     const bool checked = (flags & kChainRevocationCheckChain) != 0;
     const bool forServers = usages.empty() || std::ranges::count(usages, kOidServerAuth) != 0;
-    const std::uint32_t error = (partial ? kPartialChain : chain.trustError()) | (forServers ? 0 : kNotValidForUsage) |
-                                (checked ? chain.revocationError : 0);
+    const std::uint32_t error = (partial ? kTrustIsPartialChain : chain.trustError()) |
+                                (forServers ? 0 : kNotValidForUsage) | (checked ? chain.revocationError : 0);
     return ChainHandle(addChain(chain, error, checked ? chain.revocationInfo : 0));
   });
 }
@@ -162,14 +161,15 @@ Result<std::uint32_t> Certificates::CertVerifyCertificateChainPolicy(std::uint32
     refuseIf(policy != kChainPolicySsl || parameters.authType != kAuthTypeServer, kErrorInvalidParameter);
     serverNames_.push_back(parameters.serverName);
     const ServerChain& shown = object.shown;
+    const bool isPartial = (object.errorStatus & kTrustIsPartialChain) != 0;
     const bool allowsUnknown = (parameters.flags & kChainPolicyAllowUnknownCa) != 0;
     const bool checksName =
         !parameters.serverName.empty() && (parameters.checks & kSecurityFlagIgnoreCertCnInvalid) == 0;
-    return shown.policyStatus != 0                                       ? shown.policyStatus
-           : !allowsUnknown && (object.errorStatus & kPartialChain) != 0 ? kCertEChaining
-           : !allowsUnknown && !shown.trustedRoot                        ? kCertEUntrustedRoot
-           : checksName && !shown.nameMatches                            ? kCertECnNoMatch
-                                                                         : 0;
+    return shown.policyStatus != 0                         ? shown.policyStatus
+           : !allowsUnknown && isPartial && !shown.partial ? kCertEChaining
+           : !allowsUnknown && !shown.trustedRoot          ? kCertEUntrustedRoot
+           : checksName && !shown.nameMatches              ? kCertECnNoMatch
+                                                           : 0;
   });
 }
 

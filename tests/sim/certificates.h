@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <tuple>
 
 #include "platform/certificates.h"
 #include "tests/sim/kernel.h"
@@ -25,9 +26,10 @@ struct ServerChain {
   std::uint32_t policyStatus = 0;             ///< another error of the policy, which comes before those two
   std::uint32_t revocationError = 0;          ///< added to the trust error of a chain built with revocation checks
   std::uint32_t revocationInfo = 0;
-  bool silent = false;  ///< the handshake never ends
+  bool silent = false;   ///< the handshake never ends
+  bool partial = false;  ///< the root is neither sent nor installed, which the SSL policy lets pass, as Wine's does
   /// Returns the error of the chain's trust status.
-  std::uint32_t trustError() const { return trustedRoot ? 0 : 0x20; }
+  std::uint32_t trustError() const { return partial ? kTrustIsPartialChain : trustedRoot ? 0 : 0x20; }
 };
 
 /// CryptoAPI for certificates that a test describes. It knows a chain by its leaf's bytes once a server has shown the
@@ -48,8 +50,10 @@ class Certificates : public platform::Certificates {
   NativeHandle addCertificate(const CertificateSpec& about);
   NativeHandle addChain(const ServerChain& chain, std::uint32_t errorStatus = 0, std::uint32_t infoStatus = 0);
 
-  /// The flags of every CertGetCertificateChain, and the server names that were passed to the SSL policy, in order.
-  std::vector<std::uint32_t> chainFlags() const { return kernel_.copyOf(chainFlags_); }
+  /// The flags, the number of usages and the time limit of a CertGetCertificateChain.
+  using ChainCall = std::tuple<std::uint32_t, std::size_t, std::uint32_t>;
+  /// Every such call, and the server names that were passed to the SSL policy, in order.
+  std::vector<ChainCall> chainsBuilt() const { return kernel_.copyOf(chainsBuilt_); }
   std::vector<std::wstring> serverNames() const { return kernel_.copyOf(serverNames_); }
 
   Result<std::uint32_t> CryptStringToBinaryA(std::string_view text, std::uint32_t flags,
@@ -70,7 +74,8 @@ class Certificates : public platform::Certificates {
                                           std::uint32_t disposition) override;
   void CertCloseStore(NativeHandle store) override;
   Result<ChainHandle> CertGetCertificateChain(NativeHandle certificate, NativeHandle store,
-                                              const std::vector<std::string>& usages, std::uint32_t flags) override;
+                                              const std::vector<std::string>& usages, std::uint32_t flags,
+                                              std::uint32_t retrievalTimeout) override;
   Result<std::uint32_t> CertVerifyCertificateChainPolicy(std::uint32_t policy, NativeHandle chain,
                                                          const SslPolicy& parameters) override;
   Result<bool> CertFindCertificateInCRL(NativeHandle certificate, NativeHandle crl) override;
@@ -87,7 +92,7 @@ class Certificates : public platform::Certificates {
   Kernel& kernel_;
   std::map<std::string, ServerChain> known_;  ///< by the leaf's bytes
   std::map<std::string, Points> extensions_;  ///< by the value that CertFindExtension returns
-  std::vector<std::uint32_t> chainFlags_;
+  std::vector<ChainCall> chainsBuilt_;
   std::vector<std::wstring> serverNames_;
 };
 

@@ -28,7 +28,7 @@ std::uint32_t failureBits(const ServerChain& chain, const HttpExchange& seen) {
       {checksRevocation && chain.revocationError != 0 && !revoked, kSecureFailureCertRevFailed, 0},
       {chain.policyStatus != 0 && !expired && !misused, kSecureFailureInvalidCert, 0},
       {checksRevocation && revoked, kSecureFailureCertRevoked, 0},
-      {!chain.trustedRoot, kSecureFailureInvalidCa, kSecurityFlagIgnoreUnknownCa},
+      {!chain.trustedRoot || chain.partial, kSecureFailureInvalidCa, kSecurityFlagIgnoreUnknownCa},
       {!chain.nameMatches, kSecureFailureCertCnInvalid, kSecurityFlagIgnoreCertCnInvalid},
       {expired, kSecureFailureCertDateInvalid, kSecurityFlagIgnoreCertDateInvalid},
       {misused, kSecureFailureCertWrongUsage, kSecurityFlagIgnoreCertWrongUsage},
@@ -111,7 +111,9 @@ Result<ProxyInfo> WinHttp::WinHttpGetDefaultProxyConfiguration() {
 
 Result<ProxyInfo> WinHttp::WinHttpGetProxyForUrl(NativeHandle session, const std::wstring& url,
                                                  const AutoProxyOptions& options) {
-  return kernel_.callOn<HttpSessionHandle>(__func__, session, [&](HttpSessionHandle&, Guard& guard) {
+  return kernel_.callOn<HttpSessionHandle>(__func__, session, [&](HttpSessionHandle& object, Guard& guard) {
+    const HttpExchange& known = object.known;
+    proxies.pacCalls.emplace_back(known.userAgent, known.accessType, known.sessionFlags, options.autoLogon);
     refuseIf(options.flags != kAutoProxyConfigUrl || options.detectFlags != 0, kErrorInvalidParameter);
     const auto file = proxies.pacFiles.find(options.configUrl);
     refuseIf(file == proxies.pacFiles.end(), kErrorWinHttpUnableToDownloadScript);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <compare>
+#include <type_traits>
 
 #include "platform/text.h"
 #include "tests/sim/kernel.h"
@@ -96,12 +97,23 @@ class Text : public platform::Text {
  private:
   static constexpr ErrorCode kErrorMessageNotFound = 317;  // ERROR_MR_MID_NOT_FOUND
 
+  /// Returns the characters that count in a comparison: all but NUL and the soft hyphen, which have no weight. Each
+  /// byte of a narrow text is a character of Latin-1.
+  template <class Character>
+  static std::wstring weighted(std::basic_string_view<Character> text) {
+    std::wstring counting;
+    for (const Character unit : text) {
+      const auto character = static_cast<wchar_t>(static_cast<std::make_unsigned_t<Character>>(unit));
+      counting += character == 0 || character == 0xAD ? L"" : std::wstring(1, character);
+    }
+    return counting;
+  }
+
   /// Puts small letters before capitals where nothing else differs, as the linguistic order of Windows does.
   template <class View>
-  static int compare(View first, View second, bool ignoreCase) {
-    const auto byFolded = [](auto a, auto b) {
-      return codeOf(lowerCase(static_cast<wchar_t>(a))) <=> codeOf(lowerCase(static_cast<wchar_t>(b)));
-    };
+  static int compare(View firstText, View secondText, bool ignoreCase) {
+    const std::wstring first = weighted(firstText), second = weighted(secondText);
+    const auto byFolded = [](wchar_t a, wchar_t b) { return codeOf(lowerCase(a)) <=> codeOf(lowerCase(b)); };
     const auto folded =
         std::lexicographical_compare_three_way(first.begin(), first.end(), second.begin(), second.end(), byFolded);
     const std::strong_ordering order = folded != 0 || ignoreCase ? folded : second <=> first;

@@ -14,6 +14,8 @@ struct ProxySources {
   ProxyInfo winHttpDefault;
   std::map<std::wstring, std::function<std::wstring(const std::wstring& target)>>
       pacFiles;  ///< by URL; each returns the proxy
+  /// How each WinHttpGetProxyForUrl was made: user agent, access type and flags of its session, automatic logon.
+  std::vector<std::tuple<std::wstring, std::uint32_t, std::uint32_t, bool>> pacCalls = {};
 };
 
 struct HttpHandle;

@@ -11,15 +11,17 @@ import { stateFolder } from '../../wine/paths.mjs';
 import { emptyFolder } from '../../wine/processes.mjs';
 
 // name: how the leaf differs from a good one of the intermediate authority. The CRL of "stale" has expired. The CRL of
-// "absent" does not exist.
+// "absent" does not exist. The server of "rootless" leaves the issuer out.
 const kLeaves = { good: {}, revoked: {}, stale: {}, absent: {}, expired: { expired: true },
-  'wrong-name': { host: 'elsewhere.example' }, 'wrong-usage': { usage: 'clientAuth' }, private: { isPrivate: true } };
+  'wrong-name': { host: 'elsewhere.example' }, 'wrong-usage': { usage: 'clientAuth' }, private: { isPrivate: true },
+  rootless: { isPrivate: true, isAlone: true } };
 
 /**
  * Makes the certificates and the CRLs. Puts the CRLs on the server as root.crl and, for each leaf, NAME.crl.
  * @param {FileServer} server for the CRLs, which listens already.
- * @returns {Promise<function>} leaf(name): {key, cert, pins}. cert holds the leaf and its issuer. pins holds the
- *   SHA-256 of every certificate of the chain, as upper-case pairs with colons, the leaf first and the root last.
+ * @returns {Promise<function>} leaf(name): {key, cert, pins}. cert holds the leaf, and its issuer unless it is alone.
+ *   pins holds the SHA-256 of every certificate of the chain, as upper-case pairs with colons, the leaf first and the
+ *   root last.
  */
 export async function makePki(folderName, server) {
   const folder = emptyFolder(stateFolder(folderName));
@@ -48,6 +50,7 @@ CN = a name of another kind`;
     const issuers = kLeaves[name].isPrivate ? ['private-root'] : ['intermediate', 'root'];
     const chain = [name, ...issuers].map((each) => readFileSync(file(`${each}.pem`)));
     const pins = chain.map((pem) => new X509Certificate(pem).fingerprint256);
-    return { key: readFileSync(file(`${name}.key`)), cert: Buffer.concat(chain.slice(0, 2)), pins };
+    const shown = chain.slice(0, kLeaves[name].isAlone ? 1 : 2);
+    return { key: readFileSync(file(`${name}.key`)), cert: Buffer.concat(shown), pins };
   };
 }

@@ -105,6 +105,8 @@ describe('a request', () => {
     'to a private root is not sent with the pin in lower case': ['private', '--revocation --pin=private#0-', kRefused,
       [kChecked, 'Thumbprints did not match.', 'preflightCertVerification(): Thumbprint verification failed.']],
     'to a private root is not sent without a pin': ['private', '--revocation', kRefused, kByWinHttp],
+    'to a server that leaves its private root out is not sent, whatever is pinned': ['rootless', '--pin=rootless#0',
+      kRefused, [/verifyCertChain\(\): Unable to verify cert chain\. Error: 0x800b010a$/]],
     'that does not ask for revocation compares the pin on the live chain': ['private', '--pin=private#0', kSent,
       ['Matched thumbprint: private#0'], { private: [0, 0] }],
     'to an expired server is sent when everything is ignored': ['expired', '--revocation --ignore-all', kSent, []],

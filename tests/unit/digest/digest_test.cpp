@@ -47,12 +47,12 @@ TEST_F(HashGeneratorTest, KnownAnswersAndReopenedProviders) {
   // A name, the algorithm, whether it is keyed, data, key, how often a provider has been opened by then, the digest.
   const std::tuple<const char*, std::uint32_t, bool, std::string, std::string, std::size_t, std::string> rows[] = {
       {"SHA-256, keyed", 1, true, kQuestion, "Jefe", 1, kSha256OfQuestionByJefe},
-      {"the default", 0, true, kQuestion, "Jefe", 1, kSha256OfQuestionByJefe},
-      {"keyed without a key", 0, true, kQuestion, "", 1, ""},
       {"MD5 with a key too many", 2, false, "abc", "key", 2, kMd5OfAbc},
       {"an unknown number", 7, false, "abc", "", 3, kSha256OfAbc},
       {"that number again", 7, false, "abc", "", 4, kSha256OfAbc},
       {"SHA-256, as which the unknown one is recorded (kept)", 1, false, "abc", "", 4, kSha256OfAbc},
+      {"the default, keyed as the open one is not", 0, true, kQuestion, "Jefe", 5, kSha256OfQuestionByJefe},
+      {"keyed without a key", 0, true, kQuestion, "", 5, ""},
   };
   HashGenerator generator, unset;
   for (const auto& [name, algorithm, keyed, data, key, opened, digest] : rows) {

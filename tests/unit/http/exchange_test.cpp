@@ -67,22 +67,52 @@ TEST(ExchangeTest, EveryMethodInEveryDelivery) {
   }
 }
 
-TEST(ExchangeTest, CompletionThatOwnsItsRequestGetsAHugeReplyAndThrows) {
+TEST(ExchangeTest, CompletionThatOwnsItsRequestGetsAReplyUpToItsBoundAndThrows) {
   for (const sim::Delivery delivery : kDeliveries) {
     World world(delivery);
-    world.reply.repeatedBody = 64 * kMiB;
+    world.reply.repeatedBody = 100 * kMiB + 1;
     world.reply.pieces.assign(1000, 64 * 1024);  // a stack that grows with each would not be enough
     const std::weak_ptr<TestRequest> watched = world.request;
     EXPECT_TRUE(world.request->getAsync(kUrl, [owner = world.request](HttpRequest* self, const std::string& body) {
-      EXPECT_EQ(body.size(), 64 * kMiB);
+      EXPECT_EQ(body.size(), 100 * kMiB);
       EXPECT_TRUE(self->cancelRequest()) << "comes back at once: the handles are gone";
       throw CORE::coreException(L"out of the completion");
     }));
     world.request = nullptr;
     world.waitUntilIdle();
     EXPECT_EQ(world.errors(),
-              Errors({L"WinHttpRequest::RequestCallback(): Exception in a callback: out of the completion"}));
+              Errors({L"WinHttpRequest::DataAvailable(): The answer is longer than 104857600 bytes",
+                      L"WinHttpRequest::RequestCallback(): Exception in a callback: out of the completion"}));
     EXPECT_TRUE(watched.expired()) << "the function, and what it owns, is dropped after the call";
+  }
+}
+
+// A connection that the server closes early ends the body normally for WinHTTP.
+TEST(ExchangeTest, GetNeedsTheWholeBody) {
+  const std::tuple<const wchar_t*, std::uint64_t, const char*, Errors> rows[] = {
+      {L"Content-Length: 9\r\n", 0, "none", {}},
+      {L"Content-Length: none\r\n", 0, "none", {}},
+      {L"Transfer-Encoding: chunked\r\nContent-Length: 10\r\n", 0, "none", {}},
+      {L"x: Content-Length\r\ncontent-LENGTH:10\r\n",
+       0,
+       "none",
+       {L"WinHttpRequest::get(): The answer ended after 9 of 10 bytes"}},
+      {L"", 101 * kMiB, "none", {L"WinHttpRequest::DataAvailable(): The answer is longer than 104857600 bytes"}},
+      {L"",
+       0,
+       "WinHttpReadData",
+       {L"WinHttpRequest::DataAvailable(): Failed to read data response, error 0x8 Message 8."}},
+  };
+  for (const auto& [headers, repeated, failing, errors] : rows) {
+    SCOPED_TRACE(CORE::toUtf8Lossy(headers) + failing);
+    World world;
+    world.reply.headers = headers;
+    world.reply.repeatedBody = repeated;
+    world.windows.faults.failNth(failing, 2, platform::kErrorNotEnoughMemory);
+    EXPECT_EQ(world.request->get(kUrl, world.body), errors.empty());
+    EXPECT_EQ(world.errors(), errors);
+    EXPECT_EQ(world.request->getResponseCode(), 200U);
+    EXPECT_TRUE(world.request->isSuccess()) << "the status alone, for what needs no body";
   }
 }
 

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 
 #include "core/base/exception.h"
 #include "http/exchange_handles.h"
@@ -48,7 +49,7 @@ TEST(PartsTest, HandlesCloseAfterTheLastCallAndClosingComesLast) {
   EXPECT_TRUE(queue.pop(next) && next.status == platform::kStatusHandleClosing);
 }
 
-TEST(PartsTest, BodiesCountWhatIsSentAndFilesMayShrink) {
+TEST(PartsTest, BodiesCountWhatIsSentAndFilesMustKeepTheirLength) {
   World world;
   const std::string text = "borrowed";
   const auto bytes = std::as_bytes(std::span(text));
@@ -71,9 +72,19 @@ TEST(PartsTest, BodiesCountWhatIsSentAndFilesMayShrink) {
   EXPECT_EQ(file.nextChunk(), std::nullopt) << "the file holds less than it did";
   file.addSent(100);
   EXPECT_TRUE(file.isSent()) << "WinHTTP cannot have sent more than there is";
+  RequestBody grown;
+  grown.useFile(kPath);
+  EXPECT_TRUE(grown.prepare());
+  world.windows.files.resize(kWidePath, 7);
+  EXPECT_EQ(grown.nextChunk(), std::nullopt) << "one byte would be left out";
   RequestBody missing;
   missing.useFile("C:\\missing");
-  EXPECT_ANY_THROW(missing.prepare());
+  try {
+    missing.prepare();
+    ADD_FAILURE() << "a file without a size";
+  } catch (const std::filesystem::filesystem_error& error) {
+    EXPECT_EQ(error.path1(), "C:\\missing");
+  }
 }
 
 TEST(PartsTest, TheResponseKeepsWhatWasReadAndTheTargetItsUrl) {

@@ -23,6 +23,9 @@ std::wstring choose(World& world, const wchar_t* sources) {
   ChosenProxy chosen{L"old", L"old"};
   EXPECT_FALSE(SystemProxy::ResolvePacUrl(L"a", L"", chosen.servers, L"agent"));
   SystemProxy::ChooseProxyServer(chosen, kTarget, source[0], source[3], L"manual bypass");
+  for (const auto& call : proxies.pacCalls) {
+    EXPECT_EQ(call, std::tuple(L"Meridon Agent", 1u, 0x10000000u, true));
+  }
   return chosen.servers + L"|" + chosen.bypass;
 }
 

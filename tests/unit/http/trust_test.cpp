@@ -63,6 +63,7 @@ struct TrustWorld : World {
 };
 
 using W = TrustWorld;
+using Calls = std::vector<sim::Certificates::ChainCall>;
 using Certs = WinCertImplementation;
 
 enum Reach { kReaches, kStops, kNeverReaches };  // the last: not even when a platform call fails
@@ -124,6 +125,8 @@ const Situation kSituations[] = {
      }},
     {"killswitch", kReaches, 2, kAsks | kProxy | kKillswitch,
      L"Manual CRL check is disabled by killswitch|Performing automatic CRL check|matched all live certs"},
+    {"private root that is not sent, pin of the leaf", kNeverReaches, 1, kPrivateRoot, L"cert chain. Error: 0x800b010a",
+     [](W& w) { w.chain.partial = true, w.pin("leaf"); }},
     {"private root, pin of the root", kReaches, 3, kAsks | kPrivateRoot,
      L"Performing manual CRL check|thumbprintMatch(): Server Thumbprint: |Matched thumbprint: ",
      [](W& w) {
@@ -291,8 +294,15 @@ TEST(TrustTest, WhatTheProbeTakesAlongAndWhatChainsCost) {
     EXPECT_EQ(request.textOptions.at(0x1002), L"us\u00E9r");
     EXPECT_EQ(request.textOptions.at(0x1003), L"swordfish");
   }
-  EXPECT_EQ(world.windows.certificates.chainFlags(), (std::vector<std::uint32_t>{4, 4})) << "nothing from the network";
+  EXPECT_EQ(world.windows.certificates.chainsBuilt(), (Calls{{4, 3, 0}, {4, 3, 0}})) << "nothing from the network";
   EXPECT_EQ(world.windows.certificates.serverNames(), std::vector<std::wstring>({L"host.example"}));
+}
+
+TEST(TrustTest, EachRetrievalOfTheAutomaticCheckHasTheTimeOfAReceive) {
+  TrustWorld world;
+  world.request->enableRevocationCheck();
+  EXPECT_TRUE(world.reaches());
+  EXPECT_EQ(world.windows.certificates.chainsBuilt(), (Calls{{0x20000001, 3, 30000}}));
 }
 
 TEST(TrustTest, EveryPolicyStatus) {
@@ -301,6 +311,7 @@ TEST(TrustTest, EveryPolicyStatus) {
       {"untrusted root", {certificates, false, true}, false, L""},
       {"other name, ignored", {certificates, true, false}, true, L""},
       {"other name", {certificates, false, false}, false, L"Found a CN/SAN mismatch"},
+      {"partial", {.certificates = certificates, .partial = true}, false, L"verify cert chain. Error: 0x800b010a"},
       {"expired", {certificates, false, true, 0x800B0101}, false, L"Unable to verify cert chain. Error: 0x800b0101"},
   };
   for (const auto& [name, chain, ignoreName, refusal] : rows) {
@@ -331,7 +342,7 @@ TEST(CertificatesTest, WhatIsMissingFailsClosed) {
   EXPECT_TRUE(Certs::IsCRLExpired(nullptr));
   EXPECT_TRUE(Certs::IsCertificateRevoked(nullptr, nullptr));
   EXPECT_FALSE(Certs::VerifyCertChain(nullptr, status, false, false));
-  EXPECT_FALSE(Certs::VerifyCertRevocation({}, nullptr, status, status));
+  EXPECT_FALSE(Certs::VerifyCertRevocation({}, nullptr, 0, status, status));
 }
 
 // The digest of "abc": FIPS 180-2, appendix B.1.
