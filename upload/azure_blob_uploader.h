@@ -72,8 +72,8 @@ class AzureBlobUploader : public CORE::coreref {
   /// received, which without an answer is a failure.
   virtual void cancelUpload();
 
-  /// Returns the storage service's error code ("BlobNotFound") of the last response, of which 64 KiB are kept; empty when
-  /// these hold none.
+  /// Returns the storage service's error code ("BlobNotFound") of the last response, of which 64 KiB are kept; empty
+  /// when these hold none.
   virtual std::string getStorageErrorCode();
 
  protected:
