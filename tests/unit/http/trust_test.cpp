@@ -64,7 +64,6 @@ struct TrustWorld : World {
 
 using W = TrustWorld;
 using Calls = std::vector<sim::Certificates::ChainCall>;
-using Certs = WinCertImplementation;
 
 enum Reach { kReaches, kStops, kNeverReaches };  // the last: not even when a platform call fails
 enum Setting : unsigned { kNone, kAsks = 1, kProxy = 2, kPrivateRoot = 4, kKillswitch = 8 };  // kAsks: for revocation
@@ -214,43 +213,37 @@ TEST(TrustTest, EachCallFailingInTurnLetsNobodyThrough) {
 }
 
 TEST(TrustTest, ACheckThatNeverCameIsNoCheck) {
-  struct Row {
-    const char* name;
-    void (*demand)(W&);
-    std::size_t writes;  ///< of the body
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, void (*)(W&), std::size_t> rows[] = {
       {"a pin", [](W& w) { w.pin("leaf"); }, 0},
       {"revocation through a proxy", [](W& w) { w.request->enableRevocationCheck(), w.request->setProxy("p:1"); }, 0},
       {"a pin, but all errors ignored", [](W& w) { w.pin("leaf"), w.request->ignoreCertErrors(); }, 1},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& [name, demand, writes] : rows) {
+    SCOPED_TRACE(name);
     TrustWorld world;
     world.windows.winHttp.reportsSending = false;
-    row.demand(world);
+    demand(world);
     EXPECT_TRUE(world.putFile());
     world.waitUntilIdle();
     EXPECT_EQ(world.completions, 1);
-    EXPECT_EQ(world.exchange().writes.size(), row.writes);
-    EXPECT_EQ(world.request->isSuccess(), row.writes != 0);
+    EXPECT_EQ(world.exchange().writes.size(), writes);
+    EXPECT_EQ(world.request->isSuccess(), writes != 0);
     EXPECT_EQ(world.log.has(CORE::kError,
                             L"WinHttpRequest::RequestCallback(): The server's certificates were not "
                             L"checked before sending to https://host.example/c/b.zip?sv=1"),
-              row.writes == 0);
+              writes == 0);
   }
 }
 
 TEST(TrustTest, NoOtherServerAnswersInItsPlace) {
-  const auto get = [](W& w) { return w.get(); };
   struct Row {
     const char* name;
     void (*demand)(W&);
-    bool (*run)(W&);
+    bool (*run)(W&) = [](W& w) { return w.get(); };
   };
   const Row rows[] = {
-      {"a pin", [](W& w) { w.pin("leaf"); }, get},
-      {"revocation", [](W& w) { w.request->enableRevocationCheck(); }, get},
+      {"a pin", [](W& w) { w.pin("leaf"); }},
+      {"revocation", [](W& w) { w.request->enableRevocationCheck(); }},
       {"a body", [](W&) {}, [](W& w) { return w.request->putStringAsync(kZip, kUrl, "in", w.completion()); }},
   };
   for (const Row& row : rows) {
@@ -296,71 +289,11 @@ TEST(TrustTest, WhatTheProbeTakesAlongAndWhatChainsCost) {
   }
   EXPECT_EQ(world.windows.certificates.chainsBuilt(), (Calls{{4, 3, 0}, {4, 3, 0}})) << "nothing from the network";
   EXPECT_EQ(world.windows.certificates.serverNames(), std::vector<std::wstring>({L"host.example"}));
-}
 
-TEST(TrustTest, EachRetrievalOfTheAutomaticCheckHasTheTimeOfAReceive) {
-  TrustWorld world;
-  world.request->enableRevocationCheck();
-  EXPECT_TRUE(world.reaches());
-  EXPECT_EQ(world.windows.certificates.chainsBuilt(), (Calls{{0x20000001, 3, 30000}}));
-}
-
-TEST(TrustTest, EveryPolicyStatus) {
-  const std::vector<sim::CertificateSpec> certificates = {{"leaf"}, {"root"}};
-  const std::tuple<const char*, sim::ServerChain, bool, const wchar_t*> rows[] = {
-      {"untrusted root", {certificates, false, true}, false, L""},
-      {"other name, ignored", {certificates, true, false}, true, L""},
-      {"other name", {certificates, false, false}, false, L"Found a CN/SAN mismatch"},
-      {"partial", {.certificates = certificates, .partial = true}, false, L"verify cert chain. Error: 0x800b010a"},
-      {"expired", {certificates, false, true, 0x800B0101}, false, L"Unable to verify cert chain. Error: 0x800b0101"},
-  };
-  for (const auto& [name, chain, ignoreName, refusal] : rows) {
-    SCOPED_TRACE(name);
-    TrustWorld world;
-    const ServerCertificates server{{}, world.windows.certificates.chainOf(chain)};
-    const TrustSettings trust{.ignoreName = ignoreName};
-    bool untrusted = true;
-    const bool accepted = *refusal == 0;
-    EXPECT_EQ(ServerVerification(server, trust, L"host.example").verifyCertChain(untrusted), accepted);
-    EXPECT_EQ(untrusted, accepted && !chain.trustedRoot);
-    EXPECT_TRUE(world.logged(refusal)) << world.log.text();
-  }
-}
-
-// URLs, thumbprints and CRLs of any chain: see the fuzz target.
-TEST(CertificatesTest, WhatIsMissingFailsClosed) {
-  World world;
-  auto& certificates = world.windows.certificates;
-  const auto chain = certificates.chainOf({{{"leaf"}, {"root"}}});
-  std::uint32_t status = 9;
-  world.windows.faults.failNth("CertDuplicateCertificateContext", 2, 5);
-  EXPECT_TRUE(Certs::ExtractCertificatesFromChain(chain.get(), true).empty()) << "all of them, or none";
-  EXPECT_TRUE(Certs::ExtractCertificatesFromChain(certificates.chainOf({}).get(), true).empty());
-  EXPECT_TRUE(Certs::ExtractCertificatesFromChain(nullptr, true).empty());
-  EXPECT_TRUE(Certs::ExtractCrlUrlsFromCert(nullptr).empty());
-  EXPECT_TRUE(Certs::ExtractCrlUrlsFromChain(nullptr).empty());
-  EXPECT_TRUE(Certs::IsCRLExpired(nullptr));
-  EXPECT_TRUE(Certs::IsCertificateRevoked(nullptr, nullptr));
-  EXPECT_FALSE(Certs::VerifyCertChain(nullptr, status, false, false));
-  EXPECT_FALSE(Certs::VerifyCertRevocation({}, nullptr, 0, status, status));
-}
-
-// The digest of "abc": FIPS 180-2, appendix B.1.
-TEST(CertificatesTest, PinsOfCertificatesInPem) {
-  World world;
-  const char pem[] = "-----BEGIN CERTIFICATE-----\r\nYWJj\r\n-----END CERTIFICATE-----\r\n";
-  const auto abc = Certs::ConvertPEMToCertCtx(pem);
-  EXPECT_EQ(Certs::GetThumbprint(abc.get()),
-            "BA:78:16:BF:8F:01:CF:EA:41:41:40:DE:5D:AE:22:23:B0:03:61:A3:96:17:7A:9C:B4:10:FF:61:F2:00:15:AD");
-  for (const std::size_t nth : {1u, 2u}) {
-    world.windows.faults.failNth("CryptStringToBinaryA", nth, 5);
-    EXPECT_FALSE(Certs::ConvertPEMToCertCtx(pem));
-  }
-  world.windows.faults.failNth("BCryptFinishHash", 1, 5);
-  world.request->setThumbprintsFromCerts({abc.get(), nullptr, abc.get()});
-  EXPECT_EQ(world.log.count(L"GetThumbprints(): Unable to generate hash for certificate:"), 2U);
-  EXPECT_TRUE(world.get());
-  EXPECT_EQ(world.exchange().securityFlags(), 0x100U) << "one pin is left";
+  TrustWorld automatic;
+  automatic.request->enableRevocationCheck();
+  EXPECT_TRUE(automatic.reaches());
+  EXPECT_EQ(automatic.windows.certificates.chainsBuilt(), (Calls{{0x20000001, 3, 30000}})) << "each retrieval's time";
 }
 
 }  // namespace
