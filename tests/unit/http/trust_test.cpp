@@ -289,11 +289,13 @@ TEST(TrustTest, WhatTheProbeTakesAlongAndWhatChainsCost) {
   }
   EXPECT_EQ(world.windows.certificates.chainsBuilt(), (Calls{{4, 3, 0}, {4, 3, 0}})) << "nothing from the network";
   EXPECT_EQ(world.windows.certificates.serverNames(), std::vector<std::wstring>({L"host.example"}));
+}
 
-  TrustWorld automatic;
-  automatic.request->enableRevocationCheck();
-  EXPECT_TRUE(automatic.reaches());
-  EXPECT_EQ(automatic.windows.certificates.chainsBuilt(), (Calls{{0x20000001, 3, 30000}})) << "each retrieval's time";
+TEST(TrustTest, EachRetrievalOfTheAutomaticCheckHasTheTimeOfAReceive) {
+  TrustWorld world;
+  world.request->enableRevocationCheck();
+  EXPECT_TRUE(world.reaches());
+  EXPECT_EQ(world.windows.certificates.chainsBuilt(), (Calls{{0x20000001, 3, 30000}}));
 }
 
 }  // namespace
