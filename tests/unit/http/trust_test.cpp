@@ -64,7 +64,6 @@ struct TrustWorld : World {
 
 using W = TrustWorld;
 using Calls = std::vector<sim::Certificates::ChainCall>;
-
 enum Reach { kReaches, kStops, kNeverReaches };  // the last: not even when a platform call fails
 enum Setting : unsigned { kNone, kAsks = 1, kProxy = 2, kPrivateRoot = 4, kKillswitch = 8 };  // kAsks: for revocation
 
