@@ -19,9 +19,10 @@ constexpr std::uint32_t kNoExitCode = 0xFFFFFFFF;
 
 /// Makes the logging folder when it is missing. It is made before the folder below it, and protected, so that only the
 /// system and administrators can read the bundle.
-bool ensureLoggingFolder() {
+platform::Status ensureLoggingFolder() {
   const std::wstring folder = agentLoggingFolder();
-  return platform::current().files._waccess(folder, 0) == 0 || CORE::makeProtectedFolder(folder);
+  const bool exists = platform::current().files._waccess(folder, 0) == 0;
+  return exists ? platform::Status{true, platform::kErrorSuccess} : CORE::makeProtectedFolder(folder);
 }
 
 }  // namespace
@@ -29,7 +30,13 @@ bool ensureLoggingFolder() {
 bool dct_Agent::validate(CORE::PropertyBag& /*request*/, CORE::PropertyBag& result) {
   const std::wstring folder = getTempFolder();
   CORE::log(CORE::kTrace, L"dct_Agent::validate(): Temp folder - %s", folder);
-  if (!ensureLoggingFolder() || !CORE::ensureFolder(folder)) {
+  platform::Status made = ensureLoggingFolder();
+  if (made) {
+    made = CORE::ensureFolder(folder);
+  }
+  if (!made) {
+    CORE::log(CORE::kDebug, L"dct_Agent::validate(): Unable to make the folder %s: 0x%x %s", folder, made.error,
+              CORE::systemErrorText(made.error));
     return storeError(result, ResultCode::kNoTempFolder, L"Cannot create the temporary directory.");
   }
   return true;

@@ -33,7 +33,10 @@ bool dct_common::invokeDCTScript(CORE::PropertyBag& request, CORE::PropertyBag& 
   }
   tempFolder_ = getTempFolder();
   CORE::log(CORE::kDebug, L"dct_common::invokeDCTScript(): Temp folder - %s", tempFolder_);
-  if (!CORE::ensureFolder(tempFolder_)) {
+  const platform::Status made = CORE::ensureFolder(tempFolder_);
+  if (!made) {
+    CORE::log(CORE::kDebug, L"dct_common::invokeDCTScript(): Unable to make the folder %s: 0x%x %s", tempFolder_,
+              made.error, CORE::systemErrorText(made.error));
     return storeError(result, ResultCode::kNoTempFolder, L"Cannot create the temporary directory.");
   }
   const std::wstring folder = scriptFolder();
@@ -42,6 +45,7 @@ bool dct_common::invokeDCTScript(CORE::PropertyBag& request, CORE::PropertyBag& 
   }
   const std::wstring scriptPath = joined(folder, L"vdx-support.ps1");
   if (platform::current().files._waccess(scriptPath, 0) != 0) {
+    CORE::log(CORE::kDebug, L"dct_common::invokeDCTScript(): There is no %s", scriptPath);
     return storeError(result, ResultCode::kNoScript, L"The DCT script is not found on disk.");
   }
   std::wstring bundlePath;

@@ -53,10 +53,10 @@ std::wstring_view parentPath(std::wstring_view path) {
   return withoutSeparatorsBelowRoot(path);
 }
 
-bool ensureFolder(std::wstring_view path) {
+platform::Status ensureFolder(std::wstring_view path) {
   path = withoutSeparatorsBelowRoot(path);
   if (path.empty() || path.size() > kMaxPathCharacters) {
-    return false;
+    return {false, platform::kErrorPathNotFound};
   }
   auto& files = platform::current().files;
   std::vector<std::wstring> missing;  // deepest first
@@ -69,11 +69,12 @@ bool ensureFolder(std::wstring_view path) {
     path = parent;
   }
   for (; !missing.empty(); missing.pop_back()) {
-    if (!files.CreateDirectoryW(missing.back())) {
-      return false;
+    const platform::Status made = files.CreateDirectoryW(missing.back());
+    if (!made) {
+      return made;
     }
   }
-  return true;
+  return {true, platform::kErrorSuccess};
 }
 
 }  // namespace CORE

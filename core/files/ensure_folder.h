@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/result.h"
+
 namespace CORE {
 
 /// Returns the path of the folder one level up, from the text alone: the path without its last component and the
@@ -13,8 +15,8 @@ std::wstring_view parentPath(std::wstring_view path);
 /// Makes sure that a folder exists, and creates the missing levels from the top down with the access that they inherit.
 /// (core/files/protected_folder.h makes a folder that ordinary users cannot open.) Whatever exists under that name
 /// counts as the folder.
-/// \return false when a level cannot be created, also when somebody else creates it at the same moment; false for the
-///         empty path and for a path of more than platform::kMaxPathCharacters.
-bool ensureFolder(std::wstring_view path);
+/// \return the error of the level that cannot be created, also when somebody else creates it at the same moment;
+///         platform::kErrorPathNotFound for the empty path and for a path of more than platform::kMaxPathCharacters.
+platform::Status ensureFolder(std::wstring_view path);
 
 }  // namespace CORE

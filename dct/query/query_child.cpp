@@ -12,7 +12,7 @@ namespace {
 constexpr std::uint32_t kEndedExitCode = platform::kWaitTimeout;  ///< the child's when it has run for too long
 
 void logNoJob(platform::ErrorCode error) {
-  CORE::log(CORE::kWarn, L"ScriptChild::start(): No job, only the child itself can be ended: %s",
+  CORE::log(CORE::kWarn, L"ScriptChild::start(): No job, only the child itself can be ended: 0x%x %s", error,
             CORE::systemErrorText(error));
 }
 

@@ -32,6 +32,21 @@ TEST(InvokeDCTScript, StartsTheScriptExactlySo) {
   EXPECT_TRUE(world.log.has(CORE::kTrace, L"monitorDCTProcess(): PID of DCT cscript: " + std::to_wstring(script.id)));
 }
 
+// The results alone do not say which folder or script it was, and why.
+TEST(InvokeDCTScript, TheLogNamesWhatIsMissing) {
+  ScriptWorld world;
+  CORE::PropertyBag request, result;
+  world.windows.faults.failNth("CreateDirectoryW", 6, 5);  // those above it are the first five
+  EXPECT_FALSE(world.agent.invokeDCTScript(request, result));
+  EXPECT_EQ(world.log.messages(CORE::kDebug).back(),
+            L"dct_Agent::validate(): Unable to make the folder C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp: 0x5 "
+            L"Message 5.");
+  world.windows.registry.set(L"HKLM\\Software\\Calvera\\Meridon\\Agent\\AgentInstallPath", L"C:\\None");
+  EXPECT_FALSE(world.agent.invokeDCTScript(request, result));
+  EXPECT_EQ(world.log.messages(CORE::kDebug).back(),
+            L"dct_common::invokeDCTScript(): There is no C:\\None\\dct\\vdx-support.ps1");
+}
+
 TEST(AgentPaths, FolderAndName) {
   const std::wstring key = L"HKLM\\Software\\Calvera\\Meridon\\";
   const std::wstring byDefault = L"C:\\ProgramData\\Calvera\\Meridon\\logs\\Temp";
