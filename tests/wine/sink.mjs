@@ -17,6 +17,7 @@ import { BlobService, errorBody } from './blob_service.mjs';
  * @property {number} [stallAfter] stops reading for good after this many bytes of the body.
  * @property {boolean} [silent] never answers.
  * @property {boolean} [stallReply] never sends the end of the reply's body.
+ * @property {boolean} [cutReply] closes the connection before the end of the reply's body.
  * @property {number} [bodyBytes] sends a reply with a body of this size.
  * @property {number} [headerBytes] sends a reply whose headers have this size together.
  */
@@ -97,7 +98,7 @@ class Sink {
     return request.complete;
   }
 
-  async #answer(response, { status, location, early, headerBytes = 0, bodyBytes, stallReply }, checked) {
+  async #answer(response, { status, location, early, headerBytes = 0, bodyBytes, stallReply, cutReply }, checked) {
     const headers = { 'x-ms-request-id': String(this.requests.length), 'x-ms-version': '2020-04-08' };
     const refused = status === undefined && !checked.operation;
     if (refused) Object.assign(headers, { 'x-ms-error-code': checked.code, 'content-type': 'application/xml' });
@@ -105,13 +106,15 @@ class Sink {
     if (location) headers.location = location;
     if (early === 'close') headers.connection = 'close';
     for (let n = 0; n * 8000 < headerBytes; n++) headers[`x-fill-${n}`] = 'f'.repeat(7988);
-    headers['content-length'] = stallReply ? 100 : bodyBytes ?? Buffer.byteLength(body);
+    headers['content-length'] = stallReply || cutReply ? 100 : bodyBytes ?? Buffer.byteLength(body);
     response.writeHead(status ?? checked.status ?? 201, headers);
-    if (stallReply) return void response.write('n');
+    if (stallReply || cutReply) return void response.write('n', () => cutReply && response.destroy());
     const piece = Buffer.alloc(1 << 20, 'r');
     for (let left = bodyBytes ?? 0; left > 0 && !response.destroyed; left -= piece.length) {
       if (response.write(piece.subarray(0, left))) continue;
-      await Promise.race(['drain', 'close'].map((event) => once(response, event)));
+      const waiting = new AbortController();  // takes the listener away for which nothing came
+      await Promise.race(['drain', 'close'].map((event) => once(response, event, waiting).catch(() => {})));
+      waiting.abort();
     }
     response.end(bodyBytes ? undefined : body);
   }

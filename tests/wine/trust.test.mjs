@@ -154,6 +154,26 @@ describe('a request', () => {
     }
   });
 
+  // The URL has a query, because Wine counts a fragment behind a bare path as part of the path.
+  it('takes no part of an answer for the whole, and sends no fragment', async () => {
+    const plans = { '/huge': { status: 200, bodyBytes: 101 << 20 }, '/cut': { status: 200, cutReply: true } };
+    const sink = await startSink({ leaf: leaf('good'), plan: ({ path }) => plans[path] ?? { status: 200 } });
+    try {
+      for (const [url, ok, least, most] of [
+        ['/huge', false, 99 << 20, 100 << 20],
+        ['/cut', false, 1, 1],
+        ['/whole?sv=1#part', true, 2, 2],
+      ]) {
+        const result = await run('get', sink.origin + url);
+        assert.deepEqual([result.status, result.ok], [200, ok], url);
+        assert.ok(least <= result.bytes && result.bytes <= most, `${url}: ${result.bytes}`);
+      }
+      assert.equal(sink.requests.at(-1).queryText, 'sv=1');
+    } finally {
+      await sink.stop();
+    }
+  });
+
   // Wine sends credentials only for plain HTTP; Windows also with CONNECT.
   it('shows its credentials to the proxy that demands them, and to no log', async () => {
     const strict = await startProxy('strict', { credentials: `agent ${kPassword}` });
