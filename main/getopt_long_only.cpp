@@ -94,8 +94,8 @@ int getopt_long_only(OptionScan& scan, std::span<const char*> arguments, std::sp
   } else if (scan.nextIndex < static_cast<int>(arguments.size())) {
     scan.argument = at(arguments, scan.nextIndex++);
   } else {
-    print(scan, CORE::formatNarrow("%s: option '%s%s' requires an argument\n", program, doubleDash ? "--" : "-",
-                                   options[static_cast<std::size_t>(found)].name));
+    const std::string shown = std::string(doubleDash ? "--" : "-") + options[static_cast<std::size_t>(found)].name;
+    print(scan, CORE::formatNarrow("%s: option '%s' requires an argument\n", program, shown));
     return kOptionError;
   }
   return options[static_cast<std::size_t>(found)].value;
